@@ -1,0 +1,35 @@
+# The build's switches and the compiler flags that follow from them.
+set(KRENV_FACILITIES bundled CACHE STRING
+    "The support facilities that libkrenv is built on: `bundled`, or an imported target that offers the same headers")
+option(KRENV_BUILD_TOOLS "Build pmenv" ${PROJECT_IS_TOP_LEVEL})
+option(KRENV_BUILD_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
+option(KRENV_BUILD_BENCH "Build the comparison benchmarks" OFF)
+option(KRENV_WERROR "Treat warnings as errors" OFF)
+option(KRENV_COVERAGE "Instrument for coverage" OFF)
+set(KRENV_SANITIZE "" CACHE STRING "Sanitizers to build with, as in -fsanitize=")
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+
+add_library(krenv_options INTERFACE)
+# Files over 2 GiB, 64-bit inodes and dates after 2038, also on 32 bits.
+target_compile_definitions(krenv_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+target_compile_options(krenv_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow $<$<BOOL:${KRENV_WERROR}>:-Werror> -fstack-protector-strong)
+target_link_options(krenv_options INTERFACE -Wl,-z,relro,-z,now -Wl,--as-needed)
+
+if(KRENV_SANITIZE)
+  target_compile_options(krenv_options INTERFACE -fsanitize=${KRENV_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(krenv_options INTERFACE -fsanitize=${KRENV_SANITIZE})
+elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
+  target_compile_options(krenv_options INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+endif()
+if(KRENV_COVERAGE)
+  target_compile_options(krenv_options INTERFACE --coverage)
+  target_link_options(krenv_options INTERFACE --coverage)
+endif()

@@ -1,0 +1,62 @@
+// Lifetime.h - static objects that live exactly as long as the host program's main scope.
+//
+// A library registers an object by defining a StaticObject at namespace scope. The host opens the scope:
+//
+//     int main(int argc, char** argv) {
+//         nLifetime::MainScope scope(argc, argv);   // first line: records the arguments, constructs the objects
+//         ...
+//     }                                             // destroys them in reverse order
+//
+// A library that is loaded while a scope is open has its objects constructed at once. Without a scope nothing runs.
+//
+// Threads: registering, opening and closing are serialised by one lock, which is held while objects are constructed
+// and destroyed; the thread that holds it may load further libraries from a constructor.
+#pragma once
+
+#include "KrfExport.h"
+
+namespace nLifetime {
+
+/// Opens the main scope for as long as it lives. A second one while the first is open does nothing.
+class KRF_EXPORT MainScope {
+public:
+    /// Records the arguments (see CommandLineArguments.h) and constructs the registered objects in the order of
+    /// registration. What a constructor throws passes through, after the objects before it have been destroyed.
+    MainScope(int argc, const char* const* argv);
+    ~MainScope();
+    MainScope(const MainScope&) = delete;
+    MainScope& operator=(const MainScope&) = delete;
+
+private:
+    bool opened_;
+};
+
+/// The type-free part of a StaticObject.
+class KRF_EXPORT Registration {
+public:
+    using Construct = void* (*)();
+    using Destroy = void (*)(void*);
+
+    Registration(Construct make, Destroy drop);
+    ~Registration();
+    Registration(const Registration&) = delete;
+    Registration& operator=(const Registration&) = delete;
+
+    void construct();  ///< makes the object unless it is there; for the scope only
+    void destroy();    ///< removes the object if it is there; for the scope only
+
+private:
+    Construct construct_;
+    Destroy destroy_;
+    void* object_ = nullptr;
+};
+
+/// Registers a T, built by its default constructor while a main scope is open.
+template <class T>
+class StaticObject {
+    static void* make() { return new T; }
+    static void drop(void* object) { delete static_cast<T*>(object); }
+    Registration registration_{&make, &drop};
+};
+
+}  // namespace nLifetime

@@ -1,0 +1,89 @@
+// Logging.h - the product's log: records with a level, a category and a source position.
+//
+// A record is composed only when its level is enabled, so a disabled record costs one atomic load. Enabled at
+// start: Error, Warning and Execution, unless the process environment says otherwise:
+//
+//   PM_LOG       the enabled levels, separated by commas: level names, `all` or `none` (PM_LOG=Error,Trace)
+//   PM_LOG_FILE  the file that the default sink appends to instead of writing to standard error
+//
+// Both are read once, at the first use of the log. The default sink writes one line per record in one write, with
+// control characters escaped: whatever a text holds, one record stays one line.
+//
+// Threads: everything here may be called from any thread at any time, also from destructors at process exit.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "KrfExport.h"
+
+namespace nLogging {
+
+enum class Level { Error, Warning, Trace, TraceDebugInfo, Execution, Incomplete, ErrorPerformance, WarningPerformance };
+
+/// One record as a sink receives it. The C strings live as long as the program that logged them.
+struct Record {
+    std::chrono::system_clock::time_point time;  ///< when the record was completed
+    Level level;
+    const char* category;    ///< "PMEnvironment" for the environment library
+    const char* file;        ///< source position, for example "../src/krenvf"
+    int line;                ///< source position, counted from 1
+    std::thread::id thread;  ///< the thread that logged
+    std::string text;        ///< the message; may hold any byte, may be empty
+};
+
+/// Receives every enabled record, on the thread that logged it. It may log itself; what it throws is dropped.
+using Sink = std::function<void(const Record&)>;
+
+/// Sends all further records to `sink`; an empty function brings the default sink back.
+KRF_EXPORT void gSetSink(Sink sink);
+
+/// Enables or disables one level from now on.
+KRF_EXPORT void gEnable(Level level, bool on);
+
+/// True when records of `level` are composed and delivered.
+KRF_EXPORT bool gIsEnabled(Level level);
+
+/// The level's name as PM_LOG and the default sink write it: "Error", "Warning", ...; "?" for no level at all.
+KRF_EXPORT const char* gLevelName(Level level);
+
+/// Gathers the pieces of one record and delivers it when it goes out of scope. Use it through PM_LOG_RECORD.
+class KRF_EXPORT RecordWriter {
+public:
+    RecordWriter(Level level, const char* category, const char* file, int line);
+    ~RecordWriter();
+    RecordWriter(const RecordWriter&) = delete;
+    RecordWriter& operator=(const RecordWriter&) = delete;
+
+    template <class Piece>
+    RecordWriter& operator<<(const Piece& piece) {
+        text_ << piece;
+        return *this;
+    }
+
+    // A null C string is shown, not dereferenced.
+    RecordWriter& operator<<(const char* piece) {
+        text_ << (piece != nullptr ? piece : "<NullChar*>");
+        return *this;
+    }
+    RecordWriter& operator<<(char* piece) { return *this << static_cast<const char*>(piece); }
+
+private:
+    Level level_;
+    const char* category_;
+    const char* file_;
+    int line_;
+    std::ostringstream text_;
+};
+
+}  // namespace nLogging
+
+/// Streams a record: PM_LOG_RECORD(nLogging::Level::Error, "PMEnvironment", "../src/krenvf", __LINE__) << "text";
+/// Nothing behind it is evaluated while the level is disabled.
+#define PM_LOG_RECORD(level, category, file, line) \
+    if (!::nLogging::gIsEnabled(level)) {          \
+    } else                                         \
+        ::nLogging::RecordWriter(level, category, file, line)

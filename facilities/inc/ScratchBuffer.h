@@ -1,0 +1,19 @@
+// ScratchBuffer.h - raw bytes for the length of a scope.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+/// Owns `size` bytes, not cleared, and releases them on every path out of its scope. Belongs to one thread.
+class ScratchBuffer {
+public:
+    /// Throws std::bad_alloc when there is no memory.
+    explicit ScratchBuffer(std::size_t size) : bytes_(new char[size]), size_(size) {}
+
+    char* data() { return bytes_.get(); }
+    std::size_t size() const { return size_; }
+
+private:
+    std::unique_ptr<char[]> bytes_;
+    std::size_t size_;
+};

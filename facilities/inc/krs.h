@@ -1,0 +1,64 @@
+// krs.h - settings tables: key/value files read into memory and looked up by key.
+//
+// File grammar:
+//
+//   bytes                     a UTF-8 byte-order mark at the start is skipped; lines end in LF or CRLF
+//   blank line, ; or # first  skipped
+//   [name]                    section: the keys below are stored as name.KEY; [] goes back to plain keys
+//   KEY = value               blanks and tabs around both are cut; the first = parts them; a value may be empty
+//   KEY = "  value "          one pair of surrounding double quotes is removed, what is inside is kept as it is
+//   ; or # inside a value     belongs to the value
+//   the same key again        the later value wins
+//
+// A line without =, an empty key, an unclosed [, text behind a section's ] that is no comment, a NUL byte, anything
+// that is not a readable regular file: the load fails and the table is as it was before.
+//
+// Keys match exactly, byte by byte. A table keeps the file's text in one piece and its keys in one hash index (seeded
+// per process, so that no file can provoke collisions); it loads in linear time.
+//
+// Threads: tables may be created and destroyed from any thread, and many threads may read one table. Loading or
+// destroying a table excludes other calls on that same table; the caller sees to that. Nothing is logged here.
+#pragma once
+
+#include <cstddef>
+
+#include "KrfExport.h"
+
+/// Decides what is stored for a key: gets the key as stored and the value as the file has it; returns the text to
+/// store (copied before the filter is called again), or null to leave the entry out. It may look up in the table being
+/// loaded, which then holds everything above the entry's line.
+using KRSFilter = const char* (*)(const char* key, const char* value);
+
+/// Creates an empty table. Its handle is at least 1 and never used again for another table; 0 when there is no memory.
+KRF_EXPORT int KRSCreateTable();
+
+/// Reads the file `path` into the table `handle`, on top of what the table holds, each value passed through `filter`
+/// unless that is null. The whole file is parsed before the first entry is stored.
+/// Non-zero on success. 0 when the file cannot be read or parsed or the handle names no table: the table is untouched
+/// and KRSLoadError() tells why. What the filter throws passes through; the entries above it stay stored.
+KRF_EXPORT int KRSLoad(const char* path, int handle, KRSFilter filter);
+
+/// The calling thread's last failed KRSLoad: "PATH:LINE:COLUMN: reason", or "PATH: reason" where no line is to blame;
+/// "" if none has failed. Lines and columns count from 1, columns in bytes. Valid until the thread's next failure.
+KRF_EXPORT const char* KRSLoadError();
+
+/// The value stored for `key`, or null when the table has no such key, `key` is null, or `handle` is 0, unknown or
+/// destroyed. The text stays where it is as long as the table lives, also when a later value replaces it.
+KRF_EXPORT const char* KRSGetValue(int handle, const char* key);
+
+/// Releases the table and its texts. A handle that names no table is ignored.
+KRF_EXPORT void KRSDestroyTable(int handle);
+
+/// One stored entry, for tools that show where a value comes from. The texts live as long as the table.
+struct KRSEntry {
+    const char* key;    ///< the key as stored, its section in front
+    const char* value;  ///< the value as stored, after the filter
+    int line;           ///< its line in the file, from 1
+    bool inForce;       ///< false when a later entry of the same key has replaced it
+};
+
+/// How many entries the table holds, replaced ones included; 0 for a handle that names no table.
+KRF_EXPORT std::size_t KRSEntryCount(int handle);
+
+/// The entry at `index` in the order of loading, file order within one load; false, and `entry` untouched, past the end.
+KRF_EXPORT bool KRSGetEntry(int handle, std::size_t index, KRSEntry* entry);

@@ -1,0 +1,202 @@
+// krenv.h - the environment support library: variables, paths and files, host facts, identity, directory walk.
+//
+// Settings come from two tables that the whole process shares: the run-time table, which the host program fills with
+// KRESetEnvValue, and the init-file table, which KREInit loads from pressmark.ini. Values may refer to other settings
+// and to the process environment:
+//
+//     ${NAME} #{NAME}   expanded once, when pressmark.ini is loaded
+//     $(NAME) #(NAME)   expanded each time the value is read
+//
+// $ takes the process environment variable, # the setting; a name that does not exist expands to nothing.
+//
+// Results: a text comes back as a pointer into a buffer of the container object that was asked (or into a static
+// buffer, where the function says so). It is valid until the same function runs again on that object; it is never
+// freed by the caller. A null pointer, false, 0 or -1 tells of a failure, with a log record (category
+// "PMEnvironment") where the function says so.
+//
+// Limits: a path result holds at most 4095 characters, an expanded value 2047. Nothing is written past a buffer.
+//
+// Threads: the library locks nothing but its file searches (KRPFindfile, KRPFindfileNoKREnv). Give each thread its own
+// container object, and change settings (KRESetEnvValue, KREInit) while no other thread reads them. The process
+// environment is read with getenv, so changing it on another thread is a race as everywhere else.
+#pragma once
+
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+
+#include "krexport.h"
+
+/// The container through which settings and paths are asked for. It owns result buffers and nothing else, so as many
+/// may be made as are needed; one takes about 39 KB, mind the stack of small threads.
+class KRENV_EXPORT KREnvContainerClass {
+public:
+    KREnvContainerClass();
+    ~KREnvContainerClass();
+    KREnvContainerClass(const KREnvContainerClass&) = delete;
+    KREnvContainerClass& operator=(const KREnvContainerClass&) = delete;
+
+    // --- settings ---------------------------------------------------------------------------------------------------
+
+    /// Sets `name` in the run-time table, replacing its earlier value. Returns the stored value, which stays where it is
+    /// to the end of the process. Null, with the table unchanged, when an argument is null, name or value is longer than
+    /// 255 characters, or `name` would be the 1025th. Logs nothing.
+    const char* KRESetEnvValue(const char* name, const char* value);
+
+    /// The full look-up: the run-time value of `name` exactly as it was set, references included; otherwise KREGetEnv.
+    const char* KREGetEnvValue(const char* name);
+
+    /// The value of `name` in pressmark.ini, its $() and #() references expanded, in this object's 2048-byte buffer.
+    /// The run-time table is not consulted. Null when there is no such setting or its expansion failed (see
+    /// KRERuntimeResolve). Logs nothing.
+    const char* KREGetEnv(const char* name);
+
+    /// True when pressmark.ini defines `name` (the run-time table does not count) and its expanded value contains
+    /// `text`, with `ignoreCase` in either case. An empty text asks for the definition alone.
+    bool KREEnvDefined(const char* name, const char* text, bool ignoreCase);
+
+    /// Expands the $() and #() references in `text` into this object's 2048-byte buffer. Null, with the buffer as it
+    /// was, when `text` is null, a reference leads back to itself, or a limit is met: a result over 2047 characters,
+    /// more than 1 MiB of text, 512 levels, 65,536 substitutions or 256 Mi characters of searching. Logs nothing.
+    const char* KRERuntimeResolve(const char* text);
+
+    // --- path texts -------------------------------------------------------------------------------------------------
+    // Splitting knows / and \ as separators, composing writes /. Null arguments are refused after an Error record that
+    // carries only the position. A result over 4095 characters is refused with null, such a record, and the buffer as
+    // it was; a longer path to split is cut.
+
+    /// Splits `path` and stores the addresses of the three parts where the pointer is not null. An existing directory
+    /// is all directory.       "/usr/lib/x.tar.gz" -> "/usr/lib" "x.tar" "gz"     "a/b\c/d"  -> "a/b\c" "d" ""
+    ///                         "/x"                -> "" "x" ""                   ".profile" -> "" "" "profile"
+    void KRPSplitPath(const char* path, char** dir, char** name, char** ext);
+
+    /// The directory of `path`, without its last separator. Each of these three splits anew and refreshes all parts.
+    const char* KRPGetPathDirectory(const char* path);
+    /// The last component of `path` without its extension.
+    const char* KRPGetPathName(const char* path);
+    /// The text behind the last dot of the last component of `path`.
+    const char* KRPGetPathExt(const char* path);
+
+    /// Composes dir/name.ext. With an empty `dir` the name is appended to what the last composition on this object left
+    /// (programs compose in steps that way); an empty `ext` adds no dot.
+    const char* KRPMakePath(const char* dir, const char* name, const char* ext);
+    /// `dir` joined with the name and extension of `path`:   ("dir", "sub/x.txt") -> "dir/x.txt"
+    const char* KRPConcatDirAndName(const char* dir, const char* path);
+    /// `path` with another extension.
+    const char* KRPReplacePathExt(const char* path, const char* ext);
+    /// `path` with another name, its extension kept.
+    const char* KRPReplacePathName(const char* path, const char* name);
+
+    /// Shortens `path` for display by cutting its middle: a path of `maxLen` characters or more becomes exactly `maxLen`
+    /// characters in `out`, which must hold one more:
+    ///     ("/home/user/projects/reports/weekly.md", 30) -> "/home/user/projec...\weekly.md"
+    /// The dot is written even without an extension. A shorter path is copied whole, as it is for a negative `maxLen`
+    /// (an Error record tells of one that is not positive). Null, with `out` untouched, when name and extension leave
+    /// fewer than 5 characters.
+    char* KRPAdjustPathLen(const char* path, char* out, int maxLen);
+
+    /// The working directory (getcwd), or null when it cannot be read.
+    const char* KRPGetCwd();
+
+    // --- path variables and file search -----------------------------------------------------------------------------
+    // A path variable is "PATH", "HOME" or "MYDOCUMENTS" (those process variables), "$X" (process variable X), "#X"
+    // (setting X; not in the NoKREnv family, which works before settings exist), or else the text itself. It stands for
+    // a list of directories parted by ":"; empty entries vanish.
+
+    /// What the path variable stands for, or null when it is unset or empty. Owned by this object until it resolves
+    /// the next variable. A null `var` gets an Error record without text.
+    const char* KRPResolvePathVarNoKREnv(const char* var);
+    /// The same with "#X", for which it is KREGetEnv's result.
+    const char* KRPResolvePathVar(const char* var);
+
+    /// The first existing `name` in the directories of `list`; null when there is none. Only the last component of
+    /// `name` is looked for.
+    const char* searchInPath(const char* name, const char* list);
+    /// searchInPath in the process variable PATH.
+    const char* KRPSearchPath(const char* name);
+    /// The path of `name` (its last component) in `dir` when it exists, whatever it is; null otherwise.
+    const char* KRPPathFileExist(const char* dir, const char* name);
+
+    /// The first existing `name` in the given path variables, tried in order. The list ends with a null pointer (of a
+    /// pointer's size: write `static_cast<const char*>(nullptr)`) or an empty text; an empty first variable ends it
+    /// too. Holds the library's search lock.
+    const char* KRPFindfile(const char* name, const char* var, ...);
+    const char* KRPFindfileNoKREnv(const char* name, const char* var, ...);
+
+    /// Where to place `name`: its last component in the first directory of the variable's list that exists, whether or
+    /// not the file does. Null when the variable is unset or none of its directories exists.
+    const char* KRPResolveFilePath(const char* name, const char* var);
+    const char* KRPResolveFilePathNoKREnv(const char* name, const char* var);
+
+    /// The absolute form of `path` in `out`. With a directory part, that directory is made absolute, the file need not
+    /// exist, and `out` must hold 4096 bytes whatever `size` says. A bare name is searched in the working directory and
+    /// then in the setting INCLUDE_PATH; it fails when the name found is longer than `size`. Null on failure.
+    char* KRPGetFullName(const char* path, char* out, int size);
+
+    // --- file tests and the user's places ---------------------------------------------------------------------------
+
+    /// True when stat can examine `path`, whatever kind of file it is. The flag has no effect.
+    bool KRPFileExist(const char* path);
+    bool KRPFileExist(const char* path, bool flag);
+
+    /// The process variable HOME, or null when it is unset (the buffer keeps its text then).
+    const char* KRPGetUserDir();
+    /// The process variable MYDOCUMENTS, in the same way.
+    const char* KRPGetMyDocuments();
+
+    /// A file name that is not in use in the directory of the path variable `var` (tempnam, prefix "tmp"; /tmp where
+    /// there is no such directory), in a static buffer that all objects and threads share; null on failure. The file is
+    /// not created, so another process may take the name first.
+    const char* KRPGetTempName(const char* var);
+
+private:
+    using ResolveVariable = const char* (KREnvContainerClass::*)(const char* var);
+
+    const char* findInVariables(const char* name, const char* var, ResolveVariable resolve, std::va_list more);
+    const char* placeInVariable(const char* name, const char* var, ResolveVariable resolve);
+
+    // The layout is known to programs built against earlier releases: order and sizes stay.
+    char* m_pszResolvedVar;         // owned; what KRPResolvePathVarNoKREnv resolved last
+    char m_szFound[4096];           // searchInPath
+    char m_szUserDir[4096];         // KRPGetUserDir
+    char m_szCwd[4096];             // KRPGetCwd
+    char m_szDir[4096];             // KRPSplitPath
+    char m_szName[4096];            // KRPSplitPath
+    char m_szExt[4096];             // KRPSplitPath
+    char m_szMadePath[4096];        // KRPMakePath
+    char m_szResolvedValue[2048];   // KRERuntimeResolve
+    char m_szMyDocuments[4096];     // KRPGetMyDocuments
+    char m_szReserved[4096];        // no function writes it; it keeps the object's size
+};
+
+// --- initialisation -------------------------------------------------------------------------------------------------
+
+/// Finds pressmark.ini in `directory`, then in the directories of the process variable KR_BIN, then in HOME; loads it
+/// into the settings, ${} and #{} references expanded; registers `directory` as the executable's; and writes the
+/// start-up report to the log (level Execution). The library calls it by itself with the program's directory when the
+/// host opens its main scope (Lifetime.h); a host may call it again.
+/// 1 on success. 0 after an Error record when there is no such file (the settings stay as they were) or when it cannot
+/// be parsed (then no setting is to be read until a later KREInit has succeeded; KRSLoadError() in krs.h tells line and
+/// reason). An empty `directory` finds nothing. A null one is a caller's bug: std::logic_error.
+/// A value whose references go round in a circle is left out after an Error record; the rest is loaded.
+KRENV_EXPORT int KREInit(const char* directory);
+
+/// Loads the settings file `path` in the place of pressmark.ini, with the same outcome and Error record as KREInit for
+/// a file that was found; searches nothing and writes no report. For tools that are told which file to use.
+KRENV_EXPORT int KRELoadIniFile(const char* path);
+
+// --- paths and files ------------------------------------------------------------------------------------------------
+
+/// The working directory in the `size` bytes at `buf` (getcwd); `buf`, or null when it does not fit or cannot be read.
+KRENV_EXPORT char* KRPGetCurrentDir(char* buf, int size);
+/// The absolute path of an existing `path`, links followed (realpath), in `resolved`, which must hold 4096 bytes whatever
+/// `size` says. False when there is no such file.
+KRENV_EXPORT bool KRPAbsPath(const char* path, char* resolved, int size);
+
+/// True when the path's mode (stat) has the directory bit. Block devices and sockets share that bit and count too.
+/// False for an empty path or one that stat cannot examine.
+KRENV_EXPORT bool KRPIsClosedFileADirectory(const char* path);
+/// The same test on an open stream (fstat).
+KRENV_EXPORT bool KRPIsOpenFileADirectory(std::FILE* stream);
+/// The length in bytes of the open file `fd`, its offset kept; -1 when it cannot seek or is longer than 2^31 - 1 bytes.
+KRENV_EXPORT int filelength(int fd);

@@ -1,0 +1,3 @@
+#include "krenvState.h"
+
+RWMutexLock gIniFileMutex;
