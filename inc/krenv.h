@@ -22,6 +22,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <string>
 
@@ -128,9 +129,9 @@ public:
     const char* KRPResolveFilePath(const char* name, const char* var);
     const char* KRPResolveFilePathNoKREnv(const char* name, const char* var);
 
-    /// The absolute form of `path` in `out`. With a directory part, that directory is made absolute, the file need not
-    /// exist, and `out` must hold 4096 bytes whatever `size` says. A bare name is searched in the working directory and
-    /// then in the setting INCLUDE_PATH; it fails when the name found is longer than `size`. Null on failure.
+    /// The absolute form of `path` in `out`, which must hold 4096 bytes whatever `size` says. With a directory part, that
+    /// directory is made absolute and the file need not exist. A bare name is searched in the working directory and then
+    /// in the setting INCLUDE_PATH; it fails when the name found is longer than `size`. Null on failure.
     char* KRPGetFullName(const char* path, char* out, int size);
 
     // --- file tests and the user's places ---------------------------------------------------------------------------
@@ -152,8 +153,13 @@ public:
 private:
     using ResolveVariable = const char* (KREnvContainerClass::*)(const char* var);
 
+    void splitText(char* work);
+    const char* valueOfPathVariable(const char* var);
     const char* findInVariables(const char* name, const char* var, ResolveVariable resolve, std::va_list more);
-    const char* placeInVariable(const char* name, const char* var, ResolveVariable resolve);
+    const char* placeInDirectory(const char* name, const char* list);
+    char* fullNameInDirectory(const char* path, const char* dir, char* out);
+    char* fullNameOfBareName(const char* name, char* out, int size);
+    const char* storeResolved(const char* text, std::size_t length);
 
     // The layout is known to programs built against earlier releases: order and sizes stay.
     char* m_pszResolvedVar;         // owned; what KRPResolvePathVarNoKREnv resolved last

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 
 #include "RWSet.h"
 #include "RWCString.h"
@@ -39,7 +40,7 @@ public:
 
 private:
     AddDelSet& set_;
-    RWCollectableString* copy_;
+    std::unique_ptr<RWCollectableString> copy_;
     bool duplicate_;
 };
 

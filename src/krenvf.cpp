@@ -1,5 +1,282 @@
+#include "krenv.h"
+
+#include <algorithm>
+#include <cctype>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "CommandLineArguments.h"
+#include "ExecutableDirectory.h"
+#include "Lifetime.h"
+#include "krenvLog.h"
 #include "krenvState.h"
+#include "krresolve.h"
+#include "krs.h"
 
 VolatileEnvEntry g_volatileEnvTable[kVolatileEnvCapacity];
 std::uint32_t g_uTableSize = 0;
 int IniTable = 0;
+
+namespace {
+
+constexpr char kSourceFile[] = "../src/krenvf";
+
+// --- the run-time table ---------------------------------------------------------------------------------------------
+
+constexpr std::size_t kVolatileFieldBytes = sizeof(VolatileEnvEntry::name);
+
+bool fitsField(const char* text) { return text != nullptr && std::strlen(text) < kVolatileFieldBytes; }
+
+// Moved, not copied: programs pass texts that they have from this table.
+void storeField(char (&field)[kVolatileFieldBytes], const char* text) { std::memmove(field, text, std::strlen(text) + 1); }
+
+// The entry of exactly that name, null when there is none.
+VolatileEnvEntry* findVolatile(const char* name) {
+    VolatileEnvEntry* const end = g_volatileEnvTable + g_uTableSize;
+    VolatileEnvEntry* const found = std::find_if(
+        g_volatileEnvTable, end, [name](const VolatileEnvEntry& entry) { return std::strcmp(entry.name, name) == 0; });
+    return found != end ? found : nullptr;
+}
+
+// --- case-blind search ----------------------------------------------------------------------------------------------
+
+// The C library's conversions take bytes above 127 as unsigned.
+int lower(char character) { return std::tolower(static_cast<unsigned char>(character)); }
+int upper(char character) { return std::toupper(static_cast<unsigned char>(character)); }
+
+// True when `text`, which is not empty, stands at `at`. The first character is compared in both forms and the others in
+// lower case, which differ for letters whose two forms do not convert into each other.
+bool standsAt(const char* at, const char* text) {
+    const int first = static_cast<unsigned char>(*at);
+    if (first != lower(*text) && first != upper(*text)) return false;
+    return std::equal(text + 1, text + std::strlen(text), at + 1,
+                      [](char left, char right) { return lower(left) == lower(right); });
+}
+
+bool containsIgnoringCase(const char* value, const char* text) {
+    const std::size_t length = std::strlen(value);
+    const std::size_t wanted = std::strlen(text);
+    if (length < wanted) return false;
+    const char* const last = value + (length - wanted);
+    for (const char* at = value; at <= last; ++at) {
+        if (standsAt(at, text)) return true;
+    }
+    return false;
+}
+
+// --- references -----------------------------------------------------------------------------------------------------
+
+// What one resolution may cost. Honest values need a few levels and substitutions; past these they only keep the
+// process busy, and the expansion has failed as if it went round in a circle.
+constexpr std::size_t kMaxText = std::size_t{1} << 20;
+constexpr std::size_t kMaxLevels = 512;
+constexpr std::size_t kMaxSubstitutions = 65'536;
+constexpr std::size_t kMaxSearched = std::size_t{256} << 20;
+
+// Compiled at the first use and never destroyed, so that destructors of the host may still read variables.
+const RWCRegexp& runtimeReference() {
+    static const RWCRegexp& pattern = *new RWCRegexp("[$#]([^ \t\n()]+)");
+    return pattern;
+}
+
+const RWCRegexp& loadReference() {
+    static const RWCRegexp& pattern = *new RWCRegexp("[$#]{[^ \t\n()]+}");
+    return pattern;
+}
+
+bool hasReference(const char* text, std::size_t length, const RWCRegexp& reference) {
+    std::size_t matched = 0;
+    return reference.search(text, length, &matched) != RWCRegexp::npos;
+}
+
+// Counts a nested level for the length of a scope.
+class LevelCount {
+public:
+    explicit LevelCount(AddDelSet& set) : set_(set) { ++set_.levels; }
+    ~LevelCount() { --set_.levels; }
+    LevelCount(const LevelCount&) = delete;
+    LevelCount& operator=(const LevelCount&) = delete;
+
+private:
+    AddDelSet& set_;
+};
+
+struct Match {
+    std::size_t position;
+    std::size_t length;
+    explicit operator bool() const { return position != RWCRegexp::npos; }
+};
+
+Match findReference(AddDelSet& set, const RWCString& text, const RWCRegexp& reference) {
+    Match match{0, 0};
+    match.position = text.index(reference, &match.length);
+    set.searched += match ? match.position + match.length : text.length();
+    return match;
+}
+
+// "$(NAME)" -> the process variable NAME, "#(NAME)" -> the setting NAME; null when there is none.
+const char* valueOfReference(const RWCString& text, const Match& match) {
+    const RWCString name = text(match.position + 2, match.length - 3);
+    return text[match.position] == '$' ? std::getenv(name.data()) : KRSGetValue(IniTable, name.data());
+}
+
+// One level. The search starts anew after each substitution, because what was put in may form a reference with the text
+// around it. The chain's texts are remembered whole: only the very same text again is a cycle, so "#(A)#(A)" is none.
+bool resolve(AddDelSet& set, RWCString& text, const RWCRegexp& reference) {
+    const LevelCount level(set);
+    const AddDel inProgress(set, text);
+    if (inProgress.isDuplicate() || set.levels > kMaxLevels) return false;
+
+    while (const Match match = findReference(set, text, reference)) {
+        if (text.length() > kMaxText || set.searched > kMaxSearched || ++set.substitutions > kMaxSubstitutions) return false;
+        RWCString value(valueOfReference(text, match));
+        if (!resolve(set, value, reference)) return false;
+        text.replace(match.position, match.length, value);
+        if (text.length() > kMaxText) return false;
+    }
+    return set.searched <= kMaxSearched;
+}
+
+}  // namespace
+
+// --- KREnvContainerClass --------------------------------------------------------------------------------------------
+
+KREnvContainerClass::KREnvContainerClass() : m_pszResolvedVar(nullptr) {
+    static_assert(sizeof(KREnvContainerClass) == sizeof(char*) + 9 * 4096 + 2048, "programs know the object's size");
+    static_assert(offsetof(KREnvContainerClass, m_szResolvedValue) == sizeof(char*) + 7 * 4096, "and its order");
+    // Only the first characters: clearing all of an object's 39 KB would cost more than what it is made for.
+    for (char* const buffer : {m_szFound, m_szUserDir, m_szCwd, m_szDir, m_szName, m_szExt, m_szMadePath, m_szResolvedValue,
+                               m_szMyDocuments, m_szReserved}) {
+        buffer[0] = '\0';
+    }
+}
+
+KREnvContainerClass::~KREnvContainerClass() { delete[] m_pszResolvedVar; }
+
+const char* KREnvContainerClass::KRESetEnvValue(const char* name, const char* value) {
+    if (!fitsField(name) || !fitsField(value)) return nullptr;
+    VolatileEnvEntry* entry = findVolatile(name);
+    if (entry == nullptr) {
+        if (g_uTableSize == kVolatileEnvCapacity) return nullptr;
+        entry = &g_volatileEnvTable[g_uTableSize];
+        storeField(entry->name, name);
+        storeField(entry->value, value);
+        ++g_uTableSize;
+    } else {
+        storeField(entry->value, value);
+    }
+    return entry->value;
+}
+
+// A run-time value is returned as it was set, references included: the host that set it knows what it wants.
+const char* KREnvContainerClass::KREGetEnvValue(const char* name) {
+    if (name == nullptr) return nullptr;
+    const VolatileEnvEntry* const entry = findVolatile(name);
+    return entry != nullptr ? entry->value : KREGetEnv(name);
+}
+
+const char* KREnvContainerClass::KREGetEnv(const char* name) { return KRERuntimeResolve(KRSGetValue(IniTable, name)); }
+
+// Asks pressmark.ini alone, on purpose: a run-time value does not define a setting.
+bool KREnvContainerClass::KREEnvDefined(const char* name, const char* text, bool ignoreCase) {
+    const char* const value = KREGetEnv(name);
+    if (value == nullptr || text == nullptr) return false;
+    if (*text == '\0') return true;
+    return ignoreCase ? containsIgnoringCase(value, text) : std::strstr(value, text) != nullptr;
+}
+
+const char* KREnvContainerClass::KRERuntimeResolve(const char* text) {
+    if (text == nullptr) return nullptr;
+    const std::size_t length = std::strlen(text);
+    if (!hasReference(text, length, runtimeReference())) return storeResolved(text, length);
+    try {
+        RWCString resolved(text);
+        AddDelSet inProgress;
+        return KRSRuntimeResolve(inProgress, resolved) ? storeResolved(resolved.data(), resolved.length()) : nullptr;
+    } catch (const std::bad_alloc&) {
+        return nullptr;  // memory is one more limit that an expansion can meet
+    }
+}
+
+// Null, with the buffer as it was, for a text that does not fit.
+const char* KREnvContainerClass::storeResolved(const char* text, std::size_t length) {
+    if (length >= sizeof m_szResolvedValue) return nullptr;
+    std::memmove(m_szResolvedValue, text, length);  // it may lie in the buffer: results are resolved again
+    m_szResolvedValue[length] = '\0';
+    return m_szResolvedValue;
+}
+
+// --- reference resolution -------------------------------------------------------------------------------------------
+
+AddDel::AddDel(AddDelSet& set, const RWCString& text)
+    : set_(set), copy_(std::make_unique<RWCollectableString>(text)), duplicate_(set.insert(copy_.get()) != copy_.get()) {}
+
+AddDel::~AddDel() { set_.remove(copy_.get()); }
+
+bool KRSRuntimeResolve(AddDelSet& set, RWCString& text) { return resolve(set, text, runtimeReference()); }
+
+bool KRSLoadResolve(AddDelSet& set, RWCString& text) { return resolve(set, text, loadReference()); }
+
+const char* KRSLoadFilter(const char* /*key*/, const char* value) {
+    static RWCString resolvedVal;
+    resolvedVal = value;
+    if (!hasReference(resolvedVal.data(), resolvedVal.length(), loadReference())) return resolvedVal.data();
+
+    AddDelSet inProgress;
+    if (KRSLoadResolve(inProgress, resolvedVal)) return resolvedVal.data();
+    // The value is left out on purpose: it can be a megabyte long.
+    KR_LOG(Error) << "\n endless loop while resolving value ";
+    return nullptr;
+}
+
+// --- initialisation -------------------------------------------------------------------------------------------------
+
+int KREInit(const char* directory) {
+    KR_LOG(Trace) << "KREInit";
+    if (directory == nullptr) KR_LOG(Error);
+    n_debug::nExecutableDirectory::gInitialize(std::string(directory));  // throws std::logic_error for null
+
+    KREnvContainerClass container;
+    const char* const found = container.KRPFindfileNoKREnv("pressmark.ini", directory, "$KR_BIN", "HOME",
+                                                           static_cast<const char*>(nullptr));
+    if (found == nullptr) {
+        KR_LOG(Error) << "PMEnvironment: pressmark.ini not found";
+        return 0;
+    }
+    return KRELoadIniFile(found);
+}
+
+int KRELoadIniFile(const char* path) {
+    if (path == nullptr) {
+        KR_LOG(Error);
+        return 0;
+    }
+    // Stored before loading, so that #{NAME} finds what stands above it. An earlier table stays: its texts are in use.
+    IniTable = KRSCreateTable();
+    if (KRSLoad(path, IniTable, KRSLoadFilter) != 0) return 1;
+
+    KR_LOG(Error) << "Failed to load. The file contains a syntax error " << path;
+    // IniTable keeps the handle: a released table simply has no values, which shows a host that went on regardless.
+    KRSDestroyTable(IniTable);
+    return 0;
+}
+
+namespace {
+
+// Initialises the library from the directory of the running program, as the host's main scope opens.
+struct LoadTimeInitialiser {
+    LoadTimeInitialiser() {
+        KREnvContainerClass container;
+        char program[PATH_MAX] = "";
+        // Whatever realpath leaves is used: a program in a directory that is gone still gets its log record and starts.
+        static_cast<void>(KRPAbsPath(nCommandLineArguments::gGet(0).c_str(), program, sizeof program));
+        if (KREInit(container.KRPGetPathDirectory(program)) == 0) KR_LOG(Error) << "failed KREInit()";
+    }
+};
+
+nLifetime::StaticObject<LoadTimeInitialiser> loadTimeInitialiser;
+
+}  // namespace

@@ -1,3 +1,376 @@
+#include "krenv.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <initializer_list>
+#include <memory>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "ScratchBuffer.h"
+#include "krenvLog.h"
 #include "krenvState.h"
 
 RWMutexLock gIniFileMutex;
+
+namespace {
+
+constexpr char kSourceFile[] = "../src/krpfiles";
+
+constexpr std::size_t kPathBytes = 4096;  // the system's path limit, and the size of the object's path buffers
+constexpr std::size_t kMaxPath = kPathBytes - 1;
+
+// True when one of a function's arguments is null; each that is gets an Error record with the function's line alone.
+bool anyNull(int line, std::initializer_list<const void*> arguments) {
+    const auto nulls = std::count(arguments.begin(), arguments.end(), nullptr);
+    for (auto i = nulls; i > 0; --i) KR_LOG_AT(Error, line);
+    return nulls > 0;
+}
+
+// Copies `text` into a path buffer, cut where it does not fit.
+void copyCut(char (&buffer)[kPathBytes], const char* text) {
+    const std::size_t length = std::min(std::strlen(text), kMaxPath);
+    std::memmove(buffer, text, length);
+    buffer[length] = '\0';
+}
+
+// A path in the making. It is composed beside the result buffer, so that one that does not fit leaves that buffer as it
+// was, and the parts may lie in that buffer.
+class PathComposition {
+public:
+    void append(const char* part) {
+        const std::size_t length = std::strlen(part);
+        fits_ = fits_ && length <= kMaxPath - length_;
+        if (!fits_) return;
+        std::memcpy(text_ + length_, part, length);
+        length_ += length;
+    }
+
+    bool endsInSlash() const { return length_ > 0 && text_[length_ - 1] == '/'; }
+
+    // Puts the path into `buffer`; null when it is too long.
+    const char* finish(char (&buffer)[kPathBytes]) const {
+        if (!fits_) return nullptr;
+        std::memcpy(buffer, text_, length_);
+        buffer[length_] = '\0';
+        return buffer;
+    }
+
+private:
+    char text_[kPathBytes];
+    std::size_t length_ = 0;
+    bool fits_ = true;
+};
+
+// The separator that stands further right, "/" or "\"; null when there is none.
+char* lastSeparator(char* path) {
+    char* const slash = std::strrchr(path, '/');
+    char* const backslash = std::strrchr(path, '\\');
+    if (slash == nullptr || backslash == nullptr) return slash != nullptr ? slash : backslash;
+    return std::max(slash, backslash);
+}
+
+// The bit, not the whole file type, is what programs have always been told by: block devices and sockets share it.
+bool hasDirectoryBit(mode_t mode) { return (mode & 0x4000) != 0; }
+
+// Calls `use` with each existing directory of the ":"-separated `list`, from left to right, until it returns true.
+template <class Use>
+void forEachDirectory(const char* list, Use use) {
+    const std::size_t size = std::strlen(list) + 1;
+    ScratchBuffer copy(size);
+    std::memcpy(copy.data(), list, size);
+    char* rest = nullptr;
+    for (char* entry = strtok_r(copy.data(), ":", &rest); entry != nullptr; entry = strtok_r(nullptr, ":", &rest)) {
+        if (KRPIsClosedFileADirectory(entry) && use(entry)) return;
+    }
+}
+
+}  // namespace
+
+// --- path texts -----------------------------------------------------------------------------------------------------
+
+void KREnvContainerClass::KRPSplitPath(const char* path, char** dir, char** name, char** ext) {
+    char work[kPathBytes];
+    const std::size_t length = path != nullptr ? std::strlen(path) : 0;
+    copyCut(work, path != nullptr ? path : "");  // before the parts are cleared: `path` may be one of them
+    m_szDir[0] = m_szName[0] = m_szExt[0] = '\0';
+    if (anyNull(__LINE__, {path})) return;
+    if (length > kPathBytes) KR_LOG(Error);
+
+    if (length <= kMaxPath && KRPIsClosedFileADirectory(work)) {
+        copyCut(m_szDir, work);
+    } else {
+        splitText(work);
+    }
+    if (dir != nullptr) *dir = m_szDir;
+    if (name != nullptr) *name = m_szName;
+    if (ext != nullptr) *ext = m_szExt;
+}
+
+// Cuts `work` at its last separator and the last dot behind it, and copies the pieces.
+void KREnvContainerClass::splitText(char* work) {
+    char* component = work;
+    if (char* const separator = lastSeparator(work)) {
+        *separator = '\0';
+        component = separator + 1;
+        copyCut(m_szDir, work);
+    }
+    if (char* const dot = std::strrchr(component, '.')) {
+        *dot = '\0';
+        copyCut(m_szExt, dot + 1);
+    }
+    copyCut(m_szName, component);
+}
+
+const char* KREnvContainerClass::KRPGetPathDirectory(const char* path) {
+    char* dir = nullptr;
+    KRPSplitPath(path, &dir, nullptr, nullptr);
+    return dir;
+}
+
+const char* KREnvContainerClass::KRPGetPathName(const char* path) {
+    char* name = nullptr;
+    KRPSplitPath(path, nullptr, &name, nullptr);
+    return name;
+}
+
+const char* KREnvContainerClass::KRPGetPathExt(const char* path) {
+    char* ext = nullptr;
+    KRPSplitPath(path, nullptr, nullptr, &ext);
+    return ext;
+}
+
+const char* KREnvContainerClass::KRPMakePath(const char* dir, const char* name, const char* ext) {
+    if (anyNull(__LINE__, {dir, name, ext})) return nullptr;
+    PathComposition path;
+    // Without a directory the name goes on where the last composition ended: programs compose in steps that way.
+    path.append(*dir != '\0' ? dir : m_szMadePath);
+    if (*dir != '\0' && !path.endsInSlash()) path.append("/");
+    path.append(name);
+    if (*ext != '\0') {
+        path.append(".");
+        path.append(ext);
+    }
+    const char* const made = path.finish(m_szMadePath);
+    if (made == nullptr) KR_LOG(Error);
+    return made;
+}
+
+const char* KREnvContainerClass::KRPConcatDirAndName(const char* dir, const char* path) {
+    if (anyNull(__LINE__, {dir, path})) return nullptr;
+    KRPSplitPath(path, nullptr, nullptr, nullptr);
+    return KRPMakePath(dir, m_szName, m_szExt);
+}
+
+const char* KREnvContainerClass::KRPReplacePathExt(const char* path, const char* ext) {
+    if (anyNull(__LINE__, {path, ext})) return nullptr;
+    KRPSplitPath(path, nullptr, nullptr, nullptr);
+    return KRPMakePath(m_szDir, m_szName, ext);
+}
+
+const char* KREnvContainerClass::KRPReplacePathName(const char* path, const char* name) {
+    if (anyNull(__LINE__, {path, name})) return nullptr;
+    KRPSplitPath(path, nullptr, nullptr, nullptr);
+    return KRPMakePath(m_szDir, name, m_szExt);
+}
+
+char* KREnvContainerClass::KRPAdjustPathLen(const char* path, char* out, int maxLen) {
+    if (anyNull(__LINE__, {path, out})) return nullptr;
+    if (maxLen <= 0) KR_LOG(Error);
+
+    const std::size_t length = std::strlen(path);
+    // Compared as unsigned, so that a negative width means "whatever its length": the whole path is copied.
+    if (length < static_cast<unsigned>(maxLen)) {
+        std::memmove(out, path, length + 1);
+        return out;
+    }
+    KRPSplitPath(path, nullptr, nullptr, nullptr);
+    const int keep = maxLen - static_cast<int>(std::strlen(m_szName)) - static_cast<int>(std::strlen(m_szExt)) - 5;
+    if (keep < 0) return nullptr;
+
+    std::memmove(out, path, static_cast<std::size_t>(keep));
+    char* end = out + keep;
+    for (const char* const piece : {"...\\", static_cast<const char*>(m_szName), ".", static_cast<const char*>(m_szExt)}) {
+        end = stpcpy(end, piece);
+    }
+    return out;
+}
+
+const char* KREnvContainerClass::KRPGetCwd() { return getcwd(m_szCwd, sizeof m_szCwd); }
+
+char* KRPGetCurrentDir(char* buf, int size) {
+    // getcwd would allocate for a null buffer, and take a negative size for a huge one.
+    if (buf == nullptr || size <= 0) return nullptr;
+    return getcwd(buf, static_cast<std::size_t>(size));
+}
+
+bool KRPAbsPath(const char* path, char* resolved, int /*size*/) {
+    // realpath would allocate for a null buffer.
+    return path != nullptr && resolved != nullptr && realpath(path, resolved) != nullptr;
+}
+
+// --- path variables and file search ---------------------------------------------------------------------------------
+
+const char* KREnvContainerClass::KRPResolvePathVarNoKREnv(const char* var) {
+    if (anyNull(__LINE__, {var}) || *var == '\0') return nullptr;
+
+    const std::unique_ptr<char[]> previous(m_pszResolvedVar);  // released last: `var` may be that text
+    m_pszResolvedVar = nullptr;
+    const char* const value = valueOfPathVariable(var);
+    if (value == nullptr || *value == '\0') return nullptr;
+
+    const std::size_t size = std::strlen(value) + 1;
+    m_pszResolvedVar = new char[size];
+    std::memcpy(m_pszResolvedVar, value, size);
+    return m_pszResolvedVar;
+}
+
+const char* KREnvContainerClass::valueOfPathVariable(const char* var) {
+    if (std::strcmp(var, "PATH") == 0) return std::getenv("PATH");
+    if (std::strcmp(var, "HOME") == 0) return KRPGetUserDir();
+    if (std::strcmp(var, "MYDOCUMENTS") == 0) return KRPGetMyDocuments();
+    if (*var == '$') return std::getenv(var + 1);
+    return var;
+}
+
+const char* KREnvContainerClass::KRPResolvePathVar(const char* var) {
+    if (anyNull(__LINE__, {var})) return nullptr;
+    return *var == '#' ? KREGetEnv(var + 1) : KRPResolvePathVarNoKREnv(var);
+}
+
+const char* KREnvContainerClass::searchInPath(const char* name, const char* list) {
+    if (list == nullptr) return nullptr;
+    const char* found = nullptr;
+    forEachDirectory(list, [&](const char* directory) {
+        const char* const candidate = KRPPathFileExist(directory, name);
+        if (candidate == nullptr) return false;
+        copyCut(m_szFound, candidate);
+        found = m_szFound;
+        return true;
+    });
+    return found;
+}
+
+const char* KREnvContainerClass::KRPSearchPath(const char* name) { return searchInPath(name, std::getenv("PATH")); }
+
+const char* KREnvContainerClass::KRPPathFileExist(const char* dir, const char* name) {
+    if (anyNull(__LINE__, {name}) || dir == nullptr) return nullptr;
+    // Only the last component of `name` counts: "sub/x.txt" is looked for as "x.txt" in `dir`, on purpose.
+    const char* const candidate = KRPConcatDirAndName(dir, name);
+    return candidate != nullptr && KRPFileExist(candidate) ? candidate : nullptr;
+}
+
+const char* KREnvContainerClass::KRPFindfile(const char* name, const char* var, ...) {
+    std::va_list more;
+    va_start(more, var);
+    const char* const found = findInVariables(name, var, &KREnvContainerClass::KRPResolvePathVar, more);
+    va_end(more);
+    return found;
+}
+
+const char* KREnvContainerClass::KRPFindfileNoKREnv(const char* name, const char* var, ...) {
+    std::va_list more;
+    va_start(more, var);
+    const char* const found = findInVariables(name, var, &KREnvContainerClass::KRPResolvePathVarNoKREnv, more);
+    va_end(more);
+    return found;
+}
+
+// The first variable is always consulted, and ends the list itself when it is empty or null.
+const char* KREnvContainerClass::findInVariables(const char* name, const char* var, ResolveVariable resolve,
+                                                 std::va_list more) {
+    const RWMutexLock::LockGuard lock(gIniFileMutex);
+    const char* found = searchInPath(name, (this->*resolve)(var));
+    while (found == nullptr && var != nullptr && *var != '\0') {
+        var = va_arg(more, const char*);
+        if (var != nullptr && *var != '\0') found = searchInPath(name, (this->*resolve)(var));
+    }
+    return found;
+}
+
+const char* KREnvContainerClass::KRPResolveFilePath(const char* name, const char* var) {
+    return anyNull(__LINE__, {name, var}) ? nullptr : placeInDirectory(name, KRPResolvePathVar(var));
+}
+
+const char* KREnvContainerClass::KRPResolveFilePathNoKREnv(const char* name, const char* var) {
+    return anyNull(__LINE__, {name, var}) ? nullptr : placeInDirectory(name, KRPResolvePathVarNoKREnv(var));
+}
+
+const char* KREnvContainerClass::placeInDirectory(const char* name, const char* list) {
+    if (list == nullptr) return nullptr;
+    const char* place = nullptr;
+    forEachDirectory(list, [&](const char* directory) {
+        place = KRPConcatDirAndName(directory, name);
+        return true;
+    });
+    return place;
+}
+
+char* KREnvContainerClass::KRPGetFullName(const char* path, char* out, int size) {
+    const char* const dir = KRPGetPathDirectory(path);
+    if (dir == nullptr || out == nullptr) return nullptr;
+    return *dir != '\0' ? fullNameInDirectory(path, dir, out) : fullNameOfBareName(path, out, size);
+}
+
+// `out` is taken to hold any path, whatever size its caller gave: programs pass sizes that mean something else here.
+char* KREnvContainerClass::fullNameInDirectory(const char* path, const char* dir, char* out) {
+    char absoluteDir[kPathBytes];
+    if (!KRPAbsPath(dir, absoluteDir, sizeof absoluteDir)) return nullptr;
+    KRPSplitPath(path, nullptr, nullptr, nullptr);
+    const char* const full = KRPMakePath(absoluteDir, m_szName, m_szExt);
+    return full != nullptr ? std::strcpy(out, full) : nullptr;
+}
+
+char* KREnvContainerClass::fullNameOfBareName(const char* name, char* out, int size) {
+    const char* const found = KRPFindfile(name, ".", "#INCLUDE_PATH", static_cast<const char*>(nullptr));
+    if (found == nullptr || static_cast<int>(std::strlen(found)) > size) return nullptr;
+    // Not tested: the file was there a moment ago, and what realpath could resolve is what the caller gets.
+    static_cast<void>(KRPAbsPath(found, out, size));
+    return out;
+}
+
+// --- file tests and the user's places -------------------------------------------------------------------------------
+
+bool KREnvContainerClass::KRPFileExist(const char* path) { return KRPFileExist(path, false); }
+
+// The flag once chose between kinds of files; callers still pass it, and it has no effect.
+bool KREnvContainerClass::KRPFileExist(const char* path, bool /*flag*/) {
+    struct stat status {};
+    return path != nullptr && stat(path, &status) == 0;
+}
+
+bool KRPIsClosedFileADirectory(const char* path) {
+    if (path == nullptr || *path == '\0') return false;
+    struct stat status {};
+    return stat(path, &status) == 0 && hasDirectoryBit(status.st_mode);
+}
+
+bool KRPIsOpenFileADirectory(std::FILE* stream) {
+    struct stat status {};
+    return stream != nullptr && fstat(fileno(stream), &status) == 0 && hasDirectoryBit(status.st_mode);
+}
+
+int filelength(int fd) {
+    const off_t current = lseek(fd, 0, SEEK_CUR);
+    if (current < 0) return -1;
+    const off_t length = lseek(fd, 0, SEEK_END);
+    lseek(fd, current, SEEK_SET);
+    // A length beyond 32 bits has no answer here and counts as a failed seek.
+    return length <= INT32_MAX ? static_cast<int>(length) : -1;
+}
+
+const char* KREnvContainerClass::KRPGetUserDir() {
+    const char* const home = std::getenv("HOME");
+    if (home == nullptr) return nullptr;
+    copyCut(m_szUserDir, home);
+    return m_szUserDir;
+}
+
+const char* KREnvContainerClass::KRPGetMyDocuments() {
+    const char* const documents = std::getenv("MYDOCUMENTS");
+    if (documents == nullptr) return nullptr;
+    copyCut(m_szMyDocuments, documents);
+    return m_szMyDocuments;
+}

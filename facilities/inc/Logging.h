@@ -79,11 +79,16 @@ private:
     std::ostringstream text_;
 };
 
+/// Makes the two sides of PM_LOG_RECORD's choice alike; & binds weaker than <<.
+struct RecordEnd {
+    void operator&(const RecordWriter&) const {}
+};
+
 }  // namespace nLogging
 
 /// Streams a record: PM_LOG_RECORD(nLogging::Level::Error, "PMEnvironment", "../src/krenvf", __LINE__) << "text";
 /// Nothing behind it is evaluated while the level is disabled.
 #define PM_LOG_RECORD(level, category, file, line) \
-    if (!::nLogging::gIsEnabled(level)) {          \
-    } else                                         \
-        ::nLogging::RecordWriter(level, category, file, line)
+    !::nLogging::gIsEnabled(level)                 \
+        ? static_cast<void>(0)                     \
+        : ::nLogging::RecordEnd() & ::nLogging::RecordWriter(level, category, file, line)
