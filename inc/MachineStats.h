@@ -15,6 +15,7 @@
 // collectors of the process, two collectors must not collect at the same moment either.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <vector>
@@ -34,11 +35,11 @@ struct pstat {
 
 /// Takes a sample of process `pid` into `*out`. 0 on success; -1 when /proc/PID/stat (standard error tells) or
 /// /proc/stat (after one retry, 200 microseconds later) cannot be opened or is empty. In the case of /proc/stat not
-/// opening, the process's file stays open and `*out` is as it was.
+/// opening, the process's file stays open and `*out` is as it was. A null `out` gets an Error record and -1.
 KRENV_EXPORT int get_usage(int pid, pstat* out);
 
 /// The percentage of all processor time between two samples that the process used, in user and system mode. NaN when
-/// no time and no work lie between them, infinity for work in no time.
+/// no time and no work lie between them, infinity for work in no time; -1.0 after an Error record for a null sample.
 KRENV_EXPORT long double calc_cpu(const pstat* cur, const pstat* prev);
 
 /// The resident memory of process `pid` in bytes (/proc/PID/statm, second field, times sysconf(_SC_PAGESIZE)), as a
@@ -49,7 +50,7 @@ KRENV_EXPORT int getProcessRSS(int pid, bool flag);
 /// directory /proc. 1; or 0, with `pids` untouched and the reason on standard error, when /proc cannot be opened.
 KRENV_EXPORT int getSlavesList(std::vector<int>& pids, int excludedPid);
 
-/// True when every character of `s` is a decimal digit, so also for the empty text.
+/// True when every character of `s` is a decimal digit, so also for the empty text. False after an Error record for null.
 KRENV_EXPORT bool IsNumeric(const char* s);
 
 /// The calling process's id (getpid).
@@ -141,3 +142,18 @@ private:
     std::map<int, CPUUsage*> usageByPid;    // owned samplers
     int ownPid;                             // never reported as an engine
 };
+
+// Programs are built apart from the library, and compiler options that align or shorten numbers differently would let
+// the two disagree in silence.
+#ifdef __i386__
+static_assert(offsetof(pstat, cpu_total_ticks) == 24 && sizeof(pstat) == 32, "the sample is read by programs");
+static_assert(sizeof(CPUUsage) == 84, "two numbers, the last sample's time and two samples");
+static_assert(offsetof(KREnvSlaveStats, cpuPercent) == 8 && offsetof(KREnvSlaveStats, processId) == 16 &&
+                  sizeof(KREnvSlaveStats) == 20,
+              "the record is read by programs");
+static_assert(offsetof(KREnvMachineStats, freeMemoryBytes) == 32 && offsetof(KREnvMachineStats, cpuLoadPercent) == 40 &&
+                  offsetof(KREnvMachineStats, processId) == 52 && offsetof(KREnvMachineStats, slaves) == 56 &&
+                  sizeof(KREnvMachineStats) == 68,
+              "the record is read by programs");
+static_assert(sizeof(MachineStats) == 36, "the collector is created by programs");
+#endif
