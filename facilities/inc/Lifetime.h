@@ -10,7 +10,8 @@
 // A library that is loaded while a scope is open has its objects constructed at once. Without a scope nothing runs.
 //
 // Threads: registering, opening and closing are serialised by one lock, which is held while objects are constructed
-// and destroyed; the thread that holds it may load further libraries from a constructor.
+// and destroyed; the thread that holds it may load further libraries from a constructor. (The system's loader has a lock
+// of its own: a library that registers objects must not be loaded on another thread at that moment.)
 #pragma once
 
 #include "KrfExport.h"
@@ -42,8 +43,10 @@ public:
     Registration(const Registration&) = delete;
     Registration& operator=(const Registration&) = delete;
 
-    void construct();  ///< makes the object unless it is there; for the scope only
-    void destroy();    ///< removes the object if it is there; for the scope only
+    // For the scope only.
+    bool isConstructed() const { return object_ != nullptr; }
+    void construct();  ///< makes the object, which is not there yet
+    void destroy();    ///< removes the object if it is there
 
 private:
     Construct construct_;
@@ -51,7 +54,8 @@ private:
     void* object_ = nullptr;
 };
 
-/// Registers a T, built by its default constructor while a main scope is open.
+/// Registers a T, built by its default constructor while a main scope is open. Where one is open already, what the
+/// constructor throws leaves this one's constructor, and nothing is registered.
 template <class T>
 class StaticObject {
     static void* make() { return new T; }

@@ -6,8 +6,9 @@
 //   PM_LOG       the enabled levels, separated by commas: level names, `all` or `none` (PM_LOG=Error,Trace)
 //   PM_LOG_FILE  the file that the default sink appends to instead of writing to standard error
 //
-// Both are read once, at the first use of the log. The default sink writes one line per record in one write, with
-// control characters escaped: whatever a text holds, one record stays one line.
+// Both are read once, at the first use of the log; an empty one counts as not set, a PM_LOG without a known level too.
+// The default sink writes one line per record in one write, with control characters escaped: whatever a text holds, one
+// record stays one line. Numbers are written alike in every locale, and a log call leaves errno as it was.
 //
 // Threads: everything here may be called from any thread at any time, also from destructors at process exit.
 #pragma once
@@ -35,10 +36,12 @@ struct Record {
     std::string text;        ///< the message; may hold any byte, may be empty
 };
 
-/// Receives every enabled record, on the thread that logged it. It may log itself; what it throws is dropped.
+/// Receives every enabled record, on the thread that logged it, on several threads at once when several log. What it logs
+/// itself goes to the default sink; what it throws is dropped.
 using Sink = std::function<void(const Record&)>;
 
-/// Sends all further records to `sink`; an empty function brings the default sink back.
+/// Sends all further records to `sink`; an empty function brings the default sink back. Another thread that is in the
+/// old sink at that moment finishes its call of it.
 KRF_EXPORT void gSetSink(Sink sink);
 
 /// Enables or disables one level from now on.

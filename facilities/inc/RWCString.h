@@ -1,8 +1,12 @@
 // RWCString.h - the string of the resolution code: a growable text that can be searched and spliced in place.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
+#include <stdexcept>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "RWCRegexp.h"
 
@@ -11,39 +15,86 @@ class RWCString {
 public:
     RWCString() = default;
     /// Copies `text`; null counts as the empty text.
-    RWCString(const char* text) : text_(text != nullptr ? text : "") {}
+    RWCString(const char* text) : room_(text != nullptr ? text : "") {}
+    RWCString(const RWCString& other) : room_(other.view()) {}
+    RWCString(RWCString&& other) noexcept { swap(other); }
+    RWCString& operator=(RWCString other) noexcept {
+        swap(other);
+        return *this;
+    }
+    ~RWCString() = default;
 
     /// The characters, ended by NUL. Valid until the text is changed.
-    const char* data() const { return text_.c_str(); }
-    std::size_t length() const { return text_.size(); }
-    char operator[](std::size_t position) const { return text_[position]; }
+    const char* data() const { return room_.c_str() + begin_; }
+    std::size_t length() const { return room_.size() - begin_; }
+    /// The character at `position`; NUL at length().
+    char operator[](std::size_t position) const { return data()[position]; }
 
     /// The leftmost match of `pattern` at or after `start`, and its length; RWCRegexp::npos when there is none.
     std::size_t index(const RWCRegexp& pattern, std::size_t* matched, std::size_t start = 0) const {
-        return pattern.search(text_.data(), text_.size(), matched, start);
+        return pattern.search(data(), length(), matched, start);
     }
 
-    /// The `count` characters from `position` on, as a text of their own.
+    /// The `count` characters from `position` on, or as many as there are, as a text of their own.
+    /// Throws std::out_of_range for a position behind the end.
     RWCString operator()(std::size_t position, std::size_t count) const {
-        return RWCString(text_.substr(position, count));
+        return RWCString(view().substr(position, count));
     }
 
-    /// Puts `replacement` in the place of the `count` characters from `position` on.
+    /// Puts `replacement`, which may be this text itself, in the place of the `count` characters from `position` on, or
+    /// of as many as there are. Throws std::out_of_range for a position behind the end.
+    /// Moves the text on the shorter side of the place, so that many replacements near either end of a long text, all
+    /// at its front for example, do not move the whole text each time.
     RWCString& replace(std::size_t position, std::size_t count, const RWCString& replacement) {
-        text_.replace(position, count, replacement.text_);
+        if (position > length()) throw std::out_of_range("RWCString::replace: the position is behind the end");
+        if (&replacement == this) return replace(position, count, RWCString(replacement));
+
+        count = std::min(count, length() - position);
+        if (position < length() - position - count) {
+            replaceMovingFront(position, count, replacement.view());
+        } else {
+            room_.replace(begin_ + position, count, replacement.view());
+        }
         return *this;
     }
 
     RWCString& operator+=(const char* more) {
-        text_ += more;
+        room_ += more;
         return *this;
     }
 
-    friend RWCString operator+(RWCString left, const char* right) { return left += right; }
-    friend bool operator==(const RWCString& left, const RWCString& right) { return left.text_ == right.text_; }
+    friend RWCString operator+(RWCString left, const char* right) {
+        left += right;
+        return left;
+    }
+    friend bool operator==(const RWCString& left, const RWCString& right) { return left.view() == right.view(); }
 
 private:
-    explicit RWCString(std::string text) : text_(std::move(text)) {}
+    explicit RWCString(std::string_view text) : room_(text) {}
 
-    std::string text_;
+    std::string_view view() const { return std::string_view(room_).substr(begin_); }
+
+    void swap(RWCString& other) noexcept {
+        room_.swap(other.room_);
+        std::swap(begin_, other.begin_);
+    }
+
+    void replaceMovingFront(std::size_t position, std::size_t count, std::string_view replacement) {
+        if (begin_ + count < replacement.size()) growAtFront(replacement.size());
+        char* const from = room_.data() + begin_;
+        begin_ = begin_ + count - replacement.size();
+        char* const to = room_.data() + begin_;
+        std::char_traits<char>::move(to, from, position);
+        std::char_traits<char>::copy(to + position, replacement.data(), replacement.size());
+    }
+
+    // At least as much as the text is long, so that growing it piece by piece moves each character a few times only.
+    void growAtFront(std::size_t needed) {
+        const std::size_t more = std::max(needed, length());
+        room_.insert(0, more, '\0');
+        begin_ += more;
+    }
+
+    std::string room_;       // the text, behind the room that it may grow into at its front
+    std::size_t begin_ = 0;  // where the text begins
 };

@@ -10,6 +10,9 @@ public:
     /// Throws std::bad_alloc when there is no memory.
     explicit ScratchBuffer(std::size_t size) : bytes_(new char[size]), size_(size) {}
 
+    ScratchBuffer(const ScratchBuffer&) = delete;
+    ScratchBuffer& operator=(const ScratchBuffer&) = delete;
+
     char* data() { return bytes_.get(); }
     std::size_t size() const { return size_; }
 

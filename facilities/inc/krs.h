@@ -11,7 +11,8 @@
 //   the same key again        the later value wins
 //
 // A line without =, an empty key, an unclosed [, text behind a section's ] that is no comment, a NUL byte, anything
-// that is not a readable regular file: the load fails and the table is as it was before.
+// that is not a readable regular file of at most 256 MiB: the load fails and the table is as it was before. A table
+// holds at most 512 MiB of texts.
 //
 // Keys match exactly, byte by byte. A table keeps the file's text in one piece and its keys in one hash index (seeded
 // per process, so that no file can provoke collisions); it loads in linear time.
@@ -26,7 +27,8 @@
 
 /// Decides what is stored for a key: gets the key as stored and the value as the file has it; returns the text to
 /// store (copied before the filter is called again), or null to leave the entry out. It may look up in the table being
-/// loaded, which then holds everything above the entry's line.
+/// loaded, which then holds everything above the entry's line, load another file into it, or destroy it: the load then
+/// goes on unseen and the table is released at its end. An entry left out leaves an earlier value of its key in force.
 using KRSFilter = const char* (*)(const char* key, const char* value);
 
 /// Creates an empty table. Its handle is at least 1 and never used again for another table; 0 when there is no memory.
@@ -35,7 +37,9 @@ KRF_EXPORT int KRSCreateTable();
 /// Reads the file `path` into the table `handle`, on top of what the table holds, each value passed through `filter`
 /// unless that is null. The whole file is parsed before the first entry is stored.
 /// Non-zero on success. 0 when the file cannot be read or parsed or the handle names no table: the table is untouched
-/// and KRSLoadError() tells why. What the filter throws passes through; the entries above it stay stored.
+/// and KRSLoadError() tells why. What the filter throws passes through; the entries above it stay stored. Where memory
+/// or those 512 MiB run out (the filter's std::bad_alloc and std::length_error count too), the load fails with 0, and
+/// the entries that were filtered by then stay stored.
 KRF_EXPORT int KRSLoad(const char* path, int handle, KRSFilter filter);
 
 /// The calling thread's last failed KRSLoad: "PATH:LINE:COLUMN: reason", or "PATH: reason" where no line is to blame;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "CommandLineArguments.h"
@@ -22,14 +23,32 @@ Registry& registry() {
     return *registry;
 }
 
-void destroyAll() {
-    auto& registrations = registry().registrations;
-    for (std::size_t i = registrations.size(); i-- > 0;) registrations[i]->destroy();
+void forget(Registration* registration) {
+    auto& all = registry().registrations;
+    all.erase(std::remove(all.begin(), all.end(), registration), all.end());
 }
 
-// By index: an object's constructor may load a library, whose registrations then stand behind it.
+// Both look for the next object afresh each time: constructors and destructors may load and unload libraries, whose
+// registrations come and go.
+
 void constructAll() {
-    for (std::size_t i = 0; i < registry().registrations.size(); ++i) registry().registrations[i]->construct();
+    const auto& all = registry().registrations;
+    const auto isMissing = [](const Registration* registration) { return !registration->isConstructed(); };
+    for (;;) {
+        const auto next = std::find_if(all.begin(), all.end(), isMissing);
+        if (next == all.end()) return;
+        (*next)->construct();
+    }
+}
+
+void destroyAll() {
+    const auto& all = registry().registrations;
+    const auto isThere = [](const Registration* registration) { return registration->isConstructed(); };
+    for (;;) {
+        const auto last = std::find_if(all.rbegin(), all.rend(), isThere);
+        if (last == all.rend()) return;
+        (*last)->destroy();
+    }
 }
 
 }  // namespace
@@ -37,25 +56,26 @@ void constructAll() {
 Registration::Registration(Construct make, Destroy drop) : construct_(make), destroy_(drop) {
     const std::lock_guard<std::recursive_mutex> lock(registry().mutex);
     registry().registrations.push_back(this);
-    if (registry().open) construct();
+    if (!registry().open) return;
+    try {
+        construct();
+    } catch (...) {
+        forget(this);  // no destructor will run for it
+        throw;
+    }
 }
 
 // Runs when the registering library is unloaded or the process ends.
 Registration::~Registration() {
     const std::lock_guard<std::recursive_mutex> lock(registry().mutex);
     destroy();
-    auto& registrations = registry().registrations;
-    registrations.erase(std::remove(registrations.begin(), registrations.end(), this), registrations.end());
+    forget(this);
 }
 
-void Registration::construct() {
-    if (object_ == nullptr) object_ = construct_();
-}
+void Registration::construct() { object_ = construct_(); }
 
 void Registration::destroy() {
-    void* const object = object_;
-    object_ = nullptr;
-    if (object != nullptr) destroy_(object);
+    if (void* const object = std::exchange(object_, nullptr)) destroy_(object);
 }
 
 MainScope::MainScope(int argc, const char* const* argv) : opened_(false) {

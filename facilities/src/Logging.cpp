@@ -6,8 +6,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <locale>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string_view>
 #include <system_error>
 
@@ -33,13 +35,20 @@ constexpr unsigned kLevelsAtStart = bitOf(Level::Error) | bitOf(Level::Warning) 
 
 // --- the process environment ----------------------------------------------------------------------------------------
 
-// The bits that one word of PM_LOG stands for; 0 for a word that is not known.
-unsigned levelsNamed(std::string_view word) {
+// The variable's text; null where it is not set or empty, which count as one.
+const char* environmentText(const char* name) {
+    const char* const text = std::getenv(name);
+    return text != nullptr && *text != '\0' ? text : nullptr;
+}
+
+// The bits that one word of PM_LOG stands for; nothing for a word that is not known.
+std::optional<unsigned> levelsNamed(std::string_view word) {
     if (word == "all") return kAllLevels;
+    if (word == "none") return 0;
     for (std::size_t i = 0; i < kLevelNames.size(); ++i) {
         if (word == kLevelNames[i]) return 1U << i;
     }
-    return 0;
+    return std::nullopt;
 }
 
 // Calls `use` with each word between the commas of `list`, blanks around it cut.
@@ -55,13 +64,15 @@ void forEachWord(std::string_view list, Use use) {
     }
 }
 
-// "Error,Trace" -> those two bits. Unknown words are gathered in `*unknown` for a warning.
-unsigned parseLevels(const char* list, std::string* unknown) {
-    unsigned levels = 0;
+// "Error,Trace" -> those two bits. Nothing when no word is known; unknown words are gathered in `*unknown` for a warning.
+std::optional<unsigned> parseLevels(const char* list, std::string* unknown) {
+    std::optional<unsigned> levels;
     forEachWord(list, [&](std::string_view word) {
-        const unsigned named = levelsNamed(word);
-        if (named == 0 && word != "none") *unknown += (unknown->empty() ? "" : ", ") + std::string(word);
-        levels |= named;
+        if (const auto named = levelsNamed(word)) {
+            levels = levels.value_or(0) | *named;
+        } else {
+            *unknown += (unknown->empty() ? "" : ", ") + std::string(word);
+        }
     });
     return levels;
 }
@@ -110,6 +121,7 @@ std::string timeText(std::chrono::system_clock::time_point time) {
 // 2026-11-21T01:39:25.123456Z Error PMEnvironment ../src/krenvf:61 [140061] text
 std::string lineOf(const Record& record) {
     std::ostringstream line;
+    line.imbue(std::locale::classic());
     line << timeText(record.time) << ' ' << gLevelName(record.level) << ' ' << record.category << ' ' << record.file << ':'
          << record.line << " [" << record.thread << "] " << escaped(record.text) << '\n';
     return line.str();
@@ -118,17 +130,41 @@ std::string lineOf(const Record& record) {
 // One write, so that records of several threads and processes do not mix. What a full disk or a closed descriptor
 // does not take is lost: there is nowhere to report it.
 void writeLine(int descriptor, const std::string& line) {
-    const ssize_t written = write(descriptor, line.data(), line.size());
-    static_cast<void>(written);
+    while (write(descriptor, line.data(), line.size()) < 0 && errno == EINTR) {
+    }
 }
 
 // --- state ----------------------------------------------------------------------------------------------------------
 
+// A log call leaves errno as it was, so that code may log first and look at it afterwards.
+class ErrnoKeeper {
+public:
+    ErrnoKeeper() = default;
+    ~ErrnoKeeper() { errno = error_; }
+    ErrnoKeeper(const ErrnoKeeper&) = delete;
+    ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
+
+private:
+    const int error_ = errno;
+};
+
+// True while a sink runs on this thread. What the sink logs itself would otherwise come back to it for ever.
+thread_local bool inSink = false;
+
+void callSink(const Sink& sink, const Record& record) {
+    struct Mark {
+        Mark() { inSink = true; }
+        ~Mark() { inSink = false; }
+    } const mark;
+    sink(record);
+}
+
 class State {
 public:
     State() {
-        if (const char* const list = std::getenv("PM_LOG")) enableNamed(list);
-        if (const char* const path = std::getenv("PM_LOG_FILE")) openLogFile(path);
+        const ErrnoKeeper keeper;
+        if (const char* const list = environmentText("PM_LOG")) enableNamed(list);
+        if (const char* const path = environmentText("PM_LOG_FILE")) openLogFile(path);
     }
 
     unsigned levels() const { return levels_.load(std::memory_order_relaxed); }
@@ -148,8 +184,9 @@ public:
     }
 
     void deliver(const Record& record) {
-        if (const auto sink = currentSink()) {
-            (*sink)(record);
+        const auto sink = inSink ? nullptr : currentSink();
+        if (sink != nullptr) {
+            callSink(*sink, record);
         } else {
             writeLine(descriptor_, lineOf(record));
         }
@@ -164,11 +201,11 @@ private:
 
     void enableNamed(const char* list) {
         std::string unknown;
-        levels_ = parseLevels(list, &unknown);
+        levels_ = parseLevels(list, &unknown).value_or(kLevelsAtStart);
         if (unknown.empty()) return;
-        writeLine(STDERR_FILENO, "PM_LOG: unknown level: " + escaped(unknown) +
-                                     " (known: all, none, Error, Warning, Trace, TraceDebugInfo, Execution, Incomplete, "
-                                     "ErrorPerformance, WarningPerformance)\n");
+        std::string known = "all, none";
+        for (const char* const name : kLevelNames) known += std::string(", ") + name;
+        writeLine(STDERR_FILENO, "PM_LOG: unknown level: " + escaped(unknown) + " (known: " + known + ")\n");
     }
 
     void openLogFile(const char* path) {
@@ -209,9 +246,12 @@ const char* gLevelName(Level level) {
 }
 
 RecordWriter::RecordWriter(Level level, const char* category, const char* file, int line)
-    : level_(level), category_(category != nullptr ? category : ""), file_(file != nullptr ? file : ""), line_(line) {}
+    : level_(level), category_(category != nullptr ? category : ""), file_(file != nullptr ? file : ""), line_(line) {
+    text_.imbue(std::locale::classic());  // the host's locale must not put separators into numbers
+}
 
 RecordWriter::~RecordWriter() {
+    const ErrnoKeeper keeper;
     try {
         const Record record{std::chrono::system_clock::now(), level_,      category_, file_, line_,
                             std::this_thread::get_id(),       text_.str()};

@@ -1,14 +1,11 @@
 #include "RWCRegexp.h"
 
-#include <algorithm>
-#include <array>
+#include <bitset>
 #include <stdexcept>
 
 namespace {
 
-constexpr std::size_t kMaxPieces = 16;
-
-unsigned char byteAt(const char* text, std::size_t position) { return static_cast<unsigned char>(text[position]); }
+constexpr unsigned kMaxPieces = 32;
 
 // Reads "[...]" from `*at`, which points at the bracket, and leaves it behind the closing one.
 std::bitset<256> parseSet(const char** at) {
@@ -24,66 +21,81 @@ std::bitset<256> parseSet(const char** at) {
     return negated ? ~set : set;
 }
 
+// Reads the characters that one piece accepts, its + excepted.
+std::bitset<256> parsePiece(const char** at) {
+    if (**at == '+') throw std::invalid_argument("RWCRegexp: nothing to repeat before +");
+    if (**at == '[') return parseSet(at);
+    std::bitset<256> literal;
+    literal.set(static_cast<unsigned char>(*(*at)++));
+    return literal;
+}
+
 }  // namespace
 
 RWCRegexp::RWCRegexp(const char* pattern) {
-    const char* at = pattern;
-    while (*at != '\0') {
-        Piece piece;
-        if (*at == '+') throw std::invalid_argument("RWCRegexp: nothing to repeat before +");
-        if (*at == '[') {
-            piece.accepts = parseSet(&at);
-        } else {
-            piece.accepts.set(static_cast<unsigned char>(*at++));
+    if (pattern == nullptr || *pattern == '\0') throw std::invalid_argument("RWCRegexp: the pattern is empty");
+    unsigned pieces = 0;
+    for (const char* at = pattern; *at != '\0'; ++pieces) {
+        if (pieces == kMaxPieces) throw std::invalid_argument("RWCRegexp: the pattern is too long");
+        const std::bitset<256> accepted = parsePiece(&at);
+        last_ = Pieces{1} << pieces;
+        for (std::size_t character = 0; character < accepted.size(); ++character) {
+            if (accepted[character]) accepting_[character] |= last_;
         }
         if (*at == '+') {
-            piece.repeats = true;
+            repeating_ |= last_;
             ++at;
         }
-        pieces_.push_back(piece);
     }
-    if (pieces_.size() > kMaxPieces) throw std::invalid_argument("RWCRegexp: the pattern is too long");
-    if (pieces_.empty()) throw std::invalid_argument("RWCRegexp: the pattern is empty");
 }
 
-// Runs all possible matches at once, one character at a time. began[i] is the start of the leftmost attempt that has
-// matched the pieces up to i, npos for none; where two attempts meet in one piece, they end alike, so only the one that
-// began first matters. That makes the time linear where trying one start after the other would be quadratic.
+// All attempts run at once, as a set of pieces, so each of the three passes looks at a character once. Trying one start
+// after the other would be quadratic in a text full of openings that never close.
+//
+// The match that ends first need not be the longest, nor begin leftmost. But the leftmost match can end there too: its
+// run is at least as far into the pattern as a run that begins later, so before the later one can end first the two
+// meet in a piece, and from there on go the same way. Hence: the first end, the leftmost beginning that leads to it, the
+// longest run from there.
 std::size_t RWCRegexp::search(const char* text, std::size_t length, std::size_t* matched, std::size_t start) const {
-    std::array<std::size_t, kMaxPieces> began;
-    began.fill(npos);
-    const std::size_t last = pieces_.size() - 1;
-    std::size_t bestStart = npos;
-    std::size_t bestEnd = 0;
-
-    bool running = false;
-    for (std::size_t position = start; position < length; ++position) {
-        if (!running) {
-            if (bestStart != npos) break;
-            position = skipToStart(text, length, position);
-            if (position == length) break;
-        }
-        const unsigned char character = byteAt(text, position);
-        running = false;
-        for (std::size_t i = last + 1; i-- > 0;) {
-            const std::size_t entering = i > 0 ? began[i - 1] : position;
-            const std::size_t staying = pieces_[i].repeats ? began[i] : npos;
-            const std::size_t attempt = pieces_[i].accepts[character] ? std::min(entering, staying) : npos;
-            // Once there is a match, an attempt that began behind it can only lose.
-            began[i] = attempt <= bestStart ? attempt : npos;
-            running = running || began[i] != npos;
-        }
-        if (began[last] != npos) {
-            bestStart = began[last];
-            bestEnd = position + 1;
-        }
-    }
-    *matched = bestStart == npos ? 0 : bestEnd - bestStart;
-    return bestStart;
+    *matched = 0;
+    const std::size_t end = endOfFirstMatch(text, length, start);
+    if (end == npos) return npos;
+    const std::size_t beginning = leftmostBeginning(text, start, end);
+    *matched = longestEnd(text, length, beginning) - beginning;
+    return beginning;
 }
 
-// The first position from `position` on at which a match could begin, `length` if there is none.
-std::size_t RWCRegexp::skipToStart(const char* text, std::size_t length, std::size_t position) const {
-    while (position < length && !pieces_.front().accepts[byteAt(text, position)]) ++position;
-    return position;
+// In all three, `open` are the pieces that may take the next character, `taken` those that do.
+
+std::size_t RWCRegexp::endOfFirstMatch(const char* text, std::size_t length, std::size_t start) const {
+    Pieces open = 1;
+    for (std::size_t position = start; position < length; ++position) {
+        const Pieces taken = open & accepting(text[position]);
+        if ((taken & last_) != 0) return position + 1;
+        open = taken << 1 | (taken & repeating_) | 1;
+    }
+    return npos;
+}
+
+// Backwards from an end of a match.
+std::size_t RWCRegexp::leftmostBeginning(const char* text, std::size_t start, std::size_t end) const {
+    std::size_t beginning = end;
+    Pieces open = last_;
+    for (std::size_t position = end; open != 0 && position-- > start;) {
+        const Pieces taken = open & accepting(text[position]);
+        if ((taken & 1) != 0) beginning = position;
+        open = taken >> 1 | (taken & repeating_);
+    }
+    return beginning;
+}
+
+std::size_t RWCRegexp::longestEnd(const char* text, std::size_t length, std::size_t beginning) const {
+    std::size_t end = beginning;
+    Pieces open = 1;
+    for (std::size_t position = beginning; open != 0 && position < length; ++position) {
+        const Pieces taken = open & accepting(text[position]);
+        if ((taken & last_) != 0) end = position + 1;
+        open = taken << 1 | (taken & repeating_);
+    }
+    return end;
 }

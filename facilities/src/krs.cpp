@@ -6,9 +6,11 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <new>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -63,21 +65,24 @@ struct FileText {
     std::size_t length = 0;
 };
 
-constexpr std::size_t kMaxFileBytes = std::size_t{1} << 30;
+// Far more than a settings file has; what lies beyond is no settings file, or one made to use memory up.
+constexpr std::size_t kMaxFileBytes = 256U << 20;
+
+[[noreturn]] void failForSize() { throw LoadFailure{": the file is larger than 256 MiB, split it"}; }
 
 // The length that the file claims; files of /proc claim 0 and have more.
 std::size_t checkRegularFile(int descriptor) {
     struct stat status {};
     if (fstat(descriptor, &status) != 0) failWithErrno("cannot examine the file", errno);
     if (S_ISDIR(status.st_mode)) throw LoadFailure{": this is a directory, a settings file is expected"};
-    if (!S_ISREG(status.st_mode)) throw LoadFailure{": this is not a regular file"};
-    if (status.st_size > static_cast<off_t>(kMaxFileBytes)) throw LoadFailure{": the file is larger than 1 GiB"};
+    if (!S_ISREG(status.st_mode)) throw LoadFailure{": this is not a regular file, a settings file is expected"};
+    if (status.st_size > static_cast<off_t>(kMaxFileBytes)) failForSize();
     return static_cast<std::size_t>(status.st_size);
 }
 
 // Doubles the room for a file that turns out longer than it claimed.
 void grow(FileText* text, std::size_t* capacity) {
-    if (*capacity >= kMaxFileBytes) throw LoadFailure{": the file is larger than 1 GiB"};
+    if (*capacity > kMaxFileBytes) failForSize();
     std::unique_ptr<char[]> larger(new char[*capacity * 2 + 1]);
     std::memcpy(larger.get(), text->bytes.get(), text->length);
     text->bytes = std::move(larger);
@@ -106,6 +111,10 @@ FileText readFile(const char* path) {
 
 // --- texts ----------------------------------------------------------------------------------------------------------
 
+// A small file can ask for any amount of memory, with one long section name above many keys or one long value referred to
+// many times.
+constexpr std::size_t kMaxTableBytes = 512U << 20;
+
 // Memory for texts, taken in large pieces and given back all at once.
 class Arena {
 public:
@@ -121,13 +130,16 @@ public:
         return text;
     }
 
-    void adopt(std::unique_ptr<char[]> bytes) { chunks_.push_back(std::move(bytes)); }
+    void adopt(std::unique_ptr<char[]> chunk, std::size_t size) {
+        chunks_.push_back(std::move(chunk));
+        bytes_ += size;
+    }
 
     // Takes over the other's texts, which stay where they are.
     void adopt(Arena&& other) {
-        chunks_.reserve(chunks_.size() + other.chunks_.size());
-        std::move(other.chunks_.begin(), other.chunks_.end(), std::back_inserter(chunks_));
-        other.chunks_.clear();
+        chunks_.insert(chunks_.end(), std::make_move_iterator(other.chunks_.begin()),
+                       std::make_move_iterator(other.chunks_.end()));
+        bytes_ += other.bytes_;
     }
 
 private:
@@ -135,12 +147,16 @@ private:
 
     void addChunk(std::size_t needed) {
         const std::size_t size = std::max(needed, kChunkBytes);
-        adopt(std::unique_ptr<char[]>(new char[size]));
+        if (size > kMaxTableBytes - std::min(bytes_, kMaxTableBytes)) {
+            throw LoadFailure{": the table's texts need more than 512 MiB; look for a very long section name or value in use"};
+        }
+        adopt(std::unique_ptr<char[]>(new char[size]), size);
         next_ = chunks_.back().get();
         left_ = size;
     }
 
     std::vector<std::unique_ptr<char[]>> chunks_;
+    std::size_t bytes_ = 0;  // in all chunks
     char* next_ = nullptr;
     std::size_t left_ = 0;
 };
@@ -183,9 +199,10 @@ struct ParsedEntry {
 class Parser {
 public:
     explicit Parser(FileText text) : text_(text.bytes.get()), end_(text_ + text.length) {
-        arena_.adopt(std::move(text.bytes));
+        arena_.adopt(std::move(text.bytes), text.length);
         skipByteOrderMark();
-        entries_.reserve(static_cast<std::size_t>(std::count(text_, end_, '\n')) + 1);
+        const auto lines = std::count(text_, end_, '\n') + 1;
+        entries_.reserve(static_cast<std::size_t>(std::min(lines, std::count(text_, end_, '='))));
     }
 
     void parse() {
@@ -401,9 +418,11 @@ private:
         slot = {hash, static_cast<std::uint32_t>(entries_.size() - 1)};
     }
 
+    // At least doubles, so that many small files loaded into one table stay linear.
     void reserve(std::size_t more) {
-        entries_.reserve(entries_.size() + more);
-        rehash((entries_.size() + more) * 2);
+        const std::size_t needed = entries_.size() + more;
+        if (needed > entries_.capacity()) entries_.reserve(std::max(needed, entries_.capacity() * 2));
+        rehash(needed * 2);
     }
 
     // Makes at least `wanted` slots: twice as many as entries keeps the runs of used slots short.
@@ -506,7 +525,7 @@ int KRSCreateTable() {
 }
 
 int KRSLoad(const char* path, int handle, KRSFilter filter) {
-    if (path == nullptr) {
+    if (path == nullptr || *path == '\0') {
         lastLoadError = "no path given";
         return 0;
     }
@@ -517,6 +536,8 @@ int KRSLoad(const char* path, int handle, KRSFilter filter) {
         lastLoadError = path + failure.reason;
     } catch (const std::bad_alloc&) {
         lastLoadError = path + std::string(": not enough memory");
+    } catch (const std::length_error&) {
+        lastLoadError = path + std::string(": not enough address space");
     }
     return 0;
 }
