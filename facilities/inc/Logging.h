@@ -90,7 +90,7 @@ struct RecordEnd {
 }  // namespace nLogging
 
 /// Streams a record: PM_LOG_RECORD(nLogging::Level::Error, "PMEnvironment", "../src/krenvf", __LINE__) << "text";
-/// Nothing behind it is evaluated while the level is disabled.
+/// Nothing but the level is evaluated while the level is disabled.
 #define PM_LOG_RECORD(level, category, file, line) \
     !::nLogging::gIsEnabled(level)                 \
         ? static_cast<void>(0)                     \
