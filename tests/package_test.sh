@@ -1,0 +1,53 @@
+#!/usr/bin/env bash
+# Installs the built package into an empty directory, builds examples/host against it as an outside project would, and
+# runs that with a pressmark.ini beside it.
+#
+#   package_test.sh cmake|pkg-config BUILD-DIRECTORY EXAMPLES-DIRECTORY
+set -euo pipefail
+
+method=$1 build=$(realpath "$2") examples=$(realpath "$3")
+work=$(mktemp -d /tmp/krenv-package-XXXXXX)
+trap 'rm -rf "$work"' EXIT
+
+# What the package was built with decides the word size, and the sanitizers, which a program must share with it.
+cached() { sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt"; }
+compiler=$(cached CMAKE_CXX_COMPILER)
+sanitize=$(cached KRENV_SANITIZE)
+flags="$(cached CMAKE_CXX_FLAGS)${sanitize:+ -fsanitize=$sanitize}"
+libdir=$(cached CMAKE_INSTALL_LIBDIR)
+
+cmake --install "$build" --prefix "$work/prefix" >"$work/install.log" || { cat "$work/install.log"; exit 1; }
+
+case $method in
+    cmake)
+        cmake -S "$examples/host" -B "$work/host" -DCMAKE_PREFIX_PATH="$work/prefix" \
+            -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="$flags" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+        cmake --build "$work/host" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+        ;;
+    pkg-config)
+        mkdir "$work/host"
+        # Only the directory given here: a krenv that is installed on this machine must not be the one that is found.
+        options=$(PKG_CONFIG_LIBDIR="$work/prefix/${libdir:-lib}/pkgconfig" pkg-config --cflags --libs krenv)
+        # shellcheck disable=SC2086 # both are lists of options
+        "$compiler" $flags -std=c++17 "$examples/host/main.cpp" -o "$work/host/host" $options \
+            "-Wl,-rpath,$work/prefix/${libdir:-lib}"
+        cp "$examples/pressmark.ini" "$work/host"
+        ;;
+    *)
+        echo "package_test.sh: unknown method: $method" >&2
+        exit 2
+        ;;
+esac
+
+# Another working directory, and no other place where settings could come from.
+output=$(cd / && env -u KR_BIN HOME=/home/guest "$work/host/host" 2>"$work/stderr") || {
+    cat "$work/stderr"
+    echo "the host program failed" >&2
+    exit 1
+}
+echo "$output"
+if [[ $output != "RESULTS_DIR = /home/guest/pressmark/results/nightly" ]]; then
+    cat "$work/stderr"
+    echo "the host program printed something else than expected" >&2
+    exit 1
+fi
