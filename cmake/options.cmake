@@ -33,3 +33,13 @@ if(KRENV_COVERAGE)
   target_compile_options(krenv_options INTERFACE --coverage)
   target_link_options(krenv_options INTERFACE --coverage)
 endif()
+
+# Makes a shared library offer what its export macros name, and nothing of the standard library's templates. Sanitizers
+# need those to be the same in all parts of a program.
+function(krenv_hide_std library)
+  if(NOT KRENV_SANITIZE)
+    set(map ${PROJECT_SOURCE_DIR}/cmake/hide-std.map)
+    target_link_options(${library} PRIVATE -Wl,--version-script=${map})
+    set_target_properties(${library} PROPERTIES LINK_DEPENDS ${map})
+  endif()
+endfunction()
