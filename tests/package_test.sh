@@ -20,7 +20,7 @@ cmake --install "$build" --prefix "$work/prefix" >"$work/install.log" || { cat "
 
 case $method in
     cmake)
-        cmake -S "$examples/host" -B "$work/host" -DCMAKE_PREFIX_PATH="$work/prefix" \
+        cmake -G Ninja -S "$examples/host" -B "$work/host" -DCMAKE_PREFIX_PATH="$work/prefix" \
             -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="$flags" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
         cmake --build "$work/host" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
         ;;
