@@ -21,6 +21,7 @@ configure_file(cmake/krenv.pc.in ${PROJECT_BINARY_DIR}/krenv.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/krenv.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 if(TARGET pmenv)
+  set_target_properties(pmenv PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   install(TARGETS pmenv RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   install(FILES tools/pmenv/pmenv.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   install(FILES tools/pmenv/pmenv.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME pmenv)
@@ -29,10 +30,23 @@ install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR}
 install(FILES examples/pressmark.ini DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 install(DIRECTORY examples/host DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
-set(CPACK_GENERATOR TGZ)
+# --- Archives: one that unpacks anywhere, and a Debian package --------------------------------------------------------
+
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  set(krenv_architecture i386)
+else()
+  set(krenv_architecture amd64)
+endif()
+set(CPACK_GENERATOR TGZ DEB)
 set(CPACK_PACKAGE_NAME krenv)
+set(CPACK_PACKAGE_FILE_NAME krenv-${PROJECT_VERSION}-linux-${krenv_architecture})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+set(CPACK_PACKAGE_CONTACT "the krenv maintainers")
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
-set(CPACK_SYSTEM_NAME linux-${CMAKE_SYSTEM_PROCESSOR})
 set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${krenv_architecture})
+set(CPACK_DEBIAN_PACKAGE_SECTION libs)
+# By hand, because the i386 libraries' packages need not be on the building machine: what Debian 12 has.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libgcc-s1, libstdc++6 (>= 12)")
 include(CPack)
