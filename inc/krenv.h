@@ -206,3 +206,92 @@ KRENV_EXPORT bool KRPIsClosedFileADirectory(const char* path);
 KRENV_EXPORT bool KRPIsOpenFileADirectory(std::FILE* stream);
 /// The length in bytes of the open file `fd`, its offset kept; -1 when it cannot seek or is longer than 2^31 - 1 bytes.
 KRENV_EXPORT int filelength(int fd);
+
+/// Creates the directory `path` with mode 0777 less the process's umask; its parents must exist. True when there is
+/// something of that name afterwards, be it a file that was there before. False after two Error records, the system's
+/// reason and the path.
+KRENV_EXPORT bool KRPCreateDirectory(const char* path);
+
+/// Removes `path` and everything below it with the shell command "/bin/rm -fr PATH". A path without "/tmp" in it gets
+/// an Error record that carries only the position, and is removed like any other. Trace records tell the command
+/// and its status; the caller is told nothing. An empty path removes nothing.
+KRENV_EXPORT void KRPRemoveAllDirectories(const char* path);
+
+/// Copies the file `from` with the shell command "/bin/cp "FROM" "TO" > /dev/null"; `to` may be a directory. True when
+/// the command succeeded. False, without running it, when the names are equal but for upper and lower case or `from`
+/// does not exist. Also false, whatever became of the copy, in a host that ignores SIGCHLD: system() cannot learn the
+/// command's status there.
+///
+/// For both commands a name means exactly the file of that name. One that a shell or the command's options would take
+/// for something else is quoted, or gets "./" in front:
+///     "/tmp/run7"  -> /bin/rm -fr /tmp/run7            "/tmp/a $b"  -> /bin/rm -fr '/tmp/a $b'
+///     "-x" to "/y" -> /bin/cp "./-x" "/y" > /dev/null  "/a$b" to "/c d" -> /bin/cp '/a$b' "/c d" > /dev/null
+/// No command is ever cut; one that the system finds too long fails.
+KRENV_EXPORT bool KRPCopyFile(const char* from, const char* to);
+
+/// "/tmp", or "" when that cannot be opened as a directory. A static text.
+KRENV_EXPORT const char* KRPGetTempDirectory();
+
+/// Changes the process's working directory; true on success.
+KRENV_EXPORT bool KRPChdir(const char* path);
+
+/// Writes the Error record "WHAT. Error: NUMBER:DESCRIPTION" about the thread's errno. To be called before anything else
+/// can change that.    'Failed to create dir. Error: 13:Permission denied'
+KRENV_EXPORT void LogLastError(const char* what);
+
+// --- product identity -----------------------------------------------------------------------------------------------
+// The product's names, versions and numbers are the values of a settings table that the host loads. The texts come as
+// stored, owned by the table, null when it lacks the key; nothing is logged. Safe from any thread once `table` is set.
+
+/// The settings table (krs.h) of the product's identity. The host sets it; the library reads it at each call. 0: none.
+extern KRENV_EXPORT int table;
+
+/// The value of `key` in `table`.
+KRENV_EXPORT const char* KRVersionInfo(const char* key);
+
+KRENV_EXPORT const char* KRVProductName();          ///< PRODUCT_NAME
+KRENV_EXPORT const char* KRVProductNameDisplay();   ///< PRODUCT_NAME_DISPLAY
+KRENV_EXPORT const char* KRVProductsList();         ///< PRODUCTS_LIST; "" when the table lacks it
+KRENV_EXPORT const char* KRVProductFileName();      ///< PRODUCT_FILE_NAME
+KRENV_EXPORT const char* KRVProductVersion();       ///< PRODUCT_VERSION
+KRENV_EXPORT const char* KRVProductVersionName();   ///< PRODUCT_VERSION_NAME
+KRENV_EXPORT const char* KRVProductMessage();       ///< PRODUCT_MESSAGE
+KRENV_EXPORT const char* KRVProductErrorMessage();  ///< PRODUCT_ERROR_MESSAGE
+KRENV_EXPORT const char* KRVProductQuery();         ///< PRODUCT_QUERY
+KRENV_EXPORT const char* KRVEditorTitle();          ///< EDITOR_TITLE
+KRENV_EXPORT const char* KRVProductIniFile();       ///< PRODUCT_INI_FILE
+KRENV_EXPORT const char* KRVProductIniBackup();     ///< PRODUCT_INI_BACKUP
+KRENV_EXPORT const char* KRVProductHelpFile();      ///< PRODUCT_HELP_FILE
+KRENV_EXPORT const char* KRVProductFrmFile();       ///< PRODUCT_FRM_FILE
+
+// The number at the start of the value, blanks and a sign in front allowed ("640px" -> 640, "abc" -> 0). One that does
+// not fit becomes INT_MAX or INT_MIN; 0 when the table lacks the key.
+KRENV_EXPORT int KRVProductCoverX();      ///< BMP_X_SIZE, the splash image's width
+KRENV_EXPORT int KRVProductCoverY();      ///< BMP_Y_SIZE, its height
+KRENV_EXPORT int KRVProductIconNumber();  ///< PRODUCT_ICON_NUMBER
+KRENV_EXPORT int KRVProductType();        ///< PRODUCT_TYPE
+
+// --- directory walk -------------------------------------------------------------------------------------------------
+
+/// Receives the files that FindFile finds. The call operator is the first and only slot of the table of virtual functions,
+/// also in hosts built against earlier releases, so no virtual destructor stands beside it.
+class KRENV_EXPORT CFindFileFunctor {
+public:
+    /// Gets the path of one file, valid during the call. True goes on, false ends the whole walk.
+    virtual bool operator()(const char* path) = 0;
+
+protected:
+    ~CFindFileFunctor() = default;
+};
+
+/// Hands `directory`/NAME to `functor` for every entry that cannot be opened as a directory, for whatever reason: first the
+/// files of the directory itself, in the order in which the system lists them, then with `recurse` those of each
+/// subdirectory with all below it. Files named exactly `skipName` are left out, directories of that name are entered.
+/// False when the functor ended the walk, else true, also for a directory that cannot be opened. Nothing is logged; what
+/// the functor throws passes through. Entries whose path is longer than 4095 characters are left out.
+///
+/// Symbolic links to directories are followed and loops are not looked for: the system ends them at 40 links, but two
+/// links to the same place multiply. What ends every walk is that it leaves a descriptor open for each directory that it
+/// enters, besides the ones that are open when the functor ends it. Once the process has no more, directories cannot be
+/// opened either and count as files.
+KRENV_EXPORT bool FindFile(const char* directory, const char* skipName, bool recurse, CFindFileFunctor* functor);
