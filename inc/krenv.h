@@ -191,6 +191,37 @@ KRENV_EXPORT int KREInit(const char* directory);
 /// a file that was found; searches nothing and writes no report. For tools that are told which file to use.
 KRENV_EXPORT int KRELoadIniFile(const char* path);
 
+// --- host facts -----------------------------------------------------------------------------------------------------
+// For one thread, at start-up. Texts lie in static storage of the function and may be rewritten by its next call.
+// Nothing is logged.
+
+/// Everything that the shell command `command` writes to its standard output; its status is not looked at.
+/// std::runtime_error "popen() failed!" when it cannot be started.
+KRENV_EXPORT std::string exec(const char* command);
+
+/// The resolver's official name for this host (gethostname, gethostbyname), or the plain host name; at most 149
+/// characters. Asks anew at every call.
+KRENV_EXPORT char* KRPGetMachineName();
+
+/// The model name of the first processor in /proc/cpuinfo. To be called once: each further call takes off another
+/// leading character. std::out_of_range when there is no model name; std::runtime_error as exec.
+KRENV_EXPORT const char* KRPGetCPUInfo();
+
+/// True when the system's word size is 64 bits (`getconf LONG_BIT`, run at every call). std::runtime_error as exec.
+KRENV_EXPORT bool KRPIs64BitEnv();
+
+/// The addresses of all interfaces but "lo" (getifaddrs), each as "IP4: 10.1.2.3 " or "IP6: fe80::1 ". Each call appends
+/// them once more to what the calls before it have returned.
+KRENV_EXPORT const char* KRPGetIPAddress();
+
+/// "Linux (SYSTEM RELEASE)" from uname:   "Linux (Linux 5.15.0)"
+KRENV_EXPORT char* KRPGetOSInfo();
+
+/// Fixed answers, kept for programs that ask on every platform: not the NT family, no process handle, no working set.
+KRENV_EXPORT bool IsNT();
+KRENV_EXPORT int GetProcessHandle();
+KRENV_EXPORT int KRPGetWorkingSetSize();
+
 // --- paths and files ------------------------------------------------------------------------------------------------
 
 /// The working directory in the `size` bytes at `buf` (getcwd); `buf`, or null when it does not fit or cannot be read.

@@ -2,15 +2,28 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
+#include <memory>
 #include <new>
+#include <stdexcept>
 #include <string>
+
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/utsname.h>
+#include <unistd.h>
 
 #include "CommandLineArguments.h"
 #include "ExecutableDirectory.h"
 #include "Lifetime.h"
+#include "MachineStats.h"
 #include "krenvLog.h"
 #include "krenvState.h"
 #include "krresolve.h"
@@ -140,6 +153,24 @@ bool resolve(AddDelSet& set, RWCString& text, const RWCRegexp& reference) {
     return set.searched <= kMaxSearched;
 }
 
+// --- addresses ------------------------------------------------------------------------------------------------------
+
+// Appends "IP4: 10.1.2.3 " or "IP6: fe80::1 "; nothing for other families.
+void appendAddress(RWCString& addresses, const sockaddr& address) {
+    char text[INET6_ADDRSTRLEN] = "";
+    if (address.sa_family == AF_INET) {
+        inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in&>(address).sin_addr, text, INET_ADDRSTRLEN);
+        addresses += "IP4: ";
+    } else if (address.sa_family == AF_INET6) {
+        inet_ntop(AF_INET6, &reinterpret_cast<const sockaddr_in6&>(address).sin6_addr, text, INET6_ADDRSTRLEN);
+        addresses += "IP6: ";
+    } else {
+        return;
+    }
+    addresses += text;
+    addresses += " ";
+}
+
 }  // namespace
 
 // --- KREnvContainerClass --------------------------------------------------------------------------------------------
@@ -232,7 +263,117 @@ const char* KRSLoadFilter(const char* /*key*/, const char* value) {
     return nullptr;
 }
 
+// --- host facts -----------------------------------------------------------------------------------------------------
+
+std::string exec(const char* command) {
+    using Pipe = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+    const Pipe pipe(command != nullptr ? popen(command, "r") : nullptr, &pclose);
+    if (pipe == nullptr) throw std::runtime_error("popen() failed!");
+
+    std::string output;
+    char piece[128];
+    while (std::feof(pipe.get()) == 0) {
+        if (std::fgets(piece, sizeof piece, pipe.get()) != nullptr) {
+            output += piece;
+        } else if (std::ferror(pipe.get()) != 0) {
+            if (errno != EINTR) break;  // a pipe that cannot be read would never come to its end
+            std::clearerr(pipe.get());
+        }
+    }
+    return output;
+}
+
+char* KRPGetMachineName() {
+    static char name[150];
+    std::memset(name, 0, sizeof name);
+    gethostname(name, sizeof name);
+    name[sizeof name - 1] = '\0';  // neither call ends a name that fills the buffer
+    if (const hostent* const host = gethostbyname(name)) {
+        std::strncpy(name, host->h_name, sizeof name);
+        name[sizeof name - 1] = '\0';
+    }
+    return name;
+}
+
+const char* KRPGetCPUInfo() {
+    static std::string model = exec("cat /proc/cpuinfo | grep \"model name\"");
+    // Trimmed at every call, the arithmetic wrapping round: a second call takes the name's first character off. Programs
+    // that call it once see the name; the others have got used to what they see.
+    const std::size_t newline = model.find('\n');
+    const std::size_t colon = model.find(':');
+    model = model.substr(colon + 2, newline - colon - 2);
+    return model.c_str();
+}
+
+bool KRPIs64BitEnv() { return exec("getconf LONG_BIT").compare(0, 2, "64") == 0; }
+
+const char* KRPGetIPAddress() {
+    static RWCString addresses;  // never cleared: each call appends to what the calls before it have found
+    ifaddrs* list = nullptr;
+    if (getifaddrs(&list) != 0) return addresses.data();
+    const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(list, &freeifaddrs);
+    for (const ifaddrs* interface = list; interface != nullptr; interface = interface->ifa_next) {
+        if (interface->ifa_addr == nullptr || std::strcmp(interface->ifa_name, "lo") == 0) continue;
+        appendAddress(addresses, *interface->ifa_addr);
+    }
+    return addresses.data();
+}
+
+char* KRPGetOSInfo() {
+    static char text[256];
+    utsname names{};
+    uname(&names);
+    std::snprintf(text, sizeof text, "Linux (%s %s)", names.sysname, names.release);
+    return text;
+}
+
+bool IsNT() { return false; }
+
+int GetProcessHandle() { return 0; }
+
+int KRPGetWorkingSetSize() { return 0; }
+
 // --- initialisation -------------------------------------------------------------------------------------------------
+
+namespace {
+
+// A fact that the report can do without: the text behind its label, empty when the host cannot tell.
+template <class Fact>
+std::string factOrNothing(const char* label, Fact fact) {
+    try {
+        return fact();
+    } catch (const std::exception& error) {
+        KR_LOG(Warning) << "the start-up report has no text for '" << label << "': " << error.what();
+        return {};
+    }
+}
+
+void writeBanner() { KR_LOG(Execution) << "/" << std::string(72, '*') << "/"; }
+
+// Eleven records about the host and the release, so that every log tells what it was written on.
+void writeStartUpReport() {
+    MachineStats collector;
+    KREnvMachineStats stats{};
+    collector.CollectMachineStats(stats, false);
+
+    writeBanner();
+    KR_LOG(Execution) << "Machine Name " << KRPGetMachineName();
+    KR_LOG(Execution) << "Machine IP: " << KRPGetIPAddress();
+    KR_LOG(Execution) << "Operating System:  " << KRPGetOSInfo();
+    KR_LOG(Execution) << "CPU: " << factOrNothing("CPU: ", [] { return std::string(KRPGetCPUInfo()); });
+    KR_LOG(Execution) << "Memory size: " << stats.physicalMemoryBytes;
+    KR_LOG(Execution) << "Bits: " << factOrNothing("Bits: ", [] {
+        return std::string(KRPIs64BitEnv() ? "64 bit OS" : "32 bit OS");
+    });
+    KR_LOG(Execution) << "Pressmark Release " << KREnvContainerClass().KREGetEnv("KR_VERSION") << "."
+                      << KREnvContainerClass().KREGetEnv("KR_BUILD");
+    writeBanner();
+    KR_LOG(Execution) << "KR_VERSION\t" << KREnvContainerClass().KREGetEnv("KR_VERSION") << "\tKR_BUILD\t"
+                      << KREnvContainerClass().KREGetEnv("KR_BUILD") << "\t";
+    writeBanner();
+}
+
+}  // namespace
 
 int KREInit(const char* directory) {
     KR_LOG(Trace) << "KREInit";
@@ -246,7 +387,9 @@ int KREInit(const char* directory) {
         KR_LOG(Error) << "PMEnvironment: pressmark.ini not found";
         return 0;
     }
-    return KRELoadIniFile(found);
+    if (KRELoadIniFile(found) == 0) return 0;
+    writeStartUpReport();
+    return 1;
 }
 
 int KRELoadIniFile(const char* path) {
