@@ -4,13 +4,15 @@
 #include <mutex>
 
 /// A mutex that is ready before any constructor runs, so that static initialisation may already use it.
-/// It is not recursive: the thread that holds it must not acquire it again.
+/// It is recursive: code that runs under it and comes back (a log sink that searches a file) must not wait for itself.
 class RWMutexLock {
 public:
     constexpr RWMutexLock() = default;
 
     void acquire() { mutex_.lock(); }
     void release() { mutex_.unlock(); }
+    /// Acquires the mutex unless another thread holds it; true when it did.
+    bool tryAcquire() { return mutex_.try_lock(); }
 
     /// Holds the mutex from its construction to the end of its scope, also when an exception leaves the scope.
     class LockGuard {
@@ -18,9 +20,9 @@ public:
         explicit LockGuard(RWMutexLock& lock) : guard_(lock.mutex_) {}
 
     private:
-        std::lock_guard<std::mutex> guard_;
+        std::lock_guard<std::recursive_mutex> guard_;
     };
 
 private:
-    std::mutex mutex_;
+    std::recursive_mutex mutex_;
 };
