@@ -9,7 +9,6 @@
 #include <memory>
 #include <numeric>
 
-#include <cxxabi.h>
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/sysinfo.h>
@@ -278,9 +277,9 @@ bool guarded(const char* failed, const char* crashed, bool ifThrown, Step step) 
         return step();
     } catch (const std::exception& error) {
         KR_LOG(Error) << failed << error.what();
-    } catch (const abi::__forced_unwind&) {
-        throw;  // the thread is being cancelled; the program would be ended if this were held up
     } catch (...) {
+        // What is no exception of this language is a thread being cancelled, which ends the program when it is held up.
+        if (std::current_exception() == nullptr) throw;
         KR_LOG(Error) << crashed;
     }
     return ifThrown;
