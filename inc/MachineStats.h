@@ -65,7 +65,8 @@ public:
     /// True when more than 1,000,000 clock ticks have passed since the last successful sample.
     bool EnoughTimePassed();
 
-    /// The percentage between the last two samples, see calc_cpu: -1.0 until the first sample succeeds, 0.0 at that one.
+    /// The percentage between the last two samples, see calc_cpu: -1.0 until the first sample succeeds, 0.0 at that one,
+    /// perhaps NaN or infinity afterwards.
     /// Samples when enough time has passed, else returns the last value. A sample that fails gets a Warning record
     /// and the last value, and the next call samples again at once.
     double GetUsage();
@@ -81,7 +82,7 @@ private:
 /// One load-engine process.
 struct KREnvSlaveStats {
     unsigned long long memoryBytes;  ///< resident memory; only the low 32 bits are kept
-    double cpuPercent;               ///< 0.0 at the first two collections that see the process
+    double cpuPercent;               ///< as CPUUsage::GetUsage; 0.0 at the first two collections that see the process
     int processId;
 };
 

@@ -270,7 +270,8 @@ void dropSamplers(std::map<int, CPUUsage*>& samplers, const std::vector<int>& pi
     for (const int pid : removed) samplers.erase(pid);
 }
 
-// Runs `step` and returns its answer, or `ifThrown` after an Error record: `failed` with the reason, or `crashed`.
+// Runs `step` and returns its answer; `ifThrown` when it throws, after an Error record: `failed` with the exception's
+// text, or `crashed` when it has none.
 template <class Step>
 bool guarded(const char* failed, const char* crashed, bool ifThrown, Step step) {
     try {
@@ -299,38 +300,39 @@ MachineStats::~MachineStats() {
 
 bool MachineStats::CollectMachineStats(KREnvMachineStats& stats, bool flag) {
     KR_LOG(Trace) << "CollectMachineStats() - collecting slaves data";
+    const auto collectEngines = [&] { return CollectSlavesInfo(stats.slaves, flag); };
     guarded("CollectMachineStats() - failed to collect slaves data. error: ",
-            "CollectMachineStats() - crashed while collecting slaves data", false,
-            [&] { return CollectSlavesInfo(stats.slaves, flag); });
+            "CollectMachineStats() - crashed while collecting slaves data", false, collectEngines);
 
     KR_LOG(Trace) << "CollectMachineStats() - collecting general data";
-    // True also when this fails: the engines' figures are there and worth showing.
+    const auto collectMachine = [&] {
+        return getBasicMachineStats(stats.reservedValue, stats.physicalMemoryBytes, stats.totalMemoryBytes,
+                                    stats.totalSwapBytes, stats.freeMemoryBytes, stats.cpuLoadPercent, stats.processId);
+    };
+    // True also when this throws: the engines' figures are there and worth showing.
     return guarded("CollectMachineStats() - failed to collect basic machine data. error: ",
-                   "CollectMachineStats() - crashed while collecting basic machine data", true, [&] {
-                       return getBasicMachineStats(stats.reservedValue, stats.physicalMemoryBytes, stats.totalMemoryBytes,
-                                                   stats.totalSwapBytes, stats.freeMemoryBytes, stats.cpuLoadPercent,
-                                                   stats.processId);
-                   });
+                   "CollectMachineStats() - crashed while collecting basic machine data", true, collectMachine);
 }
 
 bool MachineStats::CollectSlavesInfo(std::vector<KREnvSlaveStats>& slaves, bool flag) {
+    const auto collect = [&] {
+        slaves.clear();
+        std::vector<int> pids;
+        getSlavesList(pids, ownPid);
+        dropSamplers(usageByPid, pids);
+        for (const int pid : pids) {
+            unsigned long long memory = 0;
+            double cpu = 0.0;
+            if (!GetSpecificProcessInfo(pid, memory, cpu, flag)) {
+                KR_LOG(Warning) << "Failed to get process info for process id: " << pid;
+                return false;
+            }
+            slaves.push_back({static_cast<std::uint32_t>(memory), cpu, pid});
+        }
+        return true;
+    };
     return guarded("CollectSlavesInfo() - failed with error: ", "CollectSlavesInfo() - crashed while collecting slaves data",
-                   false, [&] {
-                       slaves.clear();
-                       std::vector<int> pids;
-                       getSlavesList(pids, ownPid);
-                       dropSamplers(usageByPid, pids);
-                       for (const int pid : pids) {
-                           unsigned long long memory = 0;
-                           double cpu = 0.0;
-                           if (!GetSpecificProcessInfo(pid, memory, cpu, flag)) {
-                               KR_LOG(Warning) << "Failed to get process info for process id: " << pid;
-                               return false;
-                           }
-                           slaves.push_back({static_cast<std::uint32_t>(memory), cpu, pid});
-                       }
-                       return true;
-                   });
+                   false, collect);
 }
 
 bool MachineStats::GetSpecificProcessInfo(int pid, unsigned long long& memoryBytes, double& cpuPercent, bool flag) {

@@ -120,7 +120,7 @@ TEST(GetSlavesList, KnowsAnEngineByItsName) {
 TEST(GetSlavesList, TakesNothingFromAFileThatIsNoStatFile) {
     for (const char* const text : {"", "\n", "8", "8 ", "8 (", "8 PMLoadEngineMai)", "x (PMLoadEngineMai)", "(PMLoadEngineMai)"}) {
         FakeProc proc;
-        proc.run(7);
+        proc.run(7, "PMLoadEngineMain0123456789");
         proc.run(8);
         proc.write("/proc/8/stat", text);
         proc.run(9);

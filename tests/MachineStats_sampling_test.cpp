@@ -459,6 +459,8 @@ TEST_F(SamplerTest, TheGateCountsFromTheLastSample) {
 TEST_F(SamplerTest, TheGateSeesADifferenceThatWraps) {
     proc.now = UINT64_MAX - 9;
     sampler.GetUsage();
+    proc.now = UINT64_MAX;
+    EXPECT_FALSE(sampler.EnoughTimePassed());
     proc.now = 999'990;  // a million later
     EXPECT_FALSE(sampler.EnoughTimePassed());
     proc.now = 999'991;
