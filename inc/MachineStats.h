@@ -24,13 +24,13 @@
 
 /// One raw sample of a process and of the machine's processor time. Ticks are those of sysconf(_SC_CLK_TCK).
 struct pstat {
-    std::uint32_t user_ticks;          ///< /proc/PID/stat field 14, utime
-    std::int32_t child_user_ticks;     ///< field 16, cutime
-    std::uint32_t system_ticks;        ///< field 15, stime
-    std::int32_t child_system_ticks;   ///< field 17, cstime
-    std::uint32_t vsize_bytes;         ///< field 23, vsize
-    std::int32_t rss_bytes;            ///< field 24, rss, times the page size
-    std::uint64_t cpu_total_ticks;     ///< sum of the first ten columns of the first line of /proc/stat
+    std::uint32_t user_ticks;         ///< /proc/PID/stat field 14, utime
+    std::int32_t child_user_ticks;    ///< field 16, cutime
+    std::uint32_t system_ticks;       ///< field 15, stime
+    std::int32_t child_system_ticks;  ///< field 17, cstime
+    std::uint32_t vsize_bytes;        ///< field 23, vsize
+    std::int32_t rss_bytes;           ///< field 24, rss, times the page size
+    std::uint64_t cpu_total_ticks;    ///< sum of the first ten columns of the first line of /proc/stat
 };
 
 /// Takes a sample of process `pid` into `*out`. 0 on success; -1 when /proc/PID/stat (standard error tells) or
@@ -50,7 +50,7 @@ KRENV_EXPORT int getProcessRSS(int pid, bool flag);
 /// directory /proc. 1; or 0, with `pids` untouched and the reason on standard error, when /proc cannot be opened.
 KRENV_EXPORT int getSlavesList(std::vector<int>& pids, int excludedPid);
 
-/// True when every character of `s` is a decimal digit, so also for the empty text. False after an Error record for null.
+/// True when every character of `s` is a decimal digit, so also for the empty text. Null gets an Error record and false.
 KRENV_EXPORT bool IsNumeric(const char* s);
 
 /// The calling process's id (getpid).
@@ -65,8 +65,8 @@ public:
     /// True when more than 1,000,000 clock ticks have passed since the last successful sample.
     bool EnoughTimePassed();
 
-    /// The percentage between the last two samples, see calc_cpu: -1.0 until the first sample succeeds, 0.0 at that one,
-    /// perhaps NaN or infinity afterwards.
+    /// The percentage between the last two samples, see calc_cpu: -1.0 until the first sample succeeds, 0.0 at that
+    /// one, perhaps NaN or infinity afterwards.
     /// Samples when enough time has passed, else returns the last value. A sample that fails gets a Warning record
     /// and the last value, and the next call samples again at once.
     double GetUsage();
@@ -98,8 +98,8 @@ struct KREnvMachineStats {
     std::vector<KREnvSlaveStats> slaves;     ///< one for each load engine found
 };
 
-/// Collects the figures of the machine and its load engines. It keeps one sampler for each engine process between calls,
-/// because a percentage needs two samples, and drops it when the process has gone.
+/// Collects the figures of the machine and its load engines. It keeps one sampler for each engine process between
+/// calls, because a percentage needs two samples, and drops it when the process has gone.
 class KRENV_EXPORT MachineStats {
 public:
     /// Takes the machine's first processor sample. An Error record tells when that fails; the object is usable.
@@ -108,8 +108,8 @@ public:
     MachineStats(const MachineStats&) = delete;
     MachineStats& operator=(const MachineStats&) = delete;
 
-    /// Fills `stats`: the engines, then the machine. Always true; what goes wrong is in the log, and the fields concerned
-    /// keep their values. `cpuLoadPercent` keeps the caller's value, set to 0 unless it is greater, while the last
+    /// Fills `stats`: the engines, then the machine. Always true; what goes wrong is in the log, and the fields
+    /// concerned keep their values. `cpuLoadPercent` keeps the caller's value, set to 0 unless it is greater, while the last
     /// sample is less than a second old, so also right after construction.
     bool CollectMachineStats(KREnvMachineStats& stats, bool flag);
 
@@ -124,8 +124,8 @@ public:
                               unsigned long long& totalMemoryBytes, unsigned long long& totalSwapBytes,
                               unsigned long long& freeMemoryBytes, long double& cpuLoadPercent, int& processId);
 
-    /// The busy share of all processors since the last call of any collector, 0 to 1 (user, nice and system against those
-    /// and idle, /proc/stat); NaN when no time lies between; -1.0 within a second of this collector's last sample or
+    /// The busy share of all processors since the last call of any collector, 0 to 1 (user, nice and system against
+    /// those and idle, /proc/stat); NaN when no time lies between; -1.0 within a second of this collector's last sample or
     /// when /proc/stat cannot be opened.
     long double GetCPULoad();
 
@@ -139,9 +139,9 @@ public:
     int GetConsolesCount();
 
 private:
-    std::uint64_t lastLoadTime;             // clock ticks at the last GetCPULoad; 0: never
-    std::map<int, CPUUsage*> usageByPid;    // owned samplers
-    int ownPid;                             // never reported as an engine
+    std::uint64_t lastLoadTime;           // clock ticks at the last GetCPULoad; 0: never
+    std::map<int, CPUUsage*> usageByPid;  // owned samplers
+    int ownPid;                           // never reported as an engine
 };
 
 // Programs are built apart from the library, and compiler options that align or shorten numbers differently would let

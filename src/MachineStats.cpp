@@ -48,9 +48,7 @@ File openFileRetrying(const char* path) {
 }
 
 // The records hold 32-bit numbers. A scan into a 32-bit long stops at its limits, and so do these where it is longer.
-std::int32_t toInt32(long value) {
-    return static_cast<std::int32_t>(std::clamp<long>(value, INT32_MIN, INT32_MAX));
-}
+std::int32_t toInt32(long value) { return static_cast<std::int32_t>(std::clamp<long>(value, INT32_MIN, INT32_MAX)); }
 std::uint32_t toUint32(unsigned long value) {
     return static_cast<std::uint32_t>(std::min<unsigned long>(value, UINT32_MAX));
 }
@@ -71,10 +69,11 @@ bool scanProcess(std::FILE* file, pstat* out) {
     long childSystem = 0;
     unsigned long vsize = 0;
     long rssPages = 0;
-    const int scanned = std::fscanf(file,
-                                    "%*d %*s %*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %lu%lu %ld %ld %*d %*d %*d %*d "
-                                    "%*u %lu %ld",
-                                    &user, &system, &childUser, &childSystem, &vsize, &rssPages);
+    const int scanned =
+        std::fscanf(file,
+                    "%*d %*s %*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %lu%lu %ld %ld %*d %*d %*d %*d "
+                    "%*u %lu %ld",
+                    &user, &system, &childUser, &childSystem, &vsize, &rssPages);
     if (scanned == EOF) return false;
     out->user_ticks = toUint32(user);
     out->system_ticks = toUint32(system);
@@ -331,8 +330,8 @@ bool MachineStats::CollectSlavesInfo(std::vector<KREnvSlaveStats>& slaves, bool 
         }
         return true;
     };
-    return guarded("CollectSlavesInfo() - failed with error: ", "CollectSlavesInfo() - crashed while collecting slaves data",
-                   false, collect);
+    return guarded("CollectSlavesInfo() - failed with error: ",
+                   "CollectSlavesInfo() - crashed while collecting slaves data", false, collect);
 }
 
 bool MachineStats::GetSpecificProcessInfo(int pid, unsigned long long& memoryBytes, double& cpuPercent, bool flag) {
@@ -349,7 +348,8 @@ bool MachineStats::GetSpecificProcessInfo(int pid, unsigned long long& memoryByt
 
 bool MachineStats::getBasicMachineStats(unsigned long long& /*reservedValue*/, unsigned long long& physicalMemoryBytes,
                                         unsigned long long& totalMemoryBytes, unsigned long long& totalSwapBytes,
-                                        unsigned long long& freeMemoryBytes, long double& cpuLoadPercent, int& processId) {
+                                        unsigned long long& freeMemoryBytes, long double& cpuLoadPercent,
+                                        int& processId) {
     processId = GetProcessID();
     const long double load = GetCPULoad();
     if (load != kNoLoad) cpuLoadPercent = load * 100.0F;
@@ -370,7 +370,8 @@ long double MachineStats::GetCPULoad() {
     static long double b[kColumns];  // the latest; what a scan does not find keeps its value
 
     if (lastLoadTime != 0 && !EnoughTimePassed()) return kNoLoad;
-    lastLoadTime = nRealtime::gCurrentRaw_compiler();  // first, so that a /proc that fails is left alone for a while too
+    lastLoadTime =
+        nRealtime::gCurrentRaw_compiler();  // first, so that a /proc that fails is left alone for a while too
     const File file = openFileRetrying("/proc/stat");
     if (file == nullptr) return kNoLoad;
     const int scanned = std::fscanf(file.get(), "%*s %Lf %Lf %Lf %Lf", &b[kUser], &b[kNice], &b[kSystem], &b[kIdle]);

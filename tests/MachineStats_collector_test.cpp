@@ -248,7 +248,8 @@ TEST_F(CollectorTest, TheFirstLookAtAProcessOnlyMakesItsSampler) {
     proc.calls.clear();
     EXPECT_TRUE(collector->GetSpecificProcessInfo(7, memory, cpu, true));
     EXPECT_EQ(0.0, cpu);
-    EXPECT_THAT(proc.calls, ElementsAre("clock", "fopen /proc/7/stat r", "fopen /proc/stat r", "clock", "fopen /proc/7/statm r"));
+    EXPECT_THAT(proc.calls,
+                ElementsAre("clock", "fopen /proc/7/stat r", "fopen /proc/stat r", "clock", "fopen /proc/7/statm r"));
     EXPECT_EQ(1U, samplers.count());
 }
 
@@ -325,8 +326,9 @@ TEST_F(CollectorTest, DropsTheSamplersOfProcessesThatHaveGone) {
     for (const int pid : {100, 9, 50}) proc.end(pid);
     EXPECT_THAT(collectIds(), ElementsAre(7));
     EXPECT_EQ(1U, samplers.count());
-    EXPECT_THAT(recordsOf(log), ElementsAre("Trace: Removed slave process. id: 9", "Trace: Removed slave process. id: 50",
-                                            "Trace: Removed slave process. id: 100"));
+    EXPECT_THAT(recordsOf(log),
+                ElementsAre("Trace: Removed slave process. id: 9", "Trace: Removed slave process. id: 50",
+                            "Trace: Removed slave process. id: 100"));
     EXPECT_EQ("../src/MachineStats", log.entries().front().file);
     EXPECT_EQ("PMEnvironment", log.entries().front().category);
     log.clear();
@@ -403,7 +405,8 @@ TEST_F(CollectorTest, CollectsTheEnginesThenTheMachine) {
     KREnvMachineStats stats{};
     EXPECT_TRUE(collector->CollectMachineStats(stats, false));
     EXPECT_THAT(stats.slaves, SizeIs(2));
-    EXPECT_THAT(recordsOf(log), ElementsAre("Trace: " + std::string(kCollectingSlaves), "Trace: " + std::string(kCollectingGeneral)));
+    EXPECT_THAT(recordsOf(log),
+                ElementsAre("Trace: " + std::string(kCollectingSlaves), "Trace: " + std::string(kCollectingGeneral)));
     for (const LogCapture::Entry& record : log.entries()) {
         EXPECT_EQ("PMEnvironment", record.category);
         EXPECT_EQ("../src/MachineStats", record.file);
@@ -413,8 +416,9 @@ TEST_F(CollectorTest, CollectsTheEnginesThenTheMachine) {
     EXPECT_TRUE(collector->CollectMachineStats(stats, true));
     ASSERT_THAT(stats.slaves, SizeIs(1));
     EXPECT_EQ(8, stats.slaves[0].processId);
-    EXPECT_THAT(recordsOf(log), ElementsAre("Trace: " + std::string(kCollectingSlaves), "Trace: Removed slave process. id: 7",
-                                            "Trace: " + std::string(kCollectingGeneral)));
+    EXPECT_THAT(recordsOf(log),
+                ElementsAre("Trace: " + std::string(kCollectingSlaves), "Trace: Removed slave process. id: 7",
+                            "Trace: " + std::string(kCollectingGeneral)));
 }
 
 // --- exceptions -----------------------------------------------------------------------------------------------------
@@ -422,8 +426,14 @@ TEST_F(CollectorTest, CollectsTheEnginesThenTheMachine) {
 namespace {
 
 // Every call of a collection that may throw, while an engine runs that is known already.
-const char* const kThrowers[] = {"opendir", "readdir", "fopen /proc/7/stat rt", "clock", "fopen /proc/7/stat r",
-                                 "fopen /proc/stat r", "usleep", "fopen /proc/7/statm r"};
+const char* const kThrowers[] = {"opendir",
+                                 "readdir",
+                                 "fopen /proc/7/stat rt",
+                                 "clock",
+                                 "fopen /proc/7/stat r",
+                                 "fopen /proc/stat r",
+                                 "usleep",
+                                 "fopen /proc/7/statm r"};
 
 }  // namespace
 
@@ -499,9 +509,10 @@ TEST_F(CollectorTest, AnExceptionInTheMachinesFiguresIsLoggedAndTheAnswerIsTrue)
         KREnvMachineStats stats{};
         EXPECT_TRUE(collector->CollectMachineStats(stats, false));
         EXPECT_THAT(stats.slaves, SizeIs(1)) << "the engines are there";
-        EXPECT_THAT(recordsOf(log),
-                    ElementsAre("Trace: " + std::string(kCollectingSlaves), "Trace: " + std::string(kCollectingGeneral),
-                                "Error: CollectMachineStats() - failed to collect basic machine data. error: out of order"));
+        EXPECT_THAT(
+            recordsOf(log),
+            ElementsAre("Trace: " + std::string(kCollectingSlaves), "Trace: " + std::string(kCollectingGeneral),
+                        "Error: CollectMachineStats() - failed to collect basic machine data. error: out of order"));
         proc.before = nullptr;
         EXPECT_EQ(descriptors, openDescriptors());
         wait();
@@ -573,13 +584,14 @@ TEST_F(CollectorTest, MemoryMayRunOutAtAnyPoint) {
         EXPECT_EQ(0U, samplers.count());
     }
     EXPECT_GE(failures, 5) << "ids, the list of the removed, two samplers, their entries, the result";
-    EXPECT_THAT(log.texts(Level::Error), Contains("CollectSlavesInfo() - failed with error: std::bad_alloc").Times(failures));
+    EXPECT_THAT(log.texts(Level::Error),
+                Contains("CollectSlavesInfo() - failed with error: std::bad_alloc").Times(failures));
 }
 
 // --- engines that vanish --------------------------------------------------------------------------------------------
 
-// A process that ends before, or while, any call of the collection is answered: after one collection that may or may not
-// see it, it is told as removed exactly once and nothing is left of it.
+// A process that ends when any call of the collection is about to be answered: after this collection, which may or may
+// not see it, it is told as removed exactly once and nothing is left of it.
 TEST_F(CollectorTest, AnEngineMayVanishAtAnyPoint) {
     bool vanished = true;
     for (int point = 1; vanished; ++point) {

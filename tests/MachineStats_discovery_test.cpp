@@ -39,10 +39,10 @@ TEST(IsNumeric, WantsNothingButDecimalDigits) {
         const char* text;
         bool numeric;
     } rows[] = {
-        {"", true},   {"0", true},   {"0123456789", true},  {"99999999999999999999", true},
-        {"/", false}, {":", false},  {"12a", false},        {"a12", false},
-        {"-1", false}, {"+1", false}, {" 1", false},         {"1 ", false},
-        {"1.0", false}, {".", false}, {"..", false},         {"self", false},
+        {"", true},      {"0", true},      {"0123456789", true}, {"99999999999999999999", true},
+        {"/", false},    {":", false},     {"12a", false},       {"a12", false},
+        {"-1", false},   {"+1", false},    {" 1", false},        {"1 ", false},
+        {"1.0", false},  {".", false},     {"..", false},        {"self", false},
         {"\xb2", false}, {"1\x80", false}, {"\xd9\xa1", false},
     };
     for (const auto& row : rows) EXPECT_EQ(row.numeric, IsNumeric(row.text)) << row.text;
@@ -99,13 +99,13 @@ TEST(GetSlavesList, KnowsAnEngineByItsName) {
         {"PMLoadEngine", false},
         {"", false},
         {" ", false},
-        {" PMLoadEngineMai", true},          // the scan skips blanks in front
+        {" PMLoadEngineMai", true},  // the scan skips blanks in front
         {"PM LoadEngineMai", false},
-        {"a PMLoadEngineMai", false},        // cut at the blank
-        {"PMLoadEngineMai x", false},        // cut at the blank, then the last character goes
-        {"PMLoadEngineMain x", true},        // the character that goes is not needed
+        {"a PMLoadEngineMai", false},  // cut at the blank
+        {"PMLoadEngineMai x", false},  // cut at the blank, then the last character goes
+        {"PMLoadEngineMain x", true},  // the character that goes is not needed
         {"PMLoadEngineMai\tx", false},
-        {repeated("k", 1000), false},        // more than any kernel prints
+        {repeated("k", 1000), false},  // more than any kernel prints
         {repeated("k", 238) + "PMLoadEngineMai" + repeated("k", 1000), true},
         {repeated("k", 1000) + "PMLoadEngineMai", false},
     };
@@ -118,7 +118,8 @@ TEST(GetSlavesList, KnowsAnEngineByItsName) {
 
 // The file of a process that ended a moment ago must not be taken for that of the engine before it.
 TEST(GetSlavesList, TakesNothingFromAFileThatIsNoStatFile) {
-    for (const char* const text : {"", "\n", "8", "8 ", "8 (", "8 PMLoadEngineMai)", "x (PMLoadEngineMai)", "(PMLoadEngineMai)"}) {
+    for (const char* const text :
+         {"", "\n", "8", "8 ", "8 (", "8 PMLoadEngineMai)", "x (PMLoadEngineMai)", "(PMLoadEngineMai)"}) {
         FakeProc proc;
         proc.run(7, "PMLoadEngineMain0123456789");
         proc.run(8);
@@ -146,7 +147,8 @@ TEST(GetSlavesList, LooksOnlyAtDirectoriesNamedByANumber) {
         const char* name;
         unsigned char type;
     } rows[] = {
-        {"7", DT_UNKNOWN}, {"7", DT_REG}, {"7", DT_LNK}, {"self", DT_DIR}, {"7a", DT_DIR}, {".", DT_DIR}, {"..", DT_DIR}, {"-7", DT_DIR},
+        {"7", DT_UNKNOWN}, {"7", DT_REG}, {"7", DT_LNK},  {"self", DT_DIR},
+        {"7a", DT_DIR},    {".", DT_DIR}, {"..", DT_DIR}, {"-7", DT_DIR},
     };
     for (const auto& row : rows) {
         FakeProc proc;

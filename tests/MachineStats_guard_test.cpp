@@ -1,5 +1,5 @@
-// The collector's second line of defence: a program that puts its own CollectSlavesInfo in front of the library's may let
-// exceptions out of it, which the library's own does not.
+// The collector's second line of defence: a program that puts its own CollectSlavesInfo in front of the library's may
+// let exceptions out of it, which the library's own does not.
 #include "MachineStats.h"
 
 #include <gmock/gmock.h>

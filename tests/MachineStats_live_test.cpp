@@ -5,11 +5,9 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <cmath>
 #include <csignal>
-#include <cstdio>
 #include <ctime>
 #include <fstream>
 #include <map>
@@ -24,6 +22,7 @@
 #include <unistd.h>
 
 #include "support/LogCapture.h"
+#include "support/Subprocess.h"
 
 using testing::Contains;
 using testing::Not;
@@ -33,13 +32,9 @@ namespace {
 constexpr unsigned long long kMegabyte = 1 << 20;
 
 std::string outputOf(const std::string& command) {
-    std::FILE* const pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) throw std::runtime_error("cannot run " + command);
-    std::string text;
-    std::array<char, 256> piece;
-    while (std::fgets(piece.data(), piece.size(), pipe) != nullptr) text += piece.data();
-    if (pclose(pipe) != 0) throw std::runtime_error("failed: " + command);
-    return text;
+    const ProgramResult result = runProgram({"/bin/sh", "-c", command});
+    if (result.status != 0) throw std::runtime_error("failed: " + command);
+    return result.out;
 }
 
 // "MemTotal:       24731708 kB" and so on, in bytes.
@@ -163,7 +158,8 @@ TEST(MachineStatsLive, FreeMemoryAgreesWithMeminfoAndFree) {
         others[0] = memInfo()["MemFree"];
         collector.CollectMachineStats(stats, false);
         others[1] = freeRow("Mem:").free;
-        return near(others[0], stats.freeMemoryBytes, 8 * kMegabyte) && near(others[1], stats.freeMemoryBytes, 8 * kMegabyte);
+        return near(others[0], stats.freeMemoryBytes, 8 * kMegabyte) &&
+               near(others[1], stats.freeMemoryBytes, 8 * kMegabyte);
     });
     EXPECT_TRUE(agreed) << others[0] << " and " << others[1] << " against " << stats.freeMemoryBytes;
 }
@@ -202,7 +198,8 @@ TEST(MachineStatsLive, TellsOnceThatAnEngineHasGone) {
     ASSERT_TRUE(collector.CollectMachineStats(stats, false));
     EXPECT_FALSE(isThere());
     ASSERT_TRUE(collector.CollectMachineStats(stats, false));
-    EXPECT_THAT(log.texts(nLogging::Level::Trace), Contains("Removed slave process. id: " + std::to_string(pid)).Times(1));
+    EXPECT_THAT(log.texts(nLogging::Level::Trace),
+                Contains("Removed slave process. id: " + std::to_string(pid)).Times(1));
 }
 
 TEST(MachineStatsLive, AnEnginesMemoryAgreesWithPs) {
@@ -246,7 +243,8 @@ TEST(MachineStatsLive, AnEngineThatKeepsOneProcessorBusyScoresItsShareOfAll) {
         collector.GetSpecificProcessInfo(engine.pid(), memory, percent, false);  // a window begins here
         std::this_thread::sleep_for(std::chrono::milliseconds(1200));
         collector.GetSpecificProcessInfo(engine.pid(), memory, percent, false);
-        const double scheduled = 100.0 * (secondsOfProcessor(engine.pid()) - startUsed) / ((now() - startTime) * processors);
+        const double scheduled =
+            100.0 * (secondsOfProcessor(engine.pid()) - startUsed) / ((now() - startTime) * processors);
         seen << percent << " (scheduler: " << scheduled << ") ";
         kept = kept || std::abs(percent - full) <= full * 0.15;
         agreed = agreed || std::abs(percent - scheduled) <= full * 0.1;

@@ -33,8 +33,8 @@ bool MachineStats::GetSpecificProcessInfo(int pid, unsigned long long& memoryByt
     return g_onProcess(pid);
 }
 
-bool MachineStats::getBasicMachineStats(unsigned long long&, unsigned long long&, unsigned long long&, unsigned long long&,
-                                        unsigned long long&, long double&, int&) {
+bool MachineStats::getBasicMachineStats(unsigned long long&, unsigned long long&, unsigned long long&,
+                                        unsigned long long&, unsigned long long&, long double&, int&) {
     return g_onMachine();
 }
 

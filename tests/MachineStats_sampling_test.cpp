@@ -285,13 +285,13 @@ TEST(CalcCpu, IsTheShareOfAllProcessorTime) {
     } rows[] = {
         {ticks(130, 70, 1400), ticks(100, 50, 1200), 25.0L},
         {ticks(100, 50, 1200), ticks(100, 50, 1000), 0.0L},
-        {ticks(400, 0, 200), ticks(0, 0, 100), 400.0L},                                // no upper limit
-        {ticks(1, 0, 3), ticks(0, 0, 0), 1.0L / 3.0L * 100.0L},                        // all 64 bits of the mantissa
-        {ticks(5, 5, 100), ticks(0xFFFFFFF1, 0xFFFFFFF9, 0), 32.0L},                   // counters that wrapped
-        {ticks(0xFFFFFFFF, 2, 100), ticks(0, 0, 0), 1.0L},                             // a sum that wraps
-        {ticks(25, 0, 0x100000032), ticks(0, 0, 0xFFFFFFCE), 25.0L},                   // only the low halves count
+        {ticks(400, 0, 200), ticks(0, 0, 100), 400.0L},               // no upper limit
+        {ticks(1, 0, 3), ticks(0, 0, 0), 1.0L / 3.0L * 100.0L},       // all 64 bits of the mantissa
+        {ticks(5, 5, 100), ticks(0xFFFFFFF1, 0xFFFFFFF9, 0), 32.0L},  // counters that wrapped
+        {ticks(0xFFFFFFFF, 2, 100), ticks(0, 0, 0), 1.0L},            // a sum that wraps
+        {ticks(25, 0, 0x100000032), ticks(0, 0, 0xFFFFFFCE), 25.0L},  // only the low halves count
         {ticks(25, 0, 0x700000064), ticks(0, 0, 0x300000000), 25.0L},
-        {ticks(0, 0, 100), ticks(1, 0, 0), 4294967295.0L / 100.0L * 100.0L},           // going back wraps
+        {ticks(0, 0, 100), ticks(1, 0, 0), 4294967295.0L / 100.0L * 100.0L},  // going back wraps
         {ticks(50, 0, 0), ticks(0, 0, 1), 50.0L / 4294967295.0L * 100.0L},
         {ticks(7, 0, 1000), ticks(0, 0, 1000), kInfinity},
         {ticks(7, 0, 0x100000000), ticks(0, 0, 0), kInfinity},

@@ -30,9 +30,15 @@ public:
         for (int i = 0; i < 4; ++i) {
             const int pid = upTo(kPids);
             switch (upTo(4)) {
-                case 1: end(pid); break;
-                case 2: proc_->breakReads("/proc/" + std::to_string(pid) + "/stat"); break;
-                default: run(pid); break;
+                case 1:
+                    end(pid);
+                    break;
+                case 2:
+                    proc_->breakReads("/proc/" + std::to_string(pid) + "/stat");
+                    break;
+                default:
+                    run(pid);
+                    break;
             }
         }
         if (upTo(50) == 1) proc_->refuse("/proc/stat", upTo(2));

@@ -73,9 +73,10 @@ void FakeProc::unlist(const std::string& name) {
 void FakeProc::run(int pid, const std::string& name, unsigned userTicks, unsigned systemTicks, long pages) {
     const std::string id = std::to_string(pid);
     if (files_.count("/proc/" + id + "/stat") == 0) list(id);
-    write("/proc/" + id + "/stat", id + " (" + name + ") S 1 77 77 0 -1 4194560 1000 0 0 0 " + std::to_string(userTicks) +
-                                       " " + std::to_string(systemTicks) + " 0 0 20 0 1 0 5000 2617344 " +
-                                       std::to_string(pages) + " 4294967295 1 1 0 0 0 0 0 0 0 0 0 0 17 1 0 0 0 0 0\n");
+    write("/proc/" + id + "/stat", id + " (" + name + ") S 1 77 77 0 -1 4194560 1000 0 0 0 " +
+                                       std::to_string(userTicks) + " " + std::to_string(systemTicks) +
+                                       " 0 0 20 0 1 0 5000 2617344 " + std::to_string(pages) +
+                                       " 4294967295 1 1 0 0 0 0 0 0 0 0 0 0 17 1 0 0 0 0 0\n");
     write("/proc/" + id + "/statm", "639 " + std::to_string(pages) + " 300 2 0 100 0\n");
 }
 
@@ -88,8 +89,8 @@ void FakeProc::end(int pid) {
 
 void FakeProc::machineTicks(unsigned long long user, unsigned long long nice, unsigned long long system,
                             unsigned long long idle) {
-    write("/proc/stat", "cpu  " + std::to_string(user) + " " + std::to_string(nice) + " " + std::to_string(system) + " " +
-                            std::to_string(idle) + " 0 0 0 0 0 0\ncpu0 1 1 1 1 0 0 0 0 0 0\n");
+    write("/proc/stat", "cpu  " + std::to_string(user) + " " + std::to_string(nice) + " " + std::to_string(system) +
+                            " " + std::to_string(idle) + " 0 0 0 0 0 0\ncpu0 1 1 1 1 0 0 0 0 0 0\n");
 }
 
 void FakeProc::closeLeftOpen() {
@@ -221,7 +222,8 @@ dirent* __wrap_readdir(DIR* directory) { return readOr(__real_readdir, directory
 dirent* __wrap_readdir64(DIR* directory) { return readOr(__real_readdir64, directory); }
 int __wrap_closedir(DIR* directory) {
     const Answering answering;
-    if (answering.fake != nullptr && answering.fake->ownsDirectory(directory)) answering.fake->closeDirectory(directory);
+    if (answering.fake != nullptr && answering.fake->ownsDirectory(directory))
+        answering.fake->closeDirectory(directory);
     return __real_closedir(directory);
 }
 

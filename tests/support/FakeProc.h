@@ -39,7 +39,8 @@ public:
     void end(int pid);
 
     /// The first line of /proc/stat: user, nice, system and idle ticks, and 0 for the rest.
-    void machineTicks(unsigned long long user, unsigned long long nice, unsigned long long system, unsigned long long idle);
+    void machineTicks(unsigned long long user, unsigned long long nice, unsigned long long system,
+                      unsigned long long idle);
 
     /// The figures of `struct sysinfo` that are used, in units of so many bytes.
     struct Memory {
