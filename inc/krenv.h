@@ -153,13 +153,14 @@ public:
 private:
     using ResolveVariable = const char* (KREnvContainerClass::*)(const char* var);
 
-    void splitText(char* work);
-    const char* valueOfPathVariable(const char* var);
-    const char* findInVariables(const char* name, const char* var, ResolveVariable resolve, std::va_list more);
-    const char* placeInDirectory(const char* name, const char* list);
-    char* fullNameInDirectory(const char* path, const char* dir, char* out);
-    char* fullNameOfBareName(const char* name, char* out, int size);
-    const char* storeResolved(const char* text, std::size_t length);
+    KRENV_HIDDEN void splitText(char* work);
+    KRENV_HIDDEN const char* valueOfPathVariable(const char* var);
+    KRENV_HIDDEN const char* findInVariables(const char* name, const char* var, ResolveVariable resolve,
+                                             std::va_list more);
+    KRENV_HIDDEN const char* placeInDirectory(const char* name, const char* list);
+    KRENV_HIDDEN char* fullNameInDirectory(const char* path, const char* dir, char* out);
+    KRENV_HIDDEN char* fullNameOfBareName(const char* name, char* out, int size);
+    KRENV_HIDDEN const char* storeResolved(const char* text, std::size_t length);
 
     // The layout is known to programs built against earlier releases: order and sizes stay.
     char* m_pszResolvedVar;         // owned; what KRPResolvePathVarNoKREnv resolved last

@@ -2,3 +2,6 @@
 #pragma once
 
 #define KRF_EXPORT __attribute__((visibility("default")))
+
+/// For the private functions of a class that is marked: programs do not come to depend on them.
+#define KRF_HIDDEN __attribute__((visibility("hidden")))

@@ -28,9 +28,9 @@ public:
 private:
     using Pieces = std::uint32_t;  // a set of pieces, one bit for each, the first piece lowest
 
-    std::size_t endOfFirstMatch(const char* text, std::size_t length, std::size_t start) const;
-    std::size_t leftmostBeginning(const char* text, std::size_t start, std::size_t end) const;
-    std::size_t longestEnd(const char* text, std::size_t length, std::size_t beginning) const;
+    KRF_HIDDEN std::size_t endOfFirstMatch(const char* text, std::size_t length, std::size_t start) const;
+    KRF_HIDDEN std::size_t leftmostBeginning(const char* text, std::size_t start, std::size_t end) const;
+    KRF_HIDDEN std::size_t longestEnd(const char* text, std::size_t length, std::size_t beginning) const;
     Pieces accepting(char character) const { return accepting_[static_cast<unsigned char>(character)]; }
 
     std::array<Pieces, 256> accepting_{};  // by unsigned character: the pieces that accept it
