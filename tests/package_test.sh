@@ -39,6 +39,12 @@ case $method in
         ;;
 esac
 
+# The installed companion finds its libraries, wherever it lies.
+if [[ $(cached KRENV_BUILD_TOOLS) == ON ]]; then
+    version=$("$work/prefix/bin/pmenv" get KR_VERSION --ini "$examples/pressmark.ini")
+    [[ $version == *1.0.0* ]] || { echo "the installed pmenv printed: $version" >&2; exit 1; }
+fi
+
 # Another working directory, and no other place where settings could come from.
 output=$(cd / && env -u KR_BIN HOME=/home/guest "$work/host/host" 2>"$work/stderr") || {
     cat "$work/stderr"
