@@ -22,9 +22,7 @@ namespace nEnvSettings {
 
 int gPressmarkIniTable() {
     const int handle = IniTable;
-    if (handle == 0) {
-        PM_LOG_RECORD(nLogging::Level::Error, "PMEnvironment", kIniTableFile, kNoIniTableLine);
-    }
+    if (handle == 0) PM_LOG_RECORD(nLogging::Level::Error, "PMEnvironment", kIniTableFile, kNoIniTableLine);
     return handle;
 }
 

@@ -71,9 +71,7 @@ bool KRPCreateDirectory(const char* path) {
 
 void KRPRemoveAllDirectories(const char* path) {
     const bool mentionsTmp = path != nullptr && std::strstr(path, "/tmp") != nullptr;
-    if (!mentionsTmp) {
-        KR_LOG(Error);  // reported, but no reason to stop
-    }
+    if (!mentionsTmp) KR_LOG(Error);  // reported, but no reason to stop
     if (path == nullptr) return;
 
     const std::string command = "/bin/rm -fr " + argument(path);

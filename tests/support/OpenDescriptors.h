@@ -1,0 +1,56 @@
+// OpenDescriptors.h - which descriptors a piece of code leaves open.
+#pragma once
+
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
+#include <map>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+/// Remembers what is open at its construction, and closes at the end of its scope what was opened since.
+class OpenDescriptors {
+public:
+    OpenDescriptors() : before_(all()) {}
+    ~OpenDescriptors() {
+        for (const auto& [descriptor, target] : added()) close(descriptor);
+    }
+    OpenDescriptors(const OpenDescriptors&) = delete;
+    OpenDescriptors& operator=(const OpenDescriptors&) = delete;
+
+    /// What the descriptors opened since refer to, sorted; a target comes as often as it is open.
+    std::vector<std::string> addedTargets() const {
+        std::vector<std::string> targets;
+        for (const auto& [descriptor, target] : added()) targets.push_back(target);
+        std::sort(targets.begin(), targets.end());
+        return targets;
+    }
+
+private:
+    using Descriptors = std::map<int, std::string>;
+
+    static Descriptors all() {
+        Descriptors found;
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            std::error_code gone;
+            found[std::stoi(entry.path().filename())] = std::filesystem::read_symlink(entry.path(), gone);
+        }
+        // One of them listed the others and is closed again by now.
+        for (auto i = found.begin(); i != found.end();) i = isOpen(i->first) ? std::next(i) : found.erase(i);
+        return found;
+    }
+
+    static bool isOpen(int descriptor) { return fcntl(descriptor, F_GETFD) != -1; }
+
+    Descriptors added() const {
+        Descriptors now = all();
+        for (const auto& [descriptor, target] : before_) now.erase(descriptor);
+        return now;
+    }
+
+    Descriptors before_;
+};
