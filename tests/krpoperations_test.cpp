@@ -61,6 +61,40 @@ struct TempNames {
 
 bool refuseDirectories = false;
 
+// The words that a shell makes of the arguments behind `program` in a command, patterns and references expanded.
+std::vector<std::string> operandsOf(const std::string& command, const std::string& program) {
+    std::vector<std::string> words;
+    std::FILE* const shell = popen(("printf '%s\\0' " + command.substr(program.size())).c_str(), "r");
+    if (shell == nullptr) return {"no shell"};
+    std::string word;
+    for (int c = std::fgetc(shell); c != EOF; c = std::fgetc(shell)) {
+        if (c != '\0') {
+            word += static_cast<char>(c);
+        } else {
+            words.push_back(std::exchange(word, {}));
+        }
+    }
+    pclose(shell);
+    return words;
+}
+
+// True when all that a command names lies in a directory of these tests. A mistake in the quoting under test must fail the
+// test and not remove a home directory: that is what "rm -fr ~" does.
+bool staysInTestDirectories(const std::string& command) {
+    if (command.size() >= 128 * 1024) return true;  // the system refuses an argument of that length
+    for (const std::string program : {"/bin/rm -fr ", "/bin/cp "}) {
+        if (command.compare(0, program.size(), program) != 0) continue;
+        const std::string tail = " > /dev/null";
+        const bool quiet = command.size() > tail.size() && command.compare(command.size() - tail.size(), tail.size(), tail) == 0;
+        for (const std::string& word : operandsOf(quiet ? command.substr(0, command.size() - tail.size()) : command, program)) {
+            const std::string path = word[0] == '/' ? word : std::filesystem::current_path().string() + "/" + word;
+            if (path.find("krenv-test-") == std::string::npos) return false;
+        }
+        return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 extern "C" {
@@ -75,7 +109,10 @@ DIR* __wrap_opendir(const char* path);
 int __wrap_system(const char* command) {
     if (Shell::current == nullptr) return __real_system(command);
     Shell::current->commands.push_back(command);
-    return Shell::current->answer != nullptr ? *Shell::current->answer : __real_system(command);
+    if (Shell::current->answer != nullptr) return *Shell::current->answer;
+    const bool safe = staysInTestDirectories(command);
+    EXPECT_TRUE(safe) << "not run: " << std::string(command).substr(0, 200);
+    return safe ? __real_system(command) : -1;
 }
 
 char* __wrap_tempnam(const char* directory, const char* prefix) {
