@@ -25,6 +25,26 @@ using nLogging::Level;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+// --- the border to the settings tables ------------------------------------------------------------------------------
+
+namespace {
+
+int loads = 0;  // calls of KRSLoad by the library
+
+}  // namespace
+
+extern "C" {
+
+// KRSLoad(const char*, int, KRSFilter)
+int __real__Z7KRSLoadPKciPFS0_S0_S0_E(const char* path, int handle, KRSFilter filter);
+int __wrap__Z7KRSLoadPKciPFS0_S0_S0_E(const char* path, int handle, KRSFilter filter);
+
+int __wrap__Z7KRSLoadPKciPFS0_S0_S0_E(const char* path, int handle, KRSFilter filter) {
+    ++loads;
+    return __real__Z7KRSLoadPKciPFS0_S0_S0_E(path, handle, filter);
+}
+}
+
 namespace {
 
 /// A table filled from a text, released at the end of the scope.
@@ -268,7 +288,9 @@ TEST(GFileInitTable, PathOverTheLimitIsReportedAndNotLoaded) {
     EXPECT_THAT(log.entries(), IsEmpty());
     for (const std::size_t length : {4096u, 4097u, 100'000u}) {
         const LogCapture inner;
+        const int before = loads;
         const LoadedFile file(named(length).c_str());
+        EXPECT_EQ(before, loads);
         EXPECT_TRUE(isUsableEmptyTable(file.handle()));
         expectOneError(inner, "../src/EnvSettings", 27,
                        "can't read file " + named(length) + "\t" + bin.path() + "/" + named(length));
