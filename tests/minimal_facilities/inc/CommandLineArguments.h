@@ -1,0 +1,9 @@
+#pragma once
+
+#include <string>
+
+namespace nCommandLineArguments {
+
+std::string gGet(int index);
+
+}

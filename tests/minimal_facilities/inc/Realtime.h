@@ -1,0 +1,9 @@
+#pragma once
+
+#include <cstdint>
+
+namespace nRealtime {
+
+std::uint64_t gCurrentRaw_compiler();
+
+}
