@@ -143,7 +143,8 @@ int tellFakeTime(clockid_t clock, timespec* now) {
 
 }  // namespace
 
-// With 64-bit times on 32 bits the symbol has another name.
+// With 64-bit times on 32 bits the symbol has another name. It is seen from outside, because the sanitizers' own
+// libraries ask the clock too.
 #if defined(__i386__)
 #define REAL_CLOCK_GETTIME __real___clock_gettime64
 #define WRAP_CLOCK_GETTIME __wrap___clock_gettime64
@@ -153,7 +154,7 @@ int tellFakeTime(clockid_t clock, timespec* now) {
 #endif
 
 extern "C" int REAL_CLOCK_GETTIME(clockid_t clock, timespec* now);
-extern "C" int WRAP_CLOCK_GETTIME(clockid_t clock, timespec* now) {
+extern "C" KRF_EXPORT int WRAP_CLOCK_GETTIME(clockid_t clock, timespec* now) {
     return fakeTime != nullptr ? tellFakeTime(clock, now) : REAL_CLOCK_GETTIME(clock, now);
 }
 
