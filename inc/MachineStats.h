@@ -50,7 +50,7 @@ KRENV_EXPORT int getProcessRSS(int pid, bool flag);
 /// directory /proc. 1; or 0, with `pids` untouched and the reason on standard error, when /proc cannot be opened.
 KRENV_EXPORT int getSlavesList(std::vector<int>& pids, int excludedPid);
 
-/// True when every character of `s` is a decimal digit, so also for the empty text. Null gets an Error record and false.
+/// True when every character of `s` is a decimal digit, so also for the empty text. Null: an Error record and false.
 KRENV_EXPORT bool IsNumeric(const char* s);
 
 /// The calling process's id (getpid).
@@ -66,9 +66,8 @@ public:
     bool EnoughTimePassed();
 
     /// The percentage between the last two samples, see calc_cpu: -1.0 until the first sample succeeds, 0.0 at that
-    /// one, perhaps NaN or infinity afterwards.
-    /// Samples when enough time has passed, else returns the last value. A sample that fails gets a Warning record
-    /// and the last value, and the next call samples again at once.
+    /// one, perhaps NaN or infinity afterwards. Samples when enough time has passed, else returns the last value. A
+    /// sample that fails gets a Warning record and the last value, and the next call samples again at once.
     double GetUsage();
 
 private:
@@ -109,8 +108,8 @@ public:
     MachineStats& operator=(const MachineStats&) = delete;
 
     /// Fills `stats`: the engines, then the machine. Always true; what goes wrong is in the log, and the fields
-    /// concerned keep their values. `cpuLoadPercent` keeps the caller's value, set to 0 unless it is greater, while the last
-    /// sample is less than a second old, so also right after construction.
+    /// concerned keep their values. While the last sample is less than a second old, so also right after construction,
+    /// `cpuLoadPercent` keeps the caller's value, set to 0 when it is less.
     bool CollectMachineStats(KREnvMachineStats& stats, bool flag);
 
     /// Replaces the contents of `slaves` by the load engines that run now. False after a log record on an exception.
@@ -125,8 +124,8 @@ public:
                               unsigned long long& freeMemoryBytes, long double& cpuLoadPercent, int& processId);
 
     /// The busy share of all processors since the last call of any collector, 0 to 1 (user, nice and system against
-    /// those and idle, /proc/stat); NaN when no time lies between; -1.0 within a second of this collector's last sample or
-    /// when /proc/stat cannot be opened.
+    /// those and idle, /proc/stat); NaN when no time lies between; -1.0 within a second of this collector's last sample
+    /// or when /proc/stat cannot be opened.
     long double GetCPULoad();
 
     /// True when more than 1,000,000 clock ticks have passed since this collector's last GetCPULoad.

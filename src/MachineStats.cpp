@@ -370,8 +370,8 @@ long double MachineStats::GetCPULoad() {
     static long double b[kColumns];  // the latest; what a scan does not find keeps its value
 
     if (lastLoadTime != 0 && !EnoughTimePassed()) return kNoLoad;
-    lastLoadTime =
-        nRealtime::gCurrentRaw_compiler();  // first, so that a /proc that fails is left alone for a while too
+    // Before the file is opened, so that a /proc that fails is left alone for a while too.
+    lastLoadTime = nRealtime::gCurrentRaw_compiler();
     const File file = openFileRetrying("/proc/stat");
     if (file == nullptr) return kNoLoad;
     const int scanned = std::fscanf(file.get(), "%*s %Lf %Lf %Lf %Lf", &b[kUser], &b[kNice], &b[kSystem], &b[kIdle]);

@@ -1,5 +1,5 @@
 // The library's figures against those that others give on this machine, which may be busy: what moves is looked at
-// several times, and only what never comes near is wrong.
+// several times.
 #include "MachineStats.h"
 
 #include <gmock/gmock.h>
@@ -220,38 +220,33 @@ TEST(MachineStatsLive, AnEnginesMemoryAgreesWithPs) {
     }
 }
 
-// Looked at until the machine leaves the engine the processor that it wants. However busy the machine is, the figure
-// must agree with the time that the scheduler says it gave the engine.
+// One processor's share of all, times what this machine, which may be busy, gave the engine of one. It is looked at
+// until the engine had a processor almost to itself, or for some time.
 TEST(MachineStatsLive, AnEngineThatKeepsOneProcessorBusyScoresItsShareOfAll) {
-    const double processors = static_cast<double>(sysconf(_SC_NPROCESSORS_ONLN));
-    const double full = 100.0 / processors;
+    const double full = 100.0 / static_cast<double>(sysconf(_SC_NPROCESSORS_ONLN));
     MachineStats collector;
     Engine engine("burn");
     unsigned long long memory = 0;
-    double percent = 0;
+    double percent = -1;
     collector.GetSpecificProcessInfo(engine.pid(), memory, percent, false);
     EXPECT_EQ(0.0, percent) << "the sampler is new";
     collector.GetSpecificProcessInfo(engine.pid(), memory, percent, false);
     EXPECT_EQ(0.0, percent) << "the first sample";
 
-    bool kept = false;
+    double granted = 0;
     bool agreed = false;
     std::ostringstream seen;
-    for (int i = 0; i < 15 && !(kept && agreed); ++i) {
+    for (int i = 0; i < 6 && !(agreed && granted >= 0.9); ++i) {
         const double startTime = now();
         const double startUsed = secondsOfProcessor(engine.pid());
-        collector.GetSpecificProcessInfo(engine.pid(), memory, percent, false);  // a window begins here
         std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+        granted = (secondsOfProcessor(engine.pid()) - startUsed) / (now() - startTime);
         collector.GetSpecificProcessInfo(engine.pid(), memory, percent, false);
-        const double scheduled =
-            100.0 * (secondsOfProcessor(engine.pid()) - startUsed) / ((now() - startTime) * processors);
-        seen << percent << " (scheduler: " << scheduled << ") ";
-        kept = kept || std::abs(percent - full) <= full * 0.15;
-        agreed = agreed || std::abs(percent - scheduled) <= full * 0.1;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1001));  // so that the gate is open for the next one
+        agreed = granted > 0 && std::abs(percent - granted * full) <= full * 0.1;
+        seen << percent << " for " << granted << " of a processor; ";
     }
-    EXPECT_TRUE(kept) << "not near " << full << ": " << seen.str();
-    EXPECT_TRUE(agreed) << seen.str();
+    EXPECT_TRUE(agreed) << seen.str() << "one is " << full;
+    RecordProperty("ProcessorGranted", std::to_string(granted));
 }
 
 TEST(MachineStatsLive, TheMachinesLoadCountsABusyEngine) {
