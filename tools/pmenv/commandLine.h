@@ -1,0 +1,79 @@
+// commandLine.h - the command line as data: what commands and options there are, and what the user typed.
+//
+// Arguments are taken byte for byte. Options may stand anywhere behind the program's name, as --name value or
+// --name=value; -- ends them.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// An option of pmenv or of one command.
+struct Option {
+    enum class Kind { Flag, Text, Number };
+
+    const char* name;  ///< without the dashes
+    Kind kind;
+    const char* argument;  ///< the argument's name in the help; null for a flag
+    const char* help;
+    double least = 0;  ///< the range of a number
+    double most = 0;
+    bool whole = false;  ///< a number without a fraction
+};
+
+/// A positional argument. Only the last one of a command may be optional or repeated.
+struct Argument {
+    const char* name;
+    const char* help;
+    bool optional = false;
+    bool repeated = false;
+};
+
+class CommandLine;
+
+struct Command {
+    const char* name;     ///< one or two words: "get", "path split"
+    const char* summary;  ///< one line
+    std::vector<Argument> arguments;
+    std::vector<Option> options;
+    const char* examples;  ///< lines of the form "command   what it does"
+    int (*run)(const CommandLine&);
+};
+
+/// Everything that pmenv understands.
+struct Grammar {
+    std::vector<Option> globalOptions;
+    std::vector<Command> commands;
+};
+
+/// What the user typed, checked against the grammar.
+class CommandLine {
+public:
+    /// Parses the arguments behind the program's name. Throws Failure with kExitUsage.
+    static CommandLine parse(const Grammar& grammar, const std::vector<std::string>& words);
+
+    /// True for --help and --version, which need nothing else.
+    bool asksForHelp() const { return has("help"); }
+    bool asksForVersion() const { return has("version"); }
+
+    /// The command; null only when help or the version is asked for.
+    const Command* command() const { return command_; }
+    /// The first word alone of commands of two words, as in "pmenv path --help"; otherwise "".
+    const std::string& group() const { return group_; }
+    const std::vector<std::string>& arguments() const { return arguments_; }
+
+    bool has(const std::string& option) const { return options_.count(option) != 0; }
+    /// The option's text, or `otherwise` when it was not given.
+    std::string text(const std::string& option, const std::string& otherwise = {}) const;
+    double number(const std::string& option, double otherwise) const;
+
+private:
+    void takeCommand(const Grammar& grammar, const std::vector<std::string>& words);
+    void takeOption(const Grammar& grammar, const std::string& name, const std::optional<std::string>& value);
+
+    const Command* command_ = nullptr;
+    std::string group_;
+    std::vector<std::string> arguments_;
+    std::map<std::string, std::string> options_;
+};

@@ -1,0 +1,21 @@
+// failure.h - what ends a command early.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+constexpr int kExitDone = 0;
+constexpr int kExitWrong = 1;  // the thing asked for is absent or wrong
+constexpr int kExitUsage = 2;
+constexpr int kExitSaturated = 3;  // stats --verdict: the load generator was the bottleneck
+
+/// Thrown by a command that cannot go on. The text says what, where and what to do; main prints it behind "pmenv: ".
+class Failure : public std::runtime_error {
+public:
+    explicit Failure(const std::string& text, int exitCode = kExitWrong)
+        : std::runtime_error(text), exitCode_(exitCode) {}
+    int exitCode() const { return exitCode_; }
+
+private:
+    int exitCode_;
+};

@@ -1,0 +1,6 @@
+// grammar.h - all commands of pmenv with their options.
+#pragma once
+
+#include "commandLine.h"
+
+const Grammar& pmenvGrammar();

@@ -1,0 +1,58 @@
+// pmenv - the command-line companion of the environment support library.
+//
+// It opens no main scope, so that the library neither searches settings nor logs by itself.
+#include <algorithm>
+#include <clocale>
+#include <exception>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "CommandLineArguments.h"
+#include "failure.h"
+#include "grammar.h"
+#include "help.h"
+#include "libraryLog.h"
+#include "output.h"
+
+namespace {
+
+int printHelp(const CommandLine& line) {
+    const Command* const command = line.command();
+    std::cout << (command != nullptr ? commandHelp(pmenvGrammar(), *command)
+                                     : overviewHelp(pmenvGrammar(), line.group()));
+    return kExitDone;
+}
+
+int printVersion() {
+    std::cout << "pmenv " PMENV_VERSION "\n";
+    return kExitDone;
+}
+
+// The arguments behind the program's name, which a caller may leave out.
+std::vector<std::string> wordsOf(int argc, char** argv) { return {argv + std::min(argc, 1), argv + argc}; }
+
+int run(const CommandLine& line) {
+    if (line.asksForHelp()) return printHelp(line);
+    if (line.asksForVersion()) return printVersion();
+    return line.command()->run(line);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::setlocale(LC_CTYPE, "C.UTF-8");
+    nCommandLineArguments::gSet(argc, argv);
+    showLibraryLog();
+    try {
+        const int exitCode = run(CommandLine::parse(pmenvGrammar(), wordsOf(argc, argv)));
+        finishOutput();
+        return exitCode;
+    } catch (const Failure& failure) {
+        printError(failure.what());
+        return failure.exitCode();
+    } catch (const std::exception& error) {
+        printError(std::string("stopped by an unexpected error: ") + error.what());
+        return kExitWrong;
+    }
+}

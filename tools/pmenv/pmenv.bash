@@ -1,0 +1,65 @@
+# bash completion for pmenv
+
+# The words that may stand where the cursor is, for the command typed so far.
+_pmenv_options()
+{
+    local options="--ini --json --help --version"
+    case $1 in
+        get) options+=" --raw" ;;
+    esac
+    printf '%s' "$options"
+}
+
+# The commands on the line, one or two words, are the words that are neither options nor an option's value.
+_pmenv_plain_words()
+{
+    local i word
+    plain=()
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        word=${COMP_WORDS[i]}
+        case $word in
+            --ini) ((i++)) ;;
+            -* | =) ;;
+            *) plain+=("$word") ;;
+        esac
+    done
+}
+
+# Names of the settings, from the pressmark.ini that the command itself would read.
+_pmenv_settings()
+{
+    local i ini=()
+    for ((i = 1; i < COMP_CWORD - 1; i++)); do
+        [[ ${COMP_WORDS[i]} == --ini ]] && ini=(--ini "${COMP_WORDS[i + 1]}")
+    done
+    "${COMP_WORDS[0]}" "${ini[@]}" list 2>/dev/null | sed -e '1,3d' -e 's/  .*//'
+}
+
+_pmenv()
+{
+    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} plain
+    COMPREPLY=()
+    _pmenv_plain_words
+
+    case $previous in
+        --ini)
+            mapfile -t COMPREPLY < <(compgen -f -- "$current")
+            return
+            ;;
+    esac
+    if [[ $current == -* ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "$(_pmenv_options "${plain[*]:0:2}")" -- "$current")
+        return
+    fi
+
+    case "${#plain[@]} ${plain[0]}" in
+        "0 ") mapfile -t COMPREPLY < <(compgen -W "get list find resolve path" -- "$current") ;;
+        "1 path") mapfile -t COMPREPLY < <(compgen -W "split make shorten abs" -- "$current") ;;
+        *" get") mapfile -t COMPREPLY < <(compgen -W "$(_pmenv_settings)" -- "$current") ;;
+        "1 resolve" | [2-9]*" find") mapfile -t COMPREPLY < <(compgen -W "PATH HOME MYDOCUMENTS" -- "$current") ;;
+        *" list") ;;
+        *) mapfile -t COMPREPLY < <(compgen -f -- "$current") ;;
+    esac
+}
+
+complete -o filenames -F _pmenv pmenv

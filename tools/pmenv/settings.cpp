@@ -1,0 +1,100 @@
+#include "settings.h"
+
+#include <set>
+#include <utility>
+
+#include "EnvSettings.h"
+#include "failure.h"
+#include "krenv.h"
+#include "krresolve.h"
+#include "krs.h"
+#include "libraryLog.h"
+#include "nearest.h"
+#include "output.h"
+
+namespace {
+
+constexpr std::size_t kLongestExpansion = 2047;
+
+const char* const kCycle = "its references lead back to themselves, or expanding them takes more than the limits allow";
+
+std::vector<KRSEntry> entriesOf(int table) {
+    std::vector<KRSEntry> entries(KRSEntryCount(table));
+    for (std::size_t i = 0; i < entries.size(); ++i) KRSGetEntry(table, i, &entries[i]);
+    return entries;
+}
+
+// KREGetEnv only tells that it failed. Its resolution, run again, tells whether the result was too long.
+std::string expansionProblem(const std::string& stored) {
+    AddDelSet set;
+    RWCString text(stored.c_str());
+    if (!KRSRuntimeResolve(set, text) || text.length() <= kLongestExpansion) return kCycle;
+    return "its expanded value has " + std::to_string(text.length()) + " characters, the limit is " +
+           std::to_string(kLongestExpansion);
+}
+
+void expand(Setting* setting) {
+    KREnvContainerClass env;
+    if (const char* const value = env.KREGetEnv(setting->name.c_str())) {
+        setting->expanded = value;
+    } else {
+        setting->problem = "cannot be expanded: " + expansionProblem(*setting->stored);
+    }
+}
+
+Setting settingOf(const KRSEntry& entry) {
+    Setting setting{entry.key, entry.value, std::nullopt, "", entry.line};
+    expand(&setting);
+    return setting;
+}
+
+}  // namespace
+
+Settings::Settings(std::string file) : file_(std::move(file)) {
+    LogPause quiet;
+    if (KRELoadIniFile(file_.c_str()) == 0) throw Failure(std::string("cannot load the settings: ") + KRSLoadError());
+    table_ = nEnvSettings::gPressmarkIniTable();
+    if (quiet.sawErrors()) findLeftOut();
+}
+
+// The library's record does not name the key. A value that was left out is on a line of the file that has an entry when
+// nothing is filtered, and has none in the table.
+void Settings::findLeftOut() {
+    std::set<int> loadedLines;
+    for (const KRSEntry& entry : entriesOf(table_)) loadedLines.insert(entry.line);
+
+    const int unfiltered = KRSCreateTable();
+    KRSLoad(file_.c_str(), unfiltered, nullptr);
+    for (const KRSEntry& entry : entriesOf(unfiltered)) {
+        if (loadedLines.count(entry.line) != 0) continue;
+        leftOut_.push_back({entry.key, entry.line});
+        printWarning(file_ + ":" + std::to_string(entry.line) + ": " + entry.key + " is left out: " + kCycle);
+    }
+    KRSDestroyTable(unfiltered);
+}
+
+std::vector<Setting> Settings::all() const {
+    std::vector<Setting> settings;
+    for (const KRSEntry& entry : entriesOf(table_)) {
+        if (entry.inForce) settings.push_back(settingOf(entry));
+    }
+    return settings;
+}
+
+Setting Settings::read(const std::string& name) const {
+    for (const KRSEntry& entry : entriesOf(table_)) {
+        if (entry.inForce && name == entry.key) return settingOf(entry);
+    }
+    return {name, std::nullopt, std::nullopt, whyAbsent(name), 0};
+}
+
+std::string Settings::whyAbsent(const std::string& name) const {
+    for (const LeftOut& left : leftOut_) {
+        if (left.name == name) return "is left out (line " + std::to_string(left.line) + "): " + kCycle;
+    }
+    std::vector<std::string> names;
+    for (const KRSEntry& entry : entriesOf(table_)) {
+        if (entry.inForce) names.emplace_back(entry.key);
+    }
+    return "no such setting" + didYouMean(nearestNames(name, names));
+}

@@ -1,0 +1,42 @@
+// settings.h - the settings of one file, loaded through the library, and what is wrong with them.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+/// One setting as the user asked for it.
+struct Setting {
+    std::string name;
+    std::optional<std::string> stored;    ///< as loaded; empty when there is no such setting
+    std::optional<std::string> expanded;  ///< empty when there is none or its expansion failed
+    std::string problem;                  ///< why something is missing
+    int line = 0;                         ///< in the file, from 1
+};
+
+class Settings {
+public:
+    /// Loads `file` as the library's settings. Throws Failure with the reason, line and column when it is rejected.
+    /// A value that the library left out because its references go round in a circle is warned about by name.
+    explicit Settings(std::string file);
+
+    const std::string& file() const { return file_; }
+
+    /// The settings in force, in file order.
+    std::vector<Setting> all() const;
+    /// The setting `name`; where there is none, the problem suggests the nearest names.
+    Setting read(const std::string& name) const;
+
+private:
+    struct LeftOut {
+        std::string name;
+        int line;
+    };
+
+    void findLeftOut();
+    std::string whyAbsent(const std::string& name) const;
+
+    std::string file_;
+    int table_ = 0;  // owned by the library
+    std::vector<LeftOut> leftOut_;
+};

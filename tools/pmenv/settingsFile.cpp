@@ -1,0 +1,34 @@
+#include "settingsFile.h"
+
+#include "CommandLineArguments.h"
+#include "failure.h"
+#include "krenv.h"
+#include "search.h"
+
+namespace {
+
+constexpr char kFileName[] = "pressmark.ini";
+
+std::string chosenFile(const std::string& chosen) {
+    if (chosen.empty()) throw Failure("--ini needs a settings file or a directory, not an empty text", kExitUsage);
+    return KRPIsClosedFileADirectory(chosen.c_str()) ? chosen + "/" + kFileName : chosen;
+}
+
+}  // namespace
+
+std::string programDirectory() {
+    char program[4096] = "";
+    KRPAbsPath(nCommandLineArguments::gGet(0).c_str(), program, sizeof program);
+    KREnvContainerClass env;
+    return env.KRPGetPathDirectory(program);
+}
+
+std::string settingsFile(const CommandLine& line) {
+    if (line.has("ini")) return chosenFile(line.text("ini"));
+    const SearchResult result = searchFile(kFileName, {programDirectory(), "$KR_BIN", "HOME"}, nullptr);
+    if (result.path) return *result.path;
+    throw Failure(std::string(kFileName) + " not found; looked in" + placesText(result.places) +
+                  "\nSet KR_BIN to the directory that holds it, or choose a file with --ini.");
+}
+
+Settings loadSettings(const CommandLine& line) { return Settings(settingsFile(line)); }

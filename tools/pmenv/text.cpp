@@ -1,0 +1,84 @@
+#include "text.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cwchar>
+#include <cwctype>
+
+namespace {
+
+// The next character of a text: its bytes and its columns. `valid` is false for a byte that begins no character.
+struct Character {
+    std::size_t bytes = 1;
+    std::size_t columns = 1;
+    bool valid = false;
+    wchar_t code = 0;
+};
+
+Character characterAt(const std::string& text, std::size_t position) {
+    std::mbstate_t state{};
+    Character character;
+    const std::size_t bytes = std::mbrtowc(&character.code, text.data() + position, text.size() - position, &state);
+    if (bytes == static_cast<std::size_t>(-1) || bytes == static_cast<std::size_t>(-2)) return character;
+    character.bytes = std::max<std::size_t>(bytes, 1);
+    character.valid = true;
+    const int columns = wcwidth(character.code);
+    character.columns = columns > 0 ? static_cast<std::size_t>(columns) : 0;
+    return character;
+}
+
+std::string escaped(unsigned char byte) {
+    switch (byte) {
+        case '\n':
+            return "\\n";
+        case '\r':
+            return "\\r";
+        case '\t':
+            return "\\t";
+        default:
+            break;
+    }
+    char text[8];
+    std::snprintf(text, sizeof text, "\\x%02x", byte);
+    return text;
+}
+
+}  // namespace
+
+std::size_t displayWidth(const std::string& text) {
+    std::size_t width = 0;
+    for (std::size_t i = 0; i < text.size();) {
+        const Character character = characterAt(text, i);
+        width += character.columns;
+        i += character.bytes;
+    }
+    return width;
+}
+
+std::string cutToWidth(const std::string& text, std::size_t width) {
+    if (width == 0) return {};
+    if (displayWidth(text) <= width) return text;
+    std::size_t used = 0;
+    std::size_t end = 0;
+    while (end < text.size()) {
+        const Character character = characterAt(text, end);
+        if (used + character.columns > width - 1) break;
+        used += character.columns;
+        end += character.bytes;
+    }
+    return text.substr(0, end) + "…";
+}
+
+std::string printable(const std::string& text) {
+    std::string shown;
+    for (std::size_t i = 0; i < text.size();) {
+        const Character character = characterAt(text, i);
+        if (character.valid && !std::iswcntrl(static_cast<std::wint_t>(character.code))) {
+            shown.append(text, i, character.bytes);
+        } else {
+            for (std::size_t k = 0; k < character.bytes; ++k) shown += escaped(static_cast<unsigned char>(text[i + k]));
+        }
+        i += character.bytes;
+    }
+    return shown;
+}
