@@ -1,7 +1,6 @@
 #include "EnvSettings.h"
 
 #include "krenvLog.h"
-#include "krenvState.h"
 #include "krs.h"
 
 namespace {
@@ -9,8 +8,6 @@ namespace {
 constexpr char kSourceFile[] = "../src/EnvSettings";
 
 // Operators' log filters know the records of this file by their positions. These stay, wherever the code moves.
-constexpr char kIniTableFile[] = "../src/krenvf";
-constexpr int kNoIniTableLine = 61;
 constexpr int kCannotReadLine = 27;
 constexpr int kCannotFindLine = 47;
 
@@ -19,12 +16,6 @@ constexpr std::size_t kMaxPathLength = 4095;
 }  // namespace
 
 namespace nEnvSettings {
-
-int gPressmarkIniTable() {
-    const int handle = IniTable;
-    if (handle == 0) PM_LOG_RECORD(nLogging::Level::Error, "PMEnvironment", kIniTableFile, kNoIniTableLine);
-    return handle;
-}
 
 void gFileInitTable(KREnvContainerClass& env, const char* fileName, int& handle) {
     handle = KRSCreateTable();

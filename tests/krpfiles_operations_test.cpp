@@ -590,12 +590,14 @@ TEST(KRPCopyFile, NullIsRefused) {
     const TempDir dir;
     const std::string from = dir.writeFile("from");
     Shell shell;
-    for (const auto& [first, second] :
-         {std::pair<const char*, const char*>{nullptr, "to"}, {from.c_str(), nullptr}, {nullptr, nullptr}}) {
+    for (const auto& [first, second] : {std::pair<const char*, const char*>{nullptr, "to"}, {from.c_str(), nullptr}}) {
         const LogCapture log;
         EXPECT_FALSE(KRPCopyFile(first, second));
         expectPositionOnlyError(log);
     }
+    const LogCapture log;
+    EXPECT_FALSE(KRPCopyFile(nullptr, nullptr));
+    EXPECT_THAT(log.texts(Level::Error), ElementsAre("", "")) << "one record for each null argument";
     EXPECT_THAT(shell.commands, IsEmpty());
 }
 
