@@ -33,14 +33,18 @@ int statAndRemove(const char* path, int result) {
 
 }  // namespace
 
+// stat, with 64-bit offsets and times, as the C library names it
+#ifdef __i386__
+#define REAL_STAT __real___stat64_time64
+#define WRAP_STAT __wrap___stat64_time64
+#else
+#define REAL_STAT __real_stat64
+#define WRAP_STAT __wrap_stat64
+#endif
+
 extern "C" {
-int __real_stat(const char* path, void* status);
-int __wrap_stat(const char* path, void* status) { return statAndRemove(path, __real_stat(path, status)); }
-// stat on 32 bits, with 64-bit offsets and times
-int __real___stat64_time64(const char* path, void* status);
-int __wrap___stat64_time64(const char* path, void* status) {
-    return statAndRemove(path, __real___stat64_time64(path, status));
-}
+int REAL_STAT(const char* path, void* status);
+int WRAP_STAT(const char* path, void* status) { return statAndRemove(path, REAL_STAT(path, status)); }
 }
 
 namespace {
