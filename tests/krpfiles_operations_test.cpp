@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <optional>
 #include <random>
 #include <string>
 #include <thread>
@@ -61,36 +62,48 @@ struct TempNames {
 
 bool refuseDirectories = false;
 
-// The words that a shell makes of the arguments behind `program` in a command, patterns and references expanded.
-std::vector<std::string> operandsOf(const std::string& command, const std::string& program) {
-    std::vector<std::string> words;
-    std::FILE* const shell = popen(("printf '%s\\0' " + command.substr(program.size())).c_str(), "r");
-    if (shell == nullptr) return {"no shell"};
-    std::string word;
-    for (int c = std::fgetc(shell); c != EOF; c = std::fgetc(shell)) {
-        if (c != '\0') {
-            word += static_cast<char>(c);
+// The words of a command whose quoting leaves no doubt; nothing when a shell could make something else of it. Read from
+// the text alone, as even asking a shell would carry out what a mistake lets through.
+std::optional<std::vector<std::string>> plainWords(const std::string& text) {
+    const std::string plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-+,:@%=";
+    std::vector<std::string> words(1);
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const char c = text[at];
+        if (c == '\'' || c == '"') {
+            const std::size_t end = text.find(c, at + 1);
+            if (end == std::string::npos) return std::nullopt;
+            const std::string quoted = text.substr(at + 1, end - at - 1);
+            if (c == '"' && quoted.find_first_of("$`\\") != std::string::npos) return std::nullopt;
+            words.back() += quoted;
+            at = end;
+        } else if (c == '\\' && at + 1 < text.size() && text[at + 1] == '\'') {
+            words.back() += text[++at];
+        } else if (c == ' ') {
+            words.emplace_back();
+        } else if (plain.find(c) != std::string::npos) {
+            words.back() += c;
         } else {
-            words.push_back(std::exchange(word, {}));
+            return std::nullopt;
         }
     }
-    pclose(shell);
     return words;
+}
+
+bool isInTestDirectory(const std::string& path) {
+    const std::string whole = (std::filesystem::current_path() / path).lexically_normal();
+    return whole.rfind("/tmp/krenv-test-", 0) == 0;
 }
 
 // True when all that a command names lies in a directory of these tests. A mistake in the quoting under test must fail the
 // test and not remove a home directory: that is what "rm -fr ~" does.
-bool staysInTestDirectories(const std::string& command) {
-    if (command.size() >= 128 * 1024) return true;  // the system refuses an argument of that length
+bool isSafeToRun(std::string command) {
+    const std::string quiet = " > /dev/null";
+    const std::size_t tail = command.rfind(quiet);
+    if (tail != std::string::npos && tail + quiet.size() == command.size()) command.resize(tail);
     for (const std::string program : {"/bin/rm -fr ", "/bin/cp "}) {
         if (command.compare(0, program.size(), program) != 0) continue;
-        const std::string tail = " > /dev/null";
-        const bool quiet = command.size() > tail.size() && command.compare(command.size() - tail.size(), tail.size(), tail) == 0;
-        for (const std::string& word : operandsOf(quiet ? command.substr(0, command.size() - tail.size()) : command, program)) {
-            const std::string path = word[0] == '/' ? word : std::filesystem::current_path().string() + "/" + word;
-            if (path.find("krenv-test-") == std::string::npos) return false;
-        }
-        return true;
+        const auto words = plainWords(command.substr(program.size()));
+        return words && std::all_of(words->begin(), words->end(), isInTestDirectory);
     }
     return false;
 }
@@ -107,10 +120,9 @@ DIR* __real_opendir(const char* path);
 DIR* __wrap_opendir(const char* path);
 
 int __wrap_system(const char* command) {
-    if (Shell::current == nullptr) return __real_system(command);
-    Shell::current->commands.push_back(command);
-    if (Shell::current->answer != nullptr) return *Shell::current->answer;
-    const bool safe = staysInTestDirectories(command);
+    if (Shell::current != nullptr) Shell::current->commands.push_back(command);
+    if (Shell::current != nullptr && Shell::current->answer != nullptr) return *Shell::current->answer;
+    const bool safe = isSafeToRun(command);
     EXPECT_TRUE(safe) << "not run: " << std::string(command).substr(0, 200);
     return safe ? __real_system(command) : -1;
 }
@@ -179,6 +191,24 @@ const char* const kHostileNames[] = {
 };
 
 }  // namespace
+
+// --- the guard of these tests ---------------------------------------------------------------------------------------
+
+TEST(CommandGuard, LetsNothingOutOfTheTestDirectories) {
+    const TempDir dir;
+    const ScopedCwd cwd(dir.path());
+    for (const char* const command : {"/bin/rm -fr x", "/bin/rm -fr 'a b'", "/bin/rm -fr ''\\'''", "/bin/rm -fr '~'",
+                                      "/bin/cp \"a\" '$b' > /dev/null"}) {
+        EXPECT_TRUE(isSafeToRun(command)) << command;
+    }
+    for (const char* const command :
+         {"/bin/rm -fr ~", "/bin/rm -fr ~root", "/bin/rm -fr $HOME", "/bin/rm -fr \"$HOME\"", "/bin/rm -fr `pwd`",
+          "/bin/rm -fr /", "/bin/rm -fr x /", "/bin/rm -fr ..", "/bin/rm -fr x/../..", "/bin/rm -fr *",
+          "/bin/rm -fr 'x", "/bin/rm -fr x; y", "/bin/rm -fr x\ny", "/bin/cp \"a\" \"/etc/b\" > /dev/null",
+          "/bin/cp \"a\" > b", "ls x", ""}) {
+        EXPECT_FALSE(isSafeToRun(command)) << command;
+    }
+}
 
 // --- KRPCreateDirectory ---------------------------------------------------------------------------------------------
 
@@ -577,6 +607,7 @@ TEST(KRPCopyFile, TrueExactlyWhenTheCommandSucceeded) {
 
 TEST(KRPCopyFile, FailingCommandIsFalse) {
     const TempDir dir;
+    const ScopedCwd cwd(dir.path());
     const std::string from = dir.writeFile("from");
     testing::internal::CaptureStderr();
     EXPECT_FALSE(KRPCopyFile(from.c_str(), (dir / "missing/to").c_str()));
