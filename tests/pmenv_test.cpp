@@ -529,8 +529,8 @@ TEST_F(Pmenv, FindsItselfWhenItsNameIsEmpty) {
 
 const std::vector<Words>& allCommands() {
     static const std::vector<Words> commands{
-        {"get"},        {"list"}, {"find"}, {"resolve"}, {"path", "split"}, {"path", "make"}, {"path", "shorten"},
-        {"path", "abs"}};
+        {"get"},         {"list"},   {"find"}, {"resolve"}, {"path", "split"}, {"path", "make"}, {"path", "shorten"},
+        {"path", "abs"}, {"report"}, {"stats"}};
     return commands;
 }
 

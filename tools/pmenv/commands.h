@@ -12,3 +12,6 @@ int runPathSplit(const CommandLine& line);
 int runPathMake(const CommandLine& line);
 int runPathShorten(const CommandLine& line);
 int runPathAbs(const CommandLine& line);
+
+int runReport(const CommandLine& line);
+int runStats(const CommandLine& line);

@@ -6,6 +6,7 @@ namespace {
 
 constexpr Option::Kind kFlag = Option::Kind::Flag;
 constexpr Option::Kind kText = Option::Kind::Text;
+constexpr Option::Kind kNumber = Option::Kind::Number;
 
 const Argument kPathVariable{
     "VAR", "PATH, HOME, MYDOCUMENTS, '$X' (process variable X), '#X' (setting X), or directories parted by :"};
@@ -82,6 +83,48 @@ std::vector<Command> pathCommands() {
     };
 }
 
+std::vector<Option> statsOptions() {
+    constexpr double kMost = 1e9;
+    return {
+        {"interval", kNumber, "SECONDS", "time between samples, 1 or more; 1 unless given", 1, 86400},
+        {"count", kNumber, "N", "how many samples, 0 for no end; 1 unless given", 0, kMost, true},
+        {"duration", kNumber, "SECONDS", "sample for so long, instead of --count", 1, kMost},
+        {"csv", kFlag, nullptr, "one line for each sample and engine, exact numbers"},
+        {"openmetrics", kFlag, nullptr, "text exposition for a metrics collector, in base units"},
+        {"per-process", kFlag, nullptr, "with --openmetrics: also a series for each engine, with its pid"},
+        {"output", kText, "FILE", "with --openmetrics: replace FILE in one step instead of printing"},
+        {"watch", kFlag, nullptr, "redraw in place until q or Ctrl-C; on a pipe, print a table for each sample"},
+        {"verdict", kFlag, nullptr, "watch for --duration (60) and say whether this load generator was the bottleneck"},
+        {"cpu-limit", kNumber, "PERCENT", "of the machine's processors; 90 unless given, over 100 for never", 0, 1000},
+        {"engine-limit", kNumber, "PERCENT", "of one processor, for one engine; 95 unless given", 0, 100000},
+        {"sustain", kNumber, "SECONDS", "how long these two must be passed; 10 unless given", 0, kMost},
+        {"memory-limit", kNumber, "PERCENT", "of the memory must stay available; 10 unless given", 0, 100},
+        {"swap-limit", kNumber, "MIB", "by which swap in use may grow; 1 unless given", 0, kMost},
+    };
+}
+
+std::vector<Command> hostCommands() {
+    return {
+        {"report",
+         "print the start-up report of this host",
+         {},
+         {},
+         "pmenv report                  the lines that every program's log begins with\n"
+         "pmenv report --json           the same by name",
+         runReport},
+        {"stats",
+         "print figures of the machine and its load engines, or judge a run",
+         {},
+         statsOptions(),
+         "pmenv stats                                        one table; takes two seconds to measure\n"
+         "pmenv stats --json --interval 5 --count 12         a minute, one object a line\n"
+         "pmenv stats --watch                                a live screen\n"
+         "pmenv stats --openmetrics --output /var/lib/node_exporter/pmenv.prom\n"
+         "pmenv stats --duration 60 --verdict || exit 1      refuse a run on a saturated load generator (exit 3)",
+         runStats},
+    };
+}
+
 Grammar makeGrammar() {
     Grammar grammar;
     grammar.globalOptions = {
@@ -90,7 +133,7 @@ Grammar makeGrammar() {
         {"help", kFlag, nullptr, "print help and exit; also -h"},
         {"version", kFlag, nullptr, "print the version and exit"},
     };
-    for (const auto& part : {settingsCommands(), searchCommands(), pathCommands()}) {
+    for (const auto& part : {settingsCommands(), searchCommands(), pathCommands(), hostCommands()}) {
         grammar.commands.insert(grammar.commands.end(), part.begin(), part.end());
     }
     return grammar;

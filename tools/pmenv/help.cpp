@@ -52,7 +52,8 @@ constexpr char kOverviewExamples[] =
     "pmenv list                        where the settings are and what they say\n"
     "pmenv get KR_VERSION              one setting, as a program would read it\n"
     "pmenv --ini /opt/pm get KR_BIN    the same from another pressmark.ini\n"
-    "pmenv find engine.cfg '$KR_BIN'   where a file is found, or every place where it is not";
+    "pmenv find engine.cfg '$KR_BIN'   where a file is found, or every place where it is not\n"
+    "pmenv stats --watch               the machine and its load engines, live";
 
 }  // namespace
 
@@ -70,7 +71,8 @@ std::string overviewHelp(const Grammar& grammar, const std::string& group) {
            section("Options of all commands", optionRows(grammar.globalOptions)) +
            examples(group.empty() ? kOverviewExamples : groupExamples.c_str()) +
            "\n'pmenv COMMAND --help' tells more about a command, 'man pmenv' about all.\n"
-           "Exit codes: 0 done; 1 the thing asked for is absent or wrong; 2 wrong usage.\n";
+           "Exit codes: 0 done; 1 the thing asked for is absent or wrong; 2 wrong usage;\n3 stats --verdict: "
+           "saturated.\n";
 }
 
 std::string commandHelp(const Grammar& grammar, const Command& command) {

@@ -6,22 +6,32 @@ _pmenv_options()
     local options="--ini --json --help --version"
     case $1 in
         get) options+=" --raw" ;;
+        stats)
+            options+=" --interval --count --duration --csv --openmetrics --per-process --output --watch --verdict"
+            options+=" --cpu-limit --engine-limit --sustain --memory-limit --swap-limit"
+            ;;
     esac
     printf '%s' "$options"
 }
 
-# The commands on the line, one or two words, are the words that are neither options nor an option's value.
+# Whether an option takes the next word.
+_pmenv_takes_value()
+{
+    [[ $1 == --@(ini|interval|count|duration|output|cpu-limit|engine-limit|sustain|memory-limit|swap-limit) ]]
+}
+
+# Gathers in `plain` the words that are neither options nor an option's value; the command is the first, or the first two.
 _pmenv_plain_words()
 {
     local i word
     plain=()
     for ((i = 1; i < COMP_CWORD; i++)); do
         word=${COMP_WORDS[i]}
-        case $word in
-            --ini) ((i++)) ;;
-            -* | =) ;;
-            *) plain+=("$word") ;;
-        esac
+        if _pmenv_takes_value "$word"; then
+            ((i++))
+        elif [[ $word != -* && $word != = ]]; then
+            plain+=("$word")
+        fi
     done
 }
 
@@ -41,23 +51,21 @@ _pmenv()
     COMPREPLY=()
     _pmenv_plain_words
 
-    case $previous in
-        --ini)
-            mapfile -t COMPREPLY < <(compgen -f -- "$current")
-            return
-            ;;
-    esac
+    if _pmenv_takes_value "$previous"; then
+        [[ $previous == --@(ini|output) ]] && mapfile -t COMPREPLY < <(compgen -f -- "$current")
+        return
+    fi
     if [[ $current == -* ]]; then
-        mapfile -t COMPREPLY < <(compgen -W "$(_pmenv_options "${plain[*]:0:2}")" -- "$current")
+        mapfile -t COMPREPLY < <(compgen -W "$(_pmenv_options "${plain[0]}")" -- "$current")
         return
     fi
 
     case "${#plain[@]} ${plain[0]}" in
-        "0 ") mapfile -t COMPREPLY < <(compgen -W "get list find resolve path" -- "$current") ;;
+        "0 ") mapfile -t COMPREPLY < <(compgen -W "get list find resolve path report stats" -- "$current") ;;
         "1 path") mapfile -t COMPREPLY < <(compgen -W "split make shorten abs" -- "$current") ;;
         *" get") mapfile -t COMPREPLY < <(compgen -W "$(_pmenv_settings)" -- "$current") ;;
         "1 resolve" | [2-9]*" find") mapfile -t COMPREPLY < <(compgen -W "PATH HOME MYDOCUMENTS" -- "$current") ;;
-        *" list") ;;
+        *" list" | *" report" | *" stats") ;;
         *) mapfile -t COMPREPLY < <(compgen -f -- "$current") ;;
     esac
 }

@@ -17,7 +17,7 @@ std::size_t total(const std::vector<std::size_t>& widths) {
 
 // Takes columns off the widest until all fit or none can give more.
 void shrink(std::vector<std::size_t>& widths, std::size_t width) {
-    for (std::size_t& each : widths) each = std::min(each, width);
+    for (std::size_t& each : widths) each = std::min(each, std::max(width, kNarrowest));
     while (total(widths) > width) {
         const auto widest = std::max_element(widths.begin(), widths.end());
         if (*widest <= kNarrowest) return;

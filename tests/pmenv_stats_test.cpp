@@ -1,0 +1,636 @@
+// pmenv report and pmenv stats as a user runs them. Other load engines may run on the machine meanwhile, so the tests look
+// for the processes that they start themselves.
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <termios.h>
+
+#include "support/Subprocess.h"
+#include "support/TempDir.h"
+#include "support/TerminalRun.h"
+
+using nlohmann::json;
+using testing::AnyOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+namespace {
+
+using Words = std::vector<std::string>;
+using Environment = std::map<std::string, const char*>;
+
+// Never reached, whatever else the machine does while the tests run.
+const Words kNoLimits{"--cpu-limit",    "1000", "--engine-limit", "100000",
+                      "--memory-limit", "0",    "--swap-limit",   "1000000"};
+
+Words pmenv(Words words, const Words& more = {}) {
+    words.insert(words.begin(), PMENV_BINARY);
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+}
+
+Environment environment() {
+    return {
+        {"HOME", "/nonexistent"}, {"KR_BIN", nullptr}, {"PM_LOG", nullptr}, {"NO_COLOR", nullptr}, {"TERM", "xterm"}};
+}
+
+ProgramResult run(Words words, const Words& more = {}) {
+    return runProgram(pmenv(std::move(words), more), environment());
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) lines.push_back(line);
+    return lines;
+}
+
+// True when `condition` holds within 20 seconds.
+bool soon(const std::function<bool()>& condition) {
+    for (int i = 0; i < 400; ++i) {
+        if (condition()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return false;
+}
+
+// A process with a load engine's command name: the shell under another name. It ends with the test.
+class Engine {
+public:
+    explicit Engine(const std::string& script) {
+        std::filesystem::create_symlink("/bin/bash", program_);
+        child_ = fork();
+        if (child_ == 0) {
+            execl(program_.c_str(), program_.c_str(), "-c", script.c_str(), static_cast<char*>(nullptr));
+            _exit(126);
+        }
+        soon([this] { return readFileText("/proc/" + std::to_string(child_) + "/comm") == "PMLoadEngineMai\n"; });
+    }
+    ~Engine() {
+        kill(child_, SIGKILL);
+        waitpid(child_, nullptr, 0);
+    }
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+
+    pid_t pid() const { return child_; }
+
+    // Processor seconds so far, of /proc/PID/stat's fields 14 and 15.
+    double cpuSeconds() const {
+        const std::string text = readFileText("/proc/" + std::to_string(child_) + "/stat");
+        std::istringstream fields(text.substr(text.rfind(')') + 2));
+        std::string field;
+        for (int i = 3; i <= 13; ++i) fields >> field;
+        long user = 0, system = 0;
+        fields >> user >> system;
+        return static_cast<double>(user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+    }
+
+private:
+    TempDir directory_;
+    std::string program_ = directory_ / "PMLoadEngineMain";
+    pid_t child_ = -1;
+};
+
+constexpr char kBusy[] = "while :; do :; done";
+constexpr char kIdle[] = "while :; do read -t 1000 <> <(:); done";
+
+json engineIn(const json& sample, pid_t pid) {
+    for (const json& engine : sample.at("engines")) {
+        if (engine.at("pid") == pid) return engine;
+    }
+    return nullptr;
+}
+
+double meminfoBytes(const std::string& name) {
+    for (const std::string& line : linesOf(readFileText("/proc/meminfo"))) {
+        if (line.compare(0, name.size() + 1, name + ":") == 0) return std::stod(line.substr(name.size() + 1)) * 1024;
+    }
+    return -1;
+}
+
+// --- report ---------------------------------------------------------------------------------------------------------
+
+class PmenvReport : public testing::Test {
+protected:
+    ProgramResult report(const Words& words = {}) const {
+        Words all{"report", "--ini", directory_.path()};
+        all.insert(all.end(), words.begin(), words.end());
+        return run(all);
+    }
+
+    TempDir directory_;
+};
+
+TEST_F(PmenvReport, PrintsTheElevenLines) {
+    directory_.writeFile("pressmark.ini", "KR_VERSION = 12\nKR_BUILD = 345\n");
+    const ProgramResult outcome = report();
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err, "");
+    const auto lines = linesOf(outcome.out);
+    ASSERT_EQ(lines.size(), 11u);
+    EXPECT_EQ(lines[0], "/" + std::string(72, '*') + "/");
+    EXPECT_THAT(lines[1], StartsWith("Machine Name "));
+    EXPECT_EQ(lines[7], "Pressmark Release 12.345");
+    EXPECT_EQ(lines[9], "KR_VERSION\t12\tKR_BUILD\t345\t");
+}
+
+TEST_F(PmenvReport, JsonNamesTheFacts) {
+    directory_.writeFile("pressmark.ini", "KR_VERSION = 12\n");
+    const json facts = json::parse(report({"--json"}).out);
+    EXPECT_EQ(facts.at("version"), "12");
+    EXPECT_EQ(facts.at("build"), nullptr);
+    EXPECT_EQ(facts.at("memoryBytes").get<double>(), meminfoBytes("MemTotal"));
+    EXPECT_THAT(facts.at("bits"), AnyOf("64 bit OS", "32 bit OS"));
+    EXPECT_THAT(facts.at("operatingSystem").get<std::string>(), StartsWith("Linux (Linux "));
+}
+
+TEST_F(PmenvReport, NeedsASettingsFile) {
+    const ProgramResult missing = report();
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_EQ(missing.out, "");
+    EXPECT_THAT(missing.err, StartsWith("pmenv: cannot load the settings: " + directory_.path() + "/pressmark.ini: "));
+
+    directory_.writeFile("pressmark.ini", "nonsense\n");
+    EXPECT_THAT(report().err, HasSubstr("/pressmark.ini:1:1: missing '='"));
+
+    const ProgramResult searched = run({"report"});
+    EXPECT_EQ(searched.status, 1);
+    EXPECT_THAT(searched.err, StartsWith("pmenv: pressmark.ini not found; looked in\n"));
+
+    directory_.writeFile("other.ini", "A = 1\n");
+    const ProgramResult named = run({"report", "--ini", directory_ / "other.ini"});
+    EXPECT_EQ(named.status, 2);
+    EXPECT_EQ(named.err, "pmenv: report reads a file named pressmark.ini, not other.ini\n");
+}
+
+TEST_F(PmenvReport, PmLogDoesNotHideIt) {
+    directory_.writeFile("pressmark.ini", "KR_VERSION = 12\n");
+    Environment quiet = environment();
+    quiet["PM_LOG"] = "none";
+    EXPECT_EQ(linesOf(runProgram(pmenv({"report", "--ini", directory_.path()}), quiet).out).size(), 11u);
+}
+
+// --- figures --------------------------------------------------------------------------------------------------------
+
+TEST(PmenvStats, FiguresAgreeWithTheKernels) {
+    const Engine engine(kIdle);
+    const ProgramResult outcome = run({"stats", "--json"});
+    EXPECT_EQ(outcome.status, 0);
+    ASSERT_EQ(linesOf(outcome.out).size(), 1u);
+    const json sample = json::parse(outcome.out);
+
+    EXPECT_EQ(sample.at("memoryBytes").get<double>(), meminfoBytes("MemTotal"));
+    EXPECT_EQ(sample.at("swapBytes").get<double>(), meminfoBytes("SwapTotal"));
+    EXPECT_NEAR(sample.at("availableBytes").get<double>(), meminfoBytes("MemAvailable"),
+                0.2 * meminfoBytes("MemTotal"));
+    EXPECT_EQ(sample.at("processors"), sysconf(_SC_NPROCESSORS_ONLN));
+    EXPECT_GE(sample.at("cpuPercent"), 0.0);
+    EXPECT_LE(sample.at("cpuPercent"), 100.0);
+
+    const json found = engineIn(sample, engine.pid());
+    ASSERT_FALSE(found.is_null());
+    EXPECT_EQ(found.at("name"), "PMLoadEngineMai");
+    EXPECT_LT(found.at("cpuPercentOfOne"), 20.0);
+    const std::string statm = readFileText("/proc/" + std::to_string(engine.pid()) + "/statm");
+    const double resident = std::stod(statm.substr(statm.find(' '))) * static_cast<double>(sysconf(_SC_PAGESIZE));
+    EXPECT_NEAR(found.at("residentBytes").get<double>(), resident, 1024.0 * 1024);
+}
+
+// The engine gets what a busy machine leaves it, so its share is compared with what the kernel accounts for it meanwhile.
+TEST(PmenvStats, AnEnginesPercentageIsOfOneProcessor) {
+    const Engine engine(kBusy);
+    double shown = 0;
+    double measured = 0;
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        const double before = engine.cpuSeconds();
+        const auto start = std::chrono::steady_clock::now();
+        const json sample = json::parse(run({"stats", "--json"}).out);
+        const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+        measured = 100 * (engine.cpuSeconds() - before) / seconds.count();
+        shown = engineIn(sample, engine.pid()).at("cpuPercentOfOne").get<double>();
+        if (std::abs(shown - measured) < 0.25 * measured) return;
+    }
+    FAIL() << "shown " << shown << " %, measured " << measured << " %";
+}
+
+TEST(PmenvStats, ANewEnginesPercentageIsUnknownUntilItsThirdSample) {
+    const TempDir directory;
+    const std::string out = directory / "samples";
+    const Words words{"/bin/sh", "-c",
+                      "exec " + std::string(PMENV_BINARY) + " stats --json --count 5 --interval 1 >" + out};
+    std::thread started([&] { runProgram(words, environment()); });
+    EXPECT_TRUE(soon([&] { return !linesOf(readFileText(out)).empty(); }));
+    const Engine engine(kIdle);
+    started.join();
+
+    std::vector<bool> known;
+    for (const std::string& line : linesOf(readFileText(out))) {
+        const json found = engineIn(json::parse(line), engine.pid());
+        if (!found.is_null()) known.push_back(!found.at("cpuPercentOfOne").is_null());
+    }
+    ASSERT_GE(known.size(), 3u);
+    EXPECT_FALSE(known[0]);
+    EXPECT_FALSE(known[1]);
+    EXPECT_TRUE(known[2]);
+}
+
+TEST(PmenvStats, TableIsForPeople) {
+    const Engine engine(kIdle);
+    const ProgramResult outcome = run({"stats", "--count", "2"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err, "");
+    const std::regex machine(
+        "TIME +CPU +PROCESSORS[^\n]*\n[0-9T:.-]+Z +[0-9]+\\.[0-9] % +[0-9]+ +[0-9.]+ [GMT]iB [^\n]*\n");
+    EXPECT_EQ(std::distance(std::sregex_iterator(outcome.out.begin(), outcome.out.end(), machine), {}), 2);
+    EXPECT_TRUE(std::regex_search(outcome.out, std::regex("\n *" + std::to_string(engine.pid()) +
+                                                          " +[0-9]+\\.[0-9] % +[0-9.]+ [KM]iB  PMLoadEngineMai\n")))
+        << outcome.out;
+}
+
+TEST(PmenvStats, CsvHasOneHeaderAndALineForEachEngine) {
+    const Engine first(kIdle);
+    const Engine second(kIdle);
+    const auto lines = linesOf(run({"stats", "--csv", "--count", "2"}).out);
+    ASSERT_GE(lines.size(), 5u);
+    EXPECT_THAT(lines[0], StartsWith("time,processors,cpu_percent,"));
+    std::map<std::string, std::set<std::string>> enginesAt;
+    for (std::size_t i = 1; i < lines.size(); ++i) {
+        EXPECT_EQ(std::count(lines[i].begin(), lines[i].end(), ','), std::count(lines[0].begin(), lines[0].end(), ','));
+        const std::size_t pid = lines[i].rfind(',', lines[i].rfind(',', lines[i].rfind(',') - 1) - 1) + 1;
+        enginesAt[lines[i].substr(0, lines[i].find(','))].insert(lines[i].substr(pid, lines[i].find(',', pid) - pid));
+    }
+    EXPECT_EQ(enginesAt.size(), 2u);
+    for (const auto& [time, pids] : enginesAt) {
+        EXPECT_EQ(pids.count(std::to_string(first.pid())), 1u) << time;
+        EXPECT_EQ(pids.count(std::to_string(second.pid())), 1u) << time;
+    }
+}
+
+// --- exposition -----------------------------------------------------------------------------------------------------
+
+TEST(PmenvStats, ExpositionIsAcceptedByPromtool) {
+    if (access("/usr/bin/promtool", X_OK) != 0) GTEST_SKIP() << "there is no promtool on this machine";
+    const Engine engine(kIdle);
+    for (const char* const form : {"", " --per-process"}) {
+        const ProgramResult outcome =
+            runProgram({"/bin/bash", "-c",
+                        "set -o pipefail; " + std::string(PMENV_BINARY) + " stats --openmetrics" + form +
+                            " | tee /dev/stderr | /usr/bin/promtool check metrics"},
+                       environment());
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_THAT(outcome.err, HasSubstr("pmenv_engines{name=\"PMLoadEngineMai\"} "));
+        EXPECT_EQ(outcome.err.find("pid=\"" + std::to_string(engine.pid()) + "\"") != std::string::npos, *form != '\0');
+        EXPECT_EQ(outcome.err.substr(outcome.err.size() - 6), "# EOF\n");
+    }
+}
+
+TEST(PmenvStats, OutputReplacesTheFileInOneStep) {
+    const TempDir directory;
+    const std::string path = directory.writeFile("pmenv.prom", "old\n");
+    const std::string link = directory / "link-to-the-old-one";
+    std::filesystem::create_hard_link(path, link);
+    const ProgramResult outcome = run({"stats", "--openmetrics", "--output", path});
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_THAT(readFileText(path), StartsWith("# HELP "));
+    EXPECT_EQ(readFileText(link), "old\n") << "the old file itself was not written to";
+
+    struct stat status {};
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    const mode_t mask = umask(0);
+    umask(mask);
+    EXPECT_EQ(status.st_mode & 0777, 0666 & ~mask) << "others may read it";
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(directory.path()))
+        names.insert(entry.path().filename());
+    EXPECT_THAT(names, ElementsAre("link-to-the-old-one", "pmenv.prom")) << "no temporary file is left";
+}
+
+TEST(PmenvStats, OutputThatCannotBeWrittenLeavesNothingBehind) {
+    const TempDir directory;
+    directory.makeDirectory("taken");
+    const ProgramResult outcome = run({"stats", "--openmetrics", "--output", directory / "taken"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.err, "pmenv: cannot write " + directory / "taken: Is a directory\n");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path()), {}), 1);
+
+    const ProgramResult nowhere = run({"stats", "--openmetrics", "--output", directory / "none/x"});
+    EXPECT_EQ(nowhere.status, 1);
+    EXPECT_EQ(nowhere.err, "pmenv: cannot write " + directory / "none/x: No such file or directory\n");
+}
+
+// --- verdict --------------------------------------------------------------------------------------------------------
+
+TEST(PmenvStats, VerdictOfAHealthyRun) {
+    const ProgramResult outcome = run({"stats", "--verdict", "--duration", "2", "--sustain", "1"}, kNoLimits);
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(outcome.out, StartsWith("Healthy: this load generator was not the bottleneck (watched for 2"));
+}
+
+TEST(PmenvStats, VerdictOfASaturatedRunExitsWithThree) {
+    const Engine engine(kBusy);
+    Words words{"stats",       "--verdict", "--duration",     "6", "--sustain", "2",
+                "--cpu-limit", "1000",      "--engine-limit", "2"};
+    const ProgramResult outcome = run(words);
+    EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.out, StartsWith("Saturated: this load generator was itself the bottleneck"));
+    EXPECT_THAT(outcome.out, HasSubstr("load engine " + std::to_string(engine.pid()) +
+                                       " was at or over 2.0 % of one processor for "));
+
+    words.push_back("--json");
+    const ProgramResult asJson = run(words);
+    EXPECT_EQ(asJson.status, 3);
+    EXPECT_EQ(json::parse(asJson.out).at("verdict"), "saturated");
+}
+
+// Waits until the program has taken the signal over.
+bool blocks(pid_t pid, int signal) {
+    return soon([&] {
+        for (const std::string& line : linesOf(readFileText("/proc/" + std::to_string(pid) + "/status"))) {
+            if (line.compare(0, 8, "SigBlk:\t") == 0)
+                return (std::stoull(line.substr(8), nullptr, 16) >> (signal - 1) & 1) != 0;
+        }
+        return false;
+    });
+}
+
+TEST(PmenvStats, ControlCEndsARunEarlyWithItsVerdict) {
+    Words words = pmenv({"stats", "--verdict", "--duration", "600", "--sustain", "1"}, kNoLimits);
+    TerminalRun run(words, environment(), 80, 24);
+    ASSERT_TRUE(blocks(run.pid(), SIGINT));
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    run.type("\x03");
+    EXPECT_EQ(run.finish(), 0);
+    EXPECT_THAT(run.output(), HasSubstr("Healthy: "));
+}
+
+TEST(PmenvStats, ControlCTooEarlyGivesNoVerdict) {
+    TerminalRun run(pmenv({"stats", "--verdict", "--duration", "600", "--sustain", "300"}, kNoLimits), environment(),
+                    80, 24);
+    ASSERT_TRUE(blocks(run.pid(), SIGINT));
+    run.type("\x03");
+    EXPECT_EQ(run.finish(), 1);
+    EXPECT_THAT(run.output(), HasSubstr("too early for a verdict: a limit must be passed for 300 s (--sustain)"));
+    EXPECT_THAT(run.output(), Not(HasSubstr("Healthy")));
+}
+
+// --- usage ----------------------------------------------------------------------------------------------------------
+
+TEST(PmenvStats, OptionsThatDoNotGoTogetherAreRefused) {
+    const struct {
+        Words words;
+        const char* error;
+    } rows[] = {
+        {{"--json", "--csv"}, "--json and --csv do not go together"},
+        {{"--watch", "--openmetrics"}, "--watch and --openmetrics do not go together"},
+        {{"--verdict", "--csv"}, "--verdict and --csv do not go together"},
+        {{"--count", "2", "--duration", "5"}, "--count and --duration do not go together"},
+        {{"--count", "2", "--verdict"}, "--count and --verdict do not go together"},
+        {{"--output", "x"}, "--output needs --openmetrics"},
+        {{"--per-process", "--json"}, "--per-process needs --openmetrics"},
+        {{"--openmetrics", "--output", ""}, "--output needs the name of a file"},
+        {{"--openmetrics", "--count", "2"}, "--openmetrics of more than one sample needs --output FILE"},
+        {{"--openmetrics", "--duration", "2"}, "--openmetrics of more than one sample needs --output FILE"},
+        {{"--cpu-limit", "5"}, "--cpu-limit needs --verdict or --watch"},
+        {{"--verdict", "--duration", "5"},
+         "--duration 5 s is too short for a verdict: a limit must be passed for 10 s (--sustain)"},
+        {{"--interval", "0.5"}, "--interval needs a number from 1 to 86400, not '0.5'"},
+        {{"--interval", "1s"}, "--interval needs a number from 1 to 86400, not '1s'"},
+        {{"--interval", "nan"}, "--interval needs a number from 1 to 86400, not 'nan'"},
+        {{"--count", "1.5"}, "--count needs a whole number from 0 to 1000000000, not '1.5'"},
+        {{"--count", "-1"}, "--count needs a whole number from 0 to 1000000000, not '-1'"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.error);
+        const ProgramResult outcome = run({"stats"}, row.words);
+        EXPECT_EQ(outcome.status, 2);
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_EQ(outcome.err, "pmenv: " + std::string(row.error) + "; see 'pmenv stats --help'\n");
+    }
+}
+
+// --- watch ----------------------------------------------------------------------------------------------------------
+
+constexpr char kEnterScreen[] = "\x1b[?1049h\x1b[?25l";
+constexpr char kLeaveScreen[] = "\x1b[?25h\x1b[?1049l";
+
+termios settingsOf(const TerminalRun& run) {
+    termios settings{};
+    EXPECT_EQ(tcgetattr(run.descriptor(), &settings), 0);
+    return settings;
+}
+
+bool same(const termios& left, const termios& right) {
+    return left.c_iflag == right.c_iflag && left.c_oflag == right.c_oflag && left.c_cflag == right.c_cflag &&
+           left.c_lflag == right.c_lflag &&
+           std::equal(std::begin(left.c_cc), std::end(left.c_cc), std::begin(right.c_cc));
+}
+
+// The watch on a terminal whose settings were noted before, so that they can be compared afterwards. The shell around it
+// keeps the terminal open. The next sample is an hour away, so whatever happens does not wait for it.
+class PmenvWatch : public testing::Test {
+protected:
+    PmenvWatch()
+        : run_({"/bin/bash", "-c", "read -r; \"$@\"; echo ended with $?; read -r", "bash", PMENV_BINARY, "stats",
+                "--watch"},
+               environment(), 100, 30),
+          before_(settingsOf(run_)) {
+        run_.type("\n");
+        EXPECT_TRUE(run_.waitFor("LOAD ENGINES"));
+    }
+
+    // The process id of pmenv, the only child of the shell.
+    pid_t watcher() const {
+        const std::string shell = std::to_string(run_.pid());
+        return std::stoi(readFileText("/proc/" + shell + "/task/" + shell + "/children"));
+    }
+
+    void expectTheTerminalAsItWas(const std::string& status) {
+        ASSERT_TRUE(run_.waitFor("ended with " + status + "\r\n")) << run_.output();
+        const std::size_t left = run_.output().rfind(kLeaveScreen);
+        ASSERT_NE(left, std::string::npos);
+        EXPECT_EQ(run_.output().find('\x1b', left + sizeof kLeaveScreen - 1), std::string::npos);
+        EXPECT_TRUE(same(settingsOf(run_), before_));
+    }
+
+    TerminalRun run_;
+    termios before_;
+};
+
+TEST_F(PmenvWatch, TakesTheTerminalOver) {
+    EXPECT_THAT(run_.output(), HasSubstr(kEnterScreen));
+    EXPECT_EQ(settingsOf(run_).c_lflag & (ICANON | ECHO), 0u);
+    EXPECT_NE(settingsOf(run_).c_lflag & ISIG, 0u) << "Ctrl-C still works";
+}
+
+TEST_F(PmenvWatch, QLeavesTheTerminalAsItWas) {
+    run_.type("q");
+    expectTheTerminalAsItWas("0");
+}
+
+TEST_F(PmenvWatch, ControlCLeavesTheTerminalAsItWas) {
+    run_.type("\x03");
+    ASSERT_TRUE(run_.waitFor(kLeaveScreen));
+    EXPECT_TRUE(soon([this] { return same(settingsOf(run_), before_); }));
+}
+
+TEST_F(PmenvWatch, TerminationLeavesTheTerminalAsItWas) {
+    kill(watcher(), SIGTERM);
+    expectTheTerminalAsItWas("143");
+}
+
+TEST_F(PmenvWatch, FollowsTheTerminalsSize) {
+    const std::size_t before = run_.output().size();
+    run_.resize(40, 8);
+    ASSERT_TRUE(run_.waitFor("OF ONE", before));
+    const std::size_t begin = run_.output().find("\x1b[H", before);
+    run_.resize(41, 8);
+    ASSERT_TRUE(run_.waitFor("\x1b[H", begin + 3)) << "the next drawing";
+    const std::string drawing = run_.output().substr(begin + 3, run_.output().find("\x1b[H", begin + 3) - begin - 3);
+    const auto lines = linesOf(std::regex_replace(drawing, std::regex("\x1b\\[[0-9;?]*[A-Za-z]|\r"), ""));
+    EXPECT_LE(lines.size(), 8u);
+    for (const std::string& line : lines) {
+        const auto columns = std::count_if(line.begin(), line.end(), [](char byte) { return (byte & 0xc0) != 0x80; });
+        EXPECT_LE(columns, 40) << line;
+    }
+}
+
+TEST(PmenvWatchInPlace, RedrawsWithEachSample) {
+    TerminalRun run(pmenv({"stats", "--watch"}), environment(), 100, 30);
+    ASSERT_TRUE(run.waitFor("LOAD ENGINES"));
+    const std::size_t first = run.output().size();
+    EXPECT_TRUE(run.waitFor("LOAD ENGINES", first));
+    EXPECT_EQ(run.output().find(kEnterScreen, first), std::string::npos) << "in place";
+    run.type("Q");
+    EXPECT_EQ(run.finish(), 0);
+}
+
+TEST(PmenvWatchEngines, ShowsEnginesWithTheirHistory) {
+    const Engine engine(kBusy);
+    TerminalRun run(pmenv({"stats", "--watch", "--engine-limit", "1", "--sustain", "1"}), environment(), 100, 60);
+    EXPECT_TRUE(run.waitFor(std::to_string(engine.pid())));
+    EXPECT_TRUE(run.waitFor("\xe2\x96")) << "a history begins, with one of the blocks";
+    EXPECT_TRUE(run.waitFor("! load engine " + std::to_string(engine.pid()) + " was at or over 1.0 %")) << run.output();
+    run.type("q");
+    EXPECT_EQ(run.finish(), 0);
+}
+
+TEST(PmenvWatchPlain, PrintsTablesOnAPipe) {
+    const ProgramResult outcome = run({"stats", "--watch", "--count", "2"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(outcome.out, Not(HasSubstr("\x1b")));
+    EXPECT_THAT(outcome.out, StartsWith("TIME "));
+    EXPECT_THAT(outcome.out, HasSubstr("\n\nTIME "));
+}
+
+TEST(PmenvWatchPlain, PrintsTablesOnADumbTerminal) {
+    Environment dumb = environment();
+    dumb["TERM"] = "dumb";
+    dumb["NO_COLOR"] = "1";
+    TerminalRun run(pmenv({"stats", "--watch", "--count", "1"}), dumb, 100, 30);
+    EXPECT_EQ(run.finish(), 0);
+    EXPECT_THAT(run.output(), StartsWith("TIME "));
+    EXPECT_THAT(run.output(), Not(HasSubstr("\x1b")));
+}
+
+TEST(PmenvWatchPlain, VerdictFollowsTheWatch) {
+    TerminalRun run(pmenv({"stats", "--watch", "--verdict", "--duration", "2", "--sustain", "1"}, kNoLimits),
+                    environment(), 100, 30);
+    EXPECT_EQ(run.finish(), 0);
+    const std::size_t left = run.output().rfind(kLeaveScreen);
+    ASSERT_NE(left, std::string::npos);
+    EXPECT_NE(run.output().find("Healthy: ", left), std::string::npos);
+}
+
+// The same on a terminal emulator that interprets what is drawn.
+class PmenvTmux : public testing::Test {
+protected:
+    void SetUp() override {
+        if (access("/usr/bin/tmux", X_OK) != 0) GTEST_SKIP() << "there is no tmux on this machine";
+        tmux({"-f", "/dev/null", "new-session", "-d", "-x", "90", "-y", "20", "/bin/bash --norc --noprofile"});
+    }
+    void TearDown() override {
+        if (access("/usr/bin/tmux", X_OK) == 0) tmux({"kill-server"});
+    }
+
+    std::string tmux(Words words) const {
+        words.insert(words.begin(), {"/usr/bin/tmux", "-S", directory_ / "socket"});
+        return runProgram(words, {{"TMUX", nullptr},
+                                  {"TERM", "xterm"},
+                                  {"LC_ALL", "C.UTF-8"},
+                                  {"PS1", "ready$ "},
+                                  {"NO_COLOR", nullptr}})
+            .out;
+    }
+    void type(const std::string& text) const { tmux({"send-keys", "-l", text}); }
+    void enter(const std::string& command) const {
+        type(command);
+        tmux({"send-keys", "Enter"});
+    }
+    std::string screen() const { return tmux({"capture-pane", "-p"}); }
+    bool shows(const std::string& text) const {
+        return soon([&] { return screen().find(text) != std::string::npos; });
+    }
+
+    bool showsLine(const std::string& line) const {
+        return soon([&] {
+            const auto lines = linesOf(screen());
+            return std::find(lines.begin(), lines.end(), line) != lines.end();
+        });
+    }
+
+    TempDir directory_;
+};
+
+TEST_F(PmenvTmux, DrawsFollowsTheSizeSuspendsAndRestores) {
+    const Engine engine(kIdle);
+    enter("stty -g >" + directory_ / "before; echo before the watch");
+    ASSERT_TRUE(showsLine("before the watch"));
+    enter(std::string(PMENV_BINARY) + " stats --watch");
+    ASSERT_TRUE(shows("LOAD ENGINES")) << screen();
+    const auto wide = linesOf(screen());
+    EXPECT_THAT(wide[1], StartsWith("CPU     ["));
+    EXPECT_THAT(wide[2], StartsWith("Memory  ["));
+    EXPECT_TRUE(shows("\n" + std::string(7 - std::to_string(engine.pid()).size(), ' ') + std::to_string(engine.pid())));
+
+    tmux({"resize-window", "-x", "44", "-y", "12"});
+    ASSERT_TRUE(soon([&] {
+        const auto lines = linesOf(screen());
+        return lines.size() > 1 && lines[1].size() <= 44 && lines[1].find("processor") != std::string::npos;
+    })) << screen();
+
+    tmux({"send-keys", "C-z"});
+    ASSERT_TRUE(shows("Stopped")) << screen();
+    EXPECT_THAT(screen(), Not(HasSubstr("LOAD ENGINES")));
+    enter("fg");
+    ASSERT_TRUE(shows("LOAD ENGINES")) << screen();
+
+    type("q");
+    enter("clear; stty -g >" + directory_ / "after; echo after the watch");
+    ASSERT_TRUE(showsLine("after the watch")) << screen();
+    EXPECT_THAT(screen(), Not(HasSubstr("LOAD ENGINES")));
+    EXPECT_EQ(readFileText(directory_ / "after"), readFileText(directory_ / "before"));
+}
+
+}  // namespace

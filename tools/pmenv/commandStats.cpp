@@ -1,0 +1,205 @@
+// stats: figures of the machine and its load engines, once, repeatedly, on a live screen, or as a verdict on a run.
+#include <algorithm>
+#include <csignal>
+#include <iostream>
+
+#include <unistd.h>
+
+#include "atomicFile.h"
+#include "commands.h"
+#include "events.h"
+#include "failure.h"
+#include "libraryLog.h"
+#include "liveTerminal.h"
+#include "screen.h"
+#include "statsFormats.h"
+#include "statsOptions.h"
+#include "units.h"
+
+namespace {
+
+// --- a run ----------------------------------------------------------------------------------------------------------
+
+// Samples one after the other, judged on the way, until the options' count or duration is reached.
+class Run {
+public:
+    explicit Run(const StatsOptions& options) : options_(options), verdict_(options.limits) {}
+
+    const Figures& sample() {
+        figures_ = sampler_.take();
+        verdict_.add(figures_);
+        ++taken_;
+        return figures_;
+    }
+
+    // Two samples that nobody sees, so that the first one shown knows the percentages.
+    void warmUp() {
+        for (int i = 0; i < 2; ++i) {
+            sampler_.take();
+            usleep(static_cast<useconds_t>(Sampler::kShortestInterval * 1'000'000));
+        }
+    }
+
+    const Figures& figures() const { return figures_; }
+    const Verdict& verdict() const { return verdict_; }
+
+    bool finished() const {
+        if (options_.duration) return verdict_.seconds() >= *options_.duration;
+        return options_.count != 0 && taken_ >= options_.count;
+    }
+
+    // The time to the next sample; the last one of a duration comes at its end.
+    double pause() const {
+        double pause = options_.interval;
+        if (options_.duration) pause = std::min(pause, *options_.duration - verdict_.seconds());
+        return std::max(pause, Sampler::kShortestInterval);
+    }
+
+private:
+    const StatsOptions& options_;
+    Sampler sampler_;
+    Verdict verdict_;
+    Figures figures_{};
+    std::size_t taken_ = 0;
+};
+
+// --- printing -------------------------------------------------------------------------------------------------------
+
+void printTable(const Figures& figures, bool first) {
+    const auto size = terminalSize();
+    std::cout << (first ? "" : "\n")
+              << statsTable(figures, Style(STDOUT_FILENO), size ? std::optional(size->columns) : std::nullopt);
+}
+
+void publishOpenMetrics(const StatsOptions& options, const Figures& figures) {
+    const std::string text = statsOpenMetrics(figures, options.perProcess);
+    if (options.output.empty()) {
+        std::cout << text;
+    } else {
+        replaceFile(options.output, text);
+    }
+}
+
+void print(const StatsOptions& options, const Figures& figures, bool first) {
+    switch (options.format) {
+        case StatsOptions::Format::Table:
+            printTable(figures, first);
+            break;
+        case StatsOptions::Format::JsonLines:
+            printJsonLine(statsJson(figures));
+            break;
+        case StatsOptions::Format::Csv:
+            std::cout << (first ? csvHeader() : "") << statsCsv(figures);
+            break;
+        case StatsOptions::Format::OpenMetrics:
+            publishOpenMetrics(options, figures);
+            break;
+    }
+    finishOutput();
+}
+
+// What was seen must be long enough to judge, unless it is bad already.
+int printVerdict(const StatsOptions& options, const Verdict& verdict) {
+    if (!verdict.saturated() && verdict.seconds() < options.limits.seconds) {
+        throw Failure("stopped after " + secondsText(verdict.seconds()) +
+                      ", too early for a verdict: a limit must be passed for " + secondsText(options.limits.seconds) +
+                      " (--sustain)");
+    }
+    if (options.format == StatsOptions::Format::JsonLines) {
+        printJson(verdictJson(verdict));
+    } else {
+        std::cout << verdictText(verdict);
+    }
+    return verdict.saturated() ? kExitSaturated : kExitDone;
+}
+
+// --- line by line ---------------------------------------------------------------------------------------------------
+
+// Ctrl-C ends a run that is judged; the verdict on what was seen is still given. Otherwise it ends the program.
+int runPlain(const StatsOptions& options) {
+    const bool printsSamples = !options.verdict || options.watch;
+    Run run(options);
+    Events events(options.verdict ? std::vector<int>{SIGINT} : std::vector<int>{}, false);
+    if (!options.verdict) run.warmUp();
+    for (bool first = true;; first = false) {
+        run.sample();
+        if (printsSamples) print(options, run.figures(), first);
+        if (run.finished() || events.wait(run.pause()).kind == Events::Kind::Signal) break;
+    }
+    return options.verdict ? printVerdict(options, run.verdict()) : kExitDone;
+}
+
+// --- on a live screen -----------------------------------------------------------------------------------------------
+
+class Watch {
+public:
+    explicit Watch(const StatsOptions& options)
+        : run_(options), events_({SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGTSTP}, isatty(STDIN_FILENO) != 0) {}
+
+    // Returns the signal that ends the program, 0 when the user or the options ended the watch.
+    int show() {
+        do {
+            history_.add(run_.sample().engines);
+            messages_ = log_.takeTexts();
+            draw();
+        } while (!run_.finished() && pause());
+        return endedBy_;
+    }
+
+    const Verdict& verdict() const { return run_.verdict(); }
+
+private:
+    void draw() const {
+        const TerminalSize size = terminalSize().value_or(TerminalSize{80, 24});
+        terminal_.draw(screenLines(run_.figures(), history_, run_.verdict(), messages_, size, Style(STDOUT_FILENO)),
+                       size.rows);
+    }
+
+    // Until the next sample; false when the watch is to end.
+    bool pause() {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(run_.pause());
+        for (;;) {
+            const std::chrono::duration<double> left = end - std::chrono::steady_clock::now();
+            const Events::Event event = events_.wait(left.count());
+            if (event.kind == Events::Kind::Timeout) return true;
+            if (event.kind == Events::Kind::Key && (event.value == 'q' || event.value == 'Q')) return false;
+            if (event.kind == Events::Kind::Signal && !handle(event.value)) return false;
+        }
+    }
+
+    // False for a signal that ends the watch.
+    bool handle(int signal) {
+        if (signal == SIGTERM || signal == SIGHUP) endedBy_ = signal;
+        if (signal != SIGWINCH && signal != SIGTSTP) return false;
+        if (signal == SIGTSTP) terminal_.suspend();
+        draw();
+        return true;
+    }
+
+    LogPause log_;
+    Run run_;
+    Events events_;  // before the terminal is taken over and after it is given back, so that no signal comes between
+    LiveTerminal terminal_;
+    History history_;
+    std::vector<std::string> messages_;
+    int endedBy_ = 0;
+};
+
+int runWatch(const StatsOptions& options) {
+    int endedBy = 0;
+    Verdict verdict(options.limits);
+    {
+        Watch watch(options);
+        endedBy = watch.show();
+        verdict = watch.verdict();
+    }
+    if (endedBy != 0) raise(endedBy);  // the terminal is as it was; the caller sees what ended the program
+    return options.verdict ? printVerdict(options, verdict) : kExitDone;
+}
+
+}  // namespace
+
+int runStats(const CommandLine& line) {
+    const StatsOptions options = readStatsOptions(line);
+    return options.watch && canDrawInPlace() ? runWatch(options) : runPlain(options);
+}

@@ -1,0 +1,59 @@
+#include "liveTerminal.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+bool canDrawInPlace() {
+    const char* const type = std::getenv("TERM");
+    return isatty(STDOUT_FILENO) != 0 && type != nullptr && *type != '\0' && std::string(type) != "dumb";
+}
+
+LiveTerminal::LiveTerminal() {
+    hasKeys_ = isatty(STDIN_FILENO) != 0 && tcgetattr(STDIN_FILENO, &before_) == 0;
+    if (isatty(STDERR_FILENO) != 0) errors_ = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+    enter();
+}
+
+LiveTerminal::~LiveTerminal() {
+    leave();
+    if (errors_ >= 0) close(errors_);
+}
+
+void LiveTerminal::enter() {
+    if (hasKeys_) {
+        termios raw = before_;
+        raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+        tcsetattr(STDIN_FILENO, TCSADRAIN, &raw);
+    }
+    // The C library and the kernel write there about a process that ends while it is looked at, in the midst of a drawing.
+    if (errors_ >= 0) {
+        const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        dup2(nowhere, STDERR_FILENO);
+        close(nowhere);
+    }
+    std::cout << "\x1b[?1049h\x1b[?25l" << std::flush;
+}
+
+void LiveTerminal::leave() const {
+    std::cout << "\x1b[?25h\x1b[?1049l" << std::flush;
+    if (errors_ >= 0) dup2(errors_, STDERR_FILENO);
+    if (hasKeys_) tcsetattr(STDIN_FILENO, TCSADRAIN, &before_);
+}
+
+// Each line is cleared before it is written: behind a line that fills the row, clearing would take its last character.
+void LiveTerminal::draw(const std::vector<std::string>& lines, std::size_t rows) const {
+    std::string drawing = "\x1b[H";
+    for (std::size_t i = 0; i < lines.size(); ++i) drawing += (i == 0 ? "" : "\r\n") + ("\x1b[K" + lines[i]);
+    if (lines.size() < rows) drawing += "\r\n\x1b[J";
+    std::cout << drawing << std::flush;
+}
+
+void LiveTerminal::suspend() {
+    leave();
+    raise(SIGSTOP);
+    enter();
+}
