@@ -1,20 +1,21 @@
 // Reading properties of settings files.
 #include "EnvSettings.h"
 
-#include <functional>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <pthread.h>
 
 #include <gmock/gmock.h>
 
 #include "krenvState.h"
 #include "krs.h"
 #include "support/LogCapture.h"
+#include "support/LogExpectations.h"
+#include "support/OnThread.h"
 #include "support/ScopedEnv.h"
+#include "support/ScopedTable.h"
+#include "support/Settings.h"
 #include "support/TempDir.h"
 
 using nEnvSettings::gFileInitTable;
@@ -47,51 +48,11 @@ int __wrap__Z7KRSLoadPKciPFS0_S0_S0_E(const char* path, int handle, KRSFilter fi
 
 namespace {
 
-/// A table filled from a text, released at the end of the scope.
-class ScopedTable {
-public:
-    explicit ScopedTable(const std::string& text) : handle_(KRSCreateTable()) {
-        TempDir dir;
-        if (KRSLoad(dir.writeFile("table.ini", text).c_str(), handle_, nullptr) == 0) {
-            throw std::runtime_error(KRSLoadError());
-        }
-    }
-    ~ScopedTable() { KRSDestroyTable(handle_); }
-    ScopedTable(const ScopedTable&) = delete;
-    ScopedTable& operator=(const ScopedTable&) = delete;
-
-    int handle() const { return handle_; }
-
-private:
-    int handle_;
-};
-
-/// Has `text` loaded in the place of pressmark.ini for the length of a scope.
-class ScopedIniFile {
-public:
-    explicit ScopedIniFile(const std::string& text) : before_(IniTable) {
-        TempDir dir;
-        if (KRELoadIniFile(dir.writeFile("pressmark.ini", text).c_str()) == 0) throw std::runtime_error(KRSLoadError());
-    }
-    ~ScopedIniFile() {
-        KRSDestroyTable(IniTable);
-        IniTable = before_;
-    }
-    ScopedIniFile(const ScopedIniFile&) = delete;
-    ScopedIniFile& operator=(const ScopedIniFile&) = delete;
-
-private:
-    int before_;
-};
-
 void expectOneError(const LogCapture& log, const char* file, int line, const std::string& text) {
     const auto entries = log.entries();
     ASSERT_EQ(1u, entries.size());
-    EXPECT_EQ(Level::Error, entries[0].level);
-    EXPECT_EQ("PMEnvironment", entries[0].category);
-    EXPECT_EQ(file, entries[0].file);
+    expectRecord(entries[0], Level::Error, file, text);
     EXPECT_EQ(line, entries[0].line);
-    EXPECT_EQ(text, entries[0].text);
 }
 
 /// Loads `fileName` by way of gFileInitTable; the table is released at the end of the scope.
@@ -133,7 +94,7 @@ TEST(GPressmarkIniTable, IsZeroAndAnErrorBeforeTheFileIsLoaded) {
 }
 
 TEST(GPressmarkIniTable, IsTheLoadedTableAtEveryCallWithoutARecord) {
-    const ScopedIniFile ini("A = 1\n");
+    const Settings ini("A = 1\n");
     const LogCapture log;
     const int handle = gPressmarkIniTable();
     EXPECT_EQ(IniTable, handle);
@@ -154,7 +115,7 @@ TEST(GPressmarkIniTable, WritesNothingWhileErrorsAreDisabled) {
 TEST(GFileInitTable, LoadsAFileOfTheDirectoryInTheSettingKrBin) {
     const TempDir bin;
     bin.writeFile("x.ini", "A = 1\n[S]\nB = 2\n");
-    const ScopedIniFile ini("KR_BIN = " + bin.path() + "\n");
+    const Settings ini("KR_BIN = " + bin.path() + "\n");
     const LogCapture log;
     const LoadedFile file("x.ini");
     EXPECT_STREQ("1", file["A"]);
@@ -167,7 +128,7 @@ TEST(GFileInitTable, FileNameMayHaveDirectories) {
     const TempDir bin;
     bin.makeDirectory("sub");
     bin.writeFile("sub/x.ini", "A = 1\n");
-    const ScopedIniFile ini("KR_BIN = " + bin.path() + "\n");
+    const Settings ini("KR_BIN = " + bin.path() + "\n");
     EXPECT_STREQ("1", LoadedFile("sub/x.ini")["A"]);
 }
 
@@ -178,7 +139,7 @@ TEST(GFileInitTable, ProcessVariableAndRunTimeTableDoNotCount) {
     KREnvContainerClass env;
     ASSERT_NE(nullptr, env.KRESetEnvValue("KR_BIN", bin.path().c_str()));
     {
-        const ScopedIniFile ini("OTHER = 1\n");
+        const Settings ini("OTHER = 1\n");
         const LogCapture log;
         const LoadedFile file("x.ini");
         EXPECT_EQ(nullptr, file["A"]);
@@ -193,7 +154,7 @@ TEST(GFileInitTable, ReferencesInKrBinAreExpanded) {
     bin.makeDirectory("deep");
     bin.writeFile("deep/x.ini", "A = 1\n");
     const ScopedEnv base("KRENV_TEST_BASE", bin.path().c_str());
-    const ScopedIniFile ini("LAST = deep\nKR_BIN = $(KRENV_TEST_BASE)/#(LAST)\n");
+    const Settings ini("LAST = deep\nKR_BIN = $(KRENV_TEST_BASE)/#(LAST)\n");
     EXPECT_STREQ("1", LoadedFile("x.ini")["A"]);
 }
 
@@ -206,7 +167,7 @@ TEST(GFileInitTable, EveryOutcomeGivesAFreshTable) {
         KREnvContainerClass env;
         for (const std::string& text :
              {"KR_BIN = " + bin.path(), std::string("OTHER = 1"), std::string("KR_BIN = #(KR_BIN)")}) {
-            const ScopedIniFile ini(text + "\n");
+            const Settings ini(text + "\n");
             for (const char* const name : {"x.ini", "missing.ini", ""}) {
                 int handle = 0;
                 gFileInitTable(env, name, handle);
@@ -225,7 +186,7 @@ TEST(GFileInitTable, EveryOutcomeGivesAFreshTable) {
 TEST(GFileInitTable, WithoutKrBinTheTableIsEmptyAndNothingIsLogged) {
     const LogCapture log;
     for (const char* const text : {"OTHER = 1\n", "KR_BIN = #(KR_BIN)\n"}) {
-        const ScopedIniFile ini(text);
+        const Settings ini(text);
         const LoadedFile file("x.ini");
         EXPECT_TRUE(isUsableEmptyTable(file.handle()));
     }
@@ -235,7 +196,7 @@ TEST(GFileInitTable, WithoutKrBinTheTableIsEmptyAndNothingIsLogged) {
 }
 
 TEST(GFileInitTable, MissingFileIsReportedByNameAndPath) {
-    const ScopedIniFile ini("KR_BIN = /opt/p/bin\n");
+    const Settings ini("KR_BIN = /opt/p/bin\n");
     const LogCapture log;
     const LoadedFile file("x.ini");
     expectOneError(log, "../src/EnvSettings", 27, "can't read file x.ini\t/opt/p/bin/x.ini");
@@ -243,7 +204,7 @@ TEST(GFileInitTable, MissingFileIsReportedByNameAndPath) {
 }
 
 TEST(GFileInitTable, PathIsComposedAsItStands) {
-    const ScopedIniFile ini("KR_BIN = /opt/p/bin/\n");
+    const Settings ini("KR_BIN = /opt/p/bin/\n");
     const LogCapture log;
     const LoadedFile file("/x.ini");
     expectOneError(log, "../src/EnvSettings", 27, "can't read file /x.ini\t/opt/p/bin///x.ini");
@@ -252,7 +213,7 @@ TEST(GFileInitTable, PathIsComposedAsItStands) {
 TEST(GFileInitTable, FileThatCannotBeParsedIsReported) {
     const TempDir bin;
     bin.writeFile("x.ini", "GOOD = 1\nno equals sign\n");
-    const ScopedIniFile ini("KR_BIN = " + bin.path() + "\n");
+    const Settings ini("KR_BIN = " + bin.path() + "\n");
     const LogCapture log;
     const LoadedFile file("x.ini");
     expectOneError(log, "../src/EnvSettings", 27, "can't read file x.ini\t" + bin.path() + "/x.ini");
@@ -260,7 +221,7 @@ TEST(GFileInitTable, FileThatCannotBeParsedIsReported) {
 }
 
 TEST(GFileInitTable, WritesNothingWhileErrorsAreDisabled) {
-    const ScopedIniFile ini("KR_BIN = /opt/p/bin\n");
+    const Settings ini("KR_BIN = /opt/p/bin\n");
     const LogCapture log;
     nLogging::gEnable(Level::Error, false);
     const LoadedFile file("x.ini");
@@ -270,7 +231,7 @@ TEST(GFileInitTable, WritesNothingWhileErrorsAreDisabled) {
 TEST(GFileInitTable, ValuesAreStoredAsTheFileGivesThem) {
     const TempDir bin;
     bin.writeFile("x.ini", "A = ${HOME} #{OTHER} $(HOME) #(OTHER)\nB = #{B}\n");
-    const ScopedIniFile ini("OTHER = other\nKR_BIN = " + bin.path() + "\n");
+    const Settings ini("OTHER = other\nKR_BIN = " + bin.path() + "\n");
     const LoadedFile file("x.ini");
     EXPECT_STREQ("${HOME} #{OTHER} $(HOME) #(OTHER)", file["A"]);
     EXPECT_STREQ("#{B}", file["B"]);
@@ -279,7 +240,7 @@ TEST(GFileInitTable, ValuesAreStoredAsTheFileGivesThem) {
 TEST(GFileInitTable, PathOverTheLimitIsReportedAndNotLoaded) {
     const TempDir bin;
     bin.writeFile("x.ini", "A = 1\n");
-    const ScopedIniFile ini("KR_BIN = " + bin.path() + "\n");
+    const Settings ini("KR_BIN = " + bin.path() + "\n");
     const auto named = [&](std::size_t pathLength) {
         return std::string(pathLength - bin.path().size() - 1 - 5, '/') + "x.ini";
     };
@@ -298,7 +259,7 @@ TEST(GFileInitTable, PathOverTheLimitIsReportedAndNotLoaded) {
 }
 
 TEST(GFileInitTable, NullNameIsAFileThatCannotBeRead) {
-    const ScopedIniFile ini("KR_BIN = /opt/p/bin\n");
+    const Settings ini("KR_BIN = /opt/p/bin\n");
     const LogCapture log;
     const LoadedFile file(nullptr);
     EXPECT_TRUE(isUsableEmptyTable(file.handle()));
@@ -309,7 +270,7 @@ TEST(GFileInitTable, NullNameIsAFileThatCannotBeRead) {
 
 TEST(GGetPropertyString, HoldsTheExpandedValue) {
     const ScopedEnv process("KRENV_TEST_VALUE", "from the process");
-    const ScopedIniFile ini("X = from the settings\n");
+    const Settings ini("X = from the settings\n");
     const ScopedTable values("A = <$(KRENV_TEST_VALUE)> <#(X)> <#(MISSING)>\nEMPTY =\n");
     const LogCapture log;
     OptionalValue<std::string> out;
@@ -324,7 +285,7 @@ TEST(GGetPropertyString, HoldsTheExpandedValue) {
 }
 
 TEST(GGetPropertyString, ReferencesNeverResolveAgainstTheValuesOwnTable) {
-    const ScopedIniFile ini("SHARED = settings\n");
+    const Settings ini("SHARED = settings\n");
     const ScopedTable values("A = #(SHARED)#(OWN)\nSHARED = own\nOWN = own\n");
     OptionalValue<std::string> out;
     gGetPropertyString(out, values.handle(), "A");
@@ -333,7 +294,7 @@ TEST(GGetPropertyString, ReferencesNeverResolveAgainstTheValuesOwnTable) {
 }
 
 TEST(GGetPropertyString, RunTimeTableDoesNotCount) {
-    const ScopedIniFile ini("X = settings\n");
+    const Settings ini("X = settings\n");
     const ScopedTable values("A = #(X)\n");
     KREnvContainerClass env;
     ASSERT_NE(nullptr, env.KRESetEnvValue("X", "run-time"));
@@ -344,7 +305,7 @@ TEST(GGetPropertyString, RunTimeTableDoesNotCount) {
 }
 
 TEST(GGetPropertyString, BraceReferencesStay) {
-    const ScopedIniFile ini("X = settings\n");
+    const Settings ini("X = settings\n");
     const ScopedTable values("A = ${HOME}#{X}\n");
     OptionalValue<std::string> out;
     gGetPropertyString(out, values.handle(), "A");
@@ -352,7 +313,7 @@ TEST(GGetPropertyString, BraceReferencesStay) {
 }
 
 TEST(GGetPropertyString, WhatCannotBeReadLeavesTheHolderAloneWithoutARecord) {
-    const ScopedIniFile ini("X = #(Y)\nY = #(X)\n");
+    const Settings ini("X = #(Y)\nY = #(X)\n");
     const ScopedTable values("CYCLE = #(X)\nLONG = " + std::string(2048, 'n') + "\n");
     const LogCapture log;
     OptionalValue<std::string> empty;
@@ -409,14 +370,14 @@ TEST(GGetPropertyStream, IsTheExpandedValue) {
 }
 
 TEST(GGetPropertyStream, ReadsPressmarkIni) {
-    const ScopedIniFile ini("A = #(B)!\nB = value\n");
+    const Settings ini("A = #(B)!\nB = value\n");
     EXPECT_EQ("value!", gGetPropertyStream(gPressmarkIniTable(), "A"));
 }
 
 TEST(GGetPropertyStream, ReadsTheFileThatWasLoadedFromKrBin) {
     const TempDir bin;
     bin.writeFile("x.ini", "A = #(KR_BIN)/lib\n");
-    const ScopedIniFile ini("KR_BIN = " + bin.path() + "\n");
+    const Settings ini("KR_BIN = " + bin.path() + "\n");
     const LoadedFile file("x.ini");
     EXPECT_STREQ("#(KR_BIN)/lib", file["A"]);
     EXPECT_EQ(bin.path() + "/lib", gGetPropertyStream(file.handle(), "A"));
@@ -430,7 +391,7 @@ TEST(GGetPropertyStream, MissingKeyIsEmptyAndReportedOnce) {
 }
 
 TEST(GGetPropertyStream, WhatCannotBeReadIsReported) {
-    const ScopedIniFile ini("X = #(X)\n");
+    const Settings ini("X = #(X)\n");
     const ScopedTable values("CYCLE = #(X)\nLONG = " + std::string(2048, 'n') + "\n");
     const struct {
         int handle;
@@ -460,7 +421,7 @@ TEST(GGetPropertyStream, WritesNothingWhileErrorsAreDisabled) {
 // --- threads --------------------------------------------------------------------------------------------------------
 
 TEST(GGetPropertyStream, ManyThreadsMayReadOneTable) {
-    const ScopedIniFile ini("X = settings\n");
+    const Settings ini("X = settings\n");
     const ScopedTable values("A = <#(X)>\n");
     std::vector<int> good(4);
     std::vector<std::thread> readers;
@@ -483,32 +444,18 @@ constexpr std::size_t kSmallStack = 512 * 1024;
 constexpr std::size_t kSmallStack = (40 + 24) * 1024;
 #endif
 
-void onSmallThread(const std::function<void()>& work) {
-    pthread_attr_t attributes;
-    ASSERT_EQ(0, pthread_attr_init(&attributes));
-    ASSERT_EQ(0, pthread_attr_setstacksize(&attributes, kSmallStack));
-    const auto run = [](void* argument) -> void* {
-        (*static_cast<const std::function<void()>*>(argument))();
-        return nullptr;
-    };
-    pthread_t thread;
-    ASSERT_EQ(0, pthread_create(&thread, &attributes, run, const_cast<std::function<void()>*>(&work)));
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
-}
-
 }  // namespace
 
 TEST(GGetPropertyStream, ReadsOnAThreadWithASmallStack) {
-    const ScopedIniFile ini("X = <#(Y)>\nY = settings\n");
+    const Settings ini("X = <#(Y)>\nY = settings\n");
     const ScopedTable values("A = #(X)\n");
     std::string value;
-    onSmallThread([&] { value = gGetPropertyStream(values.handle(), "A"); });
+    onThread(kSmallStack, [&] { value = gGetPropertyStream(values.handle(), "A"); });
     EXPECT_EQ("<settings>", value);
 }
 
 TEST(GGetPropertyStream, ReportsOnAThreadWithASmallStack) {
     const LogCapture log;
-    onSmallThread([] { gGetPropertyStream(0, "MISSING"); });
+    onThread(kSmallStack, [] { gGetPropertyStream(0, "MISSING"); });
     expectOneError(log, "../src/EnvSettings", 47, "can't find MISSING");
 }

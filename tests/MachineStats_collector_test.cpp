@@ -17,6 +17,8 @@
 #include "support/Allocations.h"
 #include "support/FakeProc.h"
 #include "support/LogCapture.h"
+#include "support/LogExpectations.h"
+#include "support/OpenDescriptors.h"
 
 using nLogging::Level;
 using testing::Contains;
@@ -67,18 +69,8 @@ protected:
     LiveBlocks samplers{sizeof(CPUUsage)};
     FakeProc proc;
     std::unique_ptr<MachineStats> collector = std::make_unique<MachineStats>();
-    const std::size_t descriptors = openDescriptors();
+    const std::size_t descriptors = OpenDescriptors::count();
 };
-
-std::string recordOf(const LogCapture::Entry& entry) {
-    return std::string(nLogging::gLevelName(entry.level)) + ": " + entry.text;
-}
-
-std::vector<std::string> recordsOf(const LogCapture& log) {
-    std::vector<std::string> records;
-    for (const LogCapture::Entry& entry : log.entries()) records.push_back(recordOf(entry));
-    return records;
-}
 
 long pageSize() { return sysconf(_SC_PAGESIZE); }
 
@@ -100,10 +92,8 @@ TEST(MachineStats, SaysThatThereIsNoFirstSampleAndIsUsable) {
     proc.refuse("/proc/stat", 2);
     MachineStats collector;
     ASSERT_EQ(1U, log.entries().size());
-    const LogCapture::Entry record = log.entries().front();
-    EXPECT_EQ("Error: failed to get global CPU usage on start-up!", recordOf(record));
-    EXPECT_EQ("PMEnvironment", record.category);
-    EXPECT_EQ("../src/MachineStats", record.file);
+    expectRecord(log.entries().front(), nLogging::Level::Error, "../src/MachineStats",
+                 "failed to get global CPU usage on start-up!");
     KREnvMachineStats stats{};
     EXPECT_TRUE(collector.CollectMachineStats(stats, false));
     EXPECT_EQ(proc.ownPid, stats.processId);
@@ -326,7 +316,7 @@ TEST_F(CollectorTest, DropsTheSamplersOfProcessesThatHaveGone) {
     for (const int pid : {100, 9, 50}) proc.end(pid);
     EXPECT_THAT(collectIds(), ElementsAre(7));
     EXPECT_EQ(1U, samplers.count());
-    EXPECT_THAT(recordsOf(log),
+    EXPECT_THAT(log.records(),
                 ElementsAre("Trace: Removed slave process. id: 9", "Trace: Removed slave process. id: 50",
                             "Trace: Removed slave process. id: 100"));
     EXPECT_EQ("../src/MachineStats", log.entries().front().file);
@@ -384,7 +374,7 @@ TEST_F(CollectorTest, ADirectoryThatDoesNotOpenYieldsNoEngines) {
     EXPECT_THAT(collectSlaves(), IsEmpty());
     EXPECT_EQ("Couldn't open the /proc/ directory: Permission denied\n", testing::internal::GetCapturedStderr());
     EXPECT_EQ(0U, samplers.count());
-    EXPECT_THAT(recordsOf(log), ElementsAre("Trace: Removed slave process. id: 7"));
+    EXPECT_THAT(log.records(), ElementsAre("Trace: Removed slave process. id: 7"));
 }
 
 TEST_F(CollectorTest, AnEngineWhoseMemoryCannotBeReadHasNone) {
@@ -405,7 +395,7 @@ TEST_F(CollectorTest, CollectsTheEnginesThenTheMachine) {
     KREnvMachineStats stats{};
     EXPECT_TRUE(collector->CollectMachineStats(stats, false));
     EXPECT_THAT(stats.slaves, SizeIs(2));
-    EXPECT_THAT(recordsOf(log),
+    EXPECT_THAT(log.records(),
                 ElementsAre("Trace: " + std::string(kCollectingSlaves), "Trace: " + std::string(kCollectingGeneral)));
     for (const LogCapture::Entry& record : log.entries()) {
         EXPECT_EQ("PMEnvironment", record.category);
@@ -416,7 +406,7 @@ TEST_F(CollectorTest, CollectsTheEnginesThenTheMachine) {
     EXPECT_TRUE(collector->CollectMachineStats(stats, true));
     ASSERT_THAT(stats.slaves, SizeIs(1));
     EXPECT_EQ(8, stats.slaves[0].processId);
-    EXPECT_THAT(recordsOf(log),
+    EXPECT_THAT(log.records(),
                 ElementsAre("Trace: " + std::string(kCollectingSlaves), "Trace: Removed slave process. id: 7",
                             "Trace: " + std::string(kCollectingGeneral)));
 }
@@ -451,7 +441,7 @@ TEST_F(CollectorTest, AnExceptionAmongTheEnginesIsLogged) {
         std::vector<KREnvSlaveStats> slaves(3);
         EXPECT_FALSE(collector->CollectSlavesInfo(slaves, false));
         EXPECT_THAT(slaves, IsEmpty());
-        EXPECT_THAT(recordsOf(log), ElementsAre("Error: CollectSlavesInfo() - failed with error: out of order"));
+        EXPECT_THAT(log.records(), ElementsAre("Error: CollectSlavesInfo() - failed with error: out of order"));
         EXPECT_EQ("../src/MachineStats", log.entries().front().file);
         EXPECT_EQ("PMEnvironment", log.entries().front().category);
 
@@ -461,10 +451,10 @@ TEST_F(CollectorTest, AnExceptionAmongTheEnginesIsLogged) {
         };
         proc.refuse("/proc/stat", 1);
         EXPECT_FALSE(collector->CollectSlavesInfo(slaves, false));
-        EXPECT_THAT(recordsOf(log), ElementsAre("Error: CollectSlavesInfo() - crashed while collecting slaves data"));
+        EXPECT_THAT(log.records(), ElementsAre("Error: CollectSlavesInfo() - crashed while collecting slaves data"));
 
         proc.before = nullptr;
-        EXPECT_EQ(descriptors, openDescriptors());
+        EXPECT_EQ(descriptors, OpenDescriptors::count());
         EXPECT_THAT(collectIds(), ElementsAre(7)) << "usable again";
         EXPECT_EQ(1U, samplers.count());
     }
@@ -489,7 +479,7 @@ TEST_F(CollectorTest, TheMachineIsCollectedAlsoWhenTheEnginesFail) {
     KREnvMachineStats stats{};
     EXPECT_TRUE(collector->CollectMachineStats(stats, false));
     EXPECT_EQ(5U, stats.physicalMemoryBytes);
-    EXPECT_THAT(recordsOf(log), ElementsAre("Trace: " + std::string(kCollectingSlaves),
+    EXPECT_THAT(log.records(), ElementsAre("Trace: " + std::string(kCollectingSlaves),
                                             "Error: CollectSlavesInfo() - failed with error: out of order",
                                             "Trace: " + std::string(kCollectingGeneral)));
 }
@@ -510,11 +500,11 @@ TEST_F(CollectorTest, AnExceptionInTheMachinesFiguresIsLoggedAndTheAnswerIsTrue)
         EXPECT_TRUE(collector->CollectMachineStats(stats, false));
         EXPECT_THAT(stats.slaves, SizeIs(1)) << "the engines are there";
         EXPECT_THAT(
-            recordsOf(log),
+            log.records(),
             ElementsAre("Trace: " + std::string(kCollectingSlaves), "Trace: " + std::string(kCollectingGeneral),
                         "Error: CollectMachineStats() - failed to collect basic machine data. error: out of order"));
         proc.before = nullptr;
-        EXPECT_EQ(descriptors, openDescriptors());
+        EXPECT_EQ(descriptors, OpenDescriptors::count());
         wait();
     }
 }
@@ -525,7 +515,7 @@ TEST_F(CollectorTest, AnythingElseThrownInTheMachinesFiguresIsLoggedToo) {
     };
     KREnvMachineStats stats{};
     EXPECT_TRUE(collector->CollectMachineStats(stats, false));
-    EXPECT_THAT(recordsOf(log),
+    EXPECT_THAT(log.records(),
                 ElementsAre("Trace: " + std::string(kCollectingSlaves), "Trace: " + std::string(kCollectingGeneral),
                             "Error: CollectMachineStats() - crashed while collecting basic machine data"));
 }
@@ -548,9 +538,9 @@ TEST_F(CollectorTest, AThreadMayBeCancelledDuringACollection) {
     void* answer = &thread;
     ASSERT_EQ(0, pthread_join(thread, &answer));
     EXPECT_EQ(nullptr, answer) << "it ended before it could return";
-    EXPECT_THAT(recordsOf(log), ElementsAre("Trace: " + std::string(kCollectingSlaves)));
+    EXPECT_THAT(log.records(), ElementsAre("Trace: " + std::string(kCollectingSlaves)));
     proc.before = nullptr;
-    EXPECT_EQ(descriptors, openDescriptors());
+    EXPECT_EQ(descriptors, OpenDescriptors::count());
     EXPECT_THAT(collectIds(), ElementsAre(7));
 }
 
@@ -577,7 +567,7 @@ TEST_F(CollectorTest, MemoryMayRunOutAtAnyPoint) {
             failures += happened;
         }
         nLogging::gEnable(Level::Trace, true);
-        EXPECT_EQ(descriptors, openDescriptors());
+        EXPECT_EQ(descriptors, OpenDescriptors::count());
         EXPECT_THAT(collectIds(), ElementsAre(8, 9, 10));
         EXPECT_EQ(3U, samplers.count());
         collector.reset();
@@ -619,7 +609,7 @@ TEST_F(CollectorTest, AnEngineMayVanishAtAnyPoint) {
         EXPECT_THAT(collectIds(), ElementsAre(8));
         EXPECT_THAT(log.texts(Level::Trace), Contains("Removed slave process. id: 7").Times(1));
         EXPECT_EQ(1U, samplers.count());
-        EXPECT_EQ(descriptors, openDescriptors());
+        EXPECT_EQ(descriptors, OpenDescriptors::count());
     }
 }
 
@@ -640,13 +630,13 @@ TEST_F(CollectorTest, AnEngineMayVanishBehindAnyOpenFile) {
         proc.before = nullptr;
         if (std::string(opening) == "fopen /proc/7/stat rt") {
             EXPECT_THAT(slaves, IsEmpty()) << "no longer an engine";
-            EXPECT_THAT(recordsOf(log), ElementsAre("Trace: Removed slave process. id: 7"));
+            EXPECT_THAT(log.records(), ElementsAre("Trace: Removed slave process. id: 7"));
         } else {
             ASSERT_THAT(slaves, SizeIs(1));
             EXPECT_EQ(0U, slaves[0].memoryBytes);
             EXPECT_THAT(log.texts(Level::Warning), Contains("getProcessRSS() - fscanf failed for file /proc/7/statm"));
         }
-        EXPECT_EQ(descriptors, openDescriptors());
+        EXPECT_EQ(descriptors, OpenDescriptors::count());
         proc.end(7);
     }
 }

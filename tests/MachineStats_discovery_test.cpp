@@ -12,6 +12,8 @@
 #include "support/Allocations.h"
 #include "support/FakeProc.h"
 #include "support/LogCapture.h"
+#include "support/OpenDescriptors.h"
+#include "support/repeated.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -24,12 +26,6 @@ std::vector<int> engines(int excludedPid = kNobody) {
     std::vector<int> pids;
     EXPECT_EQ(1, getSlavesList(pids, excludedPid));
     return pids;
-}
-
-std::string repeated(std::string_view text, int times) {
-    std::string all;
-    while (times-- > 0) all += text;
-    return all;
 }
 
 }  // namespace
@@ -71,11 +67,11 @@ TEST(GetSlavesList, ReadsTheNameOfEachProcess) {
     FakeProc proc;
     proc.run(7, "PMLoadEngineMai");
     proc.run(5, "sh");
-    const std::size_t descriptors = openDescriptors();
+    const std::size_t descriptors = OpenDescriptors::count();
     EXPECT_THAT(engines(), ElementsAre(7));
     EXPECT_THAT(proc.calls, ElementsAre("opendir /proc/", "readdir", "fopen /proc/7/stat rt", "readdir",
                                         "fopen /proc/5/stat rt", "readdir", "closedir"));
-    EXPECT_EQ(descriptors, openDescriptors());
+    EXPECT_EQ(descriptors, OpenDescriptors::count());
 }
 
 // As the kernel prints names between parentheses, up to 63 characters, line feeds and backslashes escaped.
@@ -226,22 +222,22 @@ TEST(GetSlavesList, ClosesEverythingWhenACallThrows) {
         proc.before = [&](const std::string& call) {
             if (call.find(thrower) == 0) throw std::runtime_error("no");
         };
-        const std::size_t descriptors = openDescriptors();
+        const std::size_t descriptors = OpenDescriptors::count();
         std::vector<int> pids;
         EXPECT_THROW(getSlavesList(pids, kNobody), std::runtime_error);
-        EXPECT_EQ(descriptors, openDescriptors()) << thrower;
+        EXPECT_EQ(descriptors, OpenDescriptors::count()) << thrower;
     }
 }
 
 TEST(GetSlavesList, ClosesEverythingWhenThereIsNoMemoryForTheIds) {
     FakeProc proc;
     proc.run(7);
-    const std::size_t descriptors = openDescriptors();
+    const std::size_t descriptors = OpenDescriptors::count();
     std::vector<int> pids;
     {
         const FailingAllocation first(1);
         EXPECT_THROW(getSlavesList(pids, kNobody), std::bad_alloc);
     }
-    EXPECT_EQ(descriptors, openDescriptors());
+    EXPECT_EQ(descriptors, OpenDescriptors::count());
     EXPECT_THAT(pids, IsEmpty());
 }

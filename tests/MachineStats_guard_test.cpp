@@ -21,11 +21,7 @@ std::vector<std::string> recordsOfCollection(Thrown thrown) {
     LogCapture log;
     EXPECT_TRUE(collector.CollectMachineStats(stats, false));
     EXPECT_GT(stats.physicalMemoryBytes, 0U) << "the machine is collected all the same";
-    std::vector<std::string> records;
-    for (const LogCapture::Entry& entry : log.entries()) {
-        records.push_back(nLogging::gLevelName(entry.level) + (": " + entry.text));
-    }
-    return records;
+    return log.records();
 }
 
 }  // namespace

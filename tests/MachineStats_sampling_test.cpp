@@ -14,6 +14,8 @@
 
 #include "support/FakeProc.h"
 #include "support/LogCapture.h"
+#include "support/LogExpectations.h"
+#include "support/OpenDescriptors.h"
 
 using nLogging::Level;
 using testing::ElementsAre;
@@ -102,13 +104,13 @@ TEST(GetUsage, TriesTheMachineFileASecondTimeAfter200Microseconds) {
     FakeProc proc;
     proc.run(kPid, "sh", 7);
     proc.refuse("/proc/stat", 1);
-    const std::size_t descriptors = openDescriptors();
+    const std::size_t descriptors = OpenDescriptors::count();
     pstat sample{};
     EXPECT_EQ(0, get_usage(kPid, &sample));
     EXPECT_EQ(7U, sample.user_ticks);
     EXPECT_THAT(proc.calls,
                 ElementsAre("fopen /proc/77/stat r", "fopen /proc/stat r", "usleep 200", "fopen /proc/stat r"));
-    EXPECT_EQ(descriptors, openDescriptors());
+    EXPECT_EQ(descriptors, OpenDescriptors::count());
 }
 
 TEST(GetUsage, LeavesTheProcessFileOpenWhenTheMachineFileFailsTwice) {
@@ -116,18 +118,18 @@ TEST(GetUsage, LeavesTheProcessFileOpenWhenTheMachineFileFailsTwice) {
     LogCapture log;
     proc.run(kPid);
     proc.refuse("/proc/stat", 2);
-    const std::size_t descriptors = openDescriptors();
+    const std::size_t descriptors = OpenDescriptors::count();
     pstat sample = sampleOfNines();
     testing::internal::CaptureStderr();
     EXPECT_EQ(-1, get_usage(kPid, &sample));
     EXPECT_EQ("", testing::internal::GetCapturedStderr());
     EXPECT_THAT(proc.calls,
                 ElementsAre("fopen /proc/77/stat r", "fopen /proc/stat r", "usleep 200", "fopen /proc/stat r"));
-    EXPECT_EQ(descriptors + 1, openDescriptors());
+    EXPECT_EQ(descriptors + 1, OpenDescriptors::count());
     EXPECT_TRUE(equal(sampleOfNines(), sample)) << "nothing is written on this path";
     EXPECT_THAT(log.entries(), IsEmpty());
     proc.closeLeftOpen();
-    EXPECT_EQ(descriptors, openDescriptors());
+    EXPECT_EQ(descriptors, OpenDescriptors::count());
 }
 
 TEST(GetUsage, FilesAreNotInheritedByCommands) {
@@ -165,7 +167,7 @@ TEST(GetUsage, AcceptsPartsOfAProcessFile) {
         FakeProc proc;
         proc.write(kStat, row.text);
         proc.machineTicks(1, 2, 3, 4);
-        const std::size_t descriptors = openDescriptors();
+        const std::size_t descriptors = OpenDescriptors::count();
         pstat sample = sampleOfNines();
         EXPECT_EQ(row.result, get_usage(kPid, &sample));
         EXPECT_EQ(row.user, sample.user_ticks);
@@ -175,7 +177,7 @@ TEST(GetUsage, AcceptsPartsOfAProcessFile) {
         EXPECT_EQ(0U, sample.vsize_bytes);
         EXPECT_EQ(0, sample.rss_bytes);
         EXPECT_EQ(row.result == 0 ? 10U : 0U, sample.cpu_total_ticks);
-        EXPECT_EQ(descriptors, openDescriptors());
+        EXPECT_EQ(descriptors, OpenDescriptors::count());
     }
 }
 
@@ -193,11 +195,11 @@ TEST(GetUsage, AProcessThatEndsWhileItIsReadFails) {
     FakeProc proc;
     proc.run(kPid);
     proc.breakReads(kStat);
-    const std::size_t descriptors = openDescriptors();
+    const std::size_t descriptors = OpenDescriptors::count();
     pstat sample = sampleOfNines();
     EXPECT_EQ(-1, get_usage(kPid, &sample));
     EXPECT_TRUE(equal(pstat{}, sample));
-    EXPECT_EQ(descriptors, openDescriptors());
+    EXPECT_EQ(descriptors, OpenDescriptors::count());
 }
 
 TEST(GetUsage, AddsUpTheColumnsThatThereAre) {
@@ -221,12 +223,12 @@ TEST(GetUsage, AddsUpTheColumnsThatThereAre) {
         FakeProc proc;
         proc.run(kPid, "sh", 7);
         proc.write("/proc/stat", row.text);
-        const std::size_t descriptors = openDescriptors();
+        const std::size_t descriptors = OpenDescriptors::count();
         pstat sample = sampleOfNines();
         EXPECT_EQ(row.result, get_usage(kPid, &sample));
         EXPECT_EQ(7U, sample.user_ticks);
         EXPECT_EQ(row.total, sample.cpu_total_ticks);
-        EXPECT_EQ(descriptors, openDescriptors());
+        EXPECT_EQ(descriptors, OpenDescriptors::count());
     }
 }
 
@@ -269,10 +271,10 @@ TEST(GetUsage, ClosesTheProcessFileWhenACallThrows) {
         proc.before = [&](const std::string& call) {
             if (call.find(thrower) == 0) throw std::runtime_error("no");
         };
-        const std::size_t descriptors = openDescriptors();
+        const std::size_t descriptors = OpenDescriptors::count();
         pstat sample{};
         EXPECT_THROW(get_usage(kPid, &sample), std::runtime_error);
-        EXPECT_EQ(descriptors, openDescriptors()) << thrower;
+        EXPECT_EQ(descriptors, OpenDescriptors::count()) << thrower;
     }
 }
 
@@ -328,11 +330,11 @@ TEST(CalcCpu, RefusesMissingSamples) {
 TEST(GetProcessRSS, IsTheSecondFieldTimesThePageSize) {
     FakeProc proc;
     proc.write("/proc/77/statm", "1000 321 30 2 0 100 0\n");
-    const std::size_t descriptors = openDescriptors();
+    const std::size_t descriptors = OpenDescriptors::count();
     EXPECT_EQ(321 * sysconf(_SC_PAGESIZE), getProcessRSS(kPid, false));
     EXPECT_EQ(321 * sysconf(_SC_PAGESIZE), getProcessRSS(kPid, true)) << "the flag has no effect";
     EXPECT_THAT(proc.calls, ElementsAre("fopen /proc/77/statm r", "fopen /proc/77/statm r"));
-    EXPECT_EQ(descriptors, openDescriptors());
+    EXPECT_EQ(descriptors, OpenDescriptors::count());
 }
 
 TEST(GetProcessRSS, WrapsAt32Bits) {
@@ -366,12 +368,8 @@ TEST(GetProcessRSS, WarnsAboutAProcessThatIsGone) {
     EXPECT_EQ(0, getProcessRSS(kPid, false));
     EXPECT_THAT(proc.calls, ElementsAre("fopen /proc/77/statm r", "usleep 200", "fopen /proc/77/statm r"));
     ASSERT_EQ(1U, log.entries().size());
-    const LogCapture::Entry record = log.entries().front();
-    EXPECT_EQ(Level::Warning, record.level);
-    EXPECT_EQ("PMEnvironment", record.category);
-    EXPECT_EQ("../src/MachineStats", record.file);
-    EXPECT_GT(record.line, 0);
-    EXPECT_EQ("getProcessRSS() - fopen failed for file /proc/77/statm", record.text);
+    expectRecord(log.entries().front(), Level::Warning, "../src/MachineStats",
+                 "getProcessRSS() - fopen failed for file /proc/77/statm");
 }
 
 TEST(GetProcessRSS, WarnsAboutAFileWithoutTheNumber) {
@@ -379,9 +377,9 @@ TEST(GetProcessRSS, WarnsAboutAFileWithoutTheNumber) {
         FakeProc proc;
         LogCapture log;
         proc.write("/proc/77/statm", text);
-        const std::size_t descriptors = openDescriptors();
+        const std::size_t descriptors = OpenDescriptors::count();
         EXPECT_EQ(0, getProcessRSS(kPid, false)) << text;
-        EXPECT_EQ(descriptors, openDescriptors());
+        EXPECT_EQ(descriptors, OpenDescriptors::count());
         EXPECT_THAT(log.texts(Level::Warning), ElementsAre("getProcessRSS() - fscanf failed for file /proc/77/statm"));
         EXPECT_EQ(1U, log.entries().size());
         EXPECT_EQ(1U, proc.calls.size());
@@ -724,9 +722,9 @@ TEST_F(LoadTest, AllCollectorsShareTheSamples) {
 }
 
 TEST_F(LoadTest, ClosesTheFile) {
-    const std::size_t descriptors = openDescriptors();
+    const std::size_t descriptors = OpenDescriptors::count();
     for (int i = 0; i < 3; ++i, wait()) collector.GetCPULoad();
-    EXPECT_EQ(descriptors, openDescriptors());
+    EXPECT_EQ(descriptors, OpenDescriptors::count());
 }
 
 TEST_F(LoadTest, GetProcessMemCPUIsNotMeasured) {

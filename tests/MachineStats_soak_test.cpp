@@ -13,6 +13,7 @@
 #include "Logging.h"
 #include "support/Allocations.h"
 #include "support/FakeProc.h"
+#include "support/OpenDescriptors.h"
 
 namespace {
 
@@ -95,12 +96,12 @@ TEST(MachineStatsSoak, NothingGrows) {
             collector.CollectMachineStats(stats, false);
             ASSERT_EQ(0U, samplers.count());
             if (heap == 0) {
-                descriptors = openDescriptors();
+                descriptors = OpenDescriptors::count();
                 heap = heapBytes();
             }
         }
     }
-    EXPECT_EQ(descriptors, openDescriptors());
+    EXPECT_EQ(descriptors, OpenDescriptors::count());
     EXPECT_LE(heapBytes(), heap + 4096);
     EXPECT_LE(mostSamplers, static_cast<std::size_t>(kPids));
     EXPECT_GT(seen, static_cast<std::size_t>(kCollections)) << "engines did run";

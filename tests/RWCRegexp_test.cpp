@@ -7,6 +7,8 @@
 
 #include <gmock/gmock.h>
 
+#include "support/repeated.h"
+
 namespace {
 
 constexpr std::size_t npos = RWCRegexp::npos;
@@ -45,12 +47,6 @@ Match searchByTrying(const std::string& text, const std::regex& pattern, std::si
 std::string randomText(std::mt19937* random, const char* alphabet, std::size_t letters, std::size_t maxLength) {
     std::string text(std::uniform_int_distribution<std::size_t>(0, maxLength)(*random), ' ');
     for (char& character : text) character = alphabet[std::uniform_int_distribution<std::size_t>(0, letters - 1)(*random)];
-    return text;
-}
-
-std::string repeated(const std::string& unit, std::size_t times) {
-    std::string text;
-    for (std::size_t i = 0; i < times; ++i) text += unit;
     return text;
 }
 

@@ -14,7 +14,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,8 +22,10 @@
 
 #include "krs.h"
 #include "support/LogCapture.h"
+#include "support/OnThread.h"
 #include "support/OpenDescriptors.h"
 #include "support/ScopedEnv.h"
+#include "support/ScopedTable.h"
 #include "support/TempDir.h"
 
 using testing::ElementsAre;
@@ -67,24 +68,15 @@ const int tableAtLoad = table;
 /// A settings table in the place of the product's identity for the length of a scope.
 class ScopedIdentity {
 public:
-    explicit ScopedIdentity(const std::string& text) : handle_(KRSCreateTable()), before_(table) {
-        TempDir dir;
-        if (KRSLoad(dir.writeFile("identity.ini", text).c_str(), handle_, nullptr) == 0) {
-            throw std::runtime_error(KRSLoadError());
-        }
-        table = handle_;
-    }
-    ~ScopedIdentity() {
-        table = before_;
-        KRSDestroyTable(handle_);
-    }
+    explicit ScopedIdentity(const std::string& text) : table_(text), before_(table) { table = table_.handle(); }
+    ~ScopedIdentity() { table = before_; }
     ScopedIdentity(const ScopedIdentity&) = delete;
     ScopedIdentity& operator=(const ScopedIdentity&) = delete;
 
-    int handle() const { return handle_; }
+    int handle() const { return table_.handle(); }
 
 private:
-    int handle_;
+    ScopedTable table_;
     int before_;
 };
 
@@ -337,21 +329,6 @@ void expectWalk(const std::filesystem::path& directory, std::vector<std::string>
 std::vector<std::string> sorted(std::vector<std::string> texts) {
     std::sort(texts.begin(), texts.end());
     return texts;
-}
-
-/// Runs `work` on a thread with a stack of `bytes`.
-void onThread(std::size_t bytes, const std::function<void()>& work) {
-    pthread_attr_t attributes;
-    ASSERT_EQ(0, pthread_attr_init(&attributes));
-    ASSERT_EQ(0, pthread_attr_setstacksize(&attributes, bytes));
-    pthread_t thread;
-    const auto run = [](void* argument) -> void* {
-        (*static_cast<const std::function<void()>*>(argument))();
-        return nullptr;
-    };
-    ASSERT_EQ(0, pthread_create(&thread, &attributes, run, const_cast<std::function<void()>*>(&work)));
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
 }
 
 constexpr std::size_t kDefaultStack = 8 * 1024 * 1024;

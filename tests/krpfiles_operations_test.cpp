@@ -6,7 +6,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 #include <optional>
 #include <random>
 #include <string>
@@ -21,6 +20,7 @@
 #include <gmock/gmock.h>
 
 #include "support/LogCapture.h"
+#include "support/LogExpectations.h"
 #include "support/OpenDescriptors.h"
 #include "support/ScopedEnv.h"
 #include "support/TempDir.h"
@@ -139,21 +139,6 @@ DIR* __wrap_opendir(const char* path) { return refuseDirectories ? nullptr : __r
 
 namespace {
 
-void expectPositionOnlyError(const LogCapture& log) {
-    const auto entries = log.entries();
-    ASSERT_EQ(1u, entries.size());
-    EXPECT_EQ(Level::Error, entries[0].level);
-    EXPECT_EQ("PMEnvironment", entries[0].category);
-    EXPECT_EQ("../src/krpfiles", entries[0].file);
-    EXPECT_GT(entries[0].line, 0);
-    EXPECT_EQ("", entries[0].text);
-}
-
-std::string contentOf(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 std::vector<std::string> namesIn(const std::string& directory) {
     std::vector<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(directory)) names.push_back(entry.path().filename());
@@ -243,7 +228,7 @@ TEST(KRPCreateDirectory, WhateverIsThereAlreadyIsGoodEnough) {
     for (const std::string& path : {dir.path(), dir / "file", dir / "link", dir / "fifo"}) {
         EXPECT_TRUE(KRPCreateDirectory(path.c_str())) << path;
     }
-    EXPECT_EQ("content", contentOf(dir / "file"));
+    EXPECT_EQ("content", readFileText(dir / "file"));
     EXPECT_THAT(namesIn(dir.path()), ElementsAre("fifo", "file", "link"));
     EXPECT_THAT(log.entries(), IsEmpty());
 }
@@ -288,7 +273,7 @@ TEST(KRPCreateDirectory, RecordsTellTheSystemsReason) {
 TEST(KRPCreateDirectory, NullIsRefused) {
     const LogCapture log;
     EXPECT_FALSE(KRPCreateDirectory(nullptr));
-    expectPositionOnlyError(log);
+    expectBareErrors(log, 1);
 }
 
 TEST(KRPCreateDirectory, NoRecordIsMadeWhileErrorsAreDisabled) {
@@ -405,7 +390,7 @@ TEST(KRPRemoveAllDirectories, PathWithoutTmpIsReportedAndRemovedAllTheSame) {
     const LogCapture log;
     nLogging::gEnable(Level::Trace, false);
     KRPRemoveAllDirectories("var/x");
-    expectPositionOnlyError(log);
+    expectBareErrors(log, 1);
     EXPECT_THAT(namesIn("var"), IsEmpty());
 }
 
@@ -449,7 +434,7 @@ TEST(KRPRemoveAllDirectories, NullIsRefused) {
     const LogCapture log;
     Shell shell;
     KRPRemoveAllDirectories(nullptr);
-    expectPositionOnlyError(log);
+    expectBareErrors(log, 1);
     EXPECT_THAT(shell.commands, IsEmpty());
 }
 
@@ -494,8 +479,8 @@ TEST(KRPCopyFile, CopiesAFile) {
     const LogCapture log;
     const std::string content("any\0bytes\n", 10);
     EXPECT_TRUE(KRPCopyFile(dir.writeFile("from", content).c_str(), (dir / "to").c_str()));
-    EXPECT_EQ(content, contentOf(dir / "to"));
-    EXPECT_EQ(content, contentOf(dir / "from"));
+    EXPECT_EQ(content, readFileText(dir / "to"));
+    EXPECT_EQ(content, readFileText(dir / "from"));
     EXPECT_THAT(log.entries(), IsEmpty());
 }
 
@@ -505,9 +490,9 @@ TEST(KRPCopyFile, ReplacesAFileAndFillsADirectory) {
     dir.writeFile("to", "old and longer");
     dir.makeDirectory("directory");
     EXPECT_TRUE(KRPCopyFile((dir / "from").c_str(), (dir / "to").c_str()));
-    EXPECT_EQ("new", contentOf(dir / "to"));
+    EXPECT_EQ("new", readFileText(dir / "to"));
     EXPECT_TRUE(KRPCopyFile((dir / "from").c_str(), (dir / "directory").c_str()));
-    EXPECT_EQ("new", contentOf(dir / "directory/from"));
+    EXPECT_EQ("new", readFileText(dir / "directory/from"));
 }
 
 TEST(KRPCopyFile, OrdinaryNamesStandInDoubleQuotes) {
@@ -555,10 +540,10 @@ TEST(KRPCopyFile, HostileNamesMeanThatFileOnly) {
         dir.writeFile("from/" + name, "the content of " + name);
         const ScopedCwd cwd(dir / "from");
         EXPECT_TRUE(KRPCopyFile(name.c_str(), "../to/plain")) << testing::PrintToString(name);
-        EXPECT_EQ("the content of " + name, contentOf("../to/plain"));
+        EXPECT_EQ("the content of " + name, readFileText("../to/plain"));
         const ScopedCwd target(dir / "to");
         EXPECT_TRUE(KRPCopyFile("plain", name.c_str())) << testing::PrintToString(name);
-        EXPECT_EQ("the content of " + name, contentOf("./" + name));
+        EXPECT_EQ("the content of " + name, readFileText("./" + name));
         EXPECT_THAT(namesIn("."), testing::UnorderedElementsAre("plain", name));
         EXPECT_THAT(namesIn("../from"), testing::UnorderedElementsAre("decoy", name));
     }
@@ -624,7 +609,7 @@ TEST(KRPCopyFile, NullIsRefused) {
     for (const auto& [first, second] : {std::pair<const char*, const char*>{nullptr, "to"}, {from.c_str(), nullptr}}) {
         const LogCapture log;
         EXPECT_FALSE(KRPCopyFile(first, second));
-        expectPositionOnlyError(log);
+        expectBareErrors(log, 1);
     }
     const LogCapture log;
     EXPECT_FALSE(KRPCopyFile(nullptr, nullptr));
@@ -638,7 +623,7 @@ TEST(KRPCopyFile, LongNamesAreNeverCut) {
     const std::string from = dir.path() + std::string(4000, '/') + "from";
     const std::string to = dir.path() + std::string(4000, '/') + "to";
     EXPECT_TRUE(KRPCopyFile(from.c_str(), to.c_str()));
-    EXPECT_EQ("content", contentOf(dir / "to"));
+    EXPECT_EQ("content", readFileText(dir / "to"));
     EXPECT_FALSE(KRPCopyFile(from.c_str(), (dir.path() + std::string(3'000'000, '/') + "to").c_str()));
 }
 
@@ -649,7 +634,7 @@ TEST(KRPCopyFile, HostThatIgnoresItsChildrenIsToldFalse) {
     const auto before = std::signal(SIGCHLD, SIG_IGN);
     EXPECT_FALSE(KRPCopyFile((dir / "from").c_str(), (dir / "to").c_str()));
     std::signal(SIGCHLD, before);
-    EXPECT_EQ("content", contentOf(dir / "to"));
+    EXPECT_EQ("content", readFileText(dir / "to"));
 }
 
 // --- generated names ------------------------------------------------------------------------------------------------
@@ -685,7 +670,7 @@ TEST(ShellCommands, GeneratedNamesAreCopiedAndRemovedExactly) {
         const ScopedCwd cwd(dir / "from");
         ASSERT_TRUE(KRPCopyFile(name.c_str(), ("../to/" + name).c_str())) << testing::PrintToString(name);
         ASSERT_THAT(namesIn("../to"), ElementsAre(name));
-        ASSERT_EQ(name, contentOf("../to/" + name));
+        ASSERT_EQ(name, readFileText("../to/" + name));
         KRPRemoveAllDirectories(name.c_str());
         ASSERT_THAT(namesIn("."), ElementsAre("decoy")) << testing::PrintToString(name);
         KRPRemoveAllDirectories((dir / "to/" + name).c_str());
@@ -748,7 +733,7 @@ TEST(KRPGetTempName, NullVariableIsReportedAndGetsTheSystemsDirectory) {
     KREnvContainerClass env;
     EXPECT_STREQ("/tmp/tmp1", env.KRPGetTempName(nullptr));
     EXPECT_EQ("none", names.directory);
-    expectPositionOnlyError(log);
+    expectBareErrors(log, 1);
 }
 
 TEST(KRPGetTempName, BufferIsSharedByAllObjectsAndThreads) {
@@ -802,7 +787,7 @@ TEST(KRPChdir, FailureIsFalseAndChangesNothing) {
 TEST(KRPChdir, NullIsRefused) {
     const LogCapture log;
     EXPECT_FALSE(KRPChdir(nullptr));
-    expectPositionOnlyError(log);
+    expectBareErrors(log, 1);
 }
 
 // --- LogLastError ---------------------------------------------------------------------------------------------------

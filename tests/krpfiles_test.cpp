@@ -16,6 +16,7 @@
 #include "krenv.h"
 #include "krenvState.h"
 #include "support/LogCapture.h"
+#include "support/LogExpectations.h"
 #include "support/ScopedEnv.h"
 #include "support/Settings.h"
 #include "support/TempDir.h"
@@ -23,19 +24,6 @@
 namespace {
 
 constexpr const char* kEnd = nullptr;  // ends a variable list: a pointer, not an int
-
-// Expects `count` Error records of the path functions that carry only the position, and nothing else.
-void expectBareErrors(const LogCapture& log, std::size_t count) {
-    const auto entries = log.entries();
-    EXPECT_EQ(count, entries.size());
-    for (const LogCapture::Entry& entry : entries) {
-        EXPECT_EQ(nLogging::Level::Error, entry.level);
-        EXPECT_EQ("PMEnvironment", entry.category);
-        EXPECT_EQ("../src/krpfiles", entry.file);
-        EXPECT_GT(entry.line, 0);
-        EXPECT_EQ("", entry.text);
-    }
-}
 
 // "dir|name|ext"
 std::string split(KREnvContainerClass& env, const char* path) {

@@ -11,6 +11,7 @@
 #include "support/LogCapture.h"
 #include "support/ScopedEnv.h"
 #include "support/Settings.h"
+#include "support/repeated.h"
 
 namespace {
 
@@ -26,12 +27,6 @@ std::string resolved(Resolver resolver, const std::string& text) {
 }
 std::string atRunTime(const std::string& text) { return resolved(KRSRuntimeResolve, text); }
 std::string atLoad(const std::string& text) { return resolved(KRSLoadResolve, text); }
-
-std::string repeated(const std::string& text, std::size_t count) {
-    std::string all;
-    for (std::size_t i = 0; i < count; ++i) all += text;
-    return all;
-}
 
 // --- AddDel ---------------------------------------------------------------------------------------------------------
 

@@ -1,7 +1,6 @@
 // Malformed and odd settings files: those of corpus/ini, and those that a repository cannot hold.
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <set>
 #include <string>
 
@@ -9,20 +8,14 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "krs.h"
+#include "support/InChild.h"
+#include "support/ScopedTable.h"
 #include "support/TempDir.h"
 
 namespace {
-
-/// A table for the length of a scope.
-class ScopedTable {
-public:
-    ~ScopedTable() { KRSDestroyTable(handle); }
-    const int handle = KRSCreateTable();
-};
 
 // Every entry as "LINE KEY=VALUE" and a newline, replaced ones included.
 std::string entriesOf(int table) {
@@ -133,10 +126,10 @@ std::string corpusPath(const std::string& name) { return std::string(CORPUS_DIR)
 std::string errorOfRefused(const std::string& path) {
     const TempDir dir;
     const ScopedTable table;
-    EXPECT_NE(0, KRSLoad(dir.writeFile("before.ini", "BEFORE=1\nA=old\n").c_str(), table.handle, nullptr));
-    EXPECT_EQ(0, KRSLoad(path.c_str(), table.handle, nullptr)) << path;
-    EXPECT_EQ("1 BEFORE=1\n2 A=old\n", entriesOf(table.handle)) << path << " changed the table";
-    EXPECT_TRUE(lookUpsAgree(table.handle));
+    EXPECT_NE(0, KRSLoad(dir.writeFile("before.ini", "BEFORE=1\nA=old\n").c_str(), table.handle(), nullptr));
+    EXPECT_EQ(0, KRSLoad(path.c_str(), table.handle(), nullptr)) << path;
+    EXPECT_EQ("1 BEFORE=1\n2 A=old\n", entriesOf(table.handle())) << path << " changed the table";
+    EXPECT_TRUE(lookUpsAgree(table.handle()));
     const std::string error = KRSLoadError();
     EXPECT_EQ(path, error.substr(0, path.size()));
     return error.substr(std::min(path.size(), error.size()));
@@ -151,9 +144,9 @@ TEST(SettingsCorpus, EachFileGivesItsResult) {
             continue;
         }
         const ScopedTable table;
-        EXPECT_NE(0, KRSLoad(corpusPath(row.file).c_str(), table.handle, nullptr)) << KRSLoadError();
-        EXPECT_EQ(row.entries, entriesOf(table.handle)) << row.file;
-        EXPECT_TRUE(lookUpsAgree(table.handle)) << row.file;
+        EXPECT_NE(0, KRSLoad(corpusPath(row.file).c_str(), table.handle(), nullptr)) << KRSLoadError();
+        EXPECT_EQ(row.entries, entriesOf(table.handle())) << row.file;
+        EXPECT_TRUE(lookUpsAgree(table.handle())) << row.file;
     }
 }
 
@@ -169,15 +162,14 @@ TEST(SettingsCorpus, HasARowForEachFile) {
 TEST(SettingsCorpus, EachPrefixOfEachFileEndsWithAResult) {
     const TempDir dir;
     for (const CorpusRow& row : kCorpus) {
-        std::ifstream file(corpusPath(row.file), std::ios::binary);
-        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        const std::string text = readFileText(corpusPath(row.file));
         for (std::size_t length = 0; length <= text.size(); ++length) {
             const ScopedTable table;
             const std::string path = dir.writeFile("prefix.ini", text.substr(0, length));
-            if (KRSLoad(path.c_str(), table.handle, nullptr) != 0) {
-                EXPECT_TRUE(lookUpsAgree(table.handle));
+            if (KRSLoad(path.c_str(), table.handle(), nullptr) != 0) {
+                EXPECT_TRUE(lookUpsAgree(table.handle()));
             } else {
-                EXPECT_EQ("", entriesOf(table.handle));
+                EXPECT_EQ("", entriesOf(table.handle()));
             }
         }
     }
@@ -192,10 +184,10 @@ TEST(SettingsOddFile, LongLines) {
 
     const ScopedTable table;
     const std::string path = dir.writeFile("good.ini", "A=" + mebibyte + "\n" + mebibyte + "=B\n[" + mebibyte + "]\nC=D");
-    EXPECT_NE(0, KRSLoad(path.c_str(), table.handle, nullptr)) << KRSLoadError();
-    EXPECT_EQ(mebibyte, KRSGetValue(table.handle, "A"));
-    EXPECT_STREQ("B", KRSGetValue(table.handle, mebibyte.c_str()));
-    EXPECT_STREQ("D", KRSGetValue(table.handle, (mebibyte + ".C").c_str()));
+    EXPECT_NE(0, KRSLoad(path.c_str(), table.handle(), nullptr)) << KRSLoadError();
+    EXPECT_EQ(mebibyte, KRSGetValue(table.handle(), "A"));
+    EXPECT_STREQ("B", KRSGetValue(table.handle(), mebibyte.c_str()));
+    EXPECT_STREQ("D", KRSGetValue(table.handle(), (mebibyte + ".C").c_str()));
 }
 
 TEST(SettingsOddFile, NothingThere) {
@@ -216,8 +208,8 @@ TEST(SettingsOddFile, FollowsSymbolicLink) {
     dir.writeFile("target.ini", "A=1\n");
     ASSERT_EQ(0, symlink("target.ini", (dir / "link.ini").c_str()));
     const ScopedTable table;
-    EXPECT_NE(0, KRSLoad((dir / "link.ini").c_str(), table.handle, nullptr)) << KRSLoadError();
-    EXPECT_STREQ("1", KRSGetValue(table.handle, "A"));
+    EXPECT_NE(0, KRSLoad((dir / "link.ini").c_str(), table.handle(), nullptr)) << KRSLoadError();
+    EXPECT_STREQ("1", KRSGetValue(table.handle(), "A"));
 }
 
 TEST(SettingsOddFile, NotARegularFile) {
@@ -256,16 +248,11 @@ TEST(SettingsOddFile, UnreadableFile) {
         return;
     }
     // The superuser may read everything, so a child gives that up.
-    const pid_t child = fork();
-    if (child == 0) {
-        const bool dropped = setgid(65534) == 0 && setuid(65534) == 0;
-        const ScopedTable table;
-        const bool refused = KRSLoad(path.c_str(), table.handle, nullptr) == 0;
-        _exit(dropped && refused && KRSLoadError() == path + ": cannot open the file: Permission denied" ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(0, status);
+    EXPECT_EQ(path + ": cannot open the file: Permission denied", inChild([&]() -> std::string {
+                  if (setgid(65534) != 0 || setuid(65534) != 0) return "the child kept the superuser's rights";
+                  const ScopedTable table;
+                  return KRSLoad(path.c_str(), table.handle(), nullptr) == 0 ? KRSLoadError() : "the file was loaded";
+              }));
 }
 
 TEST(SettingsOddFile, LargerThanTheLimit) {
@@ -281,8 +268,8 @@ TEST(SettingsOddFile, ManyBlankLines) {
     const TempDir dir;
     const ScopedTable table;
     const std::string path = dir.writeFile("blank.ini", std::string(16U << 20, '\n') + "A=1");
-    EXPECT_NE(0, KRSLoad(path.c_str(), table.handle, nullptr)) << KRSLoadError();
-    EXPECT_EQ("16777217 A=1\n", entriesOf(table.handle));
+    EXPECT_NE(0, KRSLoad(path.c_str(), table.handle(), nullptr)) << KRSLoadError();
+    EXPECT_EQ("16777217 A=1\n", entriesOf(table.handle()));
 }
 
 // Two megabytes that would have needed 340 GiB: a long section name above many keys.

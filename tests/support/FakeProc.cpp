@@ -4,8 +4,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <iterator>
 
 #include <sys/mman.h>
 #include <sys/sysinfo.h>
@@ -168,12 +166,6 @@ dirent* FakeProc::nextEntry(DIR* directory) {
 void FakeProc::closeDirectory(DIR* directory) {
     positions_.erase(directory);
     called("closedir");
-}
-
-std::size_t openDescriptors() {
-    namespace fs = std::filesystem;
-    const auto count = std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
-    return static_cast<std::size_t>(count) - 1;  // less the iterator's own
 }
 
 // --- what the linker puts in the place of the C library's functions -------------------------------------------------

@@ -92,6 +92,3 @@ private:
     std::map<DIR*, std::size_t> positions_;
     dirent entry_ = {};
 };
-
-/// The descriptors that this process has open.
-std::size_t openDescriptors();

@@ -41,6 +41,13 @@ public:
         return entries_;
     }
 
+    /// "LEVEL: TEXT" of each record, in order.
+    std::vector<std::string> records() const {
+        std::vector<std::string> found;
+        for (const Entry& entry : entries()) found.push_back(nLogging::gLevelName(entry.level) + (": " + entry.text));
+        return found;
+    }
+
     /// The texts of the records of one level, in order.
     std::vector<std::string> texts(nLogging::Level level) const {
         std::vector<std::string> found;

@@ -22,6 +22,9 @@ public:
     OpenDescriptors(const OpenDescriptors&) = delete;
     OpenDescriptors& operator=(const OpenDescriptors&) = delete;
 
+    /// How many are open now.
+    static std::size_t count() { return all().size(); }
+
     /// What the descriptors opened since refer to, sorted; a target comes as often as it is open.
     std::vector<std::string> addedTargets() const {
         std::vector<std::string> targets;

@@ -20,12 +20,6 @@ struct ProgramResult {
     std::string err;
 };
 
-/// The whole file as it stands.
-inline std::string readFileText(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 /// Runs `arguments` (the first is the program's path) with this process's environment changed by `environment`, where a
 /// null value means that the variable is not set.
 inline ProgramResult runProgram(const std::vector<std::string>& arguments,

@@ -1,9 +1,10 @@
-// TempDir.h - a directory that exists for the length of a scope, and what tests put into it.
+// TempDir.h - a directory that exists for the length of a scope, and the files that tests write and read.
 #pragma once
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -43,3 +44,9 @@ public:
 private:
     std::string path_;
 };
+
+/// The whole file as it stands.
+inline std::string readFileText(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
