@@ -163,17 +163,17 @@ private:
     KRENV_HIDDEN const char* storeResolved(const char* text, std::size_t length);
 
     // The layout is known to programs built against earlier releases: order and sizes stay.
-    char* m_pszResolvedVar;         // owned; what KRPResolvePathVarNoKREnv resolved last
-    char m_szFound[4096];           // searchInPath
-    char m_szUserDir[4096];         // KRPGetUserDir
-    char m_szCwd[4096];             // KRPGetCwd
-    char m_szDir[4096];             // KRPSplitPath
-    char m_szName[4096];            // KRPSplitPath
-    char m_szExt[4096];             // KRPSplitPath
-    char m_szMadePath[4096];        // KRPMakePath
-    char m_szResolvedValue[2048];   // KRERuntimeResolve
-    char m_szMyDocuments[4096];     // KRPGetMyDocuments
-    char m_szReserved[4096];        // no function writes it; it keeps the object's size
+    char* m_pszResolvedVar;        // owned; what KRPResolvePathVarNoKREnv resolved last
+    char m_szFound[4096];          // searchInPath
+    char m_szUserDir[4096];        // KRPGetUserDir
+    char m_szCwd[4096];            // KRPGetCwd
+    char m_szDir[4096];            // KRPSplitPath
+    char m_szName[4096];           // KRPSplitPath
+    char m_szExt[4096];            // KRPSplitPath
+    char m_szMadePath[4096];       // KRPMakePath
+    char m_szResolvedValue[2048];  // KRERuntimeResolve
+    char m_szMyDocuments[4096];    // KRPGetMyDocuments
+    char m_szReserved[4096];       // no function writes it; it keeps the object's size
 };
 
 // --- initialisation -------------------------------------------------------------------------------------------------

@@ -10,8 +10,8 @@
 #include <cstddef>
 #include <memory>
 
-#include "RWSet.h"
 #include "RWCString.h"
+#include "RWSet.h"
 #include "krexport.h"
 
 /// The texts whose resolution is in progress, and what the resolution has cost so far. One per top-level resolution.

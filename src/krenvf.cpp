@@ -45,7 +45,9 @@ constexpr std::size_t kVolatileFieldBytes = sizeof(VolatileEnvEntry::name);
 bool fitsField(const char* text) { return text != nullptr && std::strlen(text) < kVolatileFieldBytes; }
 
 // Moved, not copied: programs pass texts that they have from this table.
-void storeField(char (&field)[kVolatileFieldBytes], const char* text) { std::memmove(field, text, std::strlen(text) + 1); }
+void storeField(char (&field)[kVolatileFieldBytes], const char* text) {
+    std::memmove(field, text, std::strlen(text) + 1);
+}
 
 // The entry of exactly that name, null when there is none.
 VolatileEnvEntry* findVolatile(const char* name) {
@@ -145,7 +147,8 @@ bool resolve(AddDelSet& set, RWCString& text, const RWCRegexp& reference) {
     if (inProgress.isDuplicate() || set.levels > kMaxLevels) return false;
 
     while (const Match match = findReference(set, text, reference)) {
-        if (text.length() > kMaxText || set.searched > kMaxSearched || ++set.substitutions > kMaxSubstitutions) return false;
+        if (text.length() > kMaxText || set.searched > kMaxSearched || ++set.substitutions > kMaxSubstitutions)
+            return false;
         RWCString value(valueOfReference(text, match));
         if (!resolve(set, value, reference)) return false;
         text.replace(match.position, match.length, value);
@@ -180,8 +183,8 @@ KREnvContainerClass::KREnvContainerClass() : m_pszResolvedVar(nullptr) {
     static_assert(sizeof(KREnvContainerClass) == sizeof(char*) + 9 * 4096 + 2048, "programs know the object's size");
     static_assert(offsetof(KREnvContainerClass, m_szResolvedValue) == sizeof(char*) + 7 * 4096, "and its order");
     // Only the first characters: clearing all of an object's 39 KB would cost more than what it is made for.
-    for (char* const buffer : {m_szFound, m_szUserDir, m_szCwd, m_szDir, m_szName, m_szExt, m_szMadePath, m_szResolvedValue,
-                               m_szMyDocuments, m_szReserved}) {
+    for (char* const buffer : {m_szFound, m_szUserDir, m_szCwd, m_szDir, m_szName, m_szExt, m_szMadePath,
+                               m_szResolvedValue, m_szMyDocuments, m_szReserved}) {
         buffer[0] = '\0';
     }
 }
@@ -244,7 +247,9 @@ const char* KREnvContainerClass::storeResolved(const char* text, std::size_t len
 // --- reference resolution -------------------------------------------------------------------------------------------
 
 AddDel::AddDel(AddDelSet& set, const RWCString& text)
-    : set_(set), copy_(std::make_unique<RWCollectableString>(text)), duplicate_(set.insert(copy_.get()) != copy_.get()) {}
+    : set_(set),
+      copy_(std::make_unique<RWCollectableString>(text)),
+      duplicate_(set.insert(copy_.get()) != copy_.get()) {}
 
 AddDel::~AddDel() { set_.remove(copy_.get()); }
 
@@ -382,8 +387,8 @@ int KREInit(const char* directory) {
     n_debug::nExecutableDirectory::gInitialize(std::string(directory));  // throws std::logic_error for null
 
     KREnvContainerClass container;
-    const char* const found = container.KRPFindfileNoKREnv("pressmark.ini", directory, "$KR_BIN", "HOME",
-                                                           static_cast<const char*>(nullptr));
+    const char* const found =
+        container.KRPFindfileNoKREnv("pressmark.ini", directory, "$KR_BIN", "HOME", static_cast<const char*>(nullptr));
     if (found == nullptr) {
         KR_LOG(Error) << "PMEnvironment: pressmark.ini not found";
         return 0;

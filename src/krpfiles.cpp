@@ -231,7 +231,8 @@ char* KREnvContainerClass::KRPAdjustPathLen(const char* path, char* out, int max
 
     std::memmove(out, path, static_cast<std::size_t>(keep));
     char* end = out + keep;
-    for (const char* const piece : {"...\\", static_cast<const char*>(m_szName), ".", static_cast<const char*>(m_szExt)}) {
+    for (const char* const piece :
+         {"...\\", static_cast<const char*>(m_szName), ".", static_cast<const char*>(m_szExt)}) {
         end = stpcpy(end, piece);
     }
     return out;

@@ -86,17 +86,26 @@ ProgramResult runHost(const std::map<std::string, const char*>& changes, const s
     return runProgram({LOGGING_HOST, what}, environment);
 }
 
-std::size_t linesIn(const std::string& text) { return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')); }
+std::size_t linesIn(const std::string& text) {
+    return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+}
 
 constexpr char kLevelsAtStart[] = "Error\nWarning\nExecution\n";
-constexpr char kKnownLevels[] = "(known: all, none, Error, Warning, Trace, TraceDebugInfo, Execution, Incomplete, "
-                                "ErrorPerformance, WarningPerformance)\n";
+constexpr char kKnownLevels[] =
+    "(known: all, none, Error, Warning, Trace, TraceDebugInfo, Execution, Incomplete, "
+    "ErrorPerformance, WarningPerformance)\n";
 
 }  // namespace
 
 TEST(LogLevelName, NamesEachLevel) {
-    const char* const names[] = {"Error",     "Warning",    "Trace",            "TraceDebugInfo",
-                                 "Execution", "Incomplete", "ErrorPerformance", "WarningPerformance"};
+    const char* const names[] = {"Error",
+                                 "Warning",
+                                 "Trace",
+                                 "TraceDebugInfo",
+                                 "Execution",
+                                 "Incomplete",
+                                 "ErrorPerformance",
+                                 "WarningPerformance"};
     for (int i = 0; i < 8; ++i) EXPECT_STREQ(names[i], nLogging::gLevelName(static_cast<Level>(i)));
     EXPECT_STREQ("?", nLogging::gLevelName(static_cast<Level>(8)));
     EXPECT_STREQ("?", nLogging::gLevelName(static_cast<Level>(-1)));
@@ -272,7 +281,8 @@ TEST(DefaultSink, WritesOneLineInOneWrite) {
     PM_LOG_RECORD(Level::Error, "Category", "../src/file", 61) << "some text";
     const std::vector<std::string> writes = standardError.take();
     ASSERT_EQ(1U, writes.size());
-    const std::regex line(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{6}Z Error Category \.\./src/file:61 \[[^ ]+\] some text\n)");
+    const std::regex line(
+        R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{6}Z Error Category \.\./src/file:61 \[[^ ]+\] some text\n)");
     EXPECT_TRUE(std::regex_match(writes[0], line)) << writes[0];
 }
 
@@ -343,7 +353,8 @@ TEST(LogEnvironment, PmLogWarnsOfUnknownLevels) {
     for (const auto& row : rows) {
         const ProgramResult host = runHost({{"PM_LOG", row.value}});
         EXPECT_EQ(row.enabled, host.out) << row.value;
-        EXPECT_THAT(host.err, testing::StartsWith(std::string("PM_LOG: unknown level: ") + row.unknown + " " + kKnownLevels));
+        EXPECT_THAT(host.err,
+                    testing::StartsWith(std::string("PM_LOG: unknown level: ") + row.unknown + " " + kKnownLevels));
     }
 }
 

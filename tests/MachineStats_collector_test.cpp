@@ -480,8 +480,8 @@ TEST_F(CollectorTest, TheMachineIsCollectedAlsoWhenTheEnginesFail) {
     EXPECT_TRUE(collector->CollectMachineStats(stats, false));
     EXPECT_EQ(5U, stats.physicalMemoryBytes);
     EXPECT_THAT(log.records(), ElementsAre("Trace: " + std::string(kCollectingSlaves),
-                                            "Error: CollectSlavesInfo() - failed with error: out of order",
-                                            "Trace: " + std::string(kCollectingGeneral)));
+                                           "Error: CollectSlavesInfo() - failed with error: out of order",
+                                           "Trace: " + std::string(kCollectingGeneral)));
 }
 
 TEST_F(CollectorTest, AnExceptionInTheMachinesFiguresIsLoggedAndTheAnswerIsTrue) {

@@ -46,7 +46,8 @@ Match searchByTrying(const std::string& text, const std::regex& pattern, std::si
 
 std::string randomText(std::mt19937* random, const char* alphabet, std::size_t letters, std::size_t maxLength) {
     std::string text(std::uniform_int_distribution<std::size_t>(0, maxLength)(*random), ' ');
-    for (char& character : text) character = alphabet[std::uniform_int_distribution<std::size_t>(0, letters - 1)(*random)];
+    for (char& character : text)
+        character = alphabet[std::uniform_int_distribution<std::size_t>(0, letters - 1)(*random)];
     return text;
 }
 
@@ -90,10 +91,11 @@ TEST(RWCRegexpSearch, FindsRuntimeReferences) {
         const char* text;
         Match match;
     } rows[] = {
-        {"$(A)", {0, 4}},     {"x#(A)y$(B)", {1, 4}}, {"$()", {npos, 0}},      {"$( A)", {npos, 0}},   {"$(A", {npos, 0}},
-        {"$HOME", {npos, 0}}, {"$$(A)", {1, 4}},      {"$(A$(B)", {3, 4}},     {"$(A B)", {npos, 0}},  {"${A}", {npos, 0}},
-        {"$({A})", {0, 6}},   {"#($#)", {0, 5}},      {"$(A\tB)$(C)", {6, 4}}, {"$((A))", {npos, 0}},  {"(A)", {npos, 0}},
-        {"$(A))", {0, 4}},    {"$(A\nB)", {npos, 0}}, {"$(\xc3\xa4)", {0, 5}}, {"a$(b)c)", {1, 4}},
+        {"$(A)", {0, 4}},        {"x#(A)y$(B)", {1, 4}},  {"$()", {npos, 0}},  {"$( A)", {npos, 0}},
+        {"$(A", {npos, 0}},      {"$HOME", {npos, 0}},    {"$$(A)", {1, 4}},   {"$(A$(B)", {3, 4}},
+        {"$(A B)", {npos, 0}},   {"${A}", {npos, 0}},     {"$({A})", {0, 6}},  {"#($#)", {0, 5}},
+        {"$(A\tB)$(C)", {6, 4}}, {"$((A))", {npos, 0}},   {"(A)", {npos, 0}},  {"$(A))", {0, 4}},
+        {"$(A\nB)", {npos, 0}},  {"$(\xc3\xa4)", {0, 5}}, {"a$(b)c)", {1, 4}},
     };
     for (const auto& row : rows) EXPECT_EQ(row.match, searchIn(row.text, kRuntimeReference)) << row.text;
 }

@@ -54,9 +54,7 @@ DIR* __wrap_opendir(const char* path) {
 
 // The walk leaves directory streams open on purpose.
 const char* __lsan_default_suppressions();
-__attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
-    return "leak:src/krenv.cpp\n";
-}
+__attribute__((visibility("default"))) const char* __lsan_default_suppressions() { return "leak:src/krenv.cpp\n"; }
 }
 
 // --- product identity -----------------------------------------------------------------------------------------------

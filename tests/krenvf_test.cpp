@@ -279,19 +279,19 @@ TEST(KREEnvDefined, TellsDefinedAndContaining) {
         bool ignoreCase;
         bool expected;
     } rows[] = {
-        {"A", "", false, true},           {"A", "", true, true},
-        {"A", "bin", false, true},        {"A", "BIN", false, false},
-        {"A", "BIN", true, true},         {"A", "/OPT/BIN", true, true},
-        {"A", "/opt/bin", false, true},   {"A", "/opt/bin/", false, false},
-        {"A", "/opt/bin/", true, false},  {"A", "opt bin", true, false},
-        {"A", "oPt", true, true},         {"A", "n", true, true},
-        {"A", "N", false, false},         {"EMPTY", "", false, true},
-        {"EMPTY", "", true, true},        {"EMPTY", "x", false, false},
-        {"EMPTY", "x", true, false},      {"MISSING", "", false, false},
-        {"MISSING", "", true, false},     {"REF", "bin/x", false, true},
-        {"REF", "BIN/X", true, true},     {"REF", "#(A)", false, false},
-        {"HIGH", "\xc4", false, true},    {"HIGH", "\xc4\xd6", true, true},
-        {"HIGH", "\xe4", true, false},    {"LOOP", "", false, false},
+        {"A", "", false, true},          {"A", "", true, true},
+        {"A", "bin", false, true},       {"A", "BIN", false, false},
+        {"A", "BIN", true, true},        {"A", "/OPT/BIN", true, true},
+        {"A", "/opt/bin", false, true},  {"A", "/opt/bin/", false, false},
+        {"A", "/opt/bin/", true, false}, {"A", "opt bin", true, false},
+        {"A", "oPt", true, true},        {"A", "n", true, true},
+        {"A", "N", false, false},        {"EMPTY", "", false, true},
+        {"EMPTY", "", true, true},       {"EMPTY", "x", false, false},
+        {"EMPTY", "x", true, false},     {"MISSING", "", false, false},
+        {"MISSING", "", true, false},    {"REF", "bin/x", false, true},
+        {"REF", "BIN/X", true, true},    {"REF", "#(A)", false, false},
+        {"HIGH", "\xc4", false, true},   {"HIGH", "\xc4\xd6", true, true},
+        {"HIGH", "\xe4", true, false},   {"LOOP", "", false, false},
         {"a", "", true, false},
     };
     for (const auto& row : rows) {

@@ -270,7 +270,8 @@ TEST_F(HostFacts, KRPIs64BitEnvComparesTheFirstTwoCharacters) {
     const struct {
         const char* printed;
         bool expected;
-    } rows[] = {{"64\\n", true}, {"640", true}, {"64", true}, {"32\\n", false}, {"", false}, {"6", false}, {" 64", false}};
+    } rows[] = {{"64\\n", true}, {"640", true}, {"64", true},  {"32\\n", false},
+                {"", false},     {"6", false},  {" 64", false}};
     for (const auto& row : rows) {
         fake.command = [&](const std::string&) { return std::string("printf '") + row.printed + "'"; };
         EXPECT_EQ(row.expected, KRPIs64BitEnv()) << row.printed;
@@ -463,7 +464,8 @@ std::string banner() { return "Execution /" + std::string(72, '*') + "/\n"; }
 std::string memoryLine() {
     struct sysinfo info {};
     sysinfo(&info);
-    return "Execution Memory size: " + std::to_string(static_cast<unsigned long long>(info.totalram) * info.mem_unit) + "\n";
+    return "Execution Memory size: " + std::to_string(static_cast<unsigned long long>(info.totalram) * info.mem_unit) +
+           "\n";
 }
 
 std::string expectedReport(const std::string& addresses, const std::string& cpu, const std::string& bits,
@@ -505,13 +507,17 @@ TEST(StartUpReport, SaysThirtyTwoBits) {
 
 TEST(StartUpReport, SurvivesAHostThatCannotNameItsProcessor) {
     const std::string lines = reportOf("KR_VERSION = 1\nKR_BUILD = 2\n", 1, [](Border& fake) {
-        fake.command = [](const std::string& command) { return command == "getconf LONG_BIT" ? "printf 64" : "printf ''"; };
+        fake.command = [](const std::string& command) {
+            return command == "getconf LONG_BIT" ? "printf 64" : "printf ''";
+        };
     });
     const std::string report = expectedReport("IP4: 10.1.2.3 ", "", "64 bit OS", "1", "2");
     const std::size_t warning = lines.find("Warning ");
     ASSERT_NE(std::string::npos, warning) << lines;
-    EXPECT_THAT(lines.substr(warning), StartsWith("Warning the start-up report has no text for 'CPU: ': basic_string::substr"));
-    EXPECT_EQ(report, lines.substr(0, warning) + lines.substr(lines.find('\n', warning) + 1)) << "one warning, eleven records";
+    EXPECT_THAT(lines.substr(warning),
+                StartsWith("Warning the start-up report has no text for 'CPU: ': basic_string::substr"));
+    EXPECT_EQ(report, lines.substr(0, warning) + lines.substr(lines.find('\n', warning) + 1))
+        << "one warning, eleven records";
 }
 
 TEST(StartUpReport, SurvivesAHostThatCanRunNoCommands) {
@@ -533,8 +539,8 @@ TEST(StartUpReport, ComposesNothingWhileItsLevelIsDisabled) {
                   nLogging::gEnable(nLogging::Level::Execution, false);
                   nLogging::gEnable(nLogging::Level::Trace, false);
                   const int result = KREInit(dir.path().c_str());
-                  return std::to_string(result) + " result, " + std::to_string(fake.commandsRun.size()) + " commands, " +
-                         std::to_string(log.entries().size()) + " records";
+                  return std::to_string(result) + " result, " + std::to_string(fake.commandsRun.size()) +
+                         " commands, " + std::to_string(log.entries().size()) + " records";
               }));
 }
 

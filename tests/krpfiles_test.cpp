@@ -148,9 +148,9 @@ TEST_F(KRPMakePath, JoinsDirectoryNameAndExtension) {
     const struct {
         const char *dir, *name, *ext, *path;
     } rows[] = {
-        {"d/", "n", "e", "d/n.e"}, {"d", "n", "", "d/n"},    {"a\\", "n", "e", "a\\/n.e"}, {"/", "n", "e", "/n.e"},
-        {"d", "", "", "d/"},       {"d", "", "e", "d/.e"},   {"d//", "n", ".e", "d//n..e"}, {"d", "n.", "e", "d/n..e"},
-        {"d", "/n", "e", "d//n.e"},
+        {"d/", "n", "e", "d/n.e"},     {"d", "n", "", "d/n"},      {"a\\", "n", "e", "a\\/n.e"},
+        {"/", "n", "e", "/n.e"},       {"d", "", "", "d/"},        {"d", "", "e", "d/.e"},
+        {"d//", "n", ".e", "d//n..e"}, {"d", "n.", "e", "d/n..e"}, {"d", "/n", "e", "d//n.e"},
     };
     for (const auto& row : rows) EXPECT_STREQ(row.path, KREnvContainerClass().KRPMakePath(row.dir, row.name, row.ext));
 }
@@ -334,7 +334,8 @@ TEST_F(CurrentDirectory, KRPAbsPathFollowsLinksAndIgnoresTheSize) {
 TEST_F(KRPResolvePathVar, KnowsItsForms) {
     const Settings settings("SET = #(INNER):/b\nINNER = /a\nEMPTY =\nLOOP = #(LOOP)\n");
     const ScopedEnv path("PATH", "/p1:/p2"), home("HOME", "/home/u"), documents("MYDOCUMENTS", "/docs");
-    const ScopedEnv x("KRENV_TEST_X", "$(HOME):#(SET)"), empty("KRENV_TEST_EMPTY", ""), unset("KRENV_TEST_UNSET", nullptr);
+    const ScopedEnv x("KRENV_TEST_X", "$(HOME):#(SET)"), empty("KRENV_TEST_EMPTY", ""),
+        unset("KRENV_TEST_UNSET", nullptr);
     const ScopedEnv braces("{X}", "in braces");
     const struct {
         const char* var;
@@ -582,7 +583,8 @@ TEST_F(KRPFindfile, ConcurrentSearchesDoNotMix) {
             KREnvContainerClass own;
             const std::string number = std::to_string(i), list = dir / "0:" + dir / "1:" + dir / "2:" + dir / "3";
             for (int n = 0; n < 200; ++n) {
-                const char* const found = own.KRPFindfile(("file" + number).c_str(), "/nonexistent", list.c_str(), kEnd);
+                const char* const found =
+                    own.KRPFindfile(("file" + number).c_str(), "/nonexistent", list.c_str(), kEnd);
                 right += orNull(found) == dir / (number + "/file" + number) ? 1 : 0;
             }
         });
@@ -637,7 +639,8 @@ TEST_F(KRPGetFullName, SearchesABareNameInTheWorkingDirectoryAndIncludePath) {
     const Settings settings("INCLUDE_PATH = /nonexistent:" + include + "\n");
     dir.writeFile("include/x.y");
     char out[4096];
-    EXPECT_EQ(std::filesystem::canonical(include).string() + "/x.y", orNull(env.KRPGetFullName("x.y", out, sizeof out)));
+    EXPECT_EQ(std::filesystem::canonical(include).string() + "/x.y",
+              orNull(env.KRPGetFullName("x.y", out, sizeof out)));
     dir.writeFile("x.y");
     EXPECT_EQ(here + "/x.y", orNull(env.KRPGetFullName("x.y", out, sizeof out)));
     EXPECT_EQ("<null>", orNull(env.KRPGetFullName("missing", out, sizeof out)));
@@ -686,8 +689,14 @@ TEST_F(FileTests, KRPFileExistAcceptsAnythingThatStatCanExamine) {
     const struct {
         std::string path;
         bool exists;
-    } rows[] = {{file, true}, {dir.path(), true}, {"/dev/null", true}, {dir / "missing", false}, {dir / "dangling", false},
-                {"", false}, {file + "/x", false}, {std::string(5000, 'x'), false}};
+    } rows[] = {{file, true},
+                {dir.path(), true},
+                {"/dev/null", true},
+                {dir / "missing", false},
+                {dir / "dangling", false},
+                {"", false},
+                {file + "/x", false},
+                {std::string(5000, 'x'), false}};
     for (const auto& row : rows) {
         EXPECT_EQ(row.exists, env.KRPFileExist(row.path.c_str())) << row.path;
         EXPECT_EQ(row.exists, env.KRPFileExist(row.path.c_str(), true)) << row.path;

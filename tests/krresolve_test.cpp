@@ -163,7 +163,8 @@ TEST(KRSLoadResolve, ExpandsAndLeavesAlone) {
 
 TEST(KRSRuntimeResolve, ACycleFailsAndLeavesTheTextPartlyExpanded) {
     const Settings settings("A = x#(A)\nB = v\nONE = #(TWO)\nTWO = #(ONE)\nSELF = #(SELF)\n");
-    for (const char* const text : {"#(A)", "#(SELF)", "#(ONE)", "y#(TWO)"}) EXPECT_EQ("<failed>", atRunTime(text)) << text;
+    for (const char* const text : {"#(A)", "#(SELF)", "#(ONE)", "y#(TWO)"})
+        EXPECT_EQ("<failed>", atRunTime(text)) << text;
 
     AddDelSet set;
     RWCString text("#(B) #(SELF)");

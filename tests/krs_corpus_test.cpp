@@ -59,7 +59,7 @@ const CorpusRow kCorpus[] = {
 
     {"bom-only", "", ""},
     {"bom-then-key", "", "1 A=1\n"},
-    {"bom-twice", "", "1 \xef\xbb\xbf" "A=1\n"},
+    {"bom-twice", "", "1 \357\273\277A=1\n"},
     {"bom-half", at("1:1", kMissingEquals), ""},
     {"bom-then-error", at("1:1", kMissingEquals), ""},
 
@@ -183,7 +183,8 @@ TEST(SettingsOddFile, LongLines) {
     EXPECT_EQ(at("1:1", kUnclosed), errorOfRefused(dir.writeFile("section.ini", "[" + mebibyte)));
 
     const ScopedTable table;
-    const std::string path = dir.writeFile("good.ini", "A=" + mebibyte + "\n" + mebibyte + "=B\n[" + mebibyte + "]\nC=D");
+    const std::string path =
+        dir.writeFile("good.ini", "A=" + mebibyte + "\n" + mebibyte + "=B\n[" + mebibyte + "]\nC=D");
     EXPECT_NE(0, KRSLoad(path.c_str(), table.handle(), nullptr)) << KRSLoadError();
     EXPECT_EQ(mebibyte, KRSGetValue(table.handle(), "A"));
     EXPECT_STREQ("B", KRSGetValue(table.handle(), mebibyte.c_str()));
@@ -278,6 +279,8 @@ TEST(SettingsOddFile, SectionNameAboveManyKeysIsBounded) {
     std::string text = "[" + std::string(1U << 20, 's') + "]\n";
     for (int i = 0; i < 350'000; ++i) text += "a=\n";
     const std::string error = errorOfRefused(dir.writeFile("bomb.ini", text));
-    EXPECT_THAT(error, testing::AnyOf(": the table's texts need more than 512 MiB; look for a very long section name or value in use",
-                                      ": not enough memory"));
+    EXPECT_THAT(
+        error,
+        testing::AnyOf(": the table's texts need more than 512 MiB; look for a very long section name or value in use",
+                       ": not enough memory"));
 }

@@ -38,7 +38,8 @@ struct SettingsTest : testing::Test {
         std::vector<std::string> texts;
         KRSEntry entry{};
         for (std::size_t i = 0; KRSGetEntry(table, i, &entry); ++i) {
-            texts.push_back((entry.inForce ? "" : "-") + std::to_string(entry.line) + " " + entry.key + "=" + entry.value);
+            texts.push_back((entry.inForce ? "" : "-") + std::to_string(entry.line) + " " + entry.key + "=" +
+                            entry.value);
         }
         return texts;
     }
@@ -92,7 +93,7 @@ TEST_F(SettingsGrammarTest, Accepts) {
         {"A=1\n", "A", "1"},
         {"A=1\r\n", "A", "1"},
         {"A=1\r", "A", "1"},
-        {"\xef\xbb\xbf" "A=1\n", "A", "1"},
+        {"\357\273\277A=1\n", "A", "1"},
         {"A=1\n\n \t\n;=\n#=\n  ;\nB=2", "B", "2"},
         {" \tA b\t = \tc d\t \n", "A b", "c d"},
         {"A==b=c", "A", "=b=c"},
@@ -215,7 +216,8 @@ TEST(KRSHandle, WithoutTableHasNothing) {
         EXPECT_EQ(7, entry.line);
         KRSDestroyTable(handle);
         EXPECT_EQ(0, KRSLoad("/dev/null", handle, nullptr));
-        EXPECT_EQ("/dev/null: there is no settings table with handle " + std::to_string(handle), std::string(KRSLoadError()));
+        EXPECT_EQ("/dev/null: there is no settings table with handle " + std::to_string(handle),
+                  std::string(KRSLoadError()));
     }
     KRSDestroyTable(unknown - 1);
 }

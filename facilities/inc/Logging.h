@@ -91,7 +91,6 @@ struct RecordEnd {
 
 /// Streams a record: PM_LOG_RECORD(nLogging::Level::Error, "PMEnvironment", "../src/krenvf", __LINE__) << "text";
 /// Nothing but the level is evaluated while the level is disabled.
-#define PM_LOG_RECORD(level, category, file, line) \
-    !::nLogging::gIsEnabled(level)                 \
-        ? static_cast<void>(0)                     \
-        : ::nLogging::RecordEnd() & ::nLogging::RecordWriter(level, category, file, line)
+#define PM_LOG_RECORD(level, category, file, line)        \
+    !::nLogging::gIsEnabled(level) ? static_cast<void>(0) \
+                                   : ::nLogging::RecordEnd() & ::nLogging::RecordWriter(level, category, file, line)

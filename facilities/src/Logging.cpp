@@ -22,8 +22,8 @@ namespace nLogging {
 
 namespace {
 
-constexpr std::array<const char*, 8> kLevelNames = {"Error",      "Warning",          "Trace", "TraceDebugInfo", "Execution",
-                                                    "Incomplete", "ErrorPerformance", "WarningPerformance"};
+constexpr std::array<const char*, 8> kLevelNames = {
+    "Error", "Warning", "Trace", "TraceDebugInfo", "Execution", "Incomplete", "ErrorPerformance", "WarningPerformance"};
 constexpr unsigned kAllLevels = (1U << kLevelNames.size()) - 1;
 
 constexpr unsigned bitOf(Level level) {
@@ -122,8 +122,8 @@ std::string timeText(std::chrono::system_clock::time_point time) {
 std::string lineOf(const Record& record) {
     std::ostringstream line;
     line.imbue(std::locale::classic());
-    line << timeText(record.time) << ' ' << gLevelName(record.level) << ' ' << record.category << ' ' << record.file << ':'
-         << record.line << " [" << record.thread << "] " << escaped(record.text) << '\n';
+    line << timeText(record.time) << ' ' << gLevelName(record.level) << ' ' << record.category << ' ' << record.file
+         << ':' << record.line << " [" << record.thread << "] " << escaped(record.text) << '\n';
     return line.str();
 }
 
@@ -253,7 +253,7 @@ RecordWriter::RecordWriter(Level level, const char* category, const char* file, 
 RecordWriter::~RecordWriter() {
     const ErrnoKeeper keeper;
     try {
-        const Record record{std::chrono::system_clock::now(), level_,      category_, file_, line_,
+        const Record record{std::chrono::system_clock::now(), level_,     category_, file_, line_,
                             std::this_thread::get_id(),       text_.str()};
         state().deliver(record);
     } catch (...) {

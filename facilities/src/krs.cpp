@@ -148,7 +148,8 @@ private:
     void addChunk(std::size_t needed) {
         const std::size_t size = std::max(needed, kChunkBytes);
         if (size > kMaxTableBytes - std::min(bytes_, kMaxTableBytes)) {
-            throw LoadFailure{": the table's texts need more than 512 MiB; look for a very long section name or value in use"};
+            throw LoadFailure{
+                ": the table's texts need more than 512 MiB; look for a very long section name or value in use"};
         }
         adopt(std::unique_ptr<char[]>(new char[size]), size);
         next_ = chunks_.back().get();
@@ -223,7 +224,8 @@ public:
 private:
     void skipByteOrderMark() {
         constexpr std::string_view mark = "\xef\xbb\xbf";
-        if (std::string_view(text_, static_cast<std::size_t>(end_ - text_)).substr(0, mark.size()) == mark) text_ += mark.size();
+        if (std::string_view(text_, static_cast<std::size_t>(end_ - text_)).substr(0, mark.size()) == mark)
+            text_ += mark.size();
     }
 
     void parseLine(const Line& line) {
@@ -303,7 +305,8 @@ std::uint32_t rotateLeft(std::uint32_t value, unsigned count) { return (value <<
 // can write a settings file whose keys collide.
 class KeyHash {
 public:
-    explicit KeyHash(const HashKey& key) : v0_(key.low), v1_(key.high), v2_(0x6c796765U ^ key.low), v3_(0x74656462U ^ key.high) {}
+    explicit KeyHash(const HashKey& key)
+        : v0_(key.low), v1_(key.high), v2_(0x6c796765U ^ key.low), v3_(0x74656462U ^ key.high) {}
 
     std::uint32_t operator()(std::string_view key) {
         std::size_t left = key.size();
@@ -405,7 +408,8 @@ private:
     std::size_t slotOf(std::string_view key, std::uint32_t hash) const {
         const std::size_t mask = slots_.size() - 1;
         std::size_t at = hash & mask;
-        while (slots_[at].used() && !(slots_[at].hash == hash && key == entries_[slots_[at].entry].key)) at = (at + 1) & mask;
+        while (slots_[at].used() && !(slots_[at].hash == hash && key == entries_[slots_[at].entry].key))
+            at = (at + 1) & mask;
         return at;
     }
 
@@ -455,9 +459,11 @@ public:
         if (last_ == kLastHandle) return 0;
         const Place place = placeOf(last_ + 1);
         if (segments_[place.segment].load(std::memory_order_relaxed) == nullptr) {
-            segments_[place.segment].store(new std::atomic<Table*>[kFirstSegment << place.segment](), std::memory_order_release);
+            segments_[place.segment].store(new std::atomic<Table*>[kFirstSegment << place.segment](),
+                                           std::memory_order_release);
         }
-        segments_[place.segment].load(std::memory_order_relaxed)[place.offset].store(table.release(), std::memory_order_release);
+        segments_[place.segment].load(std::memory_order_relaxed)[place.offset].store(table.release(),
+                                                                                     std::memory_order_release);
         return ++last_;
     }
 

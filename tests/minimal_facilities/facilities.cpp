@@ -74,5 +74,6 @@ void n_debug::nExecutableDirectory::gInitialize(std::string directory) { executa
 std::string n_debug::nExecutableDirectory::gGet() { return executableDirectory; }
 
 std::uint64_t nRealtime::gCurrentRaw_compiler() {
-    return static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch() / std::chrono::microseconds(1));
+    return static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch() /
+                                      std::chrono::microseconds(1));
 }

@@ -21,7 +21,8 @@ inline std::string inChild(const std::function<std::string()>& work) {
     close(ends[1]);
     std::string text;
     char piece[4096];
-    for (ssize_t count = 0; (count = read(ends[0], piece, sizeof piece)) > 0;) text.append(piece, static_cast<std::size_t>(count));
+    for (ssize_t count = 0; (count = read(ends[0], piece, sizeof piece)) > 0;)
+        text.append(piece, static_cast<std::size_t>(count));
     close(ends[0]);
     int status = 0;
     waitpid(child, &status, 0);

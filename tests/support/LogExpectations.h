@@ -8,7 +8,8 @@
 #include "LogCapture.h"
 
 /// Expects a record of the library's source `file`, with whatever line.
-inline void expectRecord(const LogCapture::Entry& entry, nLogging::Level level, const char* file, const std::string& text) {
+inline void expectRecord(const LogCapture::Entry& entry, nLogging::Level level, const char* file,
+                         const std::string& text) {
     EXPECT_EQ(level, entry.level);
     EXPECT_EQ("PMEnvironment", entry.category);
     EXPECT_EQ(file, entry.file);

@@ -14,7 +14,8 @@
 class Settings {
 public:
     explicit Settings(std::string_view text = {}) {
-        if (KRELoadIniFile(dir_.writeFile("pressmark.ini", text).c_str()) == 0) throw std::runtime_error(KRSLoadError());
+        if (KRELoadIniFile(dir_.writeFile("pressmark.ini", text).c_str()) == 0)
+            throw std::runtime_error(KRSLoadError());
     }
     ~Settings() {
         KRSDestroyTable(IniTable);

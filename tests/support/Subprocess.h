@@ -52,5 +52,6 @@ inline ProgramResult runProgram(const std::vector<std::string>& arguments,
 
     int status = 0;
     waitpid(child, &status, 0);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), readFileText(dir / "out"), readFileText(dir / "err")};
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), readFileText(dir / "out"),
+            readFileText(dir / "err")};
 }

@@ -16,7 +16,9 @@ public:
     std::size_t index(const RWCRegexp& pattern, std::size_t* matched, std::size_t start = 0) const {
         return pattern.search(data(), length(), matched, start);
     }
-    RWCString operator()(std::size_t position, std::size_t count) const { return text_.substr(position, count).c_str(); }
+    RWCString operator()(std::size_t position, std::size_t count) const {
+        return text_.substr(position, count).c_str();
+    }
     RWCString& replace(std::size_t position, std::size_t count, const RWCString& replacement) {
         text_.replace(position, count, replacement.text_);
         return *this;
