@@ -21,6 +21,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "support/LoadEngine.h"
 #include "support/LogCapture.h"
 #include "support/Subprocess.h"
 
@@ -80,40 +81,6 @@ bool near(unsigned long long left, unsigned long long right, unsigned long long 
     return std::max(left, right) - std::min(left, right) <= tolerance;
 }
 
-// A process named like a load engine, for the length of a scope. It is set up when the constructor returns.
-class Engine {
-public:
-    explicit Engine(const std::string& mode, const std::string& argument = {}) {
-        int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-        pid_ = fork();
-        if (pid_ == 0) {
-            dup2(ends[1], STDOUT_FILENO);
-            execl(LOAD_ENGINE, "load_engine", mode.c_str(), argument.empty() ? nullptr : argument.c_str(), nullptr);
-            _exit(127);
-        }
-        close(ends[1]);
-        char line[8] = {};
-        const ssize_t length = read(ends[0], line, sizeof line - 1);
-        close(ends[0]);
-        if (pid_ < 0 || length <= 0) throw std::runtime_error("cannot start " LOAD_ENGINE);
-    }
-    ~Engine() { stop(); }
-    Engine(const Engine&) = delete;
-    Engine& operator=(const Engine&) = delete;
-
-    int pid() const { return pid_; }
-    void stop() {
-        if (pid_ <= 0) return;
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-        pid_ = 0;
-    }
-
-private:
-    pid_t pid_ = 0;
-};
-
 std::vector<int> engines() {
     std::vector<int> pids;
     EXPECT_EQ(1, getSlavesList(pids, getpid()));
@@ -122,13 +89,6 @@ std::vector<int> engines() {
 
 unsigned long long residentBytesByPs(int pid) {
     return std::stoull(outputOf("ps -o rss= -p " + std::to_string(pid))) * 1024;
-}
-
-double secondsOfProcessor(int pid) {
-    clockid_t clock{};
-    timespec used{};
-    if (clock_getcpuclockid(pid, &clock) != 0 || clock_gettime(clock, &used) != 0) throw std::runtime_error("no clock");
-    return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
 }
 
 double now() { return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count(); }
@@ -167,8 +127,8 @@ TEST(MachineStatsLive, FreeMemoryAgreesWithMeminfoAndFree) {
 // --- engines --------------------------------------------------------------------------------------------------------
 
 TEST(MachineStatsLive, FindsAnEngineWhileItRuns) {
-    Engine first("idle");
-    Engine second("idle");
+    LoadEngine first("idle");
+    LoadEngine second("idle");
     EXPECT_THAT(engines(), Contains(first.pid()));
     EXPECT_THAT(engines(), Contains(second.pid()));
     EXPECT_THAT(engines(), Not(Contains(getpid())));
@@ -184,7 +144,7 @@ TEST(MachineStatsLive, FindsAnEngineWhileItRuns) {
 
 TEST(MachineStatsLive, TellsOnceThatAnEngineHasGone) {
     MachineStats collector;
-    Engine engine("idle");
+    LoadEngine engine("idle");
     KREnvMachineStats stats{};
     const int pid = engine.pid();
     const auto isThere = [&] {
@@ -204,7 +164,7 @@ TEST(MachineStatsLive, TellsOnceThatAnEngineHasGone) {
 
 TEST(MachineStatsLive, AnEnginesMemoryAgreesWithPs) {
     for (const char* const megabytes : {"1", "64", "200"}) {
-        Engine engine("memory", megabytes);
+        LoadEngine engine("memory", megabytes);
         unsigned long long ours = 0;
         unsigned long long others = 1;
         const bool agreed = eventually(50, [&] {
@@ -225,7 +185,7 @@ TEST(MachineStatsLive, AnEnginesMemoryAgreesWithPs) {
 TEST(MachineStatsLive, AnEngineThatKeepsOneProcessorBusyScoresItsShareOfAll) {
     const double full = 100.0 / static_cast<double>(sysconf(_SC_NPROCESSORS_ONLN));
     MachineStats collector;
-    Engine engine("burn");
+    LoadEngine engine("burn");
     unsigned long long memory = 0;
     double percent = -1;
     collector.GetSpecificProcessInfo(engine.pid(), memory, percent, false);
@@ -251,7 +211,7 @@ TEST(MachineStatsLive, AnEngineThatKeepsOneProcessorBusyScoresItsShareOfAll) {
 
 TEST(MachineStatsLive, TheMachinesLoadCountsABusyEngine) {
     const long double full = 100.0L / static_cast<long double>(sysconf(_SC_NPROCESSORS_ONLN));
-    Engine engine("burn");
+    LoadEngine engine("burn");
     MachineStats collector;
     KREnvMachineStats stats{};
     const bool loaded = eventually(5, [&] {
@@ -265,7 +225,7 @@ TEST(MachineStatsLive, TheMachinesLoadCountsABusyEngine) {
 }
 
 TEST(MachineStatsLive, ManyThreadsMayLookForEngines) {
-    Engine engine("idle");
+    LoadEngine engine("idle");
     std::vector<std::vector<int>> found(8);
     std::vector<std::thread> threads;
     for (std::vector<int>& pids : found) {

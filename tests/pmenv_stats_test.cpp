@@ -22,6 +22,7 @@
 #include <sys/stat.h>
 #include <termios.h>
 
+#include "support/LoadEngine.h"
 #include "support/Subprocess.h"
 #include "support/TempDir.h"
 #include "support/TerminalRun.h"
@@ -72,47 +73,6 @@ bool soon(const std::function<bool()>& condition) {
     }
     return false;
 }
-
-// A process with a load engine's command name: the shell under another name. It ends with the test.
-class Engine {
-public:
-    explicit Engine(const std::string& script) {
-        std::filesystem::create_symlink("/bin/bash", program_);
-        child_ = fork();
-        if (child_ == 0) {
-            execl(program_.c_str(), program_.c_str(), "-c", script.c_str(), static_cast<char*>(nullptr));
-            _exit(126);
-        }
-        soon([this] { return readFileText("/proc/" + std::to_string(child_) + "/comm") == "PMLoadEngineMai\n"; });
-    }
-    ~Engine() {
-        kill(child_, SIGKILL);
-        waitpid(child_, nullptr, 0);
-    }
-    Engine(const Engine&) = delete;
-    Engine& operator=(const Engine&) = delete;
-
-    pid_t pid() const { return child_; }
-
-    // Processor seconds so far, of /proc/PID/stat's fields 14 and 15.
-    double cpuSeconds() const {
-        const std::string text = readFileText("/proc/" + std::to_string(child_) + "/stat");
-        std::istringstream fields(text.substr(text.rfind(')') + 2));
-        std::string field;
-        for (int i = 3; i <= 13; ++i) fields >> field;
-        long user = 0, system = 0;
-        fields >> user >> system;
-        return static_cast<double>(user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
-    }
-
-private:
-    TempDir directory_;
-    std::string program_ = directory_ / "PMLoadEngineMain";
-    pid_t child_ = -1;
-};
-
-constexpr char kBusy[] = "while :; do :; done";
-constexpr char kIdle[] = "while :; do read -t 1000 <> <(:); done";
 
 json engineIn(const json& sample, pid_t pid) {
     for (const json& engine : sample.at("engines")) {
@@ -193,7 +153,7 @@ TEST_F(PmenvReport, PmLogDoesNotHideIt) {
 // --- figures --------------------------------------------------------------------------------------------------------
 
 TEST(PmenvStats, FiguresAgreeWithTheKernels) {
-    const Engine engine(kIdle);
+    const LoadEngine engine("idle");
     const ProgramResult outcome = run({"stats", "--json"});
     EXPECT_EQ(outcome.status, 0);
     ASSERT_EQ(linesOf(outcome.out).size(), 1u);
@@ -218,15 +178,15 @@ TEST(PmenvStats, FiguresAgreeWithTheKernels) {
 
 // The engine gets what a busy machine leaves it, so its share is compared with what the kernel accounts for it meanwhile.
 TEST(PmenvStats, AnEnginesPercentageIsOfOneProcessor) {
-    const Engine engine(kBusy);
+    const LoadEngine engine("burn");
     double shown = 0;
     double measured = 0;
     for (int attempt = 0; attempt < 5; ++attempt) {
-        const double before = engine.cpuSeconds();
+        const double before = secondsOfProcessor(engine.pid());
         const auto start = std::chrono::steady_clock::now();
         const json sample = json::parse(run({"stats", "--json"}).out);
         const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-        measured = 100 * (engine.cpuSeconds() - before) / seconds.count();
+        measured = 100 * (secondsOfProcessor(engine.pid()) - before) / seconds.count();
         shown = engineIn(sample, engine.pid()).at("cpuPercentOfOne").get<double>();
         if (std::abs(shown - measured) < 0.25 * measured) return;
     }
@@ -240,7 +200,7 @@ TEST(PmenvStats, ANewEnginesPercentageIsUnknownUntilItsThirdSample) {
                       "exec " + std::string(PMENV_BINARY) + " stats --json --count 5 --interval 1 >" + out};
     std::thread started([&] { runProgram(words, environment()); });
     EXPECT_TRUE(soon([&] { return !linesOf(readFileText(out)).empty(); }));
-    const Engine engine(kIdle);
+    const LoadEngine engine("idle");
     started.join();
 
     std::vector<bool> known;
@@ -255,7 +215,7 @@ TEST(PmenvStats, ANewEnginesPercentageIsUnknownUntilItsThirdSample) {
 }
 
 TEST(PmenvStats, TableIsForPeople) {
-    const Engine engine(kIdle);
+    const LoadEngine engine("idle");
     const ProgramResult outcome = run({"stats", "--count", "2"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.err, "");
@@ -268,8 +228,8 @@ TEST(PmenvStats, TableIsForPeople) {
 }
 
 TEST(PmenvStats, CsvHasOneHeaderAndALineForEachEngine) {
-    const Engine first(kIdle);
-    const Engine second(kIdle);
+    const LoadEngine first("idle");
+    const LoadEngine second("idle");
     const auto lines = linesOf(run({"stats", "--csv", "--count", "2"}).out);
     ASSERT_GE(lines.size(), 5u);
     EXPECT_THAT(lines[0], StartsWith("time,processors,cpu_percent,"));
@@ -290,7 +250,7 @@ TEST(PmenvStats, CsvHasOneHeaderAndALineForEachEngine) {
 
 TEST(PmenvStats, ExpositionIsAcceptedByPromtool) {
     if (access("/usr/bin/promtool", X_OK) != 0) GTEST_SKIP() << "there is no promtool on this machine";
-    const Engine engine(kIdle);
+    const LoadEngine engine("idle");
     for (const char* const form : {"", " --per-process"}) {
         const ProgramResult outcome =
             runProgram({"/bin/bash", "-c",
@@ -349,7 +309,7 @@ TEST(PmenvStats, VerdictOfAHealthyRun) {
 }
 
 TEST(PmenvStats, VerdictOfASaturatedRunExitsWithThree) {
-    const Engine engine(kBusy);
+    const LoadEngine engine("burn");
     Words words{"stats",       "--verdict", "--duration",     "6", "--sustain", "2",
                 "--cpu-limit", "1000",      "--engine-limit", "2"};
     const ProgramResult outcome = run(words);
@@ -379,7 +339,7 @@ TEST(PmenvStats, ControlCEndsARunEarlyWithItsVerdict) {
     Words words = pmenv({"stats", "--verdict", "--duration", "600", "--sustain", "1"}, kNoLimits);
     TerminalRun run(words, environment(), 80, 24);
     ASSERT_TRUE(blocks(run.pid(), SIGINT));
-    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    std::this_thread::sleep_for(std::chrono::seconds(4));
     run.type("\x03");
     EXPECT_EQ(run.finish(), 0);
     EXPECT_THAT(run.output(), HasSubstr("Healthy: "));
@@ -527,7 +487,7 @@ TEST(PmenvWatchInPlace, RedrawsWithEachSample) {
 }
 
 TEST(PmenvWatchEngines, ShowsEnginesWithTheirHistory) {
-    const Engine engine(kBusy);
+    const LoadEngine engine("burn");
     TerminalRun run(pmenv({"stats", "--watch", "--engine-limit", "1", "--sustain", "1"}), environment(), 100, 60);
     EXPECT_TRUE(run.waitFor(std::to_string(engine.pid())));
     EXPECT_TRUE(run.waitFor("\xe2\x96")) << "a history begins, with one of the blocks";
@@ -604,7 +564,7 @@ protected:
 };
 
 TEST_F(PmenvTmux, DrawsFollowsTheSizeSuspendsAndRestores) {
-    const Engine engine(kIdle);
+    const LoadEngine engine("idle");
     enter("stty -g >" + directory_ / "before; echo before the watch");
     ASSERT_TRUE(showsLine("before the watch"));
     enter(std::string(PMENV_BINARY) + " stats --watch");

@@ -609,6 +609,8 @@ TEST_F(PmenvHelp, ManualPageNamesEveryCommandAndOption) {
     ASSERT_EQ(page.status, 0) << page.err;
     EXPECT_EQ(page.err, "");
     const std::string text = std::regex_replace(page.out, std::regex("\x1b\\[[0-9;]*m|.\b"), "");
+    const std::string version = run({"--version"}).out;
+    EXPECT_THAT(text, HasSubstr("\n" + version.substr(0, version.size() - 1) + " ")) << "at the foot of the page";
     for (const Words& words : allCommands()) {
         EXPECT_THAT(text, HasSubstr("pmenv " + joined(words)));
         for (const std::string& option : optionsIn(help(words))) EXPECT_THAT(text, HasSubstr("\n       " + option));

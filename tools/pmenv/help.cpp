@@ -12,8 +12,9 @@ std::string section(const char* title, const Rows& rows) {
     std::size_t width = 0;
     for (const auto& row : rows) width = std::max(width, row.first.size());
     std::string text = std::string("\n") + title + ":\n";
-    for (const auto& [left, right] : rows)
-        text += "  " + left + std::string(width - left.size() + 3, ' ') + right + "\n";
+    for (const auto& [left, right] : rows) {
+        text.append("  ").append(left).append(width - left.size() + 3, ' ').append(right).append("\n");
+    }
     return text;
 }
 
