@@ -413,7 +413,7 @@ class PmenvWatch : public testing::Test {
 protected:
     PmenvWatch()
         : run_({"/bin/bash", "-c", "read -r; \"$@\"; echo ended with $?; read -r", "bash", PMENV_BINARY, "stats",
-                "--watch"},
+                "--watch", "--interval", "3600"},
                environment(), 100, 30),
           before_(settingsOf(run_)) {
         run_.type("\n");
