@@ -8,6 +8,7 @@
 #include <thread>
 
 #include <gmock/gmock.h>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -197,6 +198,20 @@ TEST(LogRecord, KeepsErrno) {
     errno = ENOENT;
     PM_LOG_RECORD(Level::Error, "C", "f", 1) << "text";
     EXPECT_EQ(ENOENT, errno);
+}
+
+// A load engine that cancelled a thread of its own ended as a whole when that thread was writing a record.
+TEST(LogRecord, IsDeliveredByAThreadThatIsCancelled) {
+    StderrWrites standardError;
+    int stateBehind = PTHREAD_CANCEL_DISABLE;
+    std::thread([&stateBehind] {
+        pthread_cancel(pthread_self());
+        PM_LOG_RECORD(Level::Error, "C", "f", 1) << "the last words";
+        // Ends by itself: the address sanitizer does not follow a stack that is given up.
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &stateBehind);
+    }).join();
+    EXPECT_EQ(PTHREAD_CANCEL_ENABLE, stateBehind) << "as it was before the record";
+    EXPECT_THAT(standardError.take(), ElementsAre(HasSubstr("the last words")));
 }
 
 // A host with a global locale saw "1,234" where programs look for 1234.

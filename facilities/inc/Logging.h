@@ -10,7 +10,8 @@
 // The default sink writes one line per record in one write, with control characters escaped: whatever a text holds, one
 // record stays one line. Numbers are written alike in every locale, and a log call leaves errno as it was.
 //
-// Threads: everything here may be called from any thread at any time, also from destructors at process exit.
+// Threads: everything here may be called from any thread at any time, also from destructors at process exit. A thread
+// that is cancelled (pthread_cancel) while it delivers a record delivers it and ends at its next cancellation point.
 #pragma once
 
 #include <chrono>

@@ -14,6 +14,7 @@
 #include <system_error>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include "Immortal.h"
@@ -148,6 +149,19 @@ private:
     const int error_ = errno;
 };
 
+// A thread that is cancelled while it logs ends behind the record: the end would otherwise begin in a destructor, which
+// ends the whole program.
+class CancellationKeeper {
+public:
+    CancellationKeeper() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state_); }
+    ~CancellationKeeper() { pthread_setcancelstate(state_, nullptr); }
+    CancellationKeeper(const CancellationKeeper&) = delete;
+    CancellationKeeper& operator=(const CancellationKeeper&) = delete;
+
+private:
+    int state_ = PTHREAD_CANCEL_ENABLE;
+};
+
 // True while a sink runs on this thread. What the sink logs itself would otherwise come back to it for ever.
 thread_local bool inSink = false;
 
@@ -251,7 +265,8 @@ RecordWriter::RecordWriter(Level level, const char* category, const char* file, 
 }
 
 RecordWriter::~RecordWriter() {
-    const ErrnoKeeper keeper;
+    const ErrnoKeeper error;
+    const CancellationKeeper cancellation;
     try {
         const Record record{std::chrono::system_clock::now(), level_,     category_, file_, line_,
                             std::this_thread::get_id(),       text_.str()};
