@@ -94,6 +94,7 @@ TEST(RWCStringConcatenate, Appends) {
     EXPECT_EQ("abc", plain(text));
     EXPECT_EQ("abcd", plain(text + "d"));
     EXPECT_EQ("abc", plain(text));
+    text += nullptr;
     text += text.data();
     EXPECT_EQ("abcabc", plain(text));
 }

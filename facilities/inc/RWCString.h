@@ -58,8 +58,9 @@ public:
         return *this;
     }
 
+    /// Appends `more`; null counts as the empty text.
     RWCString& operator+=(const char* more) {
-        room_ += more;
+        room_ += more != nullptr ? more : "";
         return *this;
     }
 
