@@ -45,6 +45,12 @@ if [[ $(cached KRENV_BUILD_TOOLS) == ON ]]; then
     [[ $version == *1.0.0* ]] || { echo "the installed pmenv printed: $version" >&2; exit 1; }
 fi
 
+# The pages that the installed readme points to are installed with it.
+readme=$(find "$work/prefix" -name README.md)
+while read -r page; do
+    [[ -f ${readme%/*}/$page ]] || { echo "the installed README.md points to $page, which is not there" >&2; exit 1; }
+done < <(grep -o 'docs/[a-z-]*\.md' "$readme" | sort -u)
+
 # Another working directory, and no other place where settings could come from.
 output=$(cd / && env -u KR_BIN HOME=/home/guest "$work/host/host" 2>"$work/stderr") || {
     cat "$work/stderr"
