@@ -1,4 +1,5 @@
-// Runs all pairs and prints one line for each: both medians over the repetitions, and their ratio.
+// Runs all pairs and prints one line for each: both medians over the repetitions, and their ratio. Times are those of
+// the processor, which other programs on a busy machine disturb less than elapsed ones.
 #include <cstdio>
 #include <map>
 #include <string>
@@ -33,7 +34,7 @@ public:
         for (const Run& run : runs) {
             if (run.error_occurred)
                 std::fprintf(stderr, "%s: %s\n", run.benchmark_name().c_str(), run.error_message.c_str());
-            if (run.aggregate_name == "median") keep(run.run_name.function_name, run.GetAdjustedRealTime());
+            if (run.aggregate_name == "median") keep(run.run_name.function_name, run.GetAdjustedCPUTime());
         }
     }
 
@@ -76,6 +77,6 @@ int main(int argc, char** argv) {
 
     PairReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    std::printf("\nMedians; a ratio above 1 means that krenv takes less time.\n");
+    std::printf("\nMedians of processor time; a ratio above 1 means that krenv takes less time.\n");
     return 0;
 }
