@@ -10,8 +10,8 @@
 // A library that is loaded while a scope is open has its objects constructed at once. Without a scope nothing runs.
 //
 // Threads: registering, opening and closing are serialised by one lock, which is held while objects are constructed
-// and destroyed; the thread that holds it may load further libraries from a constructor. (The system's loader has a lock
-// of its own: a library that registers objects must not be loaded on another thread at that moment.)
+// and destroyed; the thread that holds it may load further libraries from a constructor. (The system's loader has a
+// lock of its own: a library that registers objects must not be loaded on another thread at that moment.)
 #pragma once
 
 #include "KrfExport.h"

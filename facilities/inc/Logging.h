@@ -37,8 +37,8 @@ struct Record {
     std::string text;        ///< the message; may hold any byte, may be empty
 };
 
-/// Receives every enabled record, on the thread that logged it, on several threads at once when several log. What it logs
-/// itself goes to the default sink; what it throws is dropped.
+/// Receives every enabled record, on the thread that logged it, on several threads at once when several log. What it
+/// logs itself goes to the default sink; what it throws is dropped.
 using Sink = std::function<void(const Record&)>;
 
 /// Sends all further records to `sink`; an empty function brings the default sink back. Another thread that is in the

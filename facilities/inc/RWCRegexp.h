@@ -1,7 +1,8 @@
 // RWCRegexp.h - a regular expression in a small language, compiled once and searched in linear time.
 //
-// The language: literal characters, character sets [abc] and [^abc] (no ranges, no escapes), and + behind either for one
-// or more. Every other character, parentheses and braces included, stands for itself. A character with its + is a piece.
+// The language: literal characters, character sets [abc] and [^abc] (no ranges, no escapes), and + behind either for
+// one or more. Every other character, parentheses and braces included, stands for itself. A character or set with its +
+// is a piece.
 //
 // Threads: a compiled expression is never changed by a search and may be used by many threads.
 #pragma once

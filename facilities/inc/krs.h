@@ -64,5 +64,6 @@ struct KRSEntry {
 /// How many entries the table holds, replaced ones included; 0 for a handle that names no table.
 KRF_EXPORT std::size_t KRSEntryCount(int handle);
 
-/// The entry at `index` in the order of loading, file order within one load; false, and `entry` untouched, past the end.
+/// The entry at `index` in the order of loading, file order within one load. False, and `entry` untouched, past the
+/// end, for a handle that names no table and for a null `entry`.
 KRF_EXPORT bool KRSGetEntry(int handle, std::size_t index, KRSEntry* entry);

@@ -65,7 +65,8 @@ void forEachWord(std::string_view list, Use use) {
     }
 }
 
-// "Error,Trace" -> those two bits. Nothing when no word is known; unknown words are gathered in `*unknown` for a warning.
+// "Error,Trace" -> those two bits. Nothing when no word is known; unknown words are gathered in `*unknown` for a
+// warning.
 std::optional<unsigned> parseLevels(const char* list, std::string* unknown) {
     std::optional<unsigned> levels;
     forEachWord(list, [&](std::string_view word) {

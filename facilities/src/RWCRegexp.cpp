@@ -54,8 +54,8 @@ RWCRegexp::RWCRegexp(const char* pattern) {
 //
 // The match that ends first need not be the longest, nor begin leftmost. But the leftmost match can end there too: its
 // run is at least as far into the pattern as a run that begins later, so before the later one can end first the two
-// meet in a piece, and from there on go the same way. Hence: the first end, the leftmost beginning that leads to it, the
-// longest run from there.
+// meet in a piece, and from there on go the same way. Hence: the first end, the leftmost beginning that leads to it,
+// the longest run from there.
 std::size_t RWCRegexp::search(const char* text, std::size_t length, std::size_t* matched, std::size_t start) const {
     *matched = 0;
     const std::size_t end = endOfFirstMatch(text, length, start);

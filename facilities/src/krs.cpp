@@ -111,8 +111,8 @@ FileText readFile(const char* path) {
 
 // --- texts ----------------------------------------------------------------------------------------------------------
 
-// A small file can ask for any amount of memory, with one long section name above many keys or one long value referred to
-// many times.
+// A small file can ask for any amount of memory, with one long section name above many keys or one long value referred
+// to many times.
 constexpr std::size_t kMaxTableBytes = 512U << 20;
 
 // Memory for texts, taken in large pieces and given back all at once.
@@ -196,7 +196,8 @@ struct ParsedEntry {
     int line;
 };
 
-// Reads a whole file. Keys and values are ended where they stand in the file's text; only keys of a section are composed.
+// Parses a whole file. Keys and values are ended where they stand in the file's text; only keys of a section are
+// composed.
 class Parser {
 public:
     explicit Parser(FileText text) : text_(text.bytes.get()), end_(text_ + text.length) {
@@ -301,8 +302,8 @@ const HashKey& hashKey() {
 
 std::uint32_t rotateLeft(std::uint32_t value, unsigned count) { return (value << count) | (value >> (32 - count)); }
 
-// HalfSipHash with one round a word and three at the end: a keyed hash made of 32-bit operations. Without the key nobody
-// can write a settings file whose keys collide.
+// HalfSipHash with one round a word and three at the end: a keyed hash made of 32-bit operations. Without the key
+// nobody can write a settings file whose keys collide.
 class KeyHash {
 public:
     explicit KeyHash(const HashKey& key)
