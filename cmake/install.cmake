@@ -27,7 +27,7 @@ if(TARGET pmenv)
   install(FILES tools/pmenv/pmenv.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME pmenv)
 endif()
 install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(FILES docs/user-guide.md docs/settings-grammar.md docs/architecture.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs FILES_MATCHING PATTERN "*.md")
 install(FILES examples/pressmark.ini DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 install(DIRECTORY examples/host DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 
