@@ -19,12 +19,13 @@ namespace nEnvSettings {
 
 void gFileInitTable(KREnvContainerClass& env, const char* fileName, int& handle) {
     handle = KRSCreateTable();
+    const std::string name = fileName != nullptr ? fileName : "";  // a copy: it may be a value that `env` has just read
     const char* const directory = env.KREGetEnv("KR_BIN");
     if (directory == nullptr) return;
 
-    const std::string path = std::string(directory) + "/" + (fileName != nullptr ? fileName : "");
+    const std::string path = std::string(directory) + "/" + name;
     if (path.size() <= kMaxPathLength && KRSLoad(path.c_str(), handle, nullptr) != 0) return;
-    KR_LOG_AT(Error, kCannotReadLine) << "can't read file " << fileName << "\t" << path;
+    KR_LOG_AT(Error, kCannotReadLine) << "can't read file " << (fileName != nullptr ? name.c_str() : nullptr) << "\t" << path;
 }
 
 void gGetPropertyString(OptionalValue<std::string>& out, int handle, const char* key) {

@@ -266,6 +266,22 @@ TEST(GFileInitTable, NullNameIsAFileThatCannotBeRead) {
     expectOneError(log, "../src/EnvSettings", 27, "can't read file <NullChar*>\t/opt/p/bin/");
 }
 
+TEST(GFileInitTable, NameMayBeAValueThatTheContainerHasRead) {
+    const TempDir bin;
+    bin.writeFile("x.ini", "A = 1\n");
+    const Settings ini("KR_BIN = " + bin.path() + "\nFILE = x.ini\nMISSING = y.ini\n");
+    KREnvContainerClass env;
+    int handle = 0;
+    nEnvSettings::gFileInitTable(env, env.KREGetEnv("FILE"), handle);
+    EXPECT_STREQ("1", KRSGetValue(handle, "A"));
+    KRSDestroyTable(handle);
+
+    const LogCapture log;
+    nEnvSettings::gFileInitTable(env, env.KREGetEnv("MISSING"), handle);
+    expectOneError(log, "../src/EnvSettings", 27, "can't read file y.ini\t" + bin / "y.ini");
+    KRSDestroyTable(handle);
+}
+
 // --- gGetPropertyString ---------------------------------------------------------------------------------------------
 
 TEST(GGetPropertyString, HoldsTheExpandedValue) {
