@@ -25,7 +25,8 @@ void gFileInitTable(KREnvContainerClass& env, const char* fileName, int& handle)
 
     const std::string path = std::string(directory) + "/" + name;
     if (path.size() <= kMaxPathLength && KRSLoad(path.c_str(), handle, nullptr) != 0) return;
-    KR_LOG_AT(Error, kCannotReadLine) << "can't read file " << (fileName != nullptr ? name.c_str() : nullptr) << "\t" << path;
+    KR_LOG_AT(Error, kCannotReadLine) << "can't read file " << (fileName != nullptr ? name.c_str() : nullptr) << "\t"
+                                      << path;
 }
 
 void gGetPropertyString(OptionalValue<std::string>& out, int handle, const char* key) {

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <forward_list>
 #include <memory>
 #include <new>
 #include <stdexcept>
@@ -139,22 +140,50 @@ const char* valueOfReference(const RWCString& text, const Match& match) {
     return text[match.position] == '$' ? std::getenv(name.data()) : KRSGetValue(IniTable, name.data());
 }
 
-// One level. The search starts anew after each substitution, because what was put in may form a reference with the text
-// around it. The chain's texts are remembered whole: only the very same text again is a cycle, so "#(A)#(A)" is none.
-bool resolve(AddDelSet& set, RWCString& text, const RWCRegexp& reference) {
-    const LevelCount level(set);
-    const AddDel inProgress(set, text);
-    if (inProgress.isDuplicate() || set.levels > kMaxLevels) return false;
+// One level of the chain: a text in progress, and the reference in it that is being replaced.
+struct Level {
+    Level(AddDelSet& set, RWCString& inProgress) : text(inProgress), count(set), guard(set, inProgress) {}
 
-    while (const Match match = findReference(set, text, reference)) {
-        if (text.length() > kMaxText || set.searched > kMaxSearched || ++set.substitutions > kMaxSubstitutions)
-            return false;
-        RWCString value(valueOfReference(text, match));
-        if (!resolve(set, value, reference)) return false;
+    bool putValueInPlace() {
         text.replace(match.position, match.length, value);
-        if (text.length() > kMaxText) return false;
+        return text.length() <= kMaxText;
     }
-    return set.searched <= kMaxSearched;
+
+    RWCString& text;  // the level outside's value, the outermost one's is the caller's
+    Match match{0, 0};
+    RWCString value;
+    LevelCount count;
+    AddDel guard;
+};
+
+bool mayGoDeeper(const AddDelSet& set, const Level& level) {
+    return !level.guard.isDuplicate() && set.levels <= kMaxLevels;
+}
+
+bool maySubstitute(AddDelSet& set, const Level& level) {
+    return level.text.length() <= kMaxText && set.searched <= kMaxSearched && ++set.substitutions <= kMaxSubstitutions;
+}
+
+// The search starts anew after each substitution, because what was put in may form a reference with the text around it.
+// The chain's texts are remembered whole: only the very same text again is a cycle, so "#(A)#(A)" is none.
+bool resolve(AddDelSet& set, RWCString& text, const RWCRegexp& reference) {
+    // The innermost level in front. No recursion: a small thread's stack has no room for the longest chain.
+    std::forward_list<Level> chain;
+    chain.emplace_front(set, text);
+    while (mayGoDeeper(set, chain.front())) {
+        Level& level = chain.front();
+        level.match = findReference(set, level.text, reference);
+        if (level.match) {
+            if (!maySubstitute(set, level)) return false;
+            level.value = valueOfReference(level.text, level.match);
+            chain.emplace_front(set, level.value);
+        } else {
+            chain.pop_front();
+            if (chain.empty()) return set.searched <= kMaxSearched;
+            if (!chain.front().putValueInPlace()) return false;
+        }
+    }
+    return false;
 }
 
 // --- addresses ------------------------------------------------------------------------------------------------------

@@ -470,6 +470,15 @@ TEST(GGetPropertyStream, ReadsOnAThreadWithASmallStack) {
     EXPECT_EQ("<settings>", value);
 }
 
+TEST(GGetPropertyStream, ReadsTheLongestChainOnAThreadWithASmallStack) {
+    std::string chain = "C1 = end\n";
+    for (int i = 2; i <= 511; ++i) chain += "C" + std::to_string(i) + " = #(C" + std::to_string(i - 1) + ")\n";
+    const Settings ini(chain);
+    std::string value;
+    onThread(kSmallStack, [&] { value = gGetPropertyStream(IniTable, "C511"); });
+    EXPECT_EQ("end", value);
+}
+
 TEST(GGetPropertyStream, ReportsOnAThreadWithASmallStack) {
     const LogCapture log;
     onThread(kSmallStack, [] { gGetPropertyStream(0, "MISSING"); });
