@@ -131,7 +131,8 @@ public:
 
     /// The absolute form of `path` in `out`, which must hold 4096 bytes whatever `size` says. With a directory part, that
     /// directory is made absolute and the file need not exist. A bare name is searched in the working directory and then
-    /// in the setting INCLUDE_PATH; it fails when the name found is longer than `size`. Null on failure.
+    /// in the setting INCLUDE_PATH; it fails when the name found is longer than `size`, and `out` holds no path when what
+    /// was found has no absolute one (below a working directory deeper than any path, for example). Null on failure.
     char* KRPGetFullName(const char* path, char* out, int size);
 
     // --- file tests and the user's places ---------------------------------------------------------------------------
@@ -158,7 +159,7 @@ private:
     KRENV_HIDDEN const char* findInVariables(const char* name, const char* var, ResolveVariable resolve,
                                              std::va_list more);
     KRENV_HIDDEN const char* placeInDirectory(const char* name, const char* list);
-    KRENV_HIDDEN char* fullNameInDirectory(const char* path, const char* dir, char* out);
+    KRENV_HIDDEN char* fullNameInDirectory(const char* dir, char* out);
     KRENV_HIDDEN char* fullNameOfBareName(const char* name, char* out, int size);
     KRENV_HIDDEN const char* storeResolved(const char* text, std::size_t length);
 

@@ -351,14 +351,14 @@ const char* KREnvContainerClass::placeInDirectory(const char* name, const char* 
 char* KREnvContainerClass::KRPGetFullName(const char* path, char* out, int size) {
     const char* const dir = KRPGetPathDirectory(path);
     if (dir == nullptr || out == nullptr) return nullptr;
-    return *dir != '\0' ? fullNameInDirectory(path, dir, out) : fullNameOfBareName(path, out, size);
+    return *dir != '\0' ? fullNameInDirectory(dir, out) : fullNameOfBareName(path, out, size);
 }
 
-// `out` is taken to hold any path, whatever size its caller gave: programs pass sizes that mean something else here.
-char* KREnvContainerClass::fullNameInDirectory(const char* path, const char* dir, char* out) {
+// The name and the extension are those of the last split. `out` is taken to hold any path, whatever size its caller gave:
+// programs pass sizes that mean something else here.
+char* KREnvContainerClass::fullNameInDirectory(const char* dir, char* out) {
     char absoluteDir[kPathBytes];
     if (!KRPAbsPath(dir, absoluteDir, sizeof absoluteDir)) return nullptr;
-    KRPSplitPath(path, nullptr, nullptr, nullptr);
     const char* const full = KRPMakePath(absoluteDir, m_szName, m_szExt);
     return full != nullptr ? std::strcpy(out, full) : nullptr;
 }
@@ -366,7 +366,9 @@ char* KREnvContainerClass::fullNameInDirectory(const char* path, const char* dir
 char* KREnvContainerClass::fullNameOfBareName(const char* name, char* out, int size) {
     const char* const found = KRPFindfile(name, ".", "#INCLUDE_PATH", static_cast<const char*>(nullptr));
     if (found == nullptr || static_cast<int>(std::strlen(found)) > size) return nullptr;
-    // Not tested: the file was there a moment ago, and what realpath could resolve is what the caller gets.
+    // Not tested: the file was there a moment ago, and what realpath could resolve is what the caller gets. Where it has
+    // nothing (a working directory too deep for a path) that is an empty text.
+    *out = '\0';
     static_cast<void>(KRPAbsPath(found, out, size));
     return out;
 }

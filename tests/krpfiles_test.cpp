@@ -15,6 +15,7 @@
 
 #include "krenv.h"
 #include "krenvState.h"
+#include "support/InChild.h"
 #include "support/LogCapture.h"
 #include "support/LogExpectations.h"
 #include "support/ScopedEnv.h"
@@ -653,6 +654,26 @@ TEST_F(KRPGetFullName, TheFoundNameOfABareNameMustNotBeLongerThanTheSize) {
     EXPECT_EQ("<null>", orNull(env.KRPGetFullName("x.y", out, -1)));
     EXPECT_STREQ("kept", out);
     EXPECT_EQ(std::filesystem::current_path().string() + "/x.y", orNull(env.KRPGetFullName("x.y", out, 5)));
+}
+
+TEST_F(KRPGetFullName, TakesAPartOfTheLastSplit) {
+    dir.makeDirectory("a");
+    char out[4096];
+    const char* const full = env.KRPGetFullName(env.KRPGetPathDirectory("a/b.c/d.e"), out, sizeof out);
+    EXPECT_EQ(std::filesystem::current_path().string() + "/a/b.c", orNull(full));
+}
+
+TEST_F(KRPGetFullName, IsEmptyForABareNameBelowTheDeepestPath) {
+    const std::string text = inChild([this]() -> std::string {
+        const std::string component(250, 'd');
+        for (int depth = 0; depth < 20; ++depth) {
+            if (mkdir(component.c_str(), 0777) != 0 || chdir(component.c_str()) != 0) return "cannot go down";
+        }
+        std::ofstream("x.y").close();
+        char out[4096] = "left over";
+        return orNull(env.KRPGetFullName("x.y", out, sizeof out));
+    });
+    EXPECT_EQ("", text);
 }
 
 TEST_F(KRPGetFullName, RefusesNullArguments) {
