@@ -271,7 +271,7 @@ TEST(KREGetEnv, ThreadsWithObjectsOfTheirOwnReadSideBySide) {
 // --- KREEnvDefined --------------------------------------------------------------------------------------------------
 
 TEST(KREEnvDefined, TellsDefinedAndContaining) {
-    const Settings settings("A = /opt/bin\nEMPTY =\nREF = #(A)/x\nHIGH = \xc4\xd6\nLOOP = #(LOOP)\n");
+    const Settings settings("A = /opt/bin\nEMPTY =\nREF = #(A)/x\nHIGH = \xc4\xd6\nUPPER = /OPT/BIN\nLOOP = #(LOOP)\n");
     KREnvContainerClass env;
     const struct {
         const char* name;
@@ -292,6 +292,7 @@ TEST(KREEnvDefined, TellsDefinedAndContaining) {
         {"REF", "BIN/X", true, true},    {"REF", "#(A)", false, false},
         {"HIGH", "\xc4", false, true},   {"HIGH", "\xc4\xd6", true, true},
         {"HIGH", "\xe4", true, false},   {"LOOP", "", false, false},
+        {"UPPER", "bin", true, true},    {"UPPER", "bIn", true, true},
         {"a", "", true, false},
     };
     for (const auto& row : rows) {

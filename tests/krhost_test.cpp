@@ -496,6 +496,16 @@ TEST(StartUpReport, ExpandsVersionAndBuild) {
               reportOf("V = 1.2\nKR_VERSION = #(V)\nKR_BUILD = b#{V}\n", 1));
 }
 
+TEST(StartUpReport, TakesVersionAndBuildFromTheInitFileAlone) {
+    const auto setAtRunTime = [](Border&) {
+        KREnvContainerClass env;
+        env.KRESetEnvValue("KR_VERSION", "99");
+        env.KRESetEnvValue("KR_BUILD", "999");
+    };
+    EXPECT_EQ(expectedReport("IP4: 10.1.2.3 ", "Fast CPU", "64 bit OS", "12", "345"),
+              reportOf("KR_VERSION = 12\nKR_BUILD = 345\n", 1, setAtRunTime));
+}
+
 TEST(StartUpReport, SaysThirtyTwoBits) {
     const auto narrow = [](Border& fake) {
         fake.command = [](const std::string& command) {
