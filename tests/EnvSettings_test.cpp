@@ -136,17 +136,14 @@ TEST(GFileInitTable, ProcessVariableAndRunTimeTableDoNotCount) {
     const TempDir bin;
     bin.writeFile("x.ini", "A = 1\n");
     const ScopedEnv process("KR_BIN", bin.path().c_str());
+    const Settings ini("OTHER = 1\n");
     KREnvContainerClass env;
     ASSERT_NE(nullptr, env.KRESetEnvValue("KR_BIN", bin.path().c_str()));
-    {
-        const Settings ini("OTHER = 1\n");
-        const LogCapture log;
-        const LoadedFile file("x.ini");
-        EXPECT_EQ(nullptr, file["A"]);
-        EXPECT_TRUE(isUsableEmptyTable(file.handle()));
-        EXPECT_THAT(log.entries(), IsEmpty());
-    }
-    g_uTableSize = 0;
+    const LogCapture log;
+    const LoadedFile file("x.ini");
+    EXPECT_EQ(nullptr, file["A"]);
+    EXPECT_TRUE(isUsableEmptyTable(file.handle()));
+    EXPECT_THAT(log.entries(), IsEmpty());
 }
 
 TEST(GFileInitTable, ReferencesInKrBinAreExpanded) {
