@@ -1,4 +1,5 @@
 // pmenv as a user runs it: arguments and environment in; standard output, standard error and exit code out.
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <regex>
@@ -141,6 +142,95 @@ TEST_F(Pmenv, JsonReplacesBytesThatAreNoUtf8) {
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(json::parse(outcome.out).at("A"), "x\xef\xbf\xbd\"\\\x01y");
     EXPECT_EQ(runHere({"get", "A"}).out, "x\xff\"\\\x01y\n") << "the plain form gives the bytes themselves";
+}
+
+// --- get --file -----------------------------------------------------------------------------------------------------
+
+// A pressmark.ini whose KR_BIN is the directory "bin", and engine.ini in there.
+class PmenvGetFile : public Pmenv {
+protected:
+    PmenvGetFile() {
+        directory_.makeDirectory("bin");
+        directory_.writeFile("pressmark.ini", "BASE = /opt/pm\nKR_BIN = " + directory_.path() + "$(SUB)\n");
+        directory_.writeFile("bin/engine.ini",
+                             "PLUGINS = #(BASE)/plugins:$(HOME)\n"
+                             "BASE = /elsewhere\n"
+                             "STORED = #{BASE}\n"
+                             "LOOP = #(LOOP1)$(SELF)\n"
+                             "EMPTY =\n"
+                             "[a]\n"
+                             "b = 1\n"
+                             "b = 2\n");
+    }
+
+    ProgramResult get(const Words& words) const {
+        Words all{"get", "--file", "engine.ini"};
+        all.insert(all.end(), words.begin(), words.end());
+        return runHere(all, {{"SUB", "/bin"}, {"SELF", "$(SELF)"}, {"KR_BIN", "/nonexistent"}});
+    }
+};
+
+TEST_F(PmenvGetFile, PrintsTheValueOrSaysWhatIsWrong) {
+    const std::string cycle =
+        ": cannot be expanded: its references lead back to themselves, or expanding them takes more than the limits "
+        "allow\n";
+    const GetRow rows[] = {
+        {{"PLUGINS"}, 0, "/opt/pm/plugins:/home/user\n", ""},
+        {{"PLUGINS", "--raw"}, 0, "#(BASE)/plugins:$(HOME)\n", ""},
+        {{"STORED"}, 0, "#{BASE}\n", ""},
+        {{"EMPTY", "a.b"}, 0, "\n2\n", ""},
+        {{"LOOP"}, 1, "", ":4: LOOP" + cycle},
+        {{"PLUGIN", "BASE"}, 1, "/elsewhere\n", ": PLUGIN: no such setting; did you mean 'PLUGINS'?\n"},
+        {{"KR_BIN"}, 1, "", ": KR_BIN: no such setting\n"},
+    };
+    for (const GetRow& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.words));
+        const ProgramResult outcome = get(row.words);
+        EXPECT_EQ(outcome.status, row.exitCode);
+        EXPECT_EQ(outcome.out, row.output);
+        EXPECT_EQ(outcome.err, row.errors.empty() ? "" : "pmenv: " + directory_ / "bin/engine.ini" + row.errors);
+    }
+}
+
+TEST_F(PmenvGetFile, JsonHasNullForWhatIsAbsent) {
+    const ProgramResult outcome = get({"PLUGINS", "NONE", "--json"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(json::parse(outcome.out), (json{{"PLUGINS", "/opt/pm/plugins:/home/user"}, {"NONE", nullptr}}));
+    EXPECT_EQ(json::parse(get({"PLUGINS", "--raw", "--json"}).out).at("PLUGINS"), "#(BASE)/plugins:$(HOME)");
+}
+
+TEST_F(PmenvGetFile, ShowsWhereARejectedFileIsWrong) {
+    directory_.writeFile("bin/engine.ini", "A = 1\n  nonsense\n");
+    const ProgramResult outcome = get({"A"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.err, "pmenv: cannot load the settings: " + directory_ / "bin/engine.ini" +
+                               ":2:3: missing '=', expected KEY = value\n");
+}
+
+TEST_F(PmenvGetFile, NamesAFileThatCannotBeRead) {
+    std::filesystem::remove(directory_ / "bin/engine.ini");
+    const ProgramResult outcome = get({"A"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.err, "pmenv: cannot load the settings: " + directory_ / "bin/engine.ini" +
+                               ": cannot open the file: No such file or directory\n");
+
+    const std::string longName(4096, 'n');
+    EXPECT_THAT(runHere({"get", "--file", longName, "A"}, {{"SUB", "/bin"}}).err,
+                MatchesRegex("pmenv: the path has [0-9]+ characters, the limit is 4095: .*\\.\\.\\.\n"));
+}
+
+TEST_F(PmenvGetFile, SaysWhenKrBinNamesNoDirectory) {
+    const std::string hint = "\nA further settings file is read from the directory that this setting names.\n";
+    directory_.writeFile("pressmark.ini", "KR_BIM = /opt/pm\n");
+    const ProgramResult missing = get({"A"});
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_EQ(missing.err, "pmenv: " + ini() + ": KR_BIN: no such setting; did you mean 'KR_BIM'?" + hint);
+
+    directory_.writeFile("pressmark.ini", "KR_BIN = #(KR_BIN)\n");
+    const ProgramResult loop = get({"A"});
+    EXPECT_EQ(loop.status, 1);
+    EXPECT_THAT(loop.err, StartsWith("pmenv: " + ini() + ": KR_BIN: cannot be expanded: "));
 }
 
 // --- list -----------------------------------------------------------------------------------------------------------
@@ -469,6 +559,210 @@ TEST_F(Pmenv, PathAbsSearchesABareNameInIncludePath) {
                                directory_ / "include: no such file there\n");
 }
 
+// --- identity -------------------------------------------------------------------------------------------------------
+
+TEST_F(Pmenv, IdentityShowsAllEighteenValues) {
+    const std::string file =
+        directory_.writeFile("product.ini",
+                             "PRODUCT_NAME = Pressmark\nPRODUCT_MESSAGE = a\tb\nPRODUCT_QUERY =\n"
+                             "BMP_X_SIZE = 640px\nBMP_Y_SIZE = none\nPRODUCT_TYPE = 99999999999\n");
+    const ProgramResult outcome = run({"identity", "product.ini"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(outcome.out,
+              "KEY                    VALUE\n"
+              "PRODUCT_NAME           Pressmark\n"
+              "PRODUCT_NAME_DISPLAY   (absent)\n"
+              "PRODUCTS_LIST          (absent)\n"
+              "PRODUCT_FILE_NAME      (absent)\n"
+              "PRODUCT_VERSION        (absent)\n"
+              "PRODUCT_VERSION_NAME   (absent)\n"
+              "PRODUCT_MESSAGE        a\\tb\n"
+              "PRODUCT_ERROR_MESSAGE  (absent)\n"
+              "PRODUCT_QUERY\n"
+              "EDITOR_TITLE           (absent)\n"
+              "PRODUCT_INI_FILE       (absent)\n"
+              "PRODUCT_INI_BACKUP     (absent)\n"
+              "PRODUCT_HELP_FILE      (absent)\n"
+              "PRODUCT_FRM_FILE       (absent)\n"
+              "BMP_X_SIZE             640\n"
+              "BMP_Y_SIZE             0\n"
+              "PRODUCT_ICON_NUMBER    (absent)\n"
+              "PRODUCT_TYPE           2147483647\n");
+}
+
+// Every key has its own value, so that none is answered by another's accessor.
+TEST_F(Pmenv, IdentityJsonHasEachValueUnderItsKey) {
+    const Words texts{"PRODUCT_NAME",      "PRODUCT_NAME_DISPLAY", "PRODUCTS_LIST",    "PRODUCT_FILE_NAME",
+                      "PRODUCT_VERSION",   "PRODUCT_VERSION_NAME", "PRODUCT_MESSAGE",  "PRODUCT_ERROR_MESSAGE",
+                      "PRODUCT_QUERY",     "EDITOR_TITLE",         "PRODUCT_INI_FILE", "PRODUCT_INI_BACKUP",
+                      "PRODUCT_HELP_FILE", "PRODUCT_FRM_FILE"};
+    json expected;
+    std::string content;
+    for (const std::string& key : texts) {
+        content += key + " = value of " + key + "\n";
+        expected[key] = "value of " + key;
+    }
+    int number = -1;
+    for (const char* const key : {"BMP_X_SIZE", "BMP_Y_SIZE", "PRODUCT_ICON_NUMBER", "PRODUCT_TYPE"}) {
+        content += std::string(key) + " = " + std::to_string(++number) + "\n";
+        expected[key] = number;
+    }
+    directory_.writeFile("product.ini", content);
+    EXPECT_EQ(json::parse(run({"identity", "product.ini", "--json"}).out), expected);
+
+    directory_.writeFile("product.ini", "PRODUCT_NAME = x\n");
+    for (auto& value : expected) value = nullptr;
+    expected["PRODUCT_NAME"] = "x";
+    EXPECT_EQ(json::parse(run({"identity", "product.ini", "--json"}).out), expected);
+}
+
+TEST_F(Pmenv, IdentityShowsWhatIsWrongWithTheFile) {
+    directory_.writeFile("product.ini", "PRODUCT_NAME = x\n[open\n");
+    const ProgramResult outcome = run({"identity", "product.ini"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_THAT(outcome.err, StartsWith("pmenv: cannot load the identity: product.ini:2:"));
+    EXPECT_EQ(run({"identity", "none.ini"}).err,
+              "pmenv: cannot load the identity: none.ini: cannot open the file: No such file or directory\n");
+}
+
+// --- walk -----------------------------------------------------------------------------------------------------------
+
+std::multiset<std::string> pathsOf(const std::string& text, char end = '\n') {
+    std::multiset<std::string> paths;
+    std::istringstream stream(text);
+    for (std::string path; std::getline(stream, path, end);) paths.insert(path);
+    return paths;
+}
+
+class PmenvWalk : public Pmenv {
+protected:
+    PmenvWalk() {
+        directory_.makeDirectory("d/s/t");
+        for (const char* const file : {"d/a", "d/b", "d/s/a", "d/s/t/c"}) directory_.writeFile(file);
+    }
+
+    // By way of bash, which sets limits and makes pipes: pmenv is $0.
+    ProgramResult shell(const std::string& script) const {
+        const ScopedCwd here(directory_.path());
+        return runProgram({"/bin/bash", "-c", script, PMENV_BINARY}, environmentOf({}));
+    }
+};
+
+TEST_F(PmenvWalk, PrintsTheFilesOfTheDirectory) {
+    using Paths = std::multiset<std::string>;
+    const ProgramResult outcome = run({"walk", "d"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(pathsOf(outcome.out), (Paths{"d/a", "d/b"}));
+    EXPECT_EQ(pathsOf(run({"walk", "d", "--recurse"}).out), (Paths{"d/a", "d/b", "d/s/a", "d/s/t/c"}));
+    EXPECT_EQ(pathsOf(run({"walk", "d", "--recurse", "--skip", "a"}).out), (Paths{"d/b", "d/s/t/c"}));
+    EXPECT_EQ(pathsOf(run({"walk", "d", "--recurse", "--skip", "s"}).out).size(), 4u) << "directories are entered";
+    EXPECT_EQ(run({"walk", "d/s/t", "--skip", "c"}).out, "");
+}
+
+TEST_F(PmenvWalk, JsonIsAnArrayOfPaths) {
+    directory_.writeFile("d/s/t/x\xff");
+    json paths = json::parse(run({"walk", "d/s/t", "--json"}).out);
+    std::sort(paths.begin(), paths.end());
+    EXPECT_EQ(paths, (json{"d/s/t/c", "d/s/t/x\xef\xbf\xbd"}));
+    EXPECT_EQ(run({"walk", "d", "--json", "--skip", "a"}).out, "[\n  \"d/b\"\n]\n");
+    EXPECT_EQ(run({"walk", directory_.makeDirectory("empty"), "--json"}).out, "[]\n");
+}
+
+TEST_F(PmenvWalk, GivesTheBytesOfAName) {
+    directory_.writeFile("d/s/t/x\xff\ny");
+    EXPECT_EQ(pathsOf(run({"walk", "d/s/t", "--null"}).out, '\0'),
+              (std::multiset<std::string>{"d/s/t/c", "d/s/t/x\xff\ny"}));
+    EXPECT_EQ(run({"walk", "d/s/t", "--skip", "c"}).out, "d/s/t/x\xff\ny\n");
+}
+
+TEST_F(PmenvWalk, EscapesOnATerminalOnly) {
+    directory_.writeFile("d/s/t/x\x1b[2J\ny");
+    const std::string there = directory_ / "d/s/t";
+    TerminalRun lines(pmenv({"walk", there, "--skip", "c"}), environmentOf({}), 80, 24);
+    EXPECT_EQ(lines.finish(), 0);
+    EXPECT_EQ(lines.output(), there + "/x\\x1b[2J\\ny\r\n");
+    TerminalRun null(pmenv({"walk", there, "--skip", "c", "--null"}), environmentOf({}), 80, 24);
+    EXPECT_EQ(null.finish(), 0);
+    EXPECT_THAT(null.output(), HasSubstr("/x\x1b[2J"));
+}
+
+TEST_F(PmenvWalk, RefusesWhatIsNoDirectory) {
+    EXPECT_EQ(run({"walk", "none"}).err, "pmenv: 'none': no such directory\n");
+    EXPECT_EQ(run({"walk", ""}).err, "pmenv: '': no such directory\n");
+    EXPECT_EQ(run({"walk", std::string(4096, 'd')}).status, 1);
+    const ProgramResult outcome = run({"walk", "d/a", "--json"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.err, "pmenv: 'd/a': not a directory\n");
+}
+
+TEST_F(PmenvWalk, EndsInALoopOfLinks) {
+    std::filesystem::create_directory_symlink(".", directory_ / "d/s/t/loop");
+    const ProgramResult outcome = run({"walk", "d", "--recurse", "--skip", "a"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(pathsOf(outcome.out).size(), 1u + 41 + 1) << "b, c once for each link, and the link that is one too many";
+}
+
+// Whatever the limit, either all files are there or an error says that some are not.
+TEST_F(PmenvWalk, SaysWhenDescriptorsRunOut) {
+    for (const char* const more : {"d/s/t/u/v", "d/s/e", "d/1/2/3", "d/4"}) {
+        directory_.writeFile(std::string(directory_.makeDirectory(more), directory_.path().size() + 1) + "/f");
+    }
+    const auto all = pathsOf(run({"walk", "d", "--recurse"}).out);
+    ASSERT_EQ(all.size(), 8u);
+    std::set<int> seen;
+    for (int limit = 6; limit <= 40; ++limit) {
+        SCOPED_TRACE(limit);
+        const ProgramResult outcome = shell("ulimit -n " + std::to_string(limit) + "; exec \"$0\" walk d --recurse");
+        EXPECT_EQ(outcome.status == 0, pathsOf(outcome.out) == all);
+        for (const std::string& path : pathsOf(outcome.out))
+            EXPECT_EQ(all.count(path), 1u) << path << " is a directory";
+        if (outcome.status == 0) {
+            EXPECT_EQ(outcome.err, "");
+        } else if (!outcome.out.empty()) {
+            EXPECT_EQ(outcome.err,
+                      "pmenv: 'd': the walk is incomplete, no further directory could be opened: Too many open files\n"
+                      "A walk keeps each directory that it has entered open, and pmenv may have " +
+                          std::to_string(limit) + " files open. Walk the subdirectories one by one.\n");
+        }
+        seen.insert(outcome.status);
+    }
+    EXPECT_THAT(seen, testing::IsSupersetOf({0, 1}));
+}
+
+TEST_F(PmenvWalk, RaisesTheSoftLimitOfDescriptors) {
+    for (int i = 0; i < 30; ++i) directory_.writeFile(std::string("d/f") + std::to_string(i));
+    std::string deep = "d";
+    for (int i = 0; i < 30; ++i) deep += "/x";
+    directory_.makeDirectory(deep);
+    directory_.writeFile(deep + "/last");
+    const ProgramResult outcome = shell("ulimit -Sn 16; exec \"$0\" walk d --recurse");
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_THAT(outcome.out, HasSubstr(deep + "/last\n"));
+    EXPECT_EQ(shell("ulimit -n 16; exec \"$0\" walk d --recurse --json").out, "") << "no JSON of half a walk";
+}
+
+TEST_F(PmenvWalk, StopsWhenThePipeIsClosed) {
+    const std::string name(150, 'n');
+    for (int i = 0; i < 2000; ++i) directory_.writeFile("d/" + name + std::to_string(i));
+    const ProgramResult outcome = shell("\"$0\" walk d | head -n 1 >/dev/null; echo ${PIPESTATUS[0]}");
+    EXPECT_EQ(outcome.out, "141\n") << "ended by the signal, as other programs are";
+    EXPECT_EQ(outcome.err, "");
+
+    // Where the signal is ignored. A walk that went on would meet the limit.
+    std::string deep = "d";
+    for (int i = 0; i < 30; ++i) deep += "/x";
+    directory_.makeDirectory(deep);
+    directory_.writeFile(deep + "/last");
+    const ProgramResult ignoring =
+        shell("trap '' PIPE; (ulimit -n 40; \"$0\" walk d --recurse) | head -n 1 >/dev/null; echo ${PIPESTATUS[0]}");
+    EXPECT_EQ(ignoring.out, "1\n");
+    EXPECT_EQ(ignoring.err, "pmenv: cannot write the result to standard output\n");
+}
+
 // --- usage ----------------------------------------------------------------------------------------------------------
 
 TEST_F(Pmenv, WrongUsageIsNamedAndExitsWithTwo) {
@@ -492,6 +786,9 @@ TEST_F(Pmenv, WrongUsageIsNamedAndExitsWithTwo) {
         {{"list", "--json=yes"}, "--json takes no value; see 'pmenv list --help'"},
         {{"list", "--ini"}, "--ini needs a value: --ini FILE|DIR; see 'pmenv list --help'"},
         {{"list", "--ini="}, "--ini needs a settings file or a directory, not an empty text"},
+        {{"get", "X", "--file="}, "--file needs the name of a settings file, not an empty text"},
+        {{"walk"}, "'walk' needs DIR; see 'pmenv walk --help'"},
+        {{"walk", ".", "--null", "--json"}, "--null and --json do not go together; see 'pmenv walk --help'"},
         {{"path", "shorten", "x", "0"}, "WIDTH is a whole number from 1 to 4095, not '0'"},
         {{"path", "shorten", "x", "1x"}, "WIDTH is a whole number from 1 to 4095, not '1x'"},
     };
@@ -529,8 +826,8 @@ TEST_F(Pmenv, FindsItselfWhenItsNameIsEmpty) {
 
 const std::vector<Words>& allCommands() {
     static const std::vector<Words> commands{
-        {"get"},         {"list"},   {"find"}, {"resolve"}, {"path", "split"}, {"path", "make"}, {"path", "shorten"},
-        {"path", "abs"}, {"report"}, {"stats"}};
+        {"get"},         {"list"},     {"find"}, {"resolve"}, {"path", "split"}, {"path", "make"}, {"path", "shorten"},
+        {"path", "abs"}, {"identity"}, {"walk"}, {"report"},  {"stats"}};
     return commands;
 }
 
@@ -637,6 +934,17 @@ TEST_F(PmenvHelp, CompletionOffersTheNamesOfSettings) {
     EXPECT_THAT(complete({"--ini", "other", "get"}, "KR_"), ElementsAre("KR_OTHER"));
     EXPECT_THAT(complete({"--ini"}, "oth"), ElementsAre("other"));
     EXPECT_THAT(complete({"resolve"}, "M"), ElementsAre("MYDOCUMENTS"));
+}
+
+TEST_F(PmenvHelp, CompletionOffersFilesBelowTheSettingKrBin) {
+    directory_.makeDirectory("bin");
+    directory_.writeFile("bin/engine.ini");
+    EXPECT_THAT(complete({"get", "--file"}, "e"), ElementsAre()) << "there is no such setting";
+    directory_.writeFile("pressmark.ini", "KR_BIN = " + directory_ / "bin\n");
+    EXPECT_THAT(complete({"get", "--file"}, "e"), ElementsAre("engine.ini"));
+    EXPECT_THAT(complete({"get", "--file", "engine.ini"}, "KR"), ElementsAre()) << "that file's names are not known";
+    EXPECT_THAT(complete({"walk"}, "b"), ElementsAre("bin"));
+    EXPECT_THAT(complete({"walk", "--skip"}, "b"), ElementsAre());
 }
 
 }  // namespace

@@ -13,5 +13,8 @@ int runPathMake(const CommandLine& line);
 int runPathShorten(const CommandLine& line);
 int runPathAbs(const CommandLine& line);
 
+int runIdentity(const CommandLine& line);
+int runWalk(const CommandLine& line);
+
 int runReport(const CommandLine& line);
 int runStats(const CommandLine& line);

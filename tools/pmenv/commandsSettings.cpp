@@ -23,6 +23,25 @@ void printValuesJson(const std::vector<Setting>& asked, std::optional<std::strin
     printJson(values);
 }
 
+int printAsked(const CommandLine& line, const Settings& settings) {
+    const auto form = line.has("raw") ? &Setting::stored : &Setting::expanded;
+
+    std::vector<Setting> asked;
+    for (const std::string& name : line.arguments()) asked.push_back(settings.read(name));
+
+    int exitCode = kExitDone;
+    if (line.has("json")) printValuesJson(asked, form);
+    for (const Setting& setting : asked) {
+        if (!(setting.*form)) {
+            printError(placeOf(settings, setting) + ": " + setting.name + ": " + setting.problem);
+            exitCode = kExitWrong;
+        } else if (!line.has("json")) {
+            std::cout << *(setting.*form) << "\n";
+        }
+    }
+    return exitCode;
+}
+
 // --- list -----------------------------------------------------------------------------------------------------------
 
 Json settingJson(const Setting& setting) {
@@ -54,23 +73,12 @@ void printListTable(const Settings& settings, const std::vector<Setting>& all) {
 }  // namespace
 
 int runGet(const CommandLine& line) {
-    const Settings settings = loadSettings(line);
-    const auto form = line.has("raw") ? &Setting::stored : &Setting::expanded;
-
-    std::vector<Setting> asked;
-    for (const std::string& name : line.arguments()) asked.push_back(settings.read(name));
-
-    int exitCode = kExitDone;
-    if (line.has("json")) printValuesJson(asked, form);
-    for (const Setting& setting : asked) {
-        if (!(setting.*form)) {
-            printError(placeOf(settings, setting) + ": " + setting.name + ": " + setting.problem);
-            exitCode = kExitWrong;
-        } else if (!line.has("json")) {
-            std::cout << *(setting.*form) << "\n";
-        }
+    const std::string file = line.text("file");
+    if (line.has("file") && file.empty()) {
+        throw Failure("--file needs the name of a settings file, not an empty text", kExitUsage);
     }
-    return exitCode;
+    const Settings settings = loadSettings(line);
+    return file.empty() ? printAsked(line, settings) : printAsked(line, FurtherSettings(settings, file));
 }
 
 int runList(const CommandLine& line) {

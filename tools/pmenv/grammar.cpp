@@ -16,10 +16,12 @@ std::vector<Command> settingsCommands() {
         {"get",
          "print the expanded value of settings, one a line",
          {{"NAME", "a setting; with its section in front where it has one: section.KEY", false, true}},
-         {{"raw", kFlag, nullptr, "print the value as it is stored, its $() and #() references not expanded"}},
+         {{"file", kText, "FILE", "read them from FILE in the directory that the setting KR_BIN names"},
+          {"raw", kFlag, nullptr, "print the value as it is stored, its $() and #() references not expanded"}},
          "pmenv get KR_VERSION                 prints 12\n"
          "pmenv get LOG_DIR --raw              prints $(HOME)/logs\n"
-         "pmenv get KR_VERSION KR_BUILD --json prints {\"KR_VERSION\": \"12\", \"KR_BUILD\": \"345\"}",
+         "pmenv get KR_VERSION KR_BUILD --json prints {\"KR_VERSION\": \"12\", \"KR_BUILD\": \"345\"}\n"
+         "pmenv get --file engine.ini TIMEOUT  a setting of engine.ini in the directory of KR_BIN",
          runGet},
         {"list",
          "print where the settings file is, and every setting as stored and as expanded",
@@ -83,6 +85,28 @@ std::vector<Command> pathCommands() {
     };
 }
 
+std::vector<Command> fileCommands() {
+    return {
+        {"identity",
+         "print the product's names, versions and numbers",
+         {{"FILE", "the settings file that holds them"}},
+         {},
+         "pmenv identity product.ini          a table; what the file does not hold is marked (absent)\n"
+         "pmenv identity product.ini --json   by key; null for what is absent",
+         runIdentity},
+        {"walk",
+         "print the path of every file in a directory",
+         {{"DIR", "a directory"}},
+         {{"recurse", kFlag, nullptr, "also the files in its subdirectories, links to directories followed"},
+          {"skip", kText, "NAME", "leave out files of exactly this name; directories of this name are entered"},
+          {"null", kFlag, nullptr, "end each path with a NUL byte, for names that hold a newline"}},
+         "pmenv walk /opt/pm/scripts                           the files of this directory, in no order\n"
+         "pmenv walk /opt/pm/scripts --recurse --skip README   with all below it, but no README\n"
+         "pmenv walk logs --recurse --null | xargs -0 ls -ld   any name survives",
+         runWalk},
+    };
+}
+
 std::vector<Option> statsOptions() {
     constexpr double kMost = 1e9;
     return {
@@ -133,7 +157,7 @@ Grammar makeGrammar() {
         {"help", kFlag, nullptr, "print help and exit; also -h"},
         {"version", kFlag, nullptr, "print the version and exit"},
     };
-    for (const auto& part : {settingsCommands(), searchCommands(), pathCommands(), hostCommands()}) {
+    for (const auto& part : {settingsCommands(), searchCommands(), pathCommands(), fileCommands(), hostCommands()}) {
         grammar.commands.insert(grammar.commands.end(), part.begin(), part.end());
     }
     return grammar;

@@ -15,6 +15,7 @@
 namespace {
 
 constexpr std::size_t kLongestExpansion = 2047;
+constexpr std::size_t kLongestPath = 4095;
 
 const char* const kCycle = "its references lead back to themselves, or expanding them takes more than the limits allow";
 
@@ -24,7 +25,7 @@ std::vector<KRSEntry> entriesOf(int table) {
     return entries;
 }
 
-// KREGetEnv only tells that it failed. Its resolution, run again, tells whether the result was too long.
+// Reading only tells that it failed. Its resolution, run again, tells whether the result was too long.
 std::string expansionProblem(const std::string& stored) {
     AddDelSet set;
     RWCString text(stored.c_str());
@@ -33,19 +34,23 @@ std::string expansionProblem(const std::string& stored) {
            std::to_string(kLongestExpansion);
 }
 
-void expand(Setting* setting) {
-    KREnvContainerClass env;
-    if (const char* const value = env.KREGetEnv(setting->name.c_str())) {
-        setting->expanded = value;
+Setting settingOf(int table, const KRSEntry& entry) {
+    Setting setting{entry.key, entry.value, std::nullopt, "", entry.line};
+    OptionalValue<std::string> value;
+    nEnvSettings::gGetPropertyString(value, table, entry.key);
+    if (value.has()) {
+        setting.expanded = value.get();
     } else {
-        setting->problem = "cannot be expanded: " + expansionProblem(*setting->stored);
+        setting.problem = "cannot be expanded: " + expansionProblem(entry.value);
     }
+    return setting;
 }
 
-Setting settingOf(const KRSEntry& entry) {
-    Setting setting{entry.key, entry.value, std::nullopt, "", entry.line};
-    expand(&setting);
-    return setting;
+std::string pathBelowBin(const Settings& settings, const std::string& name) {
+    const Setting directory = settings.read("KR_BIN");
+    if (directory.expanded) return *directory.expanded + "/" + name;
+    throw Failure(settings.file() + ": KR_BIN: " + directory.problem +
+                  "\nA further settings file is read from the directory that this setting names.");
 }
 
 }  // namespace
@@ -76,14 +81,14 @@ void Settings::findLeftOut() {
 std::vector<Setting> Settings::all() const {
     std::vector<Setting> settings;
     for (const KRSEntry& entry : entriesOf(table_)) {
-        if (entry.inForce) settings.push_back(settingOf(entry));
+        if (entry.inForce) settings.push_back(settingOf(table_, entry));
     }
     return settings;
 }
 
 Setting Settings::read(const std::string& name) const {
     for (const KRSEntry& entry : entriesOf(table_)) {
-        if (entry.inForce && name == entry.key) return settingOf(entry);
+        if (entry.inForce && name == entry.key) return settingOf(table_, entry);
     }
     return {name, std::nullopt, std::nullopt, whyAbsent(name), 0};
 }
@@ -98,3 +103,19 @@ std::string Settings::whyAbsent(const std::string& name) const {
     }
     return "no such setting" + didYouMean(nearestNames(name, names));
 }
+
+FurtherSettings::FurtherSettings(const Settings& settings, const std::string& name)
+    : Settings(NotLoaded{}, pathBelowBin(settings, name)) {
+    if (file().size() > kLongestPath) {
+        throw Failure("the path has " + std::to_string(file().size()) + " characters, the limit is " +
+                      std::to_string(kLongestPath) + ": " + file().substr(0, 60) + "...");
+    }
+    LogPause quiet;
+    KREnvContainerClass env;
+    nEnvSettings::gFileInitTable(env, name.c_str(), table_);
+    if (!quiet.sawErrors()) return;
+    KRSDestroyTable(table_);
+    throw Failure(std::string("cannot load the settings: ") + KRSLoadError());
+}
+
+FurtherSettings::~FurtherSettings() { KRSDestroyTable(table_); }

@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 /// One setting as the user asked for it.
@@ -27,6 +28,13 @@ public:
     /// The setting `name`; where there is none, the problem suggests the nearest names.
     Setting read(const std::string& name) const;
 
+protected:
+    /// Settings that are still to be loaded into `table_`.
+    struct NotLoaded {};
+    Settings(NotLoaded, std::string file) : file_(std::move(file)) {}
+
+    int table_ = 0;  // owned by the library, unless a derived class says otherwise
+
 private:
     struct LeftOut {
         std::string name;
@@ -37,6 +45,16 @@ private:
     std::string whyAbsent(const std::string& name) const;
 
     std::string file_;
-    int table_ = 0;  // owned by the library
     std::vector<LeftOut> leftOut_;
+};
+
+/// A further settings file, in the directory that the setting KR_BIN names. Its values are stored as the file has them;
+/// their references are expanded against `settings`.
+class FurtherSettings : public Settings {
+public:
+    /// Throws Failure when there is no KR_BIN, and with the reason, line and column when the file is rejected.
+    FurtherSettings(const Settings& settings, const std::string& name);
+    ~FurtherSettings();
+    FurtherSettings(const FurtherSettings&) = delete;
+    FurtherSettings& operator=(const FurtherSettings&) = delete;
 };
