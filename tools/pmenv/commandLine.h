@@ -2,6 +2,10 @@
 //
 // Arguments are taken byte for byte. Options may stand anywhere behind the program's name, as --name value or
 // --name=value; -- ends them.
+//
+// There is no parser library below this, because an argument is a file's name or a key of a settings file and may be
+// any bytes. CLI11 2.1.2, which Debian 12 has, splits [a,b] into two where a command takes several arguments, and
+// refuses the -x of "get NAME -- -x" in a sub-command.
 #pragma once
 
 #include <map>

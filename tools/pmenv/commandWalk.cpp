@@ -6,9 +6,9 @@
 //
 // - Each time that a file is found, another directory must still open. If not, the "file" may well be a directory.
 // - Where they run out while subdirectories are entered, no file is found any more. At that moment at most twice as
-//   many descriptors are in use as directories have been entered, and one: those kept, and one for the listing of each
-//   level. A walk that stayed below that is complete. Any other is followed once more with a single descriptor, counting
-//   how many FindFile needed where.
+//   many descriptors are in use as directories have been entered, and one: those kept, and one for the listing of
+//   each level. A walk that stayed below that is complete. Any other is followed once more with a single descriptor,
+//   counting how many FindFile needed where.
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -51,8 +51,8 @@ void requireDirectory(const std::string& directory) {
     throw Failure("'" + directory + "': " + (why.empty() ? std::strerror(error) : why));
 }
 
-// The number of descriptors that this process may have from now on. An open directory takes 32 KiB of memory, so that the
-// address space of a 32-bit process would be full at some 100,000, and the shortage not be one of descriptors any more.
+// The number of descriptors that this process may have from now on. An open directory takes 32 KiB of memory, so that
+// the address space of a 32-bit process would be full at some 100,000: a shortage that no descriptor's number shows.
 std::size_t raiseDescriptorLimit() {
     constexpr rlim_t kMost = 65536;
     rlimit limit{};
