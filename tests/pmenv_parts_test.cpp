@@ -428,12 +428,11 @@ protected:
     ScreenTest() { std::setlocale(LC_CTYPE, "C.UTF-8"); }
 
     std::vector<std::string> lines(const Figures& figures, std::size_t columns, std::size_t rows) const {
-        return screenLines(figures, history_, verdict_, messages_, {columns, rows}, Style(-1));
+        return screenLines(figures, history_, verdict_, {columns, rows}, Style(-1));
     }
 
     History history_;
     Verdict verdict_{VerdictLimits{}};
-    std::vector<std::string> messages_;
 };
 
 TEST_F(ScreenTest, ShowsBarsAndTheBusiestEngineFirst) {
@@ -458,7 +457,7 @@ TEST_F(ScreenTest, AlwaysFitsTheTerminal) {
     Figures bad = figuresAt(0);
     bad.availableBytes = 0;
     verdict_.add(bad);
-    messages_ = {"a message\nwith a control character and words to fill a line or two of the screen"};
+    figures.warnings = {"a message\nwith a control character and words to fill a line or two of the screen"};
     for (std::size_t columns = 1; columns < 130; ++columns) {
         for (const std::size_t rows : {1, 2, 5, 10, 40, 100}) {
             const auto shown = lines(figures, columns, rows);

@@ -214,6 +214,19 @@ TEST(PmenvStats, ANewEnginesPercentageIsUnknownUntilItsThirdSample) {
     EXPECT_TRUE(known[2]);
 }
 
+// Processes with an engine's name come and go faster than they can be looked at.
+TEST(PmenvStats, EnginesThatEndMeanwhileAreNoTrouble) {
+    const TempDir directory;
+    const std::string program = directory / "PMLoadEngineMain";
+    std::filesystem::create_symlink("/bin/bash", program);
+    const std::string script = "for i in 1 2 3 4 5 6 7 8; do " + program + " -c 'while :; do (:); done' & done; " +
+                               PMENV_BINARY + " stats --json --count 5 2>" +
+                               directory / "errors; kill -KILL $(jobs -p)";
+    const ProgramResult outcome = runProgram({"/bin/bash", "-c", script}, environment());
+    EXPECT_EQ(linesOf(outcome.out).size(), 5u);
+    EXPECT_EQ(readFileText(directory / "errors"), "");
+}
+
 TEST(PmenvStats, TableIsForPeople) {
     const LoadEngine engine("idle");
     const ProgramResult outcome = run({"stats", "--count", "2"});

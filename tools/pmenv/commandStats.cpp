@@ -9,7 +9,6 @@
 #include "commands.h"
 #include "events.h"
 #include "failure.h"
-#include "libraryLog.h"
 #include "liveTerminal.h"
 #include "screen.h"
 #include "statsFormats.h"
@@ -122,7 +121,7 @@ int runPlain(const StatsOptions& options) {
     Events events(options.verdict ? std::vector<int>{SIGINT} : std::vector<int>{}, false);
     if (!options.verdict) run.warmUp();
     for (bool first = true;; first = false) {
-        run.sample();
+        for (const std::string& warning : run.sample().warnings) printWarning(warning);
         if (printsSamples) print(options, run.figures(), first);
         if (run.finished() || events.wait(run.pause()).kind == Events::Kind::Signal) break;
     }
@@ -140,7 +139,6 @@ public:
     int show() {
         do {
             history_.add(run_.sample().engines);
-            messages_ = log_.takeTexts();
             draw();
         } while (std::cout && !run_.finished() && pause());
         return endedBy_;
@@ -151,8 +149,7 @@ public:
 private:
     void draw() const {
         const TerminalSize size = terminalSize().value_or(TerminalSize{80, 24});
-        terminal_.draw(screenLines(run_.figures(), history_, run_.verdict(), messages_, size, Style(STDOUT_FILENO)),
-                       size.rows);
+        terminal_.draw(screenLines(run_.figures(), history_, run_.verdict(), size, Style(STDOUT_FILENO)), size.rows);
     }
 
     // Until the next sample; false when the watch is to end.
@@ -176,12 +173,10 @@ private:
         return true;
     }
 
-    LogPause log_;
     Run run_;
     Events events_;  // before the terminal is taken over and after it is given back, so that no signal comes between
     LiveTerminal terminal_;
     History history_;
-    std::vector<std::string> messages_;
     int endedBy_ = 0;
 };
 

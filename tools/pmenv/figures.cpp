@@ -6,8 +6,12 @@
 #include <fstream>
 #include <limits>
 #include <sstream>
+#include <utility>
 
+#include <fcntl.h>
 #include <unistd.h>
+
+#include "libraryLog.h"
 
 namespace {
 
@@ -33,14 +37,34 @@ std::optional<std::uint64_t> memInfoBytes(std::string_view text, const std::stri
     return kilobytes * 1024;
 }
 
-// A process that has gone meanwhile was found by this name.
+// Empty when the process has gone.
 std::string commandName(int processId) {
     std::string name = readFile("/proc/" + std::to_string(processId) + "/comm");
     if (!name.empty() && name.back() == '\n') name.pop_back();
-    return name.empty() ? kEngineName : name;
+    return name;
 }
 
 int countProcessors() { return std::max(1, static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN))); }
+
+// Standard error leads nowhere while it lives: the library writes there about a process that ends while it is looked at.
+class SilentErrors {
+public:
+    SilentErrors() : before_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)) {
+        const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        if (before_ >= 0 && nowhere >= 0) dup2(nowhere, STDERR_FILENO);
+        if (nowhere >= 0) close(nowhere);
+    }
+    ~SilentErrors() {
+        if (before_ < 0) return;
+        dup2(before_, STDERR_FILENO);
+        close(before_);
+    }
+    SilentErrors(const SilentErrors&) = delete;
+    SilentErrors& operator=(const SilentErrors&) = delete;
+
+private:
+    int before_;
+};
 
 // --- figures --------------------------------------------------------------------------------------------------------
 
@@ -63,7 +87,8 @@ MemInfo parseMemInfo(std::string_view text) {
 Figures Sampler::take() {
     KREnvMachineStats stats{};
     stats.cpuLoadPercent = std::numeric_limits<long double>::quiet_NaN();  // stays when nothing could be measured
-    collector_.CollectMachineStats(stats, false);
+    std::vector<std::string> warnings;
+    measure(&stats, &warnings);
     const MemInfo info = parseMemInfo(readFile("/proc/meminfo"));
 
     Figures figures{};
@@ -77,7 +102,16 @@ Figures Sampler::take() {
     figures.swapBytes = stats.totalSwapBytes;
     figures.swapUsedBytes = info.swapUsedBytes;
     figures.engines = engines(stats.slaves, figures.processors);
+    // When an engine has gone meanwhile, the warnings are about its files, and that is no trouble.
+    if (figures.engines.size() == stats.slaves.size()) figures.warnings = std::move(warnings);
     return figures;
+}
+
+void Sampler::measure(KREnvMachineStats* stats, std::vector<std::string>* warnings) {
+    const SilentErrors silent;
+    LogPause log;
+    collector_.CollectMachineStats(*stats, false);
+    *warnings = log.texts();
 }
 
 // The collector's first two percentages of a process are 0 and mean that nothing was measured yet; 0 bytes mean that its
@@ -87,6 +121,7 @@ std::vector<EngineFigures> Sampler::engines(const std::vector<KREnvSlaveStats>& 
     std::vector<EngineFigures> engines;
     for (const KREnvSlaveStats& slave : slaves) {
         EngineFigures engine{slave.processId, commandName(slave.processId), std::nullopt, std::nullopt};
+        if (engine.name.empty()) continue;
         timesSeen[slave.processId] = timesSeen_[slave.processId] + 1;
         if (timesSeen[slave.processId] > 2) engine.cpuPercent = ifMeasured(slave.cpuPercent * processors);
         if (slave.memoryBytes > 0) engine.residentBytes = slave.memoryBytes;

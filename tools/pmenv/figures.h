@@ -34,6 +34,7 @@ struct Figures {
     std::uint64_t swapBytes;
     std::optional<std::uint64_t> swapUsedBytes;
     std::vector<EngineFigures> engines;
+    std::vector<std::string> warnings;  ///< what the library logged as it measured
 };
 
 /// What /proc/meminfo tells beyond the library's figures.
@@ -43,7 +44,7 @@ struct MemInfo {
 };
 MemInfo parseMemInfo(std::string_view text);
 
-/// Takes samples. Percentages need earlier samples: the machine's is known from the second, an engine's from the third
+/// Takes samples. An engine that ends while it is looked at is not in them. Percentages need earlier samples: the machine's is known from the second, an engine's from the third
 /// that sees it. Samples lie more than a second apart, as the library's collector wants it.
 class Sampler {
 public:
@@ -52,6 +53,7 @@ public:
     Figures take();
 
 private:
+    void measure(KREnvMachineStats* stats, std::vector<std::string>* warnings);
     std::vector<EngineFigures> engines(const std::vector<KREnvSlaveStats>& slaves, int processors);
 
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();

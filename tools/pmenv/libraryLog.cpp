@@ -1,7 +1,6 @@
 #include "libraryLog.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "Logging.h"
 #include "output.h"
@@ -40,5 +39,3 @@ LogPause::LogPause() {
 }
 
 LogPause::~LogPause() { nLogging::gSetSink(show); }
-
-std::vector<std::string> LogPause::takeTexts() { return std::exchange(texts_, {}); }

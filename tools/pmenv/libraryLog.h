@@ -17,8 +17,8 @@ public:
     LogPause& operator=(const LogPause&) = delete;
 
     bool sawErrors() const { return sawErrors_; }
-    /// The warnings and errors since the last call, oldest first, each once.
-    std::vector<std::string> takeTexts();
+    /// The warnings and errors so far, oldest first, each once.
+    const std::vector<std::string>& texts() const { return texts_; }
 
 private:
     bool sawErrors_ = false;

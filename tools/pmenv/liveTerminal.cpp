@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <iostream>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 bool canDrawInPlace() {
@@ -14,14 +13,10 @@ bool canDrawInPlace() {
 
 LiveTerminal::LiveTerminal() {
     hasKeys_ = isatty(STDIN_FILENO) != 0 && tcgetattr(STDIN_FILENO, &before_) == 0;
-    if (isatty(STDERR_FILENO) != 0) errors_ = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
     enter();
 }
 
-LiveTerminal::~LiveTerminal() {
-    leave();
-    if (errors_ >= 0) close(errors_);
-}
+LiveTerminal::~LiveTerminal() { leave(); }
 
 void LiveTerminal::enter() {
     if (hasKeys_) {
@@ -29,18 +24,11 @@ void LiveTerminal::enter() {
         raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
         tcsetattr(STDIN_FILENO, TCSADRAIN, &raw);
     }
-    // The C library and the kernel write there about a process that ends while it is looked at, in the midst of a drawing.
-    if (errors_ >= 0) {
-        const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-        dup2(nowhere, STDERR_FILENO);
-        close(nowhere);
-    }
     std::cout << "\x1b[?1049h\x1b[?25l" << std::flush;
 }
 
 void LiveTerminal::leave() const {
     std::cout << "\x1b[?25h\x1b[?1049l" << std::flush;
-    if (errors_ >= 0) dup2(errors_, STDERR_FILENO);
     if (hasKeys_) tcsetattr(STDIN_FILENO, TCSADRAIN, &before_);
 }
 

@@ -29,5 +29,4 @@ private:
 
     bool hasKeys_ = false;  // standard input is a terminal, set as `before_` tells
     termios before_{};
-    int errors_ = -1;  // standard error as it was
 };

@@ -62,12 +62,12 @@ std::string engineLine(const EngineFigures& engine, const History& history, std:
     return cutToWidth(figures + sparkline(history.of(engine.processId), room), columns);
 }
 
-std::vector<std::string> warnings(const Verdict& verdict, const std::vector<std::string>& messages) {
+std::vector<std::string> warnings(const Figures& figures, const Verdict& verdict) {
     std::vector<std::string> texts;
     for (const Finding& finding : verdict.findings()) {
         if (finding.lasting) texts.push_back("! " + findingText(finding, verdict.limits()));
     }
-    for (const std::string& message : messages) texts.push_back("! " + printable(message));
+    for (const std::string& message : figures.warnings) texts.push_back("! " + printable(message));
     return texts;
 }
 
@@ -104,14 +104,13 @@ const std::deque<std::optional<double>>& History::of(int processId) const {
 }
 
 std::vector<std::string> screenLines(const Figures& figures, const History& history, const Verdict& verdict,
-                                     const std::vector<std::string>& messages, const TerminalSize& size,
-                                     const Style& style) {
+                                     const TerminalSize& size, const Style& style) {
     std::vector<std::string> lines;
     lines.push_back(style.dim(cutToWidth(isoTime(figures.time) + "   q quits", size.columns)));
     lines.push_back(cpuLine(figures, size.columns));
     lines.push_back(memoryLine(figures, size.columns));
     lines.push_back(swapLine(figures, size.columns));
-    for (const std::string& warning : warnings(verdict, messages)) {
+    for (const std::string& warning : warnings(figures, verdict)) {
         for (const std::string& line : wrapped(warning, size.columns)) lines.push_back(style.red(line));
     }
 

@@ -21,8 +21,6 @@ private:
     std::map<int, std::deque<std::optional<double>>> percentages_;
 };
 
-/// The lines of the screen, none wider and not more than `size` allows. Warnings come from the findings that last and
-/// from `messages`.
+/// The lines of the screen, none wider and not more than `size` allows. Findings that last are among them as warnings.
 std::vector<std::string> screenLines(const Figures& figures, const History& history, const Verdict& verdict,
-                                     const std::vector<std::string>& messages, const TerminalSize& size,
-                                     const Style& style);
+                                     const TerminalSize& size, const Style& style);
