@@ -39,9 +39,9 @@ public:
 
     // --- settings ---------------------------------------------------------------------------------------------------
 
-    /// Sets `name` in the run-time table, replacing its earlier value. Returns the stored value, which stays where it is
-    /// to the end of the process. Null, with the table unchanged, when an argument is null, name or value is longer than
-    /// 255 characters, or `name` would be the 1025th. Logs nothing.
+    /// Sets `name` in the run-time table, replacing its earlier value. Returns the stored value, which stays where it
+    /// is to the end of the process. Null, with the table unchanged, when an argument is null, name or value is longer
+    /// than 255 characters, or `name` would be the 1025th. Logs nothing.
     const char* KRESetEnvValue(const char* name, const char* value);
 
     /// The full look-up: the run-time value of `name` exactly as it was set, references included; otherwise KREGetEnv.
@@ -88,8 +88,8 @@ public:
     /// `path` with another name, its extension kept.
     const char* KRPReplacePathName(const char* path, const char* name);
 
-    /// Shortens `path` for display by cutting its middle: a path of `maxLen` characters or more becomes exactly `maxLen`
-    /// characters in `out`, which must hold one more:
+    /// Shortens `path` for display by cutting its middle: a path of `maxLen` characters or more becomes exactly
+    /// `maxLen` characters in `out`, which must hold one more:
     ///     ("/home/user/projects/reports/weekly.md", 30) -> "/home/user/projec...\weekly.md"
     /// The dot is written even without an extension. A shorter path is copied whole, as it is for a negative `maxLen`
     /// (an Error record tells of one that is not positive). Null, with `out` untouched, when name and extension leave
@@ -129,10 +129,11 @@ public:
     const char* KRPResolveFilePath(const char* name, const char* var);
     const char* KRPResolveFilePathNoKREnv(const char* name, const char* var);
 
-    /// The absolute form of `path` in `out`, which must hold 4096 bytes whatever `size` says. With a directory part, that
-    /// directory is made absolute and the file need not exist. A bare name is searched in the working directory and then
-    /// in the setting INCLUDE_PATH; it fails when the name found is longer than `size`, and `out` holds no path when what
-    /// was found has no absolute one (below a working directory deeper than any path, for example). Null on failure.
+    /// The absolute form of `path` in `out`, which must hold 4096 bytes whatever `size` says. With a directory part,
+    /// that directory is made absolute and the file need not exist. A bare name is searched in the working directory
+    /// and then in the setting INCLUDE_PATH; it fails when the name found is longer than `size`, and `out` holds no
+    /// path when what was found has no absolute one (below a working directory deeper than any path, for example). Null
+    /// on failure.
     char* KRPGetFullName(const char* path, char* out, int size);
 
     // --- file tests and the user's places ---------------------------------------------------------------------------
@@ -212,8 +213,8 @@ KRENV_EXPORT const char* KRPGetCPUInfo();
 /// True when the system's word size is 64 bits (`getconf LONG_BIT`, run at every call). std::runtime_error as exec.
 KRENV_EXPORT bool KRPIs64BitEnv();
 
-/// The addresses of all interfaces but "lo" (getifaddrs), each as "IP4: 10.1.2.3 " or "IP6: fe80::1 ". Each call appends
-/// them once more to what the calls before it have returned.
+/// The addresses of all interfaces but "lo" (getifaddrs), each as "IP4: 10.1.2.3 " or "IP6: fe80::1 ". Each call
+/// appends them once more to what the calls before it have returned.
 KRENV_EXPORT const char* KRPGetIPAddress();
 
 /// "Linux (SYSTEM RELEASE)" from uname:   "Linux (Linux 5.15.0)"
@@ -228,8 +229,8 @@ KRENV_EXPORT int KRPGetWorkingSetSize();
 
 /// The working directory in the `size` bytes at `buf` (getcwd); `buf`, or null when it does not fit or cannot be read.
 KRENV_EXPORT char* KRPGetCurrentDir(char* buf, int size);
-/// The absolute path of an existing `path`, links followed (realpath), in `resolved`, which must hold 4096 bytes whatever
-/// `size` says. False when there is no such file.
+/// The absolute path of an existing `path`, links followed (realpath), in `resolved`, which must hold 4096 bytes
+/// whatever `size` says. False when there is no such file.
 KRENV_EXPORT bool KRPAbsPath(const char* path, char* resolved, int size);
 
 /// True when the path's mode (stat) has the directory bit. Block devices and sockets share that bit and count too.
@@ -268,8 +269,8 @@ KRENV_EXPORT const char* KRPGetTempDirectory();
 /// Changes the process's working directory; true on success.
 KRENV_EXPORT bool KRPChdir(const char* path);
 
-/// Writes the Error record "WHAT. Error: NUMBER:DESCRIPTION" about the thread's errno. To be called before anything else
-/// can change that.    'Failed to create dir. Error: 13:Permission denied'
+/// Writes the Error record "WHAT. Error: NUMBER:DESCRIPTION" about the thread's errno. To be called before anything
+/// else can change that.    'Failed to create dir. Error: 13:Permission denied'
 KRENV_EXPORT void LogLastError(const char* what);
 
 // --- product identity -----------------------------------------------------------------------------------------------
@@ -306,8 +307,8 @@ KRENV_EXPORT int KRVProductType();        ///< PRODUCT_TYPE
 
 // --- directory walk -------------------------------------------------------------------------------------------------
 
-/// Receives the files that FindFile finds. The call operator is the first and only slot of the table of virtual functions,
-/// also in hosts built against earlier releases, so no virtual destructor stands beside it.
+/// Receives the files that FindFile finds. The call operator is the first and only slot of the table of virtual
+/// functions, also in hosts built against earlier releases, so no virtual destructor stands beside it.
 class KRENV_EXPORT CFindFileFunctor {
 public:
     /// Gets the path of one file, valid during the call. True goes on, false ends the whole walk.
@@ -317,14 +318,14 @@ protected:
     ~CFindFileFunctor() = default;
 };
 
-/// Hands `directory`/NAME to `functor` for every entry that cannot be opened as a directory, for whatever reason: first the
-/// files of the directory itself, in the order in which the system lists them, then with `recurse` those of each
+/// Hands `directory`/NAME to `functor` for every entry that cannot be opened as a directory, for whatever reason: first
+/// the files of the directory itself, in the order in which the system lists them, then with `recurse` those of each
 /// subdirectory with all below it. Files named exactly `skipName` are left out, directories of that name are entered.
-/// False when the functor ended the walk, else true, also for a directory that cannot be opened. Nothing is logged; what
-/// the functor throws passes through. Entries whose path is longer than 4095 characters are left out.
+/// False when the functor ended the walk, else true, also for a directory that cannot be opened. Nothing is logged;
+/// what the functor throws passes through. Entries whose path is longer than 4095 characters are left out.
 ///
 /// Symbolic links to directories are followed and loops are not looked for: the system ends them at 40 links, but two
-/// links to the same place multiply. What ends every walk is that it leaves a descriptor open for each directory that it
-/// enters, besides the ones that are open when the functor ends it. Once the process has no more, directories cannot be
-/// opened either and count as files.
+/// links to the same place multiply. What ends every walk is that it leaves a descriptor open for each directory that
+/// it enters, besides the ones that are open when the functor ends it. Once the process has no more, directories cannot
+/// be opened either and count as files.
 KRENV_EXPORT bool FindFile(const char* directory, const char* skipName, bool recurse, CFindFileFunctor* functor);

@@ -44,13 +44,13 @@ private:
     bool duplicate_;
 };
 
-/// Expands every $(NAME) and #(NAME) in `text`, in place. False, with `text` partly expanded, on a cycle or when a limit
-/// is met (see KREnvContainerClass::KRERuntimeResolve).
+/// Expands every $(NAME) and #(NAME) in `text`, in place. False, with `text` partly expanded, on a cycle or when a
+/// limit is met (see KREnvContainerClass::KRERuntimeResolve).
 KRENV_EXPORT bool KRSRuntimeResolve(AddDelSet& set, RWCString& text);
 
 /// The same for ${NAME} and #{NAME}. Braces may stand in a name: "${A}${B}" is one reference, to the name "A}${B".
 KRENV_EXPORT bool KRSLoadResolve(AddDelSet& set, RWCString& text);
 
-/// The value filter of pressmark.ini: `value` (null counts as empty) with its brace references expanded, in a static text
-/// that the next call overwrites. Null after an Error record when the expansion failed. The key is not used.
+/// The value filter of pressmark.ini: `value` (null counts as empty) with its brace references expanded, in a static
+/// text that the next call overwrites. Null after an Error record when the expansion failed. The key is not used.
 KRENV_EXPORT const char* KRSLoadFilter(const char* key, const char* value);

@@ -64,8 +64,8 @@ bool isDirectory(const char* path) {
     return opened != nullptr;
 }
 
-// One walk. All levels compose their paths in the same buffer: a buffer for each would need more stack than a thread has
-// for a tree as deep as a path can be long.
+// One walk. All levels compose their paths in the same buffer: a buffer for each would need more stack than a thread
+// has for a tree as deep as a path can be long.
 //
 // The directory streams are held by plain pointers on purpose: those that callers know as left open stay open.
 class Walk {

@@ -332,8 +332,8 @@ char* KRPGetMachineName() {
 
 const char* KRPGetCPUInfo() {
     static std::string model = exec("cat /proc/cpuinfo | grep \"model name\"");
-    // Trimmed at every call, the arithmetic wrapping round: a second call takes the name's first character off. Programs
-    // that call it once see the name; the others have got used to what they see.
+    // Trimmed at every call, the arithmetic wrapping round: a second call takes the name's first character off.
+    // Programs that call it once see the name; the others have got used to what they see.
     const std::size_t newline = model.find('\n');
     const std::size_t colon = model.find(':');
     model = model.substr(colon + 2, newline - colon - 2);

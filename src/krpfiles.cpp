@@ -354,8 +354,8 @@ char* KREnvContainerClass::KRPGetFullName(const char* path, char* out, int size)
     return *dir != '\0' ? fullNameInDirectory(dir, out) : fullNameOfBareName(path, out, size);
 }
 
-// The name and the extension are those of the last split. `out` is taken to hold any path, whatever size its caller gave:
-// programs pass sizes that mean something else here.
+// The name and the extension are those of the last split. `out` is taken to hold any path, whatever size its caller
+// gave: programs pass sizes that mean something else here.
 char* KREnvContainerClass::fullNameInDirectory(const char* dir, char* out) {
     char absoluteDir[kPathBytes];
     if (!KRPAbsPath(dir, absoluteDir, sizeof absoluteDir)) return nullptr;
@@ -366,8 +366,8 @@ char* KREnvContainerClass::fullNameInDirectory(const char* dir, char* out) {
 char* KREnvContainerClass::fullNameOfBareName(const char* name, char* out, int size) {
     const char* const found = KRPFindfile(name, ".", "#INCLUDE_PATH", static_cast<const char*>(nullptr));
     if (found == nullptr || static_cast<int>(std::strlen(found)) > size) return nullptr;
-    // Not tested: the file was there a moment ago, and what realpath could resolve is what the caller gets. Where it has
-    // nothing (a working directory too deep for a path) that is an empty text.
+    // Not tested: the file was there a moment ago, and what realpath could resolve is what the caller gets. Where it
+    // has nothing (a working directory too deep for a path) that is an empty text.
     *out = '\0';
     static_cast<void>(KRPAbsPath(found, out, size));
     return out;

@@ -449,8 +449,8 @@ TEST(GGetPropertyStream, ManyThreadsMayReadOneTable) {
 
 namespace {
 
-// What one property read is promised to need, and beside it what a thread needs to start and log. Sanitizers widen every
-// frame.
+// What one property read is promised to need, and beside it what a thread needs to start and log. Sanitizers widen
+// every frame.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr std::size_t kSmallStack = 512 * 1024;
 #else

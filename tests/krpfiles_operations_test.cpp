@@ -94,8 +94,8 @@ bool isInTestDirectory(const std::string& path) {
     return whole.rfind("/tmp/krenv-test-", 0) == 0;
 }
 
-// True when all that a command names lies in a directory of these tests. A mistake in the quoting under test must fail the
-// test and not remove a home directory: that is what "rm -fr ~" does.
+// True when all that a command names lies in a directory of these tests. A mistake in the quoting under test must fail
+// the test and not remove a home directory: that is what "rm -fr ~" does.
 bool isSafeToRun(std::string command) {
     const std::string quiet = " > /dev/null";
     const std::size_t tail = command.rfind(quiet);

@@ -1,5 +1,5 @@
-// The parts of pmenv that work on values alone: the verdict, the live screen's lines, numbers as people and programs read
-// them, tables and suggestions.
+// The parts of pmenv that work on values alone: the verdict, the live screen's lines, numbers as people and programs
+// read them, tables and suggestions.
 #include <clocale>
 #include <string>
 #include <vector>

@@ -1,5 +1,5 @@
-// pmenv report and pmenv stats as a user runs them. Other load engines may run on the machine meanwhile, so the tests look
-// for the processes that they start themselves.
+// pmenv report and pmenv stats as a user runs them. Other load engines may run on the machine meanwhile, so the tests
+// look for the processes that they start themselves.
 #include <algorithm>
 #include <chrono>
 #include <csignal>
@@ -176,7 +176,8 @@ TEST(PmenvStats, FiguresAgreeWithTheKernels) {
     EXPECT_NEAR(found.at("residentBytes").get<double>(), resident, 1024.0 * 1024);
 }
 
-// The engine gets what a busy machine leaves it, so its share is compared with what the kernel accounts for it meanwhile.
+// The engine gets what a busy machine leaves it, so its share is compared with what the kernel accounts for it
+// meanwhile.
 TEST(PmenvStats, AnEnginesPercentageIsOfOneProcessor) {
     const LoadEngine engine("burn");
     double shown = 0;
@@ -420,8 +421,8 @@ bool same(const termios& left, const termios& right) {
            std::equal(std::begin(left.c_cc), std::end(left.c_cc), std::begin(right.c_cc));
 }
 
-// The watch on a terminal whose settings were noted before, so that they can be compared afterwards. The shell around it
-// keeps the terminal open. The next sample is an hour away, so whatever happens does not wait for it.
+// The watch on a terminal whose settings were noted before, so that they can be compared afterwards. The shell around
+// it keeps the terminal open. The next sample is an hour away, so whatever happens does not wait for it.
 class PmenvWatch : public testing::Test {
 protected:
     PmenvWatch()

@@ -17,8 +17,8 @@
 
 class TerminalRun {
 public:
-    /// Runs `arguments` (the first is the program's path) with this process's environment changed by `environment`, where
-    /// a null value means that the variable is not set.
+    /// Runs `arguments` (the first is the program's path) with this process's environment changed by `environment`,
+    /// where a null value means that the variable is not set.
     TerminalRun(const std::vector<std::string>& arguments, const std::map<std::string, const char*>& environment,
                 unsigned short columns, unsigned short rows) {
         const winsize size = sizeOf(columns, rows);

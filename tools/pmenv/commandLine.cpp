@@ -34,7 +34,8 @@ const Option* findOption(const std::vector<Option>& options, const std::string& 
     return nullptr;
 }
 
-// Whether --name takes the next word is the same in all commands, so that options can be read before the command is known.
+// Whether --name takes the next word is the same in all commands, so that options can be read before the command is
+// known.
 const Option* findAnywhere(const Grammar& grammar, const std::string& name) {
     if (const Option* const found = findOption(grammar.globalOptions, name)) return found;
     for (const Command& command : grammar.commands) {

@@ -135,7 +135,8 @@ public:
     explicit Watch(const StatsOptions& options)
         : run_(options), events_({SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGTSTP}, isatty(STDIN_FILENO) != 0) {}
 
-    // Returns the signal that ends the program, 0 when the user or the options ended the watch, or the terminal has gone.
+    // Returns the signal that ends the program, 0 when the user or the options ended the watch, or the terminal has
+    // gone.
     int show() {
         do {
             history_.add(run_.sample().engines);

@@ -46,7 +46,8 @@ std::string commandName(int processId) {
 
 int countProcessors() { return std::max(1, static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN))); }
 
-// Standard error leads nowhere while it lives: the library writes there about a process that ends while it is looked at.
+// Standard error leads nowhere while it lives: the library writes there about a process that ends while it is looked
+// at.
 class SilentErrors {
 public:
     SilentErrors() : before_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)) {
@@ -114,8 +115,8 @@ void Sampler::measure(KREnvMachineStats* stats, std::vector<std::string>* warnin
     *warnings = log.texts();
 }
 
-// The collector's first two percentages of a process are 0 and mean that nothing was measured yet; 0 bytes mean that its
-// memory could not be read.
+// The collector's first two percentages of a process are 0 and mean that nothing was measured yet; 0 bytes mean that
+// its memory could not be read.
 std::vector<EngineFigures> Sampler::engines(const std::vector<KREnvSlaveStats>& slaves, int processors) {
     std::map<int, int> timesSeen;
     std::vector<EngineFigures> engines;

@@ -44,8 +44,9 @@ struct MemInfo {
 };
 MemInfo parseMemInfo(std::string_view text);
 
-/// Takes samples. An engine that ends while it is looked at is not in them. Percentages need earlier samples: the machine's is known from the second, an engine's from the third
-/// that sees it. Samples lie more than a second apart, as the library's collector wants it.
+/// Takes samples. An engine that ends while it is looked at is not in them. Percentages need earlier samples: the
+/// machine's is known from the second, an engine's from the third that sees it. Samples lie more than a second apart,
+/// as the library's collector wants it.
 class Sampler {
 public:
     static constexpr double kShortestInterval = 1.01;  // seconds

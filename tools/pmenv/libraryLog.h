@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-/// From now on the library's errors and warnings appear as "pmenv: error: text" on standard error, whatever PM_LOG says;
-/// records of other levels and records without a text do not appear.
+/// From now on the library's errors and warnings appear as "pmenv: error: text" on standard error, whatever PM_LOG
+/// says; records of other levels and records without a text do not appear.
 void showLibraryLog();
 
 /// Keeps the records back while it lives, for a caller that reports in words of its own.

@@ -19,7 +19,8 @@ struct Place {
         problem;  ///< "variable not set", "no such directory", ...; "" for a directory in which nothing is wrong
 };
 
-/// What a path variable stands for; the places tell what is wrong with each directory of its list, or with the variable.
+/// What a path variable stands for; the places tell what is wrong with each directory of its list, or with the
+/// variable.
 struct Resolution {
     std::optional<std::string> value;
     std::vector<Place> places;

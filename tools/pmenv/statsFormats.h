@@ -26,8 +26,8 @@ Json statsJson(const Figures& figures);
 std::string csvHeader();
 std::string statsCsv(const Figures& figures);
 
-/// The text exposition format that a metrics collector scrapes, in base units. With `perProcess` also one series for each
-/// engine, labelled with its pid.
+/// The text exposition format that a metrics collector scrapes, in base units. With `perProcess` also one series for
+/// each engine, labelled with its pid.
 std::string statsOpenMetrics(const Figures& figures, bool perProcess);
 
 Json verdictJson(const Verdict& verdict);
