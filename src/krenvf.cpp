@@ -306,14 +306,13 @@ std::string exec(const char* command) {
     if (pipe == nullptr) throw std::runtime_error("popen() failed!");
 
     std::string output;
-    char piece[128];
     while (std::feof(pipe.get()) == 0) {
-        if (std::fgets(piece, sizeof piece, pipe.get()) != nullptr) {
-            output += piece;
-        } else if (std::ferror(pipe.get()) != 0) {
-            if (errno != EINTR) break;  // a pipe that cannot be read would never come to its end
-            std::clearerr(pipe.get());
-        }
+        char piece[128] = "";
+        const bool complete = std::fgets(piece, sizeof piece, pipe.get()) != nullptr;
+        output += piece;  // of an incomplete one, what was read before the host's signal handler ran
+        if (complete || std::ferror(pipe.get()) == 0) continue;
+        if (errno != EINTR) break;  // a pipe that cannot be read would never come to its end
+        std::clearerr(pipe.get());
     }
     return output;
 }

@@ -1,5 +1,6 @@
 // Facts about the host, and the start-up report that is made of them.
 #include <climits>
+#include <csignal>
 #include <cstdarg>
 #include <cstring>
 #include <functional>
@@ -14,6 +15,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/sysinfo.h>
+#include <sys/time.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -35,6 +37,7 @@ namespace {
 // What stands in for the C library; where a function is empty, the real one answers.
 struct Border {
     std::function<std::string(const std::string&)> command;  // the shell command that is run instead; "" fails
+    const char* opened = nullptr;                            // the file that is opened instead of any pipe
     std::function<int(char*, std::size_t)> hostName;
     std::function<hostent*(const char*)> resolve;
     std::function<int(ifaddrs**)> interfaces;
@@ -64,6 +67,7 @@ std::FILE* __wrap_popen(const char* command, const char* mode) {
     EXPECT_STREQ("r", mode);
     if (border == nullptr) return __real_popen(command, mode);
     border->commandsRun.emplace_back(command);
+    if (border->opened != nullptr) return std::fopen(border->opened, "r");
     if (!border->command) return __real_popen(command, mode);
     const std::string instead = border->command(command);
     return instead.empty() ? nullptr : __real_popen(instead.c_str(), mode);
@@ -71,7 +75,7 @@ std::FILE* __wrap_popen(const char* command, const char* mode) {
 int __real_pclose(std::FILE* pipe);
 int __wrap_pclose(std::FILE* pipe) {
     if (border != nullptr) ++border->pipesClosed;
-    return __real_pclose(pipe);
+    return border != nullptr && border->opened != nullptr ? std::fclose(pipe) : __real_pclose(pipe);
 }
 char* __real_fgets(char* text, int size, std::FILE* file);
 char* __wrap_fgets(char* text, int size, std::FILE* file) {
@@ -134,6 +138,27 @@ TEST_F(Exec, ThrowsWhenThePipeCannotBeOpened) {
 }
 
 TEST_F(Exec, RefusesANullCommandLikeAPipeThatCannotBeOpened) { EXPECT_THROW(exec(nullptr), std::runtime_error); }
+
+// A profiler in the host may interrupt system calls all the time.
+TEST_F(Exec, LosesNothingToSignalsOfTheHost) {
+    struct sigaction ignore {
+    }, before{};
+    ignore.sa_handler = [](int) {};  // without SA_RESTART
+    ASSERT_EQ(0, sigaction(SIGALRM, &ignore, &before));
+    const itimerval often{{0, 20'000}, {0, 20'000}}, never{};
+    ASSERT_EQ(0, setitimer(ITIMER_REAL, &often, nullptr));
+    const std::string output = exec("printf one; sleep 0.2; printf two; sleep 0.2; echo three");
+    setitimer(ITIMER_REAL, &never, nullptr);
+    sigaction(SIGALRM, &before, nullptr);
+    EXPECT_EQ("onetwothree\n", output);
+    EXPECT_GT(fake.piecesRead.size(), 4U) << "no read was interrupted";
+}
+
+TEST_F(Exec, EndsAtAPipeThatCannotBeRead) {
+    fake.opened = "/";
+    EXPECT_EQ("", exec("true"));
+    EXPECT_EQ(1, fake.pipesClosed);
+}
 
 TEST_F(Exec, ClosesThePipe) {
     exec("true");

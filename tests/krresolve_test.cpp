@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include "krenv.h"
+#include "support/Allocations.h"
 #include "support/LogCapture.h"
 #include "support/ScopedEnv.h"
 #include "support/Settings.h"
@@ -323,6 +324,23 @@ TEST(KRERuntimeResolve, ResultsOf2047CharactersFit) {
     EXPECT_EQ(std::string(2047, 'x'), env.KRERuntimeResolve(std::string(2047, 'x').c_str()));
     EXPECT_EQ(std::string(2046, 'h') + "x", env.KRERuntimeResolve("#(H)#(H)x"));
     EXPECT_EQ(nullptr, env.KRERuntimeResolve("#(H)#(H)xx"));
+}
+
+TEST(KRERuntimeResolve, WithoutMemoryGivesNullAndKeepsTheBuffer) {
+    const Settings settings("A = #(B)\nB = v\n");
+    KREnvContainerClass env;
+    const char* const kept = env.KRERuntimeResolve("kept");
+    int failures = 0;
+    for (;;) {
+        const FailingAllocation failing(failures + 1);
+        const char* const result = env.KRERuntimeResolve("#(A)");
+        if (!failing.happened()) break;
+        EXPECT_EQ(nullptr, result) << "allocation " << failures + 1;
+        EXPECT_STREQ("kept", kept);
+        ++failures;
+    }
+    EXPECT_GT(failures, 3);
+    EXPECT_STREQ("v", kept) << "with memory it works";
 }
 
 TEST(KRERuntimeResolve, DoesNotExpandBraceReferences) {
