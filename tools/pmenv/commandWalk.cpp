@@ -16,6 +16,7 @@
 #include <iostream>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -78,9 +79,11 @@ std::optional<std::vector<std::string>> pathsIn(const std::string& directory) {
     if (listing == nullptr) return std::nullopt;
     std::vector<std::string> paths;
     while (const dirent* const entry = readdir(listing)) {
-        const std::string name = entry->d_name;
+        const std::string_view name = entry->d_name;
         if (name == "." || name == "..") continue;
-        if (directory.size() + 1 + name.size() <= kLongestPath) paths.push_back(directory + "/" + name);
+        std::string path = directory + "/";
+        path += name;
+        if (path.size() <= kLongestPath) paths.push_back(std::move(path));
     }
     closedir(listing);
     return paths;
