@@ -28,6 +28,8 @@
 
 #include "krexport.h"
 
+class KRSLoadObserver;
+
 /// The container through which settings and paths are asked for. It owns result buffers and nothing else, so as many
 /// may be made as are needed; one takes about 39 KB, mind the stack of small threads.
 class KRENV_EXPORT KREnvContainerClass {
@@ -191,8 +193,12 @@ private:
 KRENV_EXPORT int KREInit(const char* directory);
 
 /// Loads the settings file `path` in the place of pressmark.ini, with the same outcome and Error record as KREInit for
-/// a file that was found; searches nothing and writes no report. For tools that are told which file to use.
-KRENV_EXPORT int KRELoadIniFile(const char* path);
+/// a file that was found; searches nothing and writes no report. For tools that are told which file to use. `observer`
+/// (krresolve.h), if any, is told of each entry and of the references in it; it is not kept.
+KRENV_EXPORT int KRELoadIniFile(const char* path, KRSLoadObserver* observer = nullptr);
+
+/// The value that KRESetEnvValue has set for `name`, null when there is none: tells a run-time value from a setting.
+KRENV_EXPORT const char* KREGetRuntimeValue(const char* name);
 
 // --- host facts -----------------------------------------------------------------------------------------------------
 // For one thread, at start-up. Texts lie in static storage of the function and may be rewritten by its next call.

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <exception>
 #include <forward_list>
+#include <iterator>
 #include <memory>
 #include <new>
 #include <stdexcept>
@@ -164,9 +165,34 @@ bool maySubstitute(AddDelSet& set, const Level& level) {
     return level.text.length() <= kMaxText && set.searched <= kMaxSearched && ++set.substitutions <= kMaxSubstitutions;
 }
 
+// Whom to tell what is done, rarely anybody. A benchmark leaves the question out, to see that it costs nothing.
+KRSResolveObserver* observerOf([[maybe_unused]] const AddDelSet& set) {
+#ifdef KRENV_UNOBSERVED
+    return nullptr;
+#else
+    return set.observer;
+#endif
+}
+
+KRSResolveFailure whyFailed(const AddDelSet& set, const Level& level) {
+    if (level.guard.isDuplicate()) return KRSResolveFailure::Cycle;
+    if (set.levels > kMaxLevels) return KRSResolveFailure::Levels;
+    if (level.text.length() > kMaxText) return KRSResolveFailure::TextLength;
+    return set.searched > kMaxSearched ? KRSResolveFailure::Searching : KRSResolveFailure::Substitutions;
+}
+
+// What a resolution that ends at `level` answers.
+bool failedAt(const AddDelSet& set, const Level& level) {
+    if (KRSResolveObserver* const observer = observerOf(set)) {
+        observer->failed(whyFailed(set, level), level.text.data());
+    }
+    return false;
+}
+
 // The search starts anew after each substitution, because what was put in may form a reference with the text around it.
 // The chain's texts are remembered whole: only the very same text again is a cycle, so "#(A)#(A)" is none.
 bool resolve(AddDelSet& set, RWCString& text, const RWCRegexp& reference) {
+    KRSResolveObserver* const observer = observerOf(set);
     // The innermost level in front. No recursion: a small thread's stack has no room for the longest chain.
     std::forward_list<Level> chain;
     chain.emplace_front(set, text);
@@ -174,16 +200,21 @@ bool resolve(AddDelSet& set, RWCString& text, const RWCRegexp& reference) {
         Level& level = chain.front();
         level.match = findReference(set, level.text, reference);
         if (level.match) {
-            if (!maySubstitute(set, level)) return false;
-            level.value = valueOfReference(level.text, level.match);
+            if (!maySubstitute(set, level)) break;
+            const char* const value = valueOfReference(level.text, level.match);
+            if (observer != nullptr)
+                observer->found({level.text.data(), level.match.position, level.match.length, value});
+            level.value = value;
             chain.emplace_front(set, level.value);
+        } else if (std::next(chain.begin()) == chain.end()) {
+            return set.searched <= kMaxSearched || failedAt(set, level);
         } else {
+            if (observer != nullptr) observer->resolved(level.text.data());
             chain.pop_front();
-            if (chain.empty()) return set.searched <= kMaxSearched;
-            if (!chain.front().putValueInPlace()) return false;
+            if (!chain.front().putValueInPlace()) break;
         }
     }
-    return false;
+    return failedAt(set, chain.front());
 }
 
 // --- addresses ------------------------------------------------------------------------------------------------------
@@ -237,9 +268,13 @@ const char* KREnvContainerClass::KRESetEnvValue(const char* name, const char* va
 
 // A run-time value is returned as it was set, references included: the host that set it knows what it wants.
 const char* KREnvContainerClass::KREGetEnvValue(const char* name) {
-    if (name == nullptr) return nullptr;
-    const VolatileEnvEntry* const entry = findVolatile(name);
-    return entry != nullptr ? entry->value : KREGetEnv(name);
+    const char* const value = KREGetRuntimeValue(name);
+    return value != nullptr ? value : KREGetEnv(name);
+}
+
+const char* KREGetRuntimeValue(const char* name) {
+    const VolatileEnvEntry* const entry = name != nullptr ? findVolatile(name) : nullptr;
+    return entry != nullptr ? entry->value : nullptr;
 }
 
 const char* KREnvContainerClass::KREGetEnv(const char* name) { return KRERuntimeResolve(KRSGetValue(IniTable, name)); }
@@ -275,6 +310,33 @@ const char* KREnvContainerClass::storeResolved(const char* text, std::size_t len
 
 // --- reference resolution -------------------------------------------------------------------------------------------
 
+namespace {
+
+// Who watches the load that is running; one load runs at a time.
+KRSLoadObserver* g_loadObserver = nullptr;
+
+// Watches as long as a scope lasts.
+class LoadObservation {
+public:
+    explicit LoadObservation(KRSLoadObserver* observer) { g_loadObserver = observer; }
+    ~LoadObservation() { g_loadObserver = nullptr; }
+    LoadObservation(const LoadObservation&) = delete;
+    LoadObservation& operator=(const LoadObservation&) = delete;
+
+    // What KRSLoad is to call for each entry.
+    KRSFilter filter() const { return g_loadObserver != nullptr ? &observedFilter : &KRSLoadFilter; }
+
+private:
+    static const char* observedFilter(const char* key, const char* value) {
+        g_loadObserver->begun(key, value);
+        const char* const stored = KRSLoadFilter(key, value);
+        g_loadObserver->ended(stored);
+        return stored;
+    }
+};
+
+}  // namespace
+
 AddDel::AddDel(AddDelSet& set, const RWCString& text)
     : set_(set),
       copy_(std::make_unique<RWCollectableString>(text)),
@@ -292,6 +354,7 @@ const char* KRSLoadFilter(const char* /*key*/, const char* value) {
     if (!hasReference(resolvedVal.data(), resolvedVal.length(), loadReference())) return resolvedVal.data();
 
     AddDelSet inProgress;
+    inProgress.observer = g_loadObserver;
     if (KRSLoadResolve(inProgress, resolvedVal)) return resolvedVal.data();
     // The value is left out on purpose: it can be a megabyte long.
     KR_LOG(Error) << "\n endless loop while resolving value ";
@@ -426,14 +489,15 @@ int KREInit(const char* directory) {
     return 1;
 }
 
-int KRELoadIniFile(const char* path) {
+int KRELoadIniFile(const char* path, KRSLoadObserver* observer) {
     if (path == nullptr) {
         KR_LOG(Error);
         return 0;
     }
     // Stored before loading, so that #{NAME} finds what stands above it. An earlier table stays: its texts are in use.
     IniTable = KRSCreateTable();
-    if (KRSLoad(path, IniTable, KRSLoadFilter) != 0) return 1;
+    const LoadObservation observation(observer);
+    if (KRSLoad(path, IniTable, observation.filter()) != 0) return 1;
 
     KR_LOG(Error) << "Failed to load. The file contains a syntax error " << path;
     // IniTable keeps the handle: a released table simply has no values, which shows a host that went on regardless.

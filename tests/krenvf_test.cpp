@@ -150,6 +150,14 @@ TEST_F(RunTimeTable, RefusesNullArguments) {
     EXPECT_EQ(0U, g_uTableSize);
 }
 
+TEST_F(RunTimeTable, IsToldApartFromSettings) {
+    const Settings settings("A = stored\nB = stored\n");
+    const char* const set = env.KRESetEnvValue("A", "#(B)");
+    EXPECT_EQ(set, KREGetRuntimeValue("A"));
+    EXPECT_EQ(nullptr, KREGetRuntimeValue("B"));
+    EXPECT_EQ(nullptr, KREGetRuntimeValue(nullptr));
+}
+
 TEST_F(RunTimeTable, RefusesName1025AndStillOverwritesTheOthers) {
     for (int i = 0; i < 1024; ++i) ASSERT_NE(nullptr, env.KRESetEnvValue(("N" + std::to_string(i)).c_str(), "v"));
     EXPECT_EQ(nullptr, env.KRESetEnvValue("one more", "v"));

@@ -1,6 +1,7 @@
 // How references inside values are expanded, at load time and when a value is read.
 #include "krresolve.h"
 
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,6 +13,7 @@
 #include "support/LogCapture.h"
 #include "support/ScopedEnv.h"
 #include "support/Settings.h"
+#include "support/TempDir.h"
 #include "support/repeated.h"
 
 namespace {
@@ -355,6 +357,149 @@ TEST(KRERuntimeResolve, ItsOwnResultCanBeResolvedAgain) {
     ASSERT_STREQ("$((B)", once);
     EXPECT_STREQ("((B)", env.KRERuntimeResolve(once + 1));
     EXPECT_STREQ("v", env.KRERuntimeResolve(env.KRERuntimeResolve("#(A)(B)")));
+}
+
+// --- observers ------------------------------------------------------------------------------------------------------
+
+const char* nameOf(KRSResolveFailure why) {
+    switch (why) {
+        case KRSResolveFailure::Cycle:
+            return "cycle";
+        case KRSResolveFailure::Levels:
+            return "levels";
+        case KRSResolveFailure::Substitutions:
+            return "substitutions";
+        case KRSResolveFailure::TextLength:
+            return "text length";
+        case KRSResolveFailure::Searching:
+            return "searching";
+    }
+    return "?";
+}
+
+// Writes down what it is told, a line a call.
+class Notes : public KRSLoadObserver {
+public:
+    void found(const KRSReference& reference) override {
+        lines.push_back("found " + reference.written() + " in " + reference.text +
+                        (reference.isVariable() ? " $" : " #") + reference.name() + " = " +
+                        (reference.value != nullptr ? reference.value : "(none)"));
+    }
+    void resolved(const char* value) override { lines.push_back(std::string("resolved ") + value); }
+    void failed(KRSResolveFailure why, const char* text) override {
+        lines.push_back(std::string("failed ") + nameOf(why) + " at " + text);
+    }
+    void begun(const char* key, const char* value) override { lines.push_back(std::string(key) + " = " + value); }
+    void ended(const char* value) override {
+        lines.push_back(std::string("stored ") + (value != nullptr ? value : "(nothing)"));
+    }
+
+    std::vector<std::string> lines;
+};
+
+bool observe(KRSResolveObserver& observer, const std::string& text) {
+    AddDelSet set;
+    set.observer = &observer;
+    RWCString resolved(text.c_str());
+    return KRSRuntimeResolve(set, resolved);
+}
+
+// Why the resolution of `text` fails, and where; the text's beginning will do.
+std::string failureOf(const std::string& text) {
+    struct : KRSResolveObserver {
+        void found(const KRSReference&) override {}
+        void resolved(const char*) override {}
+        void failed(KRSResolveFailure why, const char* at) override {
+            note = nameOf(why) + std::string(" at ") + std::string(at).substr(0, 10);
+        }
+        std::string note;
+    } observer;
+    EXPECT_FALSE(observe(observer, text));
+    return observer.note;
+}
+
+TEST(KRSResolveObserver, IsToldOfEachReferenceAndItsExpandedValue) {
+    const Settings settings("A = <#(B)>\nB = b\n");
+    const ScopedEnv x("KRENV_TEST_X", "env");
+    Notes notes;
+    EXPECT_TRUE(observe(notes, "1#(A)2$(KRENV_TEST_X)#(MISSING)"));
+    EXPECT_THAT(notes.lines, ElementsAre("found #(A) in 1#(A)2$(KRENV_TEST_X)#(MISSING) #A = <#(B)>",  //
+                                         "found #(B) in <#(B)> #B = b",                                //
+                                         "resolved b",                                                 //
+                                         "resolved <b>",                                               //
+                                         "found $(KRENV_TEST_X) in 1<b>2$(KRENV_TEST_X)#(MISSING) $KRENV_TEST_X = env",
+                                         "resolved env",                                              //
+                                         "found #(MISSING) in 1<b>2env#(MISSING) #MISSING = (none)",  //
+                                         "resolved "));
+}
+
+TEST(KRSResolveObserver, IsToldNothingOfATextWithoutReference) {
+    Notes notes;
+    EXPECT_TRUE(observe(notes, "plain"));
+    EXPECT_THAT(notes.lines, ElementsAre());
+}
+
+TEST(KRSResolveObserver, IsToldWhyAResolutionFails) {
+    std::string chain;
+    for (int i = 0; i < 600; ++i) chain += "C" + std::to_string(i) + " = #(C" + std::to_string(i + 1) + ")\n";
+    const Settings settings(chain + "A = #(B)\nB = #(A)\nLONG = " + repeated("x", 600'000) + "\nNOTHING =\n");
+    EXPECT_EQ("cycle at #(A)", failureOf("#(A)"));
+    EXPECT_EQ("levels at #(C512)", failureOf("#(C0)"));
+    EXPECT_EQ("text length at xxxxxxxxxx", failureOf("#(LONG)#(LONG)"));
+    EXPECT_EQ("text length at #(NOTHING)", failureOf(repeated("#(NOTHING)", 110'000)));
+    EXPECT_EQ("substitutions at #(NOTHING)", failureOf(repeated("#(NOTHING)", 66'000)));
+    EXPECT_EQ("searching at xxxxxxxxxx", failureOf(repeated("x", 500'000) + repeated("#(NOTHING)", 1'000)));
+}
+
+TEST(KRSResolveObserver, MayThrowAndLeavesTheResolverUsable) {
+    class Thrower : public Notes {
+        void found(const KRSReference&) override { throw std::runtime_error("enough"); }
+    };
+    const Settings settings("A = v\n");
+    Thrower thrower;
+    EXPECT_THROW(observe(thrower, "#(A)"), std::runtime_error);
+    EXPECT_EQ("v", atRunTime("#(A)"));
+}
+
+TEST(KRSLoadObserver, IsToldOfEachEntryWhileAFileIsLoaded) {
+    const Settings settings;
+    const TempDir dir;
+    LogCapture log;
+    const ScopedEnv loop("KRENV_TEST_LOOP", "${KRENV_TEST_LOOP}");
+    const std::string path = dir.writeFile("pressmark.ini", "[s]\nA = a\nB = #{s.A}$(X)\nA = ${KRENV_TEST_LOOP}\n");
+    Notes notes;
+    ASSERT_EQ(1, KRELoadIniFile(path.c_str(), &notes));
+    EXPECT_THAT(notes.lines,
+                ElementsAre("s.A = a", "stored a",                                                    //
+                            "s.B = #{s.A}$(X)", "found #{s.A} in #{s.A}$(X) #s.A = a", "resolved a",  //
+                            "stored a$(X)",                                                           //
+                            "s.A = ${KRENV_TEST_LOOP}",                                               //
+                            "found ${KRENV_TEST_LOOP} in ${KRENV_TEST_LOOP} $KRENV_TEST_LOOP = ${KRENV_TEST_LOOP}",
+                            "failed cycle at ${KRENV_TEST_LOOP}", "stored (nothing)"));
+}
+
+TEST(KRSLoadObserver, WatchesOneLoadOnly) {
+    const Settings settings;
+    const TempDir dir;
+    const std::string path = dir.writeFile("pressmark.ini", "A = a\nB = #{A}\n");
+    Notes notes;
+    ASSERT_EQ(1, KRELoadIniFile(path.c_str(), &notes));
+    const std::size_t told = notes.lines.size();
+    ASSERT_EQ(1, KRELoadIniFile(path.c_str()));
+    EXPECT_STREQ("a", KRSLoadFilter("B", "#{A}"));
+    EXPECT_EQ(told, notes.lines.size());
+}
+
+TEST(KRSLoadObserver, WhatItThrowsPassesThroughAndEndsTheWatch) {
+    class Thrower : public Notes {
+        void begun(const char*, const char*) override { throw std::runtime_error("enough"); }
+    };
+    const Settings settings;
+    const TempDir dir;
+    const std::string path = dir.writeFile("pressmark.ini", "A = a\n");
+    Thrower thrower;
+    EXPECT_THROW(KRELoadIniFile(path.c_str(), &thrower), std::runtime_error);
+    EXPECT_EQ(1, KRELoadIniFile(path.c_str()));
 }
 
 // --- KRSLoadFilter --------------------------------------------------------------------------------------------------

@@ -491,3 +491,66 @@ TEST_F(KRSEntryTest, PastTheEndIsUntouched) {
     EXPECT_EQ(7, entry.line);
     EXPECT_FALSE(KRSGetEntry(table, 0, nullptr));
 }
+
+// --- lines ----------------------------------------------------------------------------------------------------------
+
+namespace {
+
+// "LINE:KEYCOLUMN KEY=VALUECOLUMN VALUE" for an entry, "LINE:COLUMN ERROR" for a refused line, else "LINE TEXT".
+std::string described(const KRSLine& line) {
+    const std::string number = std::to_string(line.number);
+    if (line.error != nullptr) return number + ":" + std::to_string(line.errorColumn) + " " + line.error;
+    if (line.key == nullptr) return number + " " + std::string(line.text);
+    return number + ":" + std::to_string(line.keyColumn) + " " + line.key + "=" + std::to_string(line.valueColumn) +
+           " " + line.value;
+}
+
+std::vector<std::string> linesOf(const std::string& path) {
+    std::vector<std::string> lines;
+    EXPECT_NE(0, KRSReadLines(path.c_str(), [&](const KRSLine& line) { lines.push_back(described(line)); }))
+        << KRSLoadError();
+    return lines;
+}
+
+}  // namespace
+
+TEST(KRSReadLines, TellsWhereKeysAndValuesStand) {
+    const TempDir dir;
+    EXPECT_THAT(linesOf(dir.writeFile("a.ini", "\357\273\277A=1\r\n\n; c\n [S]\n\tB =\t\" x \" \nC=\nD=\"\"")),
+                ElementsAre("1:1 A=3 1", "2 ", "3 ; c", "4  [S]", "5:2 S.B=7  x ", "6:1 S.C=3 ", "7:1 S.D=4 "));
+    EXPECT_THAT(linesOf(dir.writeFile("a.ini", "")), IsEmpty());
+}
+
+TEST(KRSReadLines, GivesTheLineAsItStands) {
+    const TempDir dir;
+    std::vector<std::string> texts;
+    const std::string path = dir.writeFile("a.ini", std::string(" A = \"x\" \r\n[S]\nB\0C\n=\n", 20));
+    KRSReadLines(path.c_str(), [&](const KRSLine& line) { texts.emplace_back(line.text); });
+    EXPECT_THAT(texts, ElementsAre(" A = \"x\" ", "[S]", std::string("B\0C", 3), "="));
+}
+
+TEST(KRSReadLines, GoesOnBehindLinesThatAreRefused) {
+    const TempDir dir;
+    EXPECT_THAT(linesOf(dir.writeFile("a.ini", "[S]\nA\n[T\n[U] x\n =1\nB=2\n")),
+                ElementsAre("1 [S]", "2:1 missing '=', expected KEY = value",
+                            "3:1 missing ']' after the section name, expected [name]",
+                            "4:5 unexpected text after ']', expected [name] alone",
+                            "5:2 missing key before '=', expected KEY = value", "6:1 S.B=3 2"));
+}
+
+TEST(KRSReadLines, FailsWhereTheFileCannotBeRead) {
+    const auto never = [](const KRSLine&) { ADD_FAILURE(); };
+    EXPECT_EQ(0, KRSReadLines("/no/such/file", never));
+    EXPECT_STREQ("/no/such/file: cannot open the file: No such file or directory", KRSLoadError());
+    EXPECT_EQ(0, KRSReadLines(nullptr, never));
+    EXPECT_STREQ("no path given", KRSLoadError());
+}
+
+TEST(KRSReadLines, WhatTheVisitorThrowsPassesThrough) {
+    const TempDir dir;
+    const std::string path = dir.writeFile("a.ini", "A=1\n");
+    EXPECT_THROW(KRSReadLines(path.c_str(), [](const KRSLine&) { throw std::runtime_error("visitor"); }),
+                 std::runtime_error);
+    EXPECT_EQ(0, KRSReadLines(path.c_str(), [](const KRSLine&) { throw std::bad_alloc(); }));
+    EXPECT_EQ(path + ": not enough memory", KRSLoadError());
+}

@@ -22,6 +22,8 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
+#include <string_view>
 
 #include "KrfExport.h"
 
@@ -67,3 +69,25 @@ KRF_EXPORT std::size_t KRSEntryCount(int handle);
 /// The entry at `index` in the order of loading, file order within one load. False, and `entry` untouched, past the
 /// end, for a handle that names no table and for a null `entry`.
 KRF_EXPORT bool KRSGetEntry(int handle, std::size_t index, KRSEntry* entry);
+
+// --- for tools that show a file's user what it means ----------------------------------------------------------------
+
+/// One line of a settings file, as KRSLoad reads it. The texts live as long as the visitor's call. Columns count bytes
+/// from 1, as in KRSLoadError.
+struct KRSLine {
+    int number;               ///< from 1
+    std::string_view text;    ///< the line as it stands, without its end
+    const char* key;          ///< the key as it is stored, its section in front; null when the line holds no entry
+    const char* value;        ///< the value as the file has it, before any filter; null likewise
+    std::size_t keyColumn;    ///< where the key begins in the line
+    std::size_t valueColumn;  ///< where the value begins, behind an opening quote
+    const char* error;        ///< why KRSLoad refuses the file at this line; null when it does not
+    std::size_t errorColumn;  ///< where, if so
+};
+using KRSLineVisitor = std::function<void(const KRSLine&)>;
+
+/// Hands every line of the file `path` to `visitor`, also those behind a line that KRSLoad would refuse; nothing is
+/// stored. Non-zero when the file was read to its end, whatever its lines hold. 0 when it cannot be read;
+/// KRSLoadError() tells why. What the visitor throws passes through, except std::bad_alloc and std::length_error, which
+/// are a failure. Any number of threads may read at once.
+KRF_EXPORT int KRSReadLines(const char* path, const KRSLineVisitor& visitor);

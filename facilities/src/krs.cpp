@@ -39,9 +39,14 @@ struct LoadFailure {
     throw LoadFailure{": " + std::string(what) + ": " + std::generic_category().message(error)};
 }
 
-[[noreturn]] void failAt(int line, std::size_t column, const char* reason) {
-    throw LoadFailure{":" + std::to_string(line) + ":" + std::to_string(column) + ": " + reason};
-}
+// Thrown for a line that the grammar refuses.
+struct LineFailure {
+    int line;
+    std::size_t column;
+    const char* reason;
+
+    std::string text() const { return ":" + std::to_string(line) + ":" + std::to_string(column) + ": " + reason; }
+};
 
 // --- reading --------------------------------------------------------------------------------------------------------
 
@@ -173,8 +178,9 @@ struct Line {
     int number;
 
     [[noreturn]] void fail(const char* at, const char* reason) const {
-        failAt(number, static_cast<std::size_t>(at - begin) + 1, reason);
+        throw LineFailure{number, columnOf(at), reason};
     }
+    std::size_t columnOf(const char* at) const { return static_cast<std::size_t>(at - begin) + 1; }
 };
 
 char* skipBlanks(char* begin, char* end) { return std::find_if_not(begin, end, isBlank); }
@@ -200,22 +206,33 @@ struct ParsedEntry {
 // composed.
 class Parser {
 public:
-    explicit Parser(FileText text) : text_(text.bytes.get()), end_(text_ + text.length) {
+    explicit Parser(FileText text) : at_(text.bytes.get()), end_(at_ + text.length) {
         arena_.adopt(std::move(text.bytes), text.length);
         skipByteOrderMark();
-        const auto lines = std::count(text_, end_, '\n') + 1;
-        entries_.reserve(static_cast<std::size_t>(std::min(lines, std::count(text_, end_, '='))));
+        const auto lines = std::count(at_, end_, '\n') + 1;
+        entries_.reserve(static_cast<std::size_t>(std::min(lines, std::count(at_, end_, '='))));
     }
 
     void parse() {
-        int number = 0;
-        for (char* begin = text_; begin != end_;) {
-            auto* lineEnd = static_cast<char*>(std::memchr(begin, '\n', static_cast<std::size_t>(end_ - begin)));
-            char* const next = lineEnd != nullptr ? lineEnd + 1 : end_;
-            if (lineEnd == nullptr) lineEnd = end_;
-            if (lineEnd != begin && lineEnd[-1] == '\r') --lineEnd;
-            parseLine({begin, lineEnd, ++number});
-            begin = next;
+        while (at_ != end_) parseLine(nextLine());
+    }
+
+    // Goes on behind lines that the grammar refuses.
+    void visit(const KRSLineVisitor& visitor) {
+        std::string original;
+        while (at_ != end_) {
+            const Line line = nextLine();
+            original.assign(line.begin, line.end);  // parsing ends keys and values in place
+            KRSLine visited{line.number, original, nullptr, nullptr, 0, 0, nullptr, 0};
+            try {
+                const std::size_t before = entries_.size();
+                parseLine(line);
+                if (entries_.size() > before) describeEntry(line, &visited);
+            } catch (const LineFailure& failure) {
+                visited.error = failure.reason;
+                visited.errorColumn = failure.column;
+            }
+            visitor(visited);
         }
     }
 
@@ -223,10 +240,27 @@ public:
     Arena takeTexts() { return std::move(arena_); }
 
 private:
+    Line nextLine() {
+        char* const begin = at_;
+        auto* lineEnd = static_cast<char*>(std::memchr(begin, '\n', static_cast<std::size_t>(end_ - begin)));
+        at_ = lineEnd != nullptr ? lineEnd + 1 : end_;
+        if (lineEnd == nullptr) lineEnd = end_;
+        if (lineEnd != begin && lineEnd[-1] == '\r') --lineEnd;
+        return {begin, lineEnd, ++number_};
+    }
+
+    void describeEntry(const Line& line, KRSLine* visited) const {
+        const ParsedEntry& entry = entries_.back();
+        visited->key = entry.key;
+        visited->value = entry.value;
+        visited->keyColumn = line.columnOf(skipBlanks(line.begin, line.end));
+        visited->valueColumn = line.columnOf(entry.value);
+    }
+
     void skipByteOrderMark() {
         constexpr std::string_view mark = "\xef\xbb\xbf";
-        if (std::string_view(text_, static_cast<std::size_t>(end_ - text_)).substr(0, mark.size()) == mark)
-            text_ += mark.size();
+        if (std::string_view(at_, static_cast<std::size_t>(end_ - at_)).substr(0, mark.size()) == mark)
+            at_ += mark.size();
     }
 
     void parseLine(const Line& line) {
@@ -276,8 +310,9 @@ private:
         return arena_.store(section_, {begin, static_cast<std::size_t>(end - begin)});
     }
 
-    char* text_;
+    char* at_;  // the next line
     char* end_;
+    int number_ = 0;  // of the line before
     Arena arena_;
     std::string section_;  // with the dot behind it
     std::vector<ParsedEntry> entries_;
@@ -521,6 +556,28 @@ void load(const char* path, int handle, KRSFilter filter) {
     table->load(std::move(parser), filter);
 }
 
+// Runs what reads the file `path`. 1; after a failure, 0 and KRSLoadError's text.
+template <class Reading>
+int noteFailure(const char* path, Reading reading) {
+    if (path == nullptr || *path == '\0') {
+        lastLoadError = "no path given";
+        return 0;
+    }
+    try {
+        reading();
+        return 1;
+    } catch (const LoadFailure& failure) {
+        lastLoadError = path + failure.reason;
+    } catch (const LineFailure& failure) {
+        lastLoadError = path + failure.text();
+    } catch (const std::bad_alloc&) {
+        lastLoadError = path + std::string(": not enough memory");
+    } catch (const std::length_error&) {
+        lastLoadError = path + std::string(": not enough address space");
+    }
+    return 0;
+}
+
 }  // namespace
 
 int KRSCreateTable() {
@@ -532,21 +589,7 @@ int KRSCreateTable() {
 }
 
 int KRSLoad(const char* path, int handle, KRSFilter filter) {
-    if (path == nullptr || *path == '\0') {
-        lastLoadError = "no path given";
-        return 0;
-    }
-    try {
-        load(path, handle, filter);
-        return 1;
-    } catch (const LoadFailure& failure) {
-        lastLoadError = path + failure.reason;
-    } catch (const std::bad_alloc&) {
-        lastLoadError = path + std::string(": not enough memory");
-    } catch (const std::length_error&) {
-        lastLoadError = path + std::string(": not enough address space");
-    }
-    return 0;
+    return noteFailure(path, [=] { load(path, handle, filter); });
 }
 
 const char* KRSLoadError() { return lastLoadError.c_str(); }
@@ -570,4 +613,8 @@ bool KRSGetEntry(int handle, std::size_t index, KRSEntry* entry) {
     if (table == nullptr || entry == nullptr || index >= table->entries().size()) return false;
     *entry = table->entries()[index];
     return true;
+}
+
+int KRSReadLines(const char* path, const KRSLineVisitor& visitor) {
+    return noteFailure(path, [&] { Parser(readFile(path)).visit(visitor); });
 }
