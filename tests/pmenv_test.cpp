@@ -903,9 +903,8 @@ TEST_F(PmenvHelp, EveryCommandHasExamples) {
 
 TEST_F(PmenvHelp, ManualPageNamesEveryCommandAndOption) {
     if (access("/usr/bin/man", X_OK) != 0) GTEST_SKIP() << "there is no man on this machine";
-    const ProgramResult page =
-        runProgram({"/usr/bin/man", "--warnings", "-Tutf8", "-P", "cat", "-l", std::string(PMENV_SOURCE) + "/pmenv.1"},
-                   {{"MANWIDTH", "100"}, {"LC_ALL", "C.UTF-8"}});
+    const ProgramResult page = runProgram({"/usr/bin/man", "--warnings", "-Tutf8", "-P", "cat", "-l", PMENV_PAGE},
+                                          {{"MANWIDTH", "100"}, {"LC_ALL", "C.UTF-8"}});
     ASSERT_EQ(page.status, 0) << page.err;
     EXPECT_EQ(page.err, "");
     const std::string text = std::regex_replace(page.out, std::regex("\x1b\\[[0-9;]*m|.\b"), "");
