@@ -47,3 +47,11 @@ endforeach()
 file(GLOB scripts CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/*/*.sh)
 krenv_check(shellcheck shellcheck dev .ci/run ${scripts})
 krenv_check(docs.reference ${CMAKE_COMMAND} -E env KRENV_DOCS_DIR=${PROJECT_BINARY_DIR}/docs doxygen docs/Doxyfile)
+
+# Each page, run by a reader with the installed package.
+file(GLOB pages CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/*.md ${PROJECT_SOURCE_DIR}/docs/*.md)
+foreach(page IN LISTS pages)
+  get_filename_component(name ${page} NAME_WE)
+  krenv_check(docs.${name} ${CMAKE_CURRENT_SOURCE_DIR}/docs_test.sh ${page} ${PROJECT_BINARY_DIR})
+endforeach()
+krenv_check(docs.self ${CMAKE_CURRENT_SOURCE_DIR}/docs_test.sh --self ${PROJECT_BINARY_DIR})
