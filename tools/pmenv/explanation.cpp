@@ -23,7 +23,7 @@ using Expanded = ExplainedValue::Expanded;
 constexpr std::size_t kMostValues = 200;
 constexpr std::size_t kMostLevels = 20;
 constexpr std::size_t kMostLines = 10;
-constexpr std::uint64_t kMostComparisons = 1'000'000'000;  // of letters, about a second
+constexpr std::uint64_t kMostComparisons = 100'000'000;  // of letters, for suggestions; about a second
 
 void add(Lines& lines, int line) {
     if (lines.lines.size() < kMostLines) {

@@ -31,7 +31,7 @@ struct ExplainedValue {
     // Of a reference; the root has none.
     std::optional<Excerpt> reference;  ///< as it is written
     Expanded expanded = Expanded::AtRead;
-    std::optional<Place> writtenAt;  ///< none when it was formed by a substitution
+    std::optional<Place> writtenAt;  ///< none for one that a substitution put in or formed
 
     Source source = Source::Nowhere;
     std::optional<Place> place;         ///< of a setting's value

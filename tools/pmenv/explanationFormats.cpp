@@ -111,7 +111,7 @@ void TreeText::addNotes(const ExplainedValue& value, const std::string& indent) 
 }
 
 void TreeText::addStep(const ExplainedValue& step, const std::string& indent) {
-    std::string where = ", formed by a substitution";
+    std::string where = ", from a substitution";
     if (step.writtenAt) {
         where = step.writtenAt->line > 0 ? " at " + std::to_string(step.writtenAt->line) + ":" : " at column ";
         where += std::to_string(step.writtenAt->column);
