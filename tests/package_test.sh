@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs the built package into an empty directory, builds examples/host against it as an outside project would, and
-# runs that with a pressmark.ini beside it.
+# Installs the built package into an empty directory, builds examples/host (and with CMake examples/explain) against it as
+# an outside project would, and runs that with a pressmark.ini beside it.
 #
 #   package_test.sh cmake|pkg-config BUILD-DIRECTORY EXAMPLES-DIRECTORY
 set -euo pipefail
@@ -23,6 +23,12 @@ case $method in
         cmake -G Ninja -S "$examples/host" -B "$work/host" -DCMAKE_PREFIX_PATH="$work/prefix" \
             -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="$flags" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
         cmake --build "$work/host" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+        cmake -G Ninja -S "$examples/explain" -B "$work/explain" -DCMAKE_PREFIX_PATH="$work/prefix" \
+            -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="$flags" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+        cmake --build "$work/explain" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+        steps=$(HOME=/home/guest "$work/explain/explain" "$examples/pressmark.ini" WORK_DIR)
+        [[ $steps == *'  ${HOME}, process variable: /home/guest'*'WORK_DIR = /home/guest/pressmark' ]] ||
+            { echo "the explain program printed: $steps" >&2; exit 1; }
         ;;
     pkg-config)
         mkdir "$work/host"
