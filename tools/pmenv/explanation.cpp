@@ -214,9 +214,8 @@ void read(Explanation& explanation, const ObservedSettings& settings, TreeBuilde
     explanation.value = resolved.data();
 }
 
-// What a value may be long is the library's to say.
-void refuseTooLong(Explanation& explanation, const char* answer) {
-    if (!explanation.value || answer != nullptr) return;
+// The references were replaced, but the library has no answer.
+void refuseTooLong(Explanation& explanation) {
     explanation.failure = ExplainedFailure{Reason::TooLong, false, explanation.value->size()};
     explanation.value.reset();
     explanation.root.value.reset();
@@ -254,7 +253,7 @@ Explanation explainSetting(const ObservedSettings& settings, const std::string& 
     } else if (entry) {
         explanation.root = tree.setting(*entry);
         read(explanation, settings, tree, KRSGetValue(nEnvSettings::gPressmarkIniTable(), name.c_str()), entry);
-        refuseTooLong(explanation, env.KREGetEnvValue(name.c_str()));
+        if (explanation.value && env.KREGetEnvValue(name.c_str()) == nullptr) refuseTooLong(explanation);
     } else {
         explainAbsent(explanation, settings, tree);
     }
@@ -268,6 +267,6 @@ Explanation explainText(const ObservedSettings& settings, const std::string& tex
     TreeBuilder tree(settings);
     read(explanation, settings, tree, text.c_str(), std::nullopt);
     KREnvContainerClass env;
-    refuseTooLong(explanation, env.KRERuntimeResolve(text.c_str()));
+    if (explanation.value && env.KRERuntimeResolve(text.c_str()) == nullptr) refuseTooLong(explanation);
     return explanation;
 }

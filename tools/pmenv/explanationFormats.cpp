@@ -1,7 +1,9 @@
 #include "explanationFormats.h"
 
 #include <algorithm>
+#include <set>
 #include <string_view>
+#include <utility>
 
 #include "nearest.h"
 #include "text.h"
@@ -43,6 +45,7 @@ private:
     void addValue(const ExplainedValue& value, const std::string& indent);
     void addNotes(const ExplainedValue& value, const std::string& indent);
     void addStep(const ExplainedValue& step, const std::string& indent);
+    bool isShown(const ExplainedValue& step);
     void addFailure(const ExplainedFailure& failure);
     void addChain(const ExplainedFailure& failure);
     void addLine(const std::string& indent, const char* label, const std::string& text);
@@ -55,6 +58,7 @@ private:
     const Style& style_;
     std::optional<std::size_t> width_;
     std::string text_;
+    std::set<std::pair<std::string, int>> shown_;  // references with steps of their own, and the line of what they name
 };
 
 constexpr std::size_t kLabelWidth = 8;
@@ -110,6 +114,12 @@ void TreeText::addNotes(const ExplainedValue& value, const std::string& indent) 
     if (value.hidden) addLine(indent, "note", "hides the setting in " + inFile(explanation_.file, *value.hidden));
 }
 
+// What a setting becomes, and how, is the same each time that it is referred to.
+bool TreeText::isShown(const ExplainedValue& step) {
+    if (step.steps.empty() || !step.place || !step.value) return false;
+    return !shown_.insert({step.reference->text, step.place->line}).second;
+}
+
 void TreeText::addStep(const ExplainedValue& step, const std::string& indent) {
     std::string where = ", from a substitution";
     if (step.writtenAt) {
@@ -117,8 +127,13 @@ void TreeText::addStep(const ExplainedValue& step, const std::string& indent) {
         where += std::to_string(step.writtenAt->column);
     }
     const char* const when = step.expanded == Expanded::AtLoad ? ", when loaded: " : ", when read: ";
-    text_ += indent + "├─ " + style_.bold(nameText(*step.reference)) + where + style_.dim(when) + source(step) + "\n";
-    addValue(step, indent + "│  ");
+    text_ += indent + "├─ " + style_.bold(nameText(*step.reference)) + where + style_.dim(when) + source(step);
+    if (isShown(step)) {
+        text_ += ", as above\n";
+    } else {
+        text_ += "\n";
+        addValue(step, indent + "│  ");
+    }
     const std::string end = indent + "│  └ ";
     text_ += step.value ? labelled(end, "value", *step.value) : end + "no value\n";
 }
@@ -173,7 +188,7 @@ std::string TreeText::source(const ExplainedValue& value) const {
 std::string TreeText::shortened(const Excerpt& excerpt, std::size_t columnsBefore) const {
     const std::size_t columns = width_ ? *width_ - std::min(*width_, columnsBefore) : kWidestText;
     const std::string whole = shown(excerpt.text);
-    const std::string text = cutToWidth(whole, std::clamp(columns, kNarrowestText, kWidestText));
+    std::string text = cutToWidth(whole, std::clamp(columns, kNarrowestText, kWidestText));
     if (width_ || (text.size() == whole.size() && excerpt.isWhole())) return text;
     return text + " (" + grouped(excerpt.length) + " characters)";
 }
