@@ -27,7 +27,7 @@ case $method in
             -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="$flags" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
         cmake --build "$work/explain" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
         steps=$(HOME=/home/guest "$work/explain/explain" "$examples/pressmark.ini" WORK_DIR)
-        [[ $steps == *'  ${HOME}, process variable: /home/guest'*'WORK_DIR = /home/guest/pressmark' ]] ||
+        [[ $steps == *'{HOME}, process variable: /home/guest'*'WORK_DIR = /home/guest/pressmark' ]] ||
             { echo "the explain program printed: $steps" >&2; exit 1; }
         ;;
     pkg-config)

@@ -229,6 +229,13 @@ TEST_F(PmenvExplainLimits, TerminalHasColourAndCutsAllButTheFinalText) {
     EXPECT_THAT(run.output(), HasSubstr("└ value   \x1b[32m" + longText + "\x1b[0m\r\n"));
 }
 
+TEST_F(PmenvExplainLimits, NamesCannotSteerTheTerminal) {
+    const ProgramResult outcome = explain("NAME\x1b[1m = 1\nA = #(NAME\x1b[1n)\n", {"A"});
+    EXPECT_THAT(outcome.out, HasSubstr("#(NAME\\x1b[1n) at 2:5"));
+    EXPECT_THAT(outcome.out, HasSubstr("did you mean 'NAME\\x1b[1m'?\n"));
+    EXPECT_THAT(outcome.out, Not(HasSubstr("\x1b")));
+}
+
 TEST(PmenvExplain, HasNoColourUnderNoColor) {
     std::map<std::string, const char*> variables = environmentOfTests();
     variables["NO_COLOR"] = "1";

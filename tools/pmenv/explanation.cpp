@@ -58,8 +58,8 @@ public:
     ExplainedValue setting(std::size_t index, std::size_t level = 0);
     void addSteps(ExplainedValue& value, const std::vector<ObservedStep>& steps, Around around, Expanded expanded,
                   std::size_t level);
-    // Tells of a name that is not defined what may help.
-    void describeMissing(ExplainedValue& value, const std::string& name, bool isVariable, std::size_t line);
+    // Tells of a name that is not defined what may help; `line` is where it was looked for while the file was loaded.
+    void describeMissing(ExplainedValue& value, const std::string& name, bool isVariable, int line);
 
     Place placeOf(std::size_t index) const {
         return {settings_.entries()[index].line, settings_.entries()[index].column};
@@ -118,7 +118,7 @@ ExplainedValue TreeBuilder::step(const ObservedStep& step, Around around, Expand
         value.raw = step.value;
     } else {
         const bool atLoad = around.entry != nullptr && expanded == Expanded::AtLoad;
-        describeMissing(value, step.name, step.isVariable, atLoad ? static_cast<std::size_t>(around.entry->line) : 0);
+        describeMissing(value, step.name, step.isVariable, atLoad ? around.entry->line : 0);
     }
     value.reference = step.written;
     value.expanded = expanded;
@@ -137,14 +137,14 @@ std::optional<Place> TreeBuilder::writtenAt(const ObservedStep& step, Around aro
     return Place{around.entry->line, around.entry->column + *position};
 }
 
-void TreeBuilder::describeMissing(ExplainedValue& value, const std::string& name, bool isVariable, std::size_t line) {
+void TreeBuilder::describeMissing(ExplainedValue& value, const std::string& name, bool isVariable, int line) {
     value.source = Source::Nowhere;
     if (name.empty()) return;
     if (!isVariable) {
         for (const std::size_t index : settings_.entriesOf(name)) {
             const ObservedEntry& entry = settings_.entries()[index];
             if (!entry.stored) add(value.leftOut, entry.line);
-            const bool below = line > 0 && static_cast<std::size_t>(entry.line) >= line;
+            const bool below = line > 0 && entry.line >= line;
             if (below && entry.stored && value.definedBelow == 0) value.definedBelow = entry.line;
         }
     }

@@ -84,9 +84,7 @@ std::string TreeText::compose() {
 // All but the value that it became.
 void TreeText::addValue(const ExplainedValue& value, const std::string& indent) {
     const bool hasSteps = !value.steps.empty() || value.stepsLeftOut > 0;
-    if (hasSteps || !value.value) {
-        if (value.raw) text_ += labelled(indent + "│ ", "text", *value.raw);
-    }
+    if (value.raw && (hasSteps || !value.value)) text_ += labelled(indent + "│ ", "text", *value.raw);
     addNotes(value, indent + "│ ");
     const auto isLoad = [](const ExplainedValue& step) { return step.expanded == Expanded::AtLoad; };
     const auto firstRead = std::find_if_not(value.steps.begin(), value.steps.end(), isLoad);
@@ -182,7 +180,7 @@ std::string TreeText::source(const ExplainedValue& value) const {
             break;
     }
     if (value.definedBelow > 0) return "not defined yet, comes in line " + std::to_string(value.definedBelow);
-    return style_.yellow("not defined anywhere") + didYouMean(value.nearest);
+    return style_.yellow("not defined anywhere") + printable(didYouMean(value.nearest));
 }
 
 std::string TreeText::shortened(const Excerpt& excerpt, std::size_t columnsBefore) const {
