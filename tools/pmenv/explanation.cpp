@@ -25,7 +25,7 @@ constexpr std::size_t kMostLevels = 20;
 constexpr std::size_t kMostLines = 10;
 constexpr std::uint64_t kMostComparisons = 100'000'000;  // of letters, for suggestions; about a second
 
-void add(Lines& lines, int line) {
+void add(LineList& lines, int line) {
     if (lines.lines.size() < kMostLines) {
         lines.lines.push_back(line);
     } else {
@@ -61,13 +61,13 @@ public:
     // Tells of a name that is not defined what may help; `line` is where it was looked for while the file was loaded.
     void describeMissing(ExplainedValue& value, const std::string& name, bool isVariable, int line);
 
-    Place placeOf(std::size_t index) const {
+    FilePlace placeOf(std::size_t index) const {
         return {settings_.entries()[index].line, settings_.entries()[index].column};
     }
 
 private:
     ExplainedValue step(const ObservedStep& step, Around around, Expanded expanded, std::size_t level);
-    static std::optional<Place> writtenAt(const ObservedStep& step, Around around);
+    static std::optional<FilePlace> writtenAt(const ObservedStep& step, Around around);
     const std::vector<std::string>& suggestions(const std::string& name, bool isVariable);
 
     const ObservedSettings& settings_;
@@ -129,12 +129,12 @@ ExplainedValue TreeBuilder::step(const ObservedStep& step, Around around, Expand
     return value;
 }
 
-std::optional<Place> TreeBuilder::writtenAt(const ObservedStep& step, Around around) {
+std::optional<FilePlace> TreeBuilder::writtenAt(const ObservedStep& step, Around around) {
     std::optional<std::size_t> position = step.position;
     if (around.stored && position) position = around.entry->load.origins.originOf(*position, step.written.length);
     if (!position) return std::nullopt;
-    if (around.entry == nullptr) return Place{0, *position + 1};
-    return Place{around.entry->line, around.entry->column + *position};
+    if (around.entry == nullptr) return FilePlace{0, *position + 1};
+    return FilePlace{around.entry->line, around.entry->column + *position};
 }
 
 void TreeBuilder::describeMissing(ExplainedValue& value, const std::string& name, bool isVariable, int line) {
@@ -184,7 +184,7 @@ Reason reasonOf(KRSResolveFailure why) {
 ExplainedFailure failureOf(const ObservedFailure& observed, const TreeBuilder& tree, bool atLoad) {
     ExplainedFailure failure{reasonOf(observed.why), atLoad};
     for (const ObservedLink& link : observed.chain) {
-        std::optional<Place> place;
+        std::optional<FilePlace> place;
         if (link.entry) place = tree.placeOf(*link.entry);
         failure.chain.push_back({link.name, link.isVariable, place, link.text});
     }

@@ -12,13 +12,13 @@
 #include "observedSettings.h"
 
 /// A place in the settings file, or with line 0 in the text or the process variable around it. Counted from 1.
-struct Place {
+struct FilePlace {
     int line;
     std::size_t column;
 };
 
-/// Lines of the settings file, the first ones of many.
-struct Lines {
+/// LineList of the settings file, the first ones of many.
+struct LineList {
     std::vector<int> lines;
     std::size_t more = 0;
 };
@@ -31,20 +31,20 @@ struct ExplainedValue {
     // Of a reference; the root has none.
     std::optional<Excerpt> reference;  ///< as it is written
     Expanded expanded = Expanded::AtRead;
-    std::optional<Place> writtenAt;  ///< none for one that a substitution put in or formed
+    std::optional<FilePlace> writtenAt;  ///< none for one that a substitution put in or formed
 
     Source source = Source::Nowhere;
-    std::optional<Place> place;         ///< of a setting's value
+    std::optional<FilePlace> place;     ///< of a setting's value
     std::optional<Excerpt> raw;         ///< the value as it is at its source
     std::optional<Excerpt> stored;      ///< as it was stored when the file was loaded; of settings only
     std::vector<ExplainedValue> steps;  ///< the references in it, in the order in which they were replaced
     std::size_t stepsLeftOut = 0;       ///< how many more there are, at all levels below
     std::optional<Excerpt> value;       ///< what it became; none when that failed
 
-    Lines replaced;                    ///< earlier entries of the same key
-    Lines leftOut;                     ///< entries of that key that were left out when the file was loaded
+    LineList replaced;                 ///< earlier entries of the same key
+    LineList leftOut;                  ///< entries of that key that were left out when the file was loaded
     int definedBelow = 0;              ///< the line of the setting that did not exist yet
-    std::optional<Place> hidden;       ///< the setting that a run-time value hides
+    std::optional<FilePlace> hidden;   ///< the setting that a run-time value hides
     std::vector<std::string> nearest;  ///< names that are probably meant by one that is not defined
 };
 
@@ -54,7 +54,7 @@ struct ExplainedFailure {
     struct Link {
         Excerpt name;
         bool isVariable;
-        std::optional<Place> place;
+        std::optional<FilePlace> place;
         Excerpt text;
     };
 

@@ -21,7 +21,7 @@ std::string grouped(std::size_t number) {
     return digits;
 }
 
-std::string inFile(const std::string& file, const Place& place) {
+std::string inFile(const std::string& file, const FilePlace& place) {
     return file + ":" + std::to_string(place.line) + ":" + std::to_string(place.column);
 }
 
@@ -98,7 +98,7 @@ void TreeText::addValue(const ExplainedValue& value, const std::string& indent) 
     }
 }
 
-std::string linesText(const Lines& lines) {
+std::string linesText(const LineList& lines) {
     std::string text = lines.lines.size() + lines.more > 1 ? "lines " : "line ";
     for (std::size_t i = 0; i < lines.lines.size(); ++i) text += (i > 0 ? ", " : "") + std::to_string(lines.lines[i]);
     return text + (lines.more > 0 ? " and " + grouped(lines.more) + " more" : "");
@@ -198,7 +198,7 @@ std::string TreeText::labelled(const std::string& indent, const char* label, con
 
 // --- JSON -----------------------------------------------------------------------------------------------------------
 
-Json placeJson(const std::optional<Place>& place) {
+Json placeJson(const std::optional<FilePlace>& place) {
     if (!place) return nullptr;
     Json json = Json::object();
     if (place->line > 0) json["line"] = place->line;
@@ -212,7 +212,7 @@ void addExcerpt(Json& json, const std::string& name, const std::optional<Excerpt
     if (excerpt && !excerpt->isWhole()) json[name + "Length"] = excerpt->length;
 }
 
-void addLines(Json& json, const std::string& name, const Lines& lines) {
+void addLines(Json& json, const std::string& name, const LineList& lines) {
     if (lines.lines.empty()) return;
     json[name] = lines.lines;
     if (lines.more > 0) json[name + "More"] = lines.more;
