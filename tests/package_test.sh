@@ -66,6 +66,10 @@ build_with_pkg_config() { # EXAMPLE MODULE
 case $method in
     cmake)
         for project in "$examples"/*/CMakeLists.txt; do build_with_cmake "$(basename "$(dirname "$project")")"; done
+        steps=$(HOME=/home/guest "$work/explain/explain" "$examples/pressmark.ini" WORK_DIR)
+        # shellcheck disable=SC2016 # the reference as it is written
+        [[ $steps == *'  ${HOME}, process variable: /home/guest'*'WORK_DIR = /home/guest/pressmark' ]] ||
+            fail "the explain program printed: $steps"
         grep -qF "set(PACKAGE_VERSION \"$version\")" "$prefix/$libdir/cmake/krenv/krenvConfigVersion.cmake" ||
             fail "the CMake package is not version $version"
         ;;

@@ -828,9 +828,10 @@ TEST_F(Pmenv, FindsItselfWhenItsNameIsEmpty) {
 // --- help, manual page and completion -------------------------------------------------------------------------------
 
 const std::vector<Words>& allCommands() {
-    static const std::vector<Words> commands{
-        {"get"},         {"list"},     {"find"}, {"resolve"}, {"path", "split"}, {"path", "make"}, {"path", "shorten"},
-        {"path", "abs"}, {"identity"}, {"walk"}, {"report"},  {"stats"}};
+    static const std::vector<Words> commands{{"get"},         {"list"},          {"explain"},      {"find"},
+                                             {"resolve"},     {"path", "split"}, {"path", "make"}, {"path", "shorten"},
+                                             {"path", "abs"}, {"identity"},      {"walk"},         {"report"},
+                                             {"stats"}};
     return commands;
 }
 
@@ -934,6 +935,7 @@ TEST_F(PmenvHelp, CompletionOffersTheNamesOfSettings) {
     directory_.makeDirectory("other");
     directory_.writeFile("other/pressmark.ini", "KR_OTHER = 1\n");
     EXPECT_THAT(complete({"--ini", "other", "get"}, "KR_"), ElementsAre("KR_OTHER"));
+    EXPECT_THAT(complete({"explain"}, "KR_B"), ElementsAre("KR_BUILD"));
     EXPECT_THAT(complete({"--ini"}, "oth"), ElementsAre("other"));
     EXPECT_THAT(complete({"resolve"}, "M"), ElementsAre("MYDOCUMENTS"));
 }
