@@ -1,53 +1,51 @@
-# What is installed, and the archives made of it. An outside project finds it with find_package(krenv), which gives
-# krenv::krenv and krenv::facilities, or with `pkg-config krenv`.
+# What is installed, in three components: `runtime`, `development` and `tool`. The whole may lie anywhere and be moved.
+# An outside project finds it with find_package(krenv), which gives krenv::krenv and krenv::facilities, or with
+# `pkg-config krenv` and `pkg-config krfacilities`.
 set(krenv_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/krenv)
-
-install(TARGETS krenv EXPORT krenvTargets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY inc/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/krenv FILES_MATCHING PATTERN "*.h")
+set(krenv_libraries krenv)
+set(krenv_headers inc/)
 if(TARGET krfacilities)
-  install(TARGETS krfacilities EXPORT krenvTargets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-  install(DIRECTORY facilities/inc/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/krenv FILES_MATCHING PATTERN "*.h")
+  list(APPEND krenv_libraries krfacilities)
+  list(APPEND krenv_headers facilities/inc/)
+  set(krenv_requires krfacilities)
 endif()
 
-install(EXPORT krenvTargets NAMESPACE krenv:: DESTINATION ${krenv_package_dir})
+# --- The libraries ----------------------------------------------------------------------------------------------------
+
+install(TARGETS ${krenv_libraries} EXPORT krenvTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
+
+# --- What programs are built with -------------------------------------------------------------------------------------
+
+install(DIRECTORY ${krenv_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/krenv COMPONENT development
+  FILES_MATCHING PATTERN "*.h")
+
+install(EXPORT krenvTargets NAMESPACE krenv:: DESTINATION ${krenv_package_dir} COMPONENT development)
 configure_package_config_file(cmake/krenvConfig.cmake.in ${PROJECT_BINARY_DIR}/krenvConfig.cmake
   INSTALL_DESTINATION ${krenv_package_dir})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/krenvConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/krenvConfig.cmake ${PROJECT_BINARY_DIR}/krenvConfigVersion.cmake
-  DESTINATION ${krenv_package_dir})
-configure_file(cmake/krenv.pc.in ${PROJECT_BINARY_DIR}/krenv.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/krenv.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  DESTINATION ${krenv_package_dir} COMPONENT development)
+
+# The way from the directory of the .pc files to the top of what is installed.
+string(REGEX REPLACE "[^/]+" ".." krenv_up ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+foreach(library IN LISTS krenv_libraries)
+  configure_file(cmake/${library}.pc.in ${PROJECT_BINARY_DIR}/${library}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${library}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+endforeach()
+
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT development FILES_MATCHING PATTERN "*.md")
+install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)
+
+# --- pmenv ------------------------------------------------------------------------------------------------------------
 
 if(TARGET pmenv)
   set_target_properties(pmenv PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
-  install(TARGETS pmenv RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-  install(FILES tools/pmenv/pmenv.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-  install(FILES tools/pmenv/pmenv.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME pmenv)
+  install(TARGETS pmenv RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
+  configure_file(tools/pmenv/pmenv.1 ${PROJECT_BINARY_DIR}/pmenv.1 @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/pmenv.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
+  install(FILES tools/pmenv/pmenv.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME pmenv
+    COMPONENT tool)
+  install(FILES examples/pressmark.ini DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/pmenv/examples COMPONENT tool)
 endif()
-install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs FILES_MATCHING PATTERN "*.md")
-install(FILES examples/pressmark.ini DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
-install(DIRECTORY examples/host DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
-
-# --- Archives: one that unpacks anywhere, and a Debian package --------------------------------------------------------
-
-if(CMAKE_SIZEOF_VOID_P EQUAL 4)
-  set(krenv_architecture i386)
-else()
-  set(krenv_architecture amd64)
-endif()
-set(CPACK_GENERATOR TGZ DEB)
-set(CPACK_PACKAGE_NAME krenv)
-set(CPACK_PACKAGE_FILE_NAME krenv-${PROJECT_VERSION}-linux-${krenv_architecture})
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
-set(CPACK_PACKAGE_CONTACT "the krenv maintainers")
-set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
-set(CPACK_STRIP_FILES ON)
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${krenv_architecture})
-set(CPACK_DEBIAN_PACKAGE_SECTION libs)
-# By hand, because the i386 libraries' packages need not be on the building machine: what Debian 12 has.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libgcc-s1, libstdc++6 (>= 12)")
-include(CPack)

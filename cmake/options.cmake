@@ -34,6 +34,14 @@ if(KRENV_COVERAGE)
   target_link_options(krenv_options INTERFACE --coverage)
 endif()
 
+# The names and layouts that the libraries' interfaces are compared by (`./dev abi`) come from the debugging information of
+# the release build. It changes no instruction and is stripped from the packages.
+function(krenv_describe_interface)
+  foreach(target IN LISTS ARGN)
+    target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-g>)
+  endforeach()
+endfunction()
+
 # Makes a shared library offer what its export macros name, and nothing of the standard library's templates. Sanitizers
 # need those to be the same in all parts of a program.
 function(krenv_hide_std library)

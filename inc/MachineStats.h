@@ -59,7 +59,9 @@ KRENV_EXPORT int GetProcessID();
 /// The processor sampler of one process. Belongs to one thread at a time.
 class KRENV_EXPORT CPUUsage {
 public:
+    /// A sampler of process `pid` that has sampled nothing yet.
     explicit CPUUsage(int pid);
+    /// Holds no files or memory besides itself.
     ~CPUUsage();
 
     /// True when more than 1,000,000 clock ticks have passed since the last successful sample.
@@ -82,7 +84,7 @@ private:
 struct KREnvSlaveStats {
     unsigned long long memoryBytes;  ///< resident memory; only the low 32 bits are kept
     double cpuPercent;               ///< as CPUUsage::GetUsage; 0.0 at the first two collections that see the process
-    int processId;
+    int processId;                   ///< as the kernel numbers it
 };
 
 /// The machine's figures. The caller owns it; start with `KREnvMachineStats stats{};`.
@@ -103,6 +105,7 @@ class KRENV_EXPORT MachineStats {
 public:
     /// Takes the machine's first processor sample. An Error record tells when that fails; the object is usable.
     MachineStats();
+    /// Releases the engines' samplers.
     ~MachineStats();
     MachineStats(const MachineStats&) = delete;
     MachineStats& operator=(const MachineStats&) = delete;

@@ -34,7 +34,9 @@ class KRSLoadObserver;
 /// may be made as are needed; one takes about 39 KB, mind the stack of small threads.
 class KRENV_EXPORT KREnvContainerClass {
 public:
+    /// Empty buffers; reads nothing.
     KREnvContainerClass();
+    /// Releases the buffers and with them the texts that this object has returned.
     ~KREnvContainerClass();
     KREnvContainerClass(const KREnvContainerClass&) = delete;
     KREnvContainerClass& operator=(const KREnvContainerClass&) = delete;
@@ -46,7 +48,8 @@ public:
     /// than 255 characters, or `name` would be the 1025th. Logs nothing.
     const char* KRESetEnvValue(const char* name, const char* value);
 
-    /// The full look-up: the run-time value of `name` exactly as it was set, references included; otherwise KREGetEnv.
+    /// The full look-up: the run-time value of `name` exactly as it was set, references included, in the table where it
+    /// stays to the end of the process; otherwise what KREGetEnv gives. Null when neither has one. Logs nothing.
     const char* KREGetEnvValue(const char* name);
 
     /// The value of `name` in pressmark.ini, its $() and #() references expanded, in this object's 2048-byte buffer.
@@ -69,8 +72,9 @@ public:
     // it was; a longer path to split is cut.
 
     /// Splits `path` and stores the addresses of the three parts where the pointer is not null. An existing directory
-    /// is all directory.       "/usr/lib/x.tar.gz" -> "/usr/lib" "x.tar" "gz"     "a/b\c/d"  -> "a/b\c" "d" ""
-    ///                         "/x"                -> "" "x" ""                   ".profile" -> "" "" "profile"
+    /// (stat) is all directory.
+    ///     "/usr/lib/x.tar.gz" -> "/usr/lib" "x.tar" "gz"     "a/b\c/d"  -> "a/b\c" "d" ""
+    ///     "/x"                -> "" "x" ""                   ".profile" -> "" "" "profile"
     void KRPSplitPath(const char* path, char** dir, char** name, char** ext);
 
     /// The directory of `path`, without its last separator. Each of these three splits anew and refreshes all parts.
@@ -124,11 +128,13 @@ public:
     /// pointer's size: write `static_cast<const char*>(nullptr)`) or an empty text; an empty first variable ends it
     /// too. Holds the library's search lock.
     const char* KRPFindfile(const char* name, const char* var, ...);
+    /// The same without "#X".
     const char* KRPFindfileNoKREnv(const char* name, const char* var, ...);
 
     /// Where to place `name`: its last component in the first directory of the variable's list that exists, whether or
     /// not the file does. Null when the variable is unset or none of its directories exists.
     const char* KRPResolveFilePath(const char* name, const char* var);
+    /// The same without "#X".
     const char* KRPResolveFilePathNoKREnv(const char* name, const char* var);
 
     /// The absolute form of `path` in `out`, which must hold 4096 bytes whatever `size` says. With a directory part,
@@ -140,8 +146,9 @@ public:
 
     // --- file tests and the user's places ---------------------------------------------------------------------------
 
-    /// True when stat can examine `path`, whatever kind of file it is. The flag has no effect.
+    /// True when stat can examine `path`, whatever kind of file it is.
     bool KRPFileExist(const char* path);
+    /// The same; the flag has no effect.
     bool KRPFileExist(const char* path, bool flag);
 
     /// The process variable HOME, or null when it is unset (the buffer keeps its text then).
@@ -226,10 +233,10 @@ KRENV_EXPORT const char* KRPGetIPAddress();
 /// "Linux (SYSTEM RELEASE)" from uname:   "Linux (Linux 5.15.0)"
 KRENV_EXPORT char* KRPGetOSInfo();
 
-/// Fixed answers, kept for programs that ask on every platform: not the NT family, no process handle, no working set.
-KRENV_EXPORT bool IsNT();
-KRENV_EXPORT int GetProcessHandle();
-KRENV_EXPORT int KRPGetWorkingSetSize();
+// Fixed answers, kept for programs that ask on every platform.
+KRENV_EXPORT bool IsNT();                 ///< false: not the NT family
+KRENV_EXPORT int GetProcessHandle();      ///< 0: no process handle
+KRENV_EXPORT int KRPGetWorkingSetSize();  ///< 0: no working set
 
 // --- paths and files ------------------------------------------------------------------------------------------------
 

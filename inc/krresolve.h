@@ -77,6 +77,7 @@ protected:
 /// The texts whose resolution is in progress, and what the resolution has cost so far. One per top-level resolution.
 class AddDelSet : public RWSet {
 public:
+    /// An empty set with room for `capacity` texts; it grows when there are more.
     explicit AddDelSet(std::size_t capacity = RWCollection::DEFAULT_CAPACITY) : RWSet(capacity) {}
 
     KRSResolveObserver* observer = nullptr;  ///< whom the resolvers tell what they do; not owned

@@ -1,13 +1,15 @@
 #!/usr/bin/env bash
-# Installs the built package into an empty directory, builds examples/host against it as an outside project would, and
-# runs that with a pressmark.ini beside it.
+# Installs the built package component by component into an empty directory with a blank in its name, moves it to
+# another, and builds the programs in examples/ against it there as outside projects would.
 #
 #   package_test.sh cmake|pkg-config BUILD-DIRECTORY EXAMPLES-DIRECTORY
 set -euo pipefail
 
 method=$1 build=$(realpath "$2") examples=$(realpath "$3")
-work=$(mktemp -d /tmp/krenv-package-XXXXXX)
+work=$(mktemp -d "/tmp/krenv package XXXXXX")
 trap 'rm -rf "$work"' EXIT
+fail() { printf 'package_test.sh: %s\n' "$*" >&2; exit 1; }
+quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; fail "failed: $*"; }; }
 
 # What the package was built with decides the word size, and the sanitizers, which a program must share with it.
 cached() { sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt"; }
@@ -15,51 +17,93 @@ compiler=$(cached CMAKE_CXX_COMPILER)
 sanitize=$(cached KRENV_SANITIZE)
 flags="$(cached CMAKE_CXX_FLAGS)${sanitize:+ -fsanitize=$sanitize}"
 libdir=$(cached CMAKE_INSTALL_LIBDIR)
+libdir=${libdir:-lib}
+version=$(cached CMAKE_PROJECT_VERSION)
 
-cmake --install "$build" --prefix "$work/prefix" >"$work/install.log" || { cat "$work/install.log"; exit 1; }
+# --- Installing -------------------------------------------------------------------------------------------------------
+
+install_component() { # COMPONENT FILE-IN-IT...
+    quietly cmake --install "$build" --prefix "$work/$1" --component "$1"
+    local component=$1 file
+    shift
+    for file in "$@"; do [[ -e $work/$component/$file ]] || fail "component $component has no $file"; done
+    mkdir -p "$work/first"
+    cp -a --no-clobber "$work/$component/." "$work/first"
+    rm -rf "${work:?}/$component"
+}
+
+install_component runtime "$libdir/libkrenv.so.1" "$libdir/libkrfacilities.so.1"
+[[ ! -e $work/first/include && ! -e $work/first/$libdir/libkrenv.so ]] || fail "the runtime component has too much"
+# The libraries' links lead to the other component, so they are looked at afterwards.
+install_component development include/krenv/krenv.h include/krenv/krs.h "$libdir/pkgconfig/krenv.pc"
+[[ -e $work/first/$libdir/libkrenv.so && -e $work/first/$libdir/libkrfacilities.so ]] || fail "there is nothing to link"
+if [[ $(cached KRENV_BUILD_TOOLS) == ON ]]; then
+    install_component tool bin/pmenv share/man/man1/pmenv.1 share/bash-completion/completions/pmenv \
+        share/doc/pmenv/examples/pressmark.ini
+fi
+mv "$work/first" "$work/moved here"
+prefix="$work/moved here"
+
+# --- Building against it ----------------------------------------------------------------------------------------------
+
+build_with_cmake() { # EXAMPLE
+    quietly cmake -G Ninja -S "$examples/$1" -B "$work/$1" -DCMAKE_PREFIX_PATH="$prefix" \
+        -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="$flags"
+    quietly cmake --build "$work/$1"
+    grep -qF "krenv_DIR:PATH=$prefix/$libdir/cmake/krenv" "$work/$1/CMakeCache.txt" || fail "CMake found another krenv"
+}
+
+build_with_pkg_config() { # EXAMPLE MODULE
+    # Only the directory given here: a krenv that is installed on this machine must not be the one that is found.
+    local options
+    options=$(PKG_CONFIG_LIBDIR="$prefix/$libdir/pkgconfig" pkg-config --cflags --libs "$2")
+    mkdir "$work/$1"
+    # The options are written for a shell to read: blanks in them are quoted.
+    eval "'$compiler' $flags -std=c++17 '$examples/$1/main.cpp' -o '$work/$1/$1' $options '-Wl,-rpath,$prefix/$libdir'"
+    cp "$examples/pressmark.ini" "$work/$1"
+}
 
 case $method in
     cmake)
-        cmake -G Ninja -S "$examples/host" -B "$work/host" -DCMAKE_PREFIX_PATH="$work/prefix" \
-            -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="$flags" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
-        cmake --build "$work/host" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+        for project in "$examples"/*/CMakeLists.txt; do build_with_cmake "$(basename "$(dirname "$project")")"; done
+        steps=$(HOME=/home/guest "$work/explain/explain" "$examples/pressmark.ini" WORK_DIR)
+        # shellcheck disable=SC2016 # the reference as it is written
+        [[ $steps == *'  ${HOME}, process variable: /home/guest'*'WORK_DIR = /home/guest/pressmark' ]] ||
+            fail "the explain program printed: $steps"
+        grep -qF "set(PACKAGE_VERSION \"$version\")" "$prefix/$libdir/cmake/krenv/krenvConfigVersion.cmake" ||
+            fail "the CMake package is not version $version"
         ;;
     pkg-config)
-        mkdir "$work/host"
-        # Only the directory given here: a krenv that is installed on this machine must not be the one that is found.
-        options=$(PKG_CONFIG_LIBDIR="$work/prefix/${libdir:-lib}/pkgconfig" pkg-config --cflags --libs krenv)
-        # shellcheck disable=SC2086 # both are lists of options
-        "$compiler" $flags -std=c++17 "$examples/host/main.cpp" -o "$work/host/host" $options \
-            "-Wl,-rpath,$work/prefix/${libdir:-lib}"
-        cp "$examples/pressmark.ini" "$work/host"
+        build_with_pkg_config host krenv
+        build_with_pkg_config settings krfacilities
+        for module in krenv krfacilities; do
+            [[ $(PKG_CONFIG_LIBDIR="$prefix/$libdir/pkgconfig" pkg-config --modversion "$module") == "$version" ]] ||
+                fail "$module.pc is not version $version"
+        done
         ;;
-    *)
-        echo "package_test.sh: unknown method: $method" >&2
-        exit 2
-        ;;
+    *) fail "unknown method: $method" ;;
 esac
+
+# --- Using it ---------------------------------------------------------------------------------------------------------
 
 # The installed companion finds its libraries, wherever it lies.
 if [[ $(cached KRENV_BUILD_TOOLS) == ON ]]; then
-    version=$("$work/prefix/bin/pmenv" get KR_VERSION --ini "$examples/pressmark.ini")
-    [[ $version == *1.0.0* ]] || { echo "the installed pmenv printed: $version" >&2; exit 1; }
+    [[ $("$prefix/bin/pmenv" --version) == "pmenv $version" ]] || fail "the installed pmenv is not version $version"
+    head -n 1 "$prefix/share/man/man1/pmenv.1" | grep -qF "\"pmenv $version\"" || fail "its page is not of version $version"
 fi
+
+[[ $(sed -n 's/^## //p' "$prefix/share/doc/krenv/CHANGELOG.md" | head -n 1) == "$version"* ]] ||
+    fail "CHANGELOG.md does not begin with version $version"
 
 # The pages that the installed readme points to are installed with it.
-readme=$(find "$work/prefix" -name README.md)
-while read -r page; do
-    [[ -f ${readme%/*}/$page ]] || { echo "the installed README.md points to $page, which is not there" >&2; exit 1; }
-done < <(grep -o 'docs/[a-z-]*\.md' "$readme" | sort -u)
+while read -r file; do
+    [[ -e $prefix/share/doc/krenv/$file ]] || fail "the installed README.md points to $file, which is not there"
+done < <(grep -oE '\((docs|examples)/[^)]*\)' "$prefix/share/doc/krenv/README.md" | tr -d '()' | sort -u)
 
 # Another working directory, and no other place where settings could come from.
-output=$(cd / && env -u KR_BIN HOME=/home/guest "$work/host/host" 2>"$work/stderr") || {
-    cat "$work/stderr"
-    echo "the host program failed" >&2
-    exit 1
-}
+output=$(cd / && env -u KR_BIN HOME=/home/guest "$work/host/host" 2>"$work/log") || { cat "$work/log"; fail "host failed"; }
 echo "$output"
-if [[ $output != "RESULTS_DIR = /home/guest/pressmark/results/nightly" ]]; then
-    cat "$work/stderr"
-    echo "the host program printed something else than expected" >&2
-    exit 1
-fi
+[[ $output == "RESULTS_DIR = /home/guest/pressmark/results/nightly" ]] || fail "the host program printed something else"
+
+output=$("$work/settings/settings" "$examples/pressmark.ini")
+grep -qxF "  20  KR_VERSION = 1.0.0" <<<"$output" || fail "the settings program printed: $output"

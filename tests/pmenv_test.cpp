@@ -828,9 +828,10 @@ TEST_F(Pmenv, FindsItselfWhenItsNameIsEmpty) {
 // --- help, manual page and completion -------------------------------------------------------------------------------
 
 const std::vector<Words>& allCommands() {
-    static const std::vector<Words> commands{
-        {"get"},         {"list"},     {"find"}, {"resolve"}, {"path", "split"}, {"path", "make"}, {"path", "shorten"},
-        {"path", "abs"}, {"identity"}, {"walk"}, {"report"},  {"stats"}};
+    static const std::vector<Words> commands{{"get"},         {"list"},          {"explain"},      {"find"},
+                                             {"resolve"},     {"path", "split"}, {"path", "make"}, {"path", "shorten"},
+                                             {"path", "abs"}, {"identity"},      {"walk"},         {"report"},
+                                             {"stats"}};
     return commands;
 }
 
@@ -903,9 +904,8 @@ TEST_F(PmenvHelp, EveryCommandHasExamples) {
 
 TEST_F(PmenvHelp, ManualPageNamesEveryCommandAndOption) {
     if (access("/usr/bin/man", X_OK) != 0) GTEST_SKIP() << "there is no man on this machine";
-    const ProgramResult page =
-        runProgram({"/usr/bin/man", "--warnings", "-Tutf8", "-P", "cat", "-l", std::string(PMENV_SOURCE) + "/pmenv.1"},
-                   {{"MANWIDTH", "100"}, {"LC_ALL", "C.UTF-8"}});
+    const ProgramResult page = runProgram({"/usr/bin/man", "--warnings", "-Tutf8", "-P", "cat", "-l", PMENV_PAGE},
+                                          {{"MANWIDTH", "100"}, {"LC_ALL", "C.UTF-8"}});
     ASSERT_EQ(page.status, 0) << page.err;
     EXPECT_EQ(page.err, "");
     const std::string text = std::regex_replace(page.out, std::regex("\x1b\\[[0-9;]*m|.\b"), "");
@@ -935,6 +935,7 @@ TEST_F(PmenvHelp, CompletionOffersTheNamesOfSettings) {
     directory_.makeDirectory("other");
     directory_.writeFile("other/pressmark.ini", "KR_OTHER = 1\n");
     EXPECT_THAT(complete({"--ini", "other", "get"}, "KR_"), ElementsAre("KR_OTHER"));
+    EXPECT_THAT(complete({"explain"}, "KR_B"), ElementsAre("KR_BUILD"));
     EXPECT_THAT(complete({"--ini"}, "oth"), ElementsAre("other"));
     EXPECT_THAT(complete({"resolve"}, "M"), ElementsAre("MYDOCUMENTS"));
 }

@@ -24,6 +24,7 @@ public:
     /// Records the arguments (see CommandLineArguments.h) and constructs the registered objects in the order of
     /// registration. What a constructor throws passes through, after the objects before it have been destroyed.
     MainScope(int argc, const char* const* argv);
+    /// Destroys the objects in reverse order.
     ~MainScope();
     MainScope(const MainScope&) = delete;
     MainScope& operator=(const MainScope&) = delete;
@@ -35,18 +36,22 @@ private:
 /// The type-free part of a StaticObject.
 class KRF_EXPORT Registration {
 public:
+    /// Makes the object.
     using Construct = void* (*)();
+    /// Deletes what Construct made.
     using Destroy = void (*)(void*);
 
+    /// Registers; where a main scope is open, also makes the object.
     Registration(Construct make, Destroy drop);
+    /// Deletes the object if it is there, and takes the registration back.
     ~Registration();
     Registration(const Registration&) = delete;
     Registration& operator=(const Registration&) = delete;
 
     // For the scope only.
-    bool isConstructed() const { return object_ != nullptr; }
-    void construct();  ///< makes the object, which is not there yet
-    void destroy();    ///< removes the object if it is there
+    bool isConstructed() const { return object_ != nullptr; }  ///< whether the object is there
+    void construct();                                          ///< makes the object, which is not there yet
+    void destroy();                                            ///< removes the object if it is there
 
 private:
     Construct construct_;

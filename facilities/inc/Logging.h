@@ -24,17 +24,18 @@
 
 namespace nLogging {
 
+/// What a record is about. Error, Warning and Execution are delivered unless the host or PM_LOG says otherwise.
 enum class Level { Error, Warning, Trace, TraceDebugInfo, Execution, Incomplete, ErrorPerformance, WarningPerformance };
 
 /// One record as a sink receives it. The C strings live as long as the program that logged them.
 struct Record {
     std::chrono::system_clock::time_point time;  ///< when the record was completed
-    Level level;
-    const char* category;    ///< "PMEnvironment" for the environment library
-    const char* file;        ///< source position, for example "../src/krenvf"
-    int line;                ///< source position, counted from 1
-    std::thread::id thread;  ///< the thread that logged
-    std::string text;        ///< the message; may hold any byte, may be empty
+    Level level;                                 ///< one that is enabled
+    const char* category;                        ///< "PMEnvironment" for the environment library
+    const char* file;                            ///< source position, for example "../src/krenvf"
+    int line;                                    ///< source position, counted from 1
+    std::thread::id thread;                      ///< the thread that logged
+    std::string text;                            ///< the message; may hold any byte, may be empty
 };
 
 /// Receives every enabled record, on the thread that logged it, on several threads at once when several log. What it
@@ -57,22 +58,26 @@ KRF_EXPORT const char* gLevelName(Level level);
 /// Gathers the pieces of one record and delivers it when it goes out of scope. Use it through PM_LOG_RECORD.
 class KRF_EXPORT RecordWriter {
 public:
+    /// Begins a record. The texts are not copied; string literals are meant.
     RecordWriter(Level level, const char* category, const char* file, int line);
+    /// Delivers the record to the sink.
     ~RecordWriter();
     RecordWriter(const RecordWriter&) = delete;
     RecordWriter& operator=(const RecordWriter&) = delete;
 
+    /// Appends anything that can be written to a std::ostream.
     template <class Piece>
     RecordWriter& operator<<(const Piece& piece) {
         text_ << piece;
         return *this;
     }
 
-    // A null C string is shown, not dereferenced.
+    /// Appends a C string; null is shown as "<NullChar*>", not dereferenced.
     RecordWriter& operator<<(const char* piece) {
         text_ << (piece != nullptr ? piece : "<NullChar*>");
         return *this;
     }
+    /// The same for a text that could be changed.
     RecordWriter& operator<<(char* piece) { return *this << static_cast<const char*>(piece); }
 
 private:
@@ -85,6 +90,7 @@ private:
 
 /// Makes the two sides of PM_LOG_RECORD's choice alike; & binds weaker than <<.
 struct RecordEnd {
+    /// Does nothing.
     void operator&(const RecordWriter&) const {}
 };
 

@@ -13,8 +13,10 @@
 
 #include "KrfExport.h"
 
+/// A compiled pattern.
 class KRF_EXPORT RWCRegexp {
 public:
+    /// No position: what search() answers when there is no match.
     static constexpr std::size_t npos = static_cast<std::size_t>(-1);
 
     /// Compiles `pattern`. Throws std::invalid_argument for a null or empty pattern, a set that is not closed, a + with

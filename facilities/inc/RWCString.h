@@ -13,11 +13,15 @@
 /// A text. Copies are deep; a text belongs to one thread at a time.
 class RWCString {
 public:
+    /// The empty text.
     RWCString() = default;
     /// Copies `text`; null counts as the empty text.
     RWCString(const char* text) : room_(text != nullptr ? text : "") {}
+    /// A copy of its own.
     RWCString(const RWCString& other) : room_(other.view()) {}
+    /// Takes the text over and leaves the other one empty.
     RWCString(RWCString&& other) noexcept { swap(other); }
+    /// Replaces the text.
     RWCString& operator=(RWCString other) noexcept {
         swap(other);
         return *this;
@@ -26,6 +30,7 @@ public:
 
     /// The characters, ended by NUL. Valid until the text is changed.
     const char* data() const { return room_.c_str() + begin_; }
+    /// How many characters the text has, the NUL at its end not counted.
     std::size_t length() const { return room_.size() - begin_; }
     /// The character at `position`; NUL at length().
     char operator[](std::size_t position) const { return data()[position]; }
@@ -64,10 +69,12 @@ public:
         return *this;
     }
 
+    /// Both texts, one behind the other; null counts as the empty text.
     friend RWCString operator+(RWCString left, const char* right) {
         left += right;
         return left;
     }
+    /// True when both have the same characters.
     friend bool operator==(const RWCString& left, const RWCString& right) { return left.view() == right.view(); }
 
 private:

@@ -9,7 +9,9 @@ class RWMutexLock {
 public:
     constexpr RWMutexLock() = default;
 
+    /// Waits until no other thread holds the mutex, and holds it.
     void acquire() { mutex_.lock(); }
+    /// Gives the mutex back, once for each time that this thread acquired it.
     void release() { mutex_.unlock(); }
     /// Acquires the mutex unless another thread holds it; true when it did.
     bool tryAcquire() { return mutex_.try_lock(); }
@@ -17,6 +19,7 @@ public:
     /// Holds the mutex from its construction to the end of its scope, also when an exception leaves the scope.
     class LockGuard {
     public:
+        /// Waits for `lock` and holds it.
         explicit LockGuard(RWMutexLock& lock) : guard_(lock.mutex_) {}
 
     private:

@@ -12,6 +12,7 @@
 class RWCollectableString : public RWCString {
 public:
     using RWCString::RWCString;
+    /// A copy of `text`.
     explicit RWCollectableString(const RWCString& text) : RWCString(text) {}
 };
 
@@ -24,6 +25,7 @@ struct RWCollection {
 /// inserts one keeps it alive while it is in the set. Belongs to one thread at a time.
 class RWSet {
 public:
+    /// An empty set with room for `capacity` strings; it grows when there are more.
     explicit RWSet(std::size_t capacity = RWCollection::DEFAULT_CAPACITY) : strings_(capacity) {}
 
     /// Inserts `string`, unless an equal one is there already; returns the one that is in the set.
@@ -38,6 +40,7 @@ public:
         return removed;
     }
 
+    /// How many strings the set holds.
     std::size_t entries() const { return strings_.size(); }
 
 private:

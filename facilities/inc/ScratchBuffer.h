@@ -13,7 +13,9 @@ public:
     ScratchBuffer(const ScratchBuffer&) = delete;
     ScratchBuffer& operator=(const ScratchBuffer&) = delete;
 
+    /// The bytes; they go with the buffer.
     char* data() { return bytes_.get(); }
+    /// How many there are.
     std::size_t size() const { return size_; }
 
 private:

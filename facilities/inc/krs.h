@@ -52,7 +52,7 @@ KRF_EXPORT const char* KRSLoadError();
 /// destroyed. The text stays where it is as long as the table lives, also when a later value replaces it.
 KRF_EXPORT const char* KRSGetValue(int handle, const char* key);
 
-/// Releases the table and its texts. A handle that names no table is ignored.
+/// Releases the table and its texts, which must not be read any more. A handle that names no table is ignored.
 KRF_EXPORT void KRSDestroyTable(int handle);
 
 /// One stored entry, for tools that show where a value comes from. The texts live as long as the table.
@@ -63,10 +63,10 @@ struct KRSEntry {
     bool inForce;       ///< false when a later entry of the same key has replaced it
 };
 
-/// How many entries the table holds, replaced ones included; 0 for a handle that names no table.
+/// How many entries the table `handle` holds, replaced ones included; 0 for a handle that names no table.
 KRF_EXPORT std::size_t KRSEntryCount(int handle);
 
-/// The entry at `index` in the order of loading, file order within one load. False, and `entry` untouched, past the
+/// Puts into `*entry` what stands at `index` in the order of loading, file order within one load. False, and `entry` untouched, past the
 /// end, for a handle that names no table and for a null `entry`.
 KRF_EXPORT bool KRSGetEntry(int handle, std::size_t index, KRSEntry* entry);
 
@@ -84,6 +84,8 @@ struct KRSLine {
     const char* error;        ///< why KRSLoad refuses the file at this line; null when it does not
     std::size_t errorColumn;  ///< where, if so
 };
+
+/// Receives the lines that KRSReadLines reads.
 using KRSLineVisitor = std::function<void(const KRSLine&)>;
 
 /// Hands every line of the file `path` to `visitor`, also those behind a line that KRSLoad would refuse; nothing is

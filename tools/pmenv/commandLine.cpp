@@ -196,15 +196,21 @@ void CommandLine::takeOption(const Grammar& grammar, const std::string& name, co
     if (option == nullptr && command_ != nullptr) option = findOption(command_->options, name);
     if (option == nullptr) failUnknownOption(grammar, command_, name);
     checkValue(*option, value, command_);
-    options_[name] = value.value_or("");
+    options_[name].push_back(value.value_or(""));
 }
 
 std::string CommandLine::text(const std::string& option, const std::string& otherwise) const {
     const auto found = options_.find(option);
-    return found != options_.end() ? found->second : otherwise;
+    return found != options_.end() ? found->second.back() : otherwise;
+}
+
+const std::vector<std::string>& CommandLine::texts(const std::string& option) const {
+    static const std::vector<std::string> none;
+    const auto found = options_.find(option);
+    return found != options_.end() ? found->second : none;
 }
 
 double CommandLine::number(const std::string& option, double otherwise) const {
     const auto found = options_.find(option);
-    return found != options_.end() ? parseNumber(found->second).value_or(otherwise) : otherwise;
+    return found != options_.end() ? parseNumber(found->second.back()).value_or(otherwise) : otherwise;
 }

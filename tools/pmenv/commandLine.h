@@ -68,8 +68,10 @@ public:
     const std::vector<std::string>& arguments() const { return arguments_; }
 
     bool has(const std::string& option) const { return options_.count(option) != 0; }
-    /// The option's text, or `otherwise` when it was not given.
+    /// The option's text, the last one given, or `otherwise` when it was not given.
     std::string text(const std::string& option, const std::string& otherwise = {}) const;
+    /// The texts of an option that may be given several times, in that order.
+    const std::vector<std::string>& texts(const std::string& option) const;
     double number(const std::string& option, double otherwise) const;
 
 private:
@@ -79,5 +81,5 @@ private:
     const Command* command_ = nullptr;
     std::string group_;
     std::vector<std::string> arguments_;
-    std::map<std::string, std::string> options_;
+    std::map<std::string, std::vector<std::string>> options_;
 };

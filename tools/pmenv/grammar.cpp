@@ -31,6 +31,16 @@ std::vector<Command> settingsCommands() {
          "pmenv list | grep LOG            on a pipe nothing is cut\n"
          "pmenv list --ini ./pressmark.ini the settings of that file",
          runList},
+        {"explain",
+         "print where a value comes from, step by step",
+         {{"NAME", "a setting; with its section in front where it has one: section.KEY", true}},
+         {{"text", kText, "TEXT", "explain how this text is expanded when it is read, instead of a setting"},
+          {"set", kText, "NAME=VALUE", "set a run-time value first, as a program does; may be given several times"}},
+         "pmenv explain LOG_DIR                      a tree down to the sources, the final text last\n"
+         "pmenv explain LOG_DIR --json               the same as data\n"
+         "pmenv explain --text '$(HOME)/#(LOG_DIR)'  any text, quoted from the shell\n"
+         "pmenv explain USERS --set USERS=50         as in a program that has set it",
+         runExplain},
     };
 }
 

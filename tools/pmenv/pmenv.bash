@@ -6,6 +6,7 @@ _pmenv_options()
     local options="--ini --json --help --version"
     case $1 in
         get) options+=" --file --raw" ;;
+        explain) options+=" --text --set" ;;
         walk) options+=" --recurse --skip --null" ;;
         stats)
             options+=" --interval --count --duration --csv --openmetrics --per-process --output --watch --verdict"
@@ -18,7 +19,7 @@ _pmenv_options()
 # Whether an option takes the next word.
 _pmenv_takes_value()
 {
-    local names="ini|file|skip|interval|count|duration|output|cpu-limit|engine-limit|sustain|memory-limit|swap-limit"
+    local names="ini|file|text|set|skip|interval|count|duration|output|cpu-limit|engine-limit|sustain|memory-limit|swap-limit"
     [[ $1 == --@($names) ]]
 }
 
@@ -79,9 +80,9 @@ _pmenv()
     fi
 
     case "${#plain[@]} ${plain[0]}" in
-        "0 ") mapfile -t COMPREPLY < <(compgen -W "get list find resolve path identity walk report stats" -- "$current") ;;
+        "0 ") mapfile -t COMPREPLY < <(compgen -W "get list explain find resolve path identity walk report stats" -- "$current") ;;
         "1 path") mapfile -t COMPREPLY < <(compgen -W "split make shorten abs" -- "$current") ;;
-        *" get") mapfile -t COMPREPLY < <(compgen -W "$(_pmenv_settings)" -- "$current") ;;
+        *" get" | "1 explain") mapfile -t COMPREPLY < <(compgen -W "$(_pmenv_settings)" -- "$current") ;;
         "1 resolve" | [2-9]*" find") mapfile -t COMPREPLY < <(compgen -W "PATH HOME MYDOCUMENTS" -- "$current") ;;
         "1 walk") mapfile -t COMPREPLY < <(compgen -d -- "$current") ;;
         *" list" | *" report" | *" stats") ;;

@@ -1,0 +1,30 @@
+# Run by CPack between installing and packing. Adds to each Debian package its changelog, copyright and lintian
+# overrides, compresses its manual page and takes out the search path, which the system's directories need not.
+if(NOT CPACK_GENERATOR STREQUAL "DEB")
+  return()
+endif()
+
+function(compress file to)
+  execute_process(COMMAND gzip -9nc ${file} OUTPUT_FILE ${to} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+foreach(component IN LISTS CPACK_COMPONENTS_ALL)
+  string(TOUPPER ${component} COMPONENT)
+  set(package ${CPACK_DEBIAN_${COMPONENT}_PACKAGE_NAME})
+  set(usr ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/${component}/usr)
+
+  file(COPY ${CPACK_KRENV_DEBIAN_DIR}/copyright DESTINATION ${usr}/share/doc/${package})
+  compress(${CPACK_KRENV_DEBIAN_CHANGELOG} ${usr}/share/doc/${package}/changelog.Debian.gz)
+  configure_file(${CPACK_KRENV_DEBIAN_DIR}/${package}.lintian-overrides ${usr}/share/lintian/overrides/${package} COPYONLY)
+
+  file(GLOB pages ${usr}/share/man/man1/*.1)
+  foreach(page IN LISTS pages)
+    compress(${page} ${page}.gz)
+    file(REMOVE ${page})
+  endforeach()
+
+  file(GLOB binaries ${usr}/bin/* ${usr}/lib/*/*.so.*.*.*)
+  foreach(binary IN LISTS binaries)
+    file(RPATH_REMOVE FILE ${binary})
+  endforeach()
+endforeach()

@@ -1,0 +1,309 @@
+// What pmenv explain tells is what the library does: observation and explanation against the library's own answers.
+#include <algorithm>
+#include <filesystem>
+#include <optional>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include "EnvSettings.h"
+#include "explanation.h"
+#include "failure.h"
+#include "krenv.h"
+#include "krs.h"
+#include "libraryLog.h"
+#include "observation.h"
+#include "observedSettings.h"
+#include "support/ScopedEnv.h"
+#include "support/TempDir.h"
+#include "support/repeated.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+// --- OriginMap ------------------------------------------------------------------------------------------------------
+
+TEST(OriginMap, PartsKeepTheirOriginUntilTheyAreReplaced) {
+    OriginMap map;
+    EXPECT_EQ(5U, map.originOf(5, 3));
+    map.replace(5, 3, 10);
+    EXPECT_EQ(2U, map.originOf(2, 3));
+    EXPECT_EQ(std::nullopt, map.originOf(4, 2));
+    EXPECT_EQ(std::nullopt, map.originOf(14, 2));
+    EXPECT_EQ(8U, map.originOf(15, 2));
+}
+
+TEST(OriginMap, PartAroundAnEmptyReplacementIsNotTheOldOne) {
+    OriginMap map;
+    map.replace(5, 3, 0);
+    EXPECT_EQ(std::nullopt, map.originOf(4, 2));
+    EXPECT_EQ(4U, map.originOf(4, 1));
+    EXPECT_EQ(8U, map.originOf(5, 1));
+}
+
+// Each character of the text carries where it was at first, -1 for one that was put in.
+TEST(OriginMap, AgreesWithATextWhoseCharactersCarryTheirOrigin) {
+    std::mt19937 random(7);
+    const auto below = [&random](std::size_t end) { return static_cast<std::size_t>(random()) % end; };
+    for (int round = 0; round < 2000; ++round) {
+        std::vector<int> text(20 + below(20));
+        for (std::size_t i = 0; i < text.size(); ++i) text[i] = static_cast<int>(i);
+        OriginMap map;
+        std::size_t from = 0;  // references are replaced from left to right, or where one was put in
+        while (from + 6 < text.size()) {
+            const std::size_t position = from + below(3);
+            const std::size_t length = 1 + below(4);
+            const std::vector<int> value(below(5), -1);
+            map.replace(position, length, value.size());
+            const auto at = text.begin() + static_cast<std::ptrdiff_t>(position);
+            text.insert(text.erase(at, at + static_cast<std::ptrdiff_t>(length)), value.begin(), value.end());
+            from = position + (value.empty() ? 0 : below(value.size()));
+            for (std::size_t i = 0; i < text.size(); ++i) {
+                const std::optional<std::size_t> origin = map.originOf(i, 1);
+                ASSERT_EQ(text[i], origin ? static_cast<int>(*origin) : -1) << "round " << round << ", character " << i;
+            }
+        }
+    }
+}
+
+// --- explanations against the library's answers ---------------------------------------------------------------------
+
+// Settings loaded as pmenv explain does it, released at the end of the scope.
+class Loaded {
+public:
+    explicit Loaded(const std::string& file) : settings_(file) {}
+    ~Loaded() { KRSDestroyTable(nEnvSettings::gPressmarkIniTable()); }
+    Loaded(const Loaded&) = delete;
+    Loaded& operator=(const Loaded&) = delete;
+
+    const ObservedSettings& operator*() const { return settings_; }
+
+private:
+    ObservedSettings settings_;
+};
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) lines.push_back(line);
+    return lines;
+}
+
+// True when each reference stands where the explanation says.
+bool stepsStandInFile(const ExplainedValue& value, const std::vector<std::string>& lines) {
+    for (const ExplainedValue& step : value.steps) {
+        if (step.writtenAt && step.writtenAt->line > 0 && step.reference->isWhole()) {
+            const std::string& line = lines.at(static_cast<std::size_t>(step.writtenAt->line) - 1);
+            const std::string& written = step.reference->text;
+            if (line.compare(step.writtenAt->column - 1, written.size(), written) != 0) return false;
+        }
+        if (!stepsStandInFile(step, lines)) return false;
+    }
+    return true;
+}
+
+// What was compared, so that a test can see that there was something.
+struct Compared {
+    std::size_t values = 0;
+    std::size_t failures = 0;
+    std::size_t steps = 0;
+
+    Compared& operator+=(const Compared& other) {
+        values += other.values;
+        failures += other.failures;
+        steps += other.steps;
+        return *this;
+    }
+};
+
+// Explains every key of the file and compares the final text with KREGetEnvValue's.
+Compared compareWithLibrary(const std::string& file) {
+    const Loaded loaded(file);
+    std::string text = readFileText(file);
+    if (text.compare(0, 3, "\xef\xbb\xbf") == 0) text.erase(0, 3);
+    const std::vector<std::string> lines = linesOf(text);
+    Compared compared;
+    KREnvContainerClass env;
+    for (const ObservedEntry& entry : (*loaded).entries()) {
+        const Explanation explanation = explainSetting(*loaded, entry.key);
+        const char* const answer = env.KREGetEnvValue(entry.key.c_str());
+        const std::optional<std::string> expected =
+            answer != nullptr ? std::optional<std::string>(answer) : std::nullopt;
+        EXPECT_EQ(expected, explanation.value) << entry.key << " of\n" << text;
+        EXPECT_EQ(!expected, explanation.failure.has_value()) << entry.key << " of\n" << text;
+        EXPECT_TRUE(stepsStandInFile(explanation.root, lines)) << entry.key << " of\n" << text;
+        compared += {expected ? 1U : 0U, expected ? 0U : 1U, explanation.root.steps.size()};
+    }
+    return compared;
+}
+
+TEST(Explanation, EqualsTheLibrarysAnswerForEveryKeyOfEverySample) {
+    const ScopedEnv home("HOME", "/home/user");
+    Compared compared = compareWithLibrary(EXAMPLES_DIR "/pressmark.ini");
+    EXPECT_EQ(0U, compared.failures);
+    EXPECT_GT(compared.steps, 20U);
+    compared += compareWithLibrary(GOLDEN_DIR "/pressmark.ini");
+    std::size_t rejected = 0;
+    for (const auto& sample : std::filesystem::directory_iterator(CORPUS_DIR)) {
+        SCOPED_TRACE(sample.path());
+        try {
+            compared += compareWithLibrary(sample.path());
+        } catch (const Failure&) {
+            ++rejected;  // krs_corpus_test says which
+        }
+    }
+    EXPECT_GT(compared.values, 100U);
+    EXPECT_GT(rejected, 10U);
+}
+
+// Composes settings files out of a few keys and pieces, so that references meet, nest, repeat and go round in circles.
+class Generator {
+public:
+    explicit Generator(unsigned seed) : random_(seed) {}
+
+    std::string file() {
+        std::string text;
+        for (std::size_t entries = 1 + below(12); entries > 0; --entries) {
+            if (below(12) == 0) text += below(3) == 0 ? "[]\n" : "[s]\n";
+            text += anyOf({"", " ", "\t"}) + name() + anyOf({"=", " = ", "=  "}) + value() + "\n";
+        }
+        return text;
+    }
+
+private:
+    std::size_t below(std::size_t end) { return static_cast<std::size_t>(random_()) % end; }
+    std::string anyOf(const std::vector<std::string>& texts) { return texts[below(texts.size())]; }
+    std::string name() { return anyOf({"A", "B", "C", "D", "E", "F", "G", "s.A", "s.B"}); }
+    std::string variable() { return anyOf({"EXPLAIN_1", "EXPLAIN_2", "EXPLAIN_3", "EXPLAIN_4", "EXPLAIN_NONE"}); }
+
+    std::string piece() {
+        switch (below(12)) {
+            case 0:
+            case 1:
+            case 2:
+                return "#(" + name() + ")";
+            case 3:
+                return "#{" + name() + "}";
+            case 4:
+                return "$(" + variable() + ")";
+            case 5:
+                return "${" + variable() + "}";
+            case 6:
+                return " ";
+            case 7:
+                return anyOf({"#", "$", "(", ")", "{", "}", "#(", "${", "(A)", "{B}", "\t", "=", "\xc3\xa9"});
+            case 8:
+                return below(40) == 0 ? std::string(below(1500), 'x') : "x";
+            default:
+                return anyOf({"x", "yz", "/", "A", "B)"});
+        }
+    }
+
+    std::string value() {
+        std::string text;
+        for (std::size_t pieces = below(7); pieces > 0; --pieces) text += piece();
+        return below(8) == 0 ? "\" " + text + "\"" : text;
+    }
+
+    std::mt19937 random_;
+};
+
+// Under a sanitizer a tenth of them takes as long; the other builds compare all ten thousand.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::size_t kFiles = 1'000;
+#else
+constexpr std::size_t kFiles = 10'000;
+#endif
+
+TEST(Explanation, EqualsTheLibrarysAnswerForEveryKeyOfGeneratedFiles) {
+    const LogPause quiet;
+    const ScopedEnv one("EXPLAIN_1", "value");
+    const ScopedEnv two("EXPLAIN_2", "<#(A)${EXPLAIN_3}>");
+    const ScopedEnv three("EXPLAIN_3", "(B)");
+    const ScopedEnv four("EXPLAIN_4", "${EXPLAIN_4}#{A}");
+    const ScopedEnv none("EXPLAIN_NONE", nullptr);
+    const TempDir dir;
+    Generator generator(20261121);
+    Compared compared;
+    for (std::size_t i = 0; i < kFiles && !HasFailure(); ++i) {
+        const std::string file = dir.writeFile(std::to_string(i), generator.file());
+        compared += compareWithLibrary(file);
+        std::filesystem::remove(file);  // a file written anew under its name would be flushed to the disk
+    }
+    EXPECT_GT(compared.values, 3 * kFiles);
+    EXPECT_GT(compared.failures, kFiles / 3);
+    EXPECT_GT(compared.steps, 3 * kFiles);
+}
+
+// --- what an explanation holds --------------------------------------------------------------------------------------
+
+class ExplanationTest : public testing::Test {
+protected:
+    const ObservedSettings& load(const std::string& text) {
+        loaded_.emplace(directory_.writeFile("pressmark.ini", text));
+        return **loaded_;
+    }
+
+    const LogPause quiet_;
+    TempDir directory_;
+    std::optional<Loaded> loaded_;
+};
+
+std::vector<std::string> namesIn(const std::vector<ExplainedFailure::Link>& chain) {
+    std::vector<std::string> names;
+    for (const ExplainedFailure::Link& link : chain) names.push_back(link.name.text);
+    return names;
+}
+
+// B's text comes again under the name of D, so B -> C -> D is not the whole circle.
+TEST_F(ExplanationTest, CycleWhoseTextComesBackUnderAnotherNameIsClosed) {
+    const Explanation explanation = explainSetting(load("A = x#(B)\nB = #(C)\nC = -#(D)\nD = #(C)\n"), "A");
+    ASSERT_TRUE(explanation.failure);
+    EXPECT_EQ(ExplainedFailure::Reason::Cycle, explanation.failure->reason);
+    EXPECT_THAT(namesIn(explanation.failure->chain), ElementsAre("C", "D", "C"));
+}
+
+TEST_F(ExplanationTest, CycleOfOneSettingNamesItTwice) {
+    EXPECT_THAT(namesIn(explainSetting(load("A = #(A)\n"), "A").failure->chain), ElementsAre("A", "A"));
+    EXPECT_THAT(namesIn(explainText(load("A = #(A)\n"), "#(A)").failure->chain), ElementsAre("A", "A"));
+}
+
+TEST_F(ExplanationTest, EveryLimitHasItsReason) {
+    const ObservedSettings& settings = load("LONG = " + repeated("x", 600'000) + "\nNOTHING =\n");
+    const auto reasonOf = [&](const std::string& text) { return explainText(settings, text).failure->reason; };
+    EXPECT_EQ(ExplainedFailure::Reason::TextLength, reasonOf("#(LONG)#(LONG)"));
+    EXPECT_EQ(ExplainedFailure::Reason::Substitutions, reasonOf(repeated("#(NOTHING)", 66'000)));
+    EXPECT_EQ(ExplainedFailure::Reason::Searching, reasonOf(repeated("x", 500'000) + repeated("#(NOTHING)", 1'000)));
+    EXPECT_EQ(ExplainedFailure::Reason::TooLong, reasonOf("#(LONG)"));
+    EXPECT_EQ(ExplainedFailure::Reason::NotDefined, explainSetting(settings, "NONE").failure->reason);
+}
+
+TEST_F(ExplanationTest, ReferenceAtLoadTookTheValueOfItsTime) {
+    const Explanation explanation = explainSetting(load("A = 1\nB = #{A}\nA = 2\n"), "B");
+    ASSERT_EQ(1U, explanation.root.steps.size());
+    EXPECT_EQ(1, explanation.root.steps[0].place->line);
+    EXPECT_EQ("1", explanation.value);
+}
+
+// A name of 100 letters is compared with others letter by letter; a hundred thousand of these would take minutes.
+TEST_F(ExplanationTest, SuggestionsTakeLimitedTime) {
+    std::string settings;
+    const std::string stem = repeated("n", 95);
+    for (int i = 0; i < 100'000; ++i) settings += stem + std::to_string(10'000 + i % 90'000) + "=\n";
+    settings += "A = #(" + stem + "x)\n";
+    const Explanation explanation = explainSetting(load(settings), "A");
+    ASSERT_EQ(1U, explanation.root.steps.size());
+    EXPECT_THAT(explanation.root.steps[0].nearest, IsEmpty());
+}
+
+TEST_F(ExplanationTest, FileThatIsRejectedIsAFailure) {
+    EXPECT_THROW(load("A = 1\nnonsense\n"), Failure);
+    EXPECT_THROW(ObservedSettings("/no/such/file"), Failure);
+}
+
+}  // namespace

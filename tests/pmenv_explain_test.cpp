@@ -1,0 +1,277 @@
+// pmenv explain as a user runs it, on tests/golden/explain/pressmark.ini and on files that ask for too much.
+#include <fstream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/ScopedEnv.h"
+#include "support/Subprocess.h"
+#include "support/TempDir.h"
+#include "support/TerminalRun.h"
+#include "support/repeated.h"
+
+using nlohmann::json;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+const std::map<std::string, const char*>& environmentOfTests() {
+    static const std::map<std::string, const char*> variables{{"EXPLAIN_DIR", "/home/user"},
+                                                              {"EXPLAIN_SUB", "12"},
+                                                              {"EXPLAIN_LOOP", "x${EXPLAIN_LOOP}"},
+                                                              {"EXPLAIN_ESCAPE", "\x1b[31mred"},
+                                                              {"NO_COLOR", nullptr},
+                                                              {"TERM", "xterm"},
+                                                              {"PM_LOG", nullptr},
+                                                              {"HOME", "/home/user"},
+                                                              {"KR_BIN", nullptr}};
+    return variables;
+}
+
+ProgramResult explainIn(const std::string& directory, Words words) {
+    words.insert(words.begin(), {PMENV_BINARY, "--ini", "pressmark.ini", "explain"});
+    const ScopedCwd here(directory);
+    return runProgram(words, environmentOfTests());
+}
+
+// --- every kind of answer -------------------------------------------------------------------------------------------
+
+struct Golden {
+    const char* name;  // of the files with the expected output
+    int exitCode;
+    Words words;
+};
+
+std::ostream& operator<<(std::ostream& out, const Golden& golden) { return out << golden.name; }
+
+class PmenvExplainGolden : public testing::TestWithParam<Golden> {
+protected:
+    static ProgramResult run(const Words& more = {}) {
+        Words words = GetParam().words;
+        words.insert(words.end(), more.begin(), more.end());
+        return explainIn(GOLDEN_DIR, words);
+    }
+    static std::string expected(const char* extension) {
+        return readFileText(std::string(GOLDEN_DIR) + "/" + GetParam().name + extension);
+    }
+};
+
+TEST_P(PmenvExplainGolden, Tree) {
+    const ProgramResult outcome = run();
+    EXPECT_EQ(outcome.status, GetParam().exitCode);
+    EXPECT_EQ(outcome.out, expected(".txt"));
+    EXPECT_EQ(outcome.err, "");
+}
+
+TEST_P(PmenvExplainGolden, Json) {
+    const ProgramResult outcome = run({"--json"});
+    EXPECT_EQ(outcome.status, GetParam().exitCode);
+    EXPECT_EQ(outcome.out, expected(".json"));
+    EXPECT_EQ(outcome.err, "");
+}
+
+INSTANTIATE_TEST_SUITE_P(PmenvExplain, PmenvExplainGolden,
+                         testing::Values(Golden{"plain", 0, {"PLAIN"}}, Golden{"blanks", 0, {"BLANKS"}},
+                                         Golden{"nested", 0, {"NESTED"}}, Golden{"both", 0, {"BOTH"}},
+                                         Golden{"chain", 0, {"CHAIN"}}, Golden{"section", 0, {"engine.DIR"}},
+                                         Golden{"typo", 0, {"TYPO"}}, Golden{"early", 0, {"EARLY"}},
+                                         Golden{"twice", 0, {"TWICE"}}, Golden{"cycle", 1, {"LOOP_A"}},
+                                         Golden{"lead-in", 1, {"LEAD_IN"}}, Golden{"at-load", 1, {"AT_LOAD"}},
+                                         Golden{"partly", 0, {"PARTLY"}}, Golden{"lost", 0, {"LOST"}},
+                                         Golden{"formed", 0, {"FORMED"}}, Golden{"around", 0, {"AROUND"}},
+                                         Golden{"control", 0, {"CONTROL"}}, Golden{"too-long", 1, {"TOOLONG"}},
+                                         Golden{"text", 0, {"--text", "any $(EXPLAIN_DIR) #(NESTED) ${HOME}"}},
+                                         Golden{"text-cycle", 1, {"--text", "#(LOOP_B)"}},
+                                         Golden{"text-plain", 0, {"--text", "nothing in it"}},
+                                         Golden{"run-time", 0, {"PLAIN", "--set", "PLAIN=#(NESTED)", "--set", "X=1"}},
+                                         Golden{"run-time-only", 0, {"X", "--set", "PLAIN=1", "--set=X=a=b"}}),
+                         [](const auto& test) {
+                             std::string name = test.param.name;
+                             for (std::size_t i; (i = name.find('-')) != std::string::npos;) name[i] = '_';
+                             return name;
+                         });
+
+// --- names that are not defined -------------------------------------------------------------------------------------
+
+TEST(PmenvExplain, SuggestsTheNearestNames) {
+    const ProgramResult outcome = explainIn(GOLDEN_DIR, {"NESTD"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.err, "pmenv: pressmark.ini: NESTD: no such setting; did you mean 'NESTED'?\n");
+}
+
+TEST(PmenvExplain, JsonOfWhatIsNotDefinedHasNoValue) {
+    const ProgramResult outcome = explainIn(GOLDEN_DIR, {"NESTD", "--json"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.err, HasSubstr("no such setting"));
+    const json answer = json::parse(outcome.out);
+    EXPECT_TRUE(answer.at("value").is_null());
+    EXPECT_EQ(answer.at("failure").at("reason"), "not defined");
+    EXPECT_EQ(answer.at("explanation").at("nearest"), json{"NESTED"});
+}
+
+// --- what asks for too much -----------------------------------------------------------------------------------------
+
+class PmenvExplainLimits : public testing::Test {
+protected:
+    ProgramResult explain(const std::string& settings, Words words) const {
+        directory_.writeFile("pressmark.ini", settings);
+        return explainIn(directory_.path(), std::move(words));
+    }
+
+    TempDir directory_;
+};
+
+std::string chainOf(int settings) {
+    std::string text;
+    for (int i = 0; i < settings; ++i) text += "C" + std::to_string(i) + " = #(C" + std::to_string(i + 1) + ")\n";
+    return text;
+}
+
+std::size_t countOf(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) ++count;
+    return count;
+}
+
+TEST_F(PmenvExplainLimits, DeepChainIsShownToTwentyLevels) {
+    const ProgramResult outcome = explain(chainOf(511) + "C511 = end\n", {"C0"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(countOf(outcome.out, "├─ #("), 20U);
+    EXPECT_THAT(outcome.out, HasSubstr("├─ … 491 more, not shown\n"));
+    EXPECT_THAT(outcome.out, HasSubstr("\n└ value   end\n"));
+}
+
+TEST_F(PmenvExplainLimits, TooDeepChainHasNoValue) {
+    const ProgramResult outcome = explain(chainOf(600), {"C0"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.out, HasSubstr("\n└ no value: its references are nested deeper than 512 levels\n"));
+    EXPECT_LT(outcome.out.size(), 10'000U);
+}
+
+TEST_F(PmenvExplainLimits, ManyReferencesAreShownToTwenty) {
+    const std::string settings =
+        "FITS = " + repeated("#(N)", 65'520) + "\nOVER = " + repeated("#(N)", 65'600) + "\nN =\n";
+    const ProgramResult fits = explain(settings, {"FITS"});
+    EXPECT_EQ(fits.status, 0);
+    EXPECT_THAT(fits.out, HasSubstr("\n├─ … 65,500 more, not shown\n└ value   (empty)\n"));
+    EXPECT_LT(fits.out.size(), 10'000U);
+
+    const ProgramResult over = explain(settings, {"OVER"});
+    EXPECT_EQ(over.status, 1);
+    EXPECT_THAT(over.out, HasSubstr("\n└ no value: it takes more than 65,536 substitutions\n"));
+    EXPECT_EQ(json::parse(explain(settings, {"OVER", "--json"}).out).at("failure").at("reason"), "substitutions");
+}
+
+TEST_F(PmenvExplainLimits, LongCycleIsShownWithItsEnds) {
+    const ProgramResult outcome = explain(chainOf(300) + "C300 = #(C0)\n", {"C0"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.out, HasSubstr("\n  C0 -> C1 -> C2 -> C3 -> C4 -> C5 -> C6 -> C7 -> C8 -> C9 -> C10 -> C11 -> "
+                                       "… 286 more … -> C298 -> C299 -> C300 -> C0\n"));
+    EXPECT_THAT(outcome.out, HasSubstr("\n  C11: pressmark.ini:12:7: #(C12)\n  …\n  C298: "));
+}
+
+// Each level has the one below twice: 65,536 references in sixteen settings, loaded and read.
+TEST_F(PmenvExplainLimits, WideTreeIsShownToItsFirstTwoHundred) {
+    std::string settings = "D0 = x\n";
+    for (int i = 1; i <= 15; ++i) {
+        const std::string below = std::to_string(i - 1);
+        settings += "D" + std::to_string(i) + " = #(D" + below + ")#{D" + below + "}\n";
+    }
+    const ProgramResult outcome = explain(settings, {"D15"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_LE(countOf(outcome.out, ", when "), 200U);
+    EXPECT_GE(countOf(outcome.out, " more, not shown\n"), 1U);
+    EXPECT_LT(outcome.out.size(), 200'000U);
+}
+
+TEST_F(PmenvExplainLimits, LongTextsOnTheWayAreCut) {
+    const std::string settings =
+        "LONG = " + repeated("x", 1'000'000) + "\nA = #(LONG)\n" + repeated("N", 5000) + " = v\n";
+    const ProgramResult outcome = explain(settings, {"A"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.out, HasSubstr("│  └ value   " + repeated("x", 239) + "… (1,000,000 characters)\n"));
+    EXPECT_THAT(outcome.out, HasSubstr("\n└ no value: it has 1,000,000 characters, the limit is 2,047\n"));
+
+    const json step = json::parse(explain(settings, {"A", "--json"}).out).at("explanation").at("steps").at(0);
+    EXPECT_EQ(step.at("value"), repeated("x", 2047));
+    EXPECT_EQ(step.at("valueLength"), 1'000'000);
+
+    EXPECT_LT(explain(settings, {"--text", "#(" + repeated("N", 5000) + ")"}).out.size(), 1000U);
+}
+
+TEST_F(PmenvExplainLimits, ManyEntriesOfAKeyAreNamedToTheTenth) {
+    const ProgramResult outcome = explain(repeated("A = 1\n", 50'000), {"A"});
+    EXPECT_EQ(outcome.out,
+              "A: setting, pressmark.ini:50000:5\n"
+              "│ note    replaces the value of lines 1, 2, 3, 4, 5, 6, 7, 8, 9, 10 and 49,989 more\n"
+              "└ value   1\n");
+}
+
+// --- the terminal, usage --------------------------------------------------------------------------------------------
+
+TEST_F(PmenvExplainLimits, TerminalHasColourAndCutsAllButTheFinalText) {
+    const std::string longText = repeated("0123456789", 20);
+    const std::string ini = directory_.writeFile("pressmark.ini", "A = #(B)\nB = " + longText + "\n");
+    TerminalRun run({PMENV_BINARY, "--ini", ini, "explain", "A"}, environmentOfTests(), 60, 20);
+    EXPECT_EQ(run.finish(), 0);
+    EXPECT_THAT(run.output(), StartsWith("\x1b[1mA\x1b[0m: setting, "));
+    EXPECT_THAT(run.output(), HasSubstr("│  └ value   " + longText.substr(0, 46) + "…\r\n"));
+    EXPECT_THAT(run.output(), HasSubstr("└ value   \x1b[32m" + longText + "\x1b[0m\r\n"));
+}
+
+TEST_F(PmenvExplainLimits, NamesCannotSteerTheTerminal) {
+    const ProgramResult outcome = explain("NAME\x1b[1m = 1\nA = #(NAME\x1b[1n)\n", {"A"});
+    EXPECT_THAT(outcome.out, HasSubstr("#(NAME\\x1b[1n) at 2:5"));
+    EXPECT_THAT(outcome.out, HasSubstr("did you mean 'NAME\\x1b[1m'?\n"));
+    EXPECT_THAT(outcome.out, Not(HasSubstr("\x1b")));
+}
+
+TEST(PmenvExplain, HasNoColourUnderNoColor) {
+    std::map<std::string, const char*> variables = environmentOfTests();
+    variables["NO_COLOR"] = "1";
+    TerminalRun run({PMENV_BINARY, "--ini", GOLDEN_DIR, "explain", "NESTED"}, variables, 200, 20);
+    EXPECT_EQ(run.finish(), 0);
+    EXPECT_THAT(run.output(), HasSubstr("#(MIDDLE)"));
+    EXPECT_THAT(run.output(), Not(HasSubstr("\x1b")));
+}
+
+TEST(PmenvExplain, WrongUsageIsNamedAndExitsWithTwo) {
+    struct Row {
+        Words words;
+        std::string errors;
+    };
+    const std::string refused =
+        ": the run-time table refuses it; it holds 1024 names, names and values of 255 characters";
+    const Row rows[] = {
+        {{}, "'explain' needs NAME or --text; see 'pmenv explain --help'"},
+        {{"A", "--text", "x"}, "NAME and --text do not go together; see 'pmenv explain --help'"},
+        {{"A", "B"}, "'explain' takes no further argument 'B'; see 'pmenv explain --help'"},
+        {{"A", "--set", "A"}, "--set needs NAME=VALUE, not 'A'; see 'pmenv explain --help'"},
+        {{"A", "--set", "A=" + repeated("x", 256)}, "--set A" + refused},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.words));
+        const ProgramResult outcome = explainIn(GOLDEN_DIR, row.words);
+        EXPECT_EQ(outcome.status, 2);
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_EQ(outcome.err, "pmenv: " + row.errors + "\n");
+    }
+}
+
+TEST_F(PmenvExplainLimits, RejectedFileIsNamedWithLineAndColumn) {
+    const ProgramResult outcome = explain("A = 1\n  nonsense\n", {"A"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.err, "pmenv: cannot load the settings: pressmark.ini:2:3: missing '=', expected KEY = value\n");
+}
+
+}  // namespace
