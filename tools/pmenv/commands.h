@@ -5,6 +5,7 @@
 
 int runGet(const CommandLine& line);
 int runList(const CommandLine& line);
+int runCheck(const CommandLine& line);
 
 int runFind(const CommandLine& line);
 int runResolve(const CommandLine& line);

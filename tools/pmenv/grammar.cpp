@@ -31,6 +31,16 @@ std::vector<Command> settingsCommands() {
          "pmenv list | grep LOG            on a pipe nothing is cut\n"
          "pmenv list --ini ./pressmark.ini the settings of that file",
          runList},
+        {"check",
+         "find everything that is wrong with settings files",
+         {{"FILE", "a settings file, checked as if it were pressmark.ini; without one, the pressmark.ini in force",
+           true, true}},
+         {{"strict", kFlag, nullptr, "exit 1 also when there are only warnings"},
+          {"rules", kFlag, nullptr, "print what is looked for, and exit"}},
+         "pmenv check                         the pressmark.ini that programs here would load\n"
+         "pmenv check conf/*.ini --strict     for a pipeline: exit 1 on any finding\n"
+         "pmenv check new.ini --json          findings as data",
+         runCheck},
     };
 }
 
