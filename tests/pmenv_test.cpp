@@ -828,10 +828,10 @@ TEST_F(Pmenv, FindsItselfWhenItsNameIsEmpty) {
 // --- help, manual page and completion -------------------------------------------------------------------------------
 
 const std::vector<Words>& allCommands() {
-    static const std::vector<Words> commands{{"get"},         {"list"},          {"explain"},      {"find"},
-                                             {"resolve"},     {"path", "split"}, {"path", "make"}, {"path", "shorten"},
-                                             {"path", "abs"}, {"identity"},      {"walk"},         {"report"},
-                                             {"stats"}};
+    static const std::vector<Words> commands{
+        {"get"},           {"list"},         {"explain"},         {"check"},       {"find"},     {"resolve"},
+        {"path", "split"}, {"path", "make"}, {"path", "shorten"}, {"path", "abs"}, {"identity"}, {"walk"},
+        {"report"},        {"stats"}};
     return commands;
 }
 

@@ -6,6 +6,7 @@
 int runGet(const CommandLine& line);
 int runList(const CommandLine& line);
 int runExplain(const CommandLine& line);
+int runCheck(const CommandLine& line);
 
 int runFind(const CommandLine& line);
 int runResolve(const CommandLine& line);

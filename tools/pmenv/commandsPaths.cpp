@@ -94,7 +94,7 @@ int runFind(const CommandLine& line) {
         printJson({{"file", name},
                    {"path", result.path ? Json(*result.path) : Json()},
                    {"variable", result.path ? Json(result.variable) : Json()},
-                   {"tried", placesJson(result.places)}});
+                   {"tried", result.path ? Json::array() : placesJson(result.places)}});
     } else if (result.path) {
         std::cout << *result.path << "\n";
     }

@@ -41,6 +41,16 @@ std::vector<Command> settingsCommands() {
          "pmenv explain --text '$(HOME)/#(LOG_DIR)'  any text, quoted from the shell\n"
          "pmenv explain USERS --set USERS=50         as in a program that has set it",
          runExplain},
+        {"check",
+         "find everything that is wrong with settings files",
+         {{"FILE", "a settings file, checked as if it were pressmark.ini; without one, the pressmark.ini in force",
+           true, true}},
+         {{"strict", kFlag, nullptr, "exit 1 also when there are only warnings"},
+          {"rules", kFlag, nullptr, "print what is looked for, and exit"}},
+         "pmenv check                         the pressmark.ini that programs here would load\n"
+         "pmenv check conf/*.ini --strict     for a pipeline: exit 1 on any finding\n"
+         "pmenv check new.ini --json          findings as data",
+         runCheck},
     };
 }
 

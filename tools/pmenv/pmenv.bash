@@ -7,6 +7,7 @@ _pmenv_options()
     case $1 in
         get) options+=" --file --raw" ;;
         explain) options+=" --text --set" ;;
+        check) options+=" --strict --rules" ;;
         walk) options+=" --recurse --skip --null" ;;
         stats)
             options+=" --interval --count --duration --csv --openmetrics --per-process --output --watch --verdict"
@@ -80,7 +81,7 @@ _pmenv()
     fi
 
     case "${#plain[@]} ${plain[0]}" in
-        "0 ") mapfile -t COMPREPLY < <(compgen -W "get list explain find resolve path identity walk report stats" -- "$current") ;;
+        "0 ") mapfile -t COMPREPLY < <(compgen -W "get list explain check find resolve path identity walk report stats" -- "$current") ;;
         "1 path") mapfile -t COMPREPLY < <(compgen -W "split make shorten abs" -- "$current") ;;
         *" get" | "1 explain") mapfile -t COMPREPLY < <(compgen -W "$(_pmenv_settings)" -- "$current") ;;
         "1 resolve" | [2-9]*" find") mapfile -t COMPREPLY < <(compgen -W "PATH HOME MYDOCUMENTS" -- "$current") ;;

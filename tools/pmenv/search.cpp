@@ -102,7 +102,7 @@ SearchResult searchFile(const std::string& name, const std::vector<std::string>&
     KREnvContainerClass env;
     SearchResult result;
     for (const std::string& variable : variables) {
-        if (const char* const path = findIn(env, name, variable, settings)) return {path, variable, {}};
+        if (const char* const path = findIn(env, name, variable, settings)) return {path, variable, result.places};
         addPlaces(result.places, name, variable, settings);
         if (variable.empty()) break;
     }

@@ -31,7 +31,7 @@ Resolution resolveVariable(const std::string& variable, const Settings* settings
 struct SearchResult {
     std::optional<std::string> path;
     std::string variable;       ///< the one in which it was found
-    std::vector<Place> places;  ///< all places tried when it was not found
+    std::vector<Place> places;  ///< all places tried, those of the variable in which it was found left out
 };
 SearchResult searchFile(const std::string& name, const std::vector<std::string>& variables, const Settings* settings);
 

@@ -3,7 +3,6 @@
 #include "CommandLineArguments.h"
 #include "failure.h"
 #include "krenv.h"
-#include "search.h"
 
 namespace {
 
@@ -23,9 +22,11 @@ std::string programDirectory() {
     return env.KRPGetPathDirectory(program);
 }
 
+SearchResult searchSettingsFile() { return searchFile(kFileName, {programDirectory(), "$KR_BIN", "HOME"}, nullptr); }
+
 std::string settingsFile(const CommandLine& line) {
     if (line.has("ini")) return chosenFile(line.text("ini"));
-    const SearchResult result = searchFile(kFileName, {programDirectory(), "$KR_BIN", "HOME"}, nullptr);
+    const SearchResult result = searchSettingsFile();
     if (result.path) return *result.path;
     throw Failure(std::string(kFileName) + " not found; looked in" + placesText(result.places) +
                   "\nSet KR_BIN to the directory that holds it, or choose a file with --ini.");

@@ -1,0 +1,101 @@
+// check: what is wrong with settings files.
+#include <iostream>
+
+#include <unistd.h>
+
+#include "check.h"
+#include "commands.h"
+#include "failure.h"
+#include "findings.h"
+#include "settingsFile.h"
+
+namespace {
+
+struct Counts {
+    std::size_t errors = 0;
+    std::size_t warnings = 0;
+    std::size_t unreadable = 0;
+};
+
+int printRules(const CommandLine& line) {
+    if (line.has("json")) {
+        printJson(rulesJson());
+    } else {
+        std::cout << rulesText(Style(STDOUT_FILENO));
+    }
+    return kExitDone;
+}
+
+// Tells on standard error which file is checked, because it was not named.
+std::string fileInForce(const CommandLine& line) {
+    const std::string file = settingsFile(line);
+    if (line.has("ini")) return file;
+    const SearchResult result = searchSettingsFile();
+    const std::string found = file + ", found in " + result.variable;
+    std::cerr << "checking " << found
+              << (result.places.empty() ? "" : "; not found before that in" + placesText(result.places)) << "\n";
+    return file;
+}
+
+std::vector<std::string> filesToCheck(const CommandLine& line) {
+    return line.arguments().empty() ? std::vector<std::string>{fileInForce(line)} : line.arguments();
+}
+
+void count(const CheckedFile& checked, Counts* counts) {
+    for (const Finding& finding : checked.findings) {
+        ++(describe(finding.rule).isError ? counts->errors : counts->warnings);
+    }
+}
+
+void printFindings(const CheckedFile& checked) {
+    const Style style(STDOUT_FILENO);
+    for (const Finding& finding : checked.findings) std::cout << findingText(checked, finding, style);
+}
+
+Json checkedJson(const CheckedFile& checked) {
+    Json json{{"file", checked.file}, {"findings", Json::array()}};
+    for (const Finding& finding : checked.findings) json["findings"].push_back(findingJson(checked, finding));
+    return json;
+}
+
+// Checks one file after the other; one that cannot be read does not keep the others from being checked.
+Counts checkAll(const CommandLine& line, Json* answer) {
+    Counts counts;
+    for (const std::string& file : filesToCheck(line)) {
+        try {
+            const CheckedFile checked = checkFile(file);
+            count(checked, &counts);
+            if (answer != nullptr) {
+                answer->push_back(checkedJson(checked));
+            } else {
+                printFindings(checked);
+            }
+        } catch (const Failure& failure) {
+            ++counts.unreadable;
+            printError(failure.what());
+            if (answer != nullptr) answer->push_back({{"file", file}, {"problem", failure.what()}});
+        }
+    }
+    return counts;
+}
+
+std::string numbered(std::size_t number, const char* what) {
+    return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
+}
+
+}  // namespace
+
+int runCheck(const CommandLine& line) {
+    if (line.has("rules")) return printRules(line);
+    const bool asJson = line.has("json");
+    Json answer = Json::array();
+    const Counts counts = checkAll(line, asJson ? &answer : nullptr);
+    if (asJson) {
+        printJson(answer);
+    } else {
+        std::cout.flush();  // the findings first, where both go to one place
+        std::cerr << numbered(counts.errors, "error") << ", " << numbered(counts.warnings, "warning") << "\n";
+    }
+    const bool wrong = counts.errors > 0 || counts.unreadable > 0 || (line.has("strict") && counts.warnings > 0);
+    return wrong ? kExitWrong : kExitDone;
+}
