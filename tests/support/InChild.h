@@ -8,6 +8,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+// There in builds that are instrumented for coverage: what the child has counted would be lost as it ends.
+extern "C" void __gcov_dump() __attribute__((weak));
+
 /// What `work` returned in the child. Failures inside are to be part of that text.
 inline std::string inChild(const std::function<std::string()>& work) {
     int ends[2];
@@ -16,6 +19,7 @@ inline std::string inChild(const std::function<std::string()>& work) {
     if (child == 0) {
         const std::string text = work();
         const ssize_t written = write(ends[1], text.data(), text.size());
+        if (__gcov_dump != nullptr) __gcov_dump();
         _exit(written == static_cast<ssize_t>(text.size()) ? 0 : 1);
     }
     close(ends[1]);
