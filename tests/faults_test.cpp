@@ -38,7 +38,10 @@ const std::string kNoMemory = "std::bad_alloc";
 Answers sameOr(const char* failure) { return {kSame, failure}; }
 Answers sameOrNoMemoryOr(const char* failure) { return {kSame, kNoMemory, failure}; }
 
-const char* noBuffer(Host& host) {
+// Each row of the tables below is an Operation: the symbols that it shows, the call, its answers when a function fails,
+// what is made ready before (with the buffer to watch), and what the call answers the next time.
+
+const char* withSettings(Host& host) {
     host.loadSettings();
     return nullptr;
 }
@@ -80,7 +83,7 @@ Operations settingsOperations() {
         {{"KREnvContainerClass::KREEnvDefined(char const*, char const*, bool)"},
          [](Host& host, Answer& answer) { answer << host.env.KREEnvDefined("READ", "PROCESS", true); },
          {{"new", sameOr("false")}, {"getenv", {"false"}}},
-         noBuffer},
+         withSettings},
         {{"KREnvContainerClass::KRERuntimeResolve(char const*)"},
          [](Host& host, Answer& answer) { answer << host.env.KRERuntimeResolve("$(SOME_VARIABLE) of now"); },
          {{"new", sameOr("null")}, {"getenv", {" of now"}}}},
@@ -92,7 +95,7 @@ Operations settingsOperations() {
              answer << KRSRuntimeResolve(set, text) << text.data();
          },
          {{"getenv", {"true a value*of its own and "}}},
-         noBuffer},
+         withSettings},
         {{"KRSLoadResolve(AddDelSet&, RWCString&)"},
          [](Host&, Answer& answer) {
              AddDelSet set;
@@ -100,7 +103,7 @@ Operations settingsOperations() {
              answer << KRSLoadResolve(set, text) << text.data();
          },
          {{"getenv", {"true a value*of its own and "}}},
-         noBuffer},
+         withSettings},
         {{"KRSLoadFilter(char const*, char const*)"},
          [](Host&, Answer& answer) { answer << KRSLoadFilter("KEY", "a long value with ${SOME_VARIABLE} in it"); },
          {{"getenv", {kSame, "a long value with  in it"}}}},
@@ -130,7 +133,7 @@ Operations settingsOperations() {
              answer << KRSGetValue(host.handle, "PRODUCT_NAME");
          },
          {{"new", sameOrNoMemoryOr("null")}, {"open", {"null"}}, {"fstat", {"null"}}, {"read EIO", {"null"}}},
-         noBuffer},
+         withSettings},
         {{"nEnvSettings::gGetPropertyString(OptionalValue<std::__cxx11::basic_string<char, std::char_traits<char>, "
           "std::allocator<char> > >&, int, char const*)"},
          [](Host&, Answer& answer) {
@@ -139,13 +142,13 @@ Operations settingsOperations() {
              answer << (value.has() ? value.get().c_str() : "nothing");
          },
          {{"new", sameOrNoMemoryOr("nothing")}, {"getenv", {" and a value*"}}},
-         noBuffer},
+         withSettings},
         {{"nEnvSettings::gGetPropertyStream[abi:cxx11](int, char const*)"},
          [](Host&, Answer& answer) {
              answer << nEnvSettings::gGetPropertyStream(nEnvSettings::gPressmarkIniTable(), "READ");
          },
          {{"new", sameOrNoMemoryOr("")}, {"getenv", {kSame, " and a value*"}}},
-         noBuffer},
+         withSettings},
         {{"KRVersionInfo(char const*)", "table",
           "KRVProductName()",           "KRVProductNameDisplay()",
           "KRVProductsList()",          "KRVProductFileName()",
@@ -193,7 +196,7 @@ Operation pathOperation(const char* symbol, Ask askEnv, const OnFault& onFault =
     return {{"KREnvContainerClass::" + std::string(symbol)},
             [askEnv](Host& host, Answer& answer) { answer << askEnv(host.env); },
             onFault,
-            noBuffer};
+            withSettings};
 }
 
 using Env = KREnvContainerClass;
@@ -280,7 +283,7 @@ Operations pathOperations() {
          {{"new", {kSame, "@/bin/new.txt std::bad_alloc", "@/bin/new.txt null"}},
           {"stat", sameOr("@/bin/new.txt null")},
           {"realpath", {"null @/docs/found.txt", "@/bin/new.txt ", "null "}}},
-         noBuffer},
+         withSettings},
         pathOperation("KRPFileExist(char const*)", [](Env& env) { return env.KRPFileExist("bin"); },
                       {{"stat", {"false"}}}),
         pathOperation("KRPFileExist(char const*, bool)", [](Env& env) { return env.KRPFileExist("bin", true); },
