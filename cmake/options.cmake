@@ -30,8 +30,10 @@ elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   target_compile_options(krenv_options INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
 endif()
 if(KRENV_COVERAGE)
-  target_compile_options(krenv_options INTERFACE --coverage)
-  target_link_options(krenv_options INTERFACE --coverage)
+  # Threads count alike, so that no count is lost.
+  target_compile_options(krenv_options INTERFACE --coverage -fprofile-update=atomic)
+  # With the function that stores the counts of a child process that ends without cleaning up.
+  target_link_options(krenv_options INTERFACE --coverage -Wl,-u,__gcov_dump)
 endif()
 
 # The names and layouts that the libraries' interfaces are compared by (`./dev abi`) come from the debugging information of

@@ -290,8 +290,8 @@ bool KREnvContainerClass::KREEnvDefined(const char* name, const char* text, bool
 const char* KREnvContainerClass::KRERuntimeResolve(const char* text) {
     if (text == nullptr) return nullptr;
     const std::size_t length = std::strlen(text);
-    if (!hasReference(text, length, runtimeReference())) return storeResolved(text, length);
     try {
+        if (!hasReference(text, length, runtimeReference())) return storeResolved(text, length);
         RWCString resolved(text);
         AddDelSet inProgress;
         return KRSRuntimeResolve(inProgress, resolved) ? storeResolved(resolved.data(), resolved.length()) : nullptr;

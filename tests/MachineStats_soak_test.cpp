@@ -1,9 +1,13 @@
-// Thousands of collections while load engines come and go.
+// Thousands of collections while load engines come and go; millions, for as many minutes as SOAK_MINUTES says
+// (`./dev soak`).
 #include "MachineStats.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <iostream>
 #include <random>
 #include <set>
 #include <vector>
@@ -21,6 +25,11 @@ constexpr int kCollections = 4000;
 constexpr int kPids = 40;
 
 std::size_t heapBytes() { return mallinfo2().uordblks; }
+
+std::chrono::steady_clock::time_point endOfSoak() {
+    const char* const minutes = std::getenv("SOAK_MINUTES");
+    return std::chrono::steady_clock::now() + std::chrono::minutes(minutes != nullptr ? std::atoi(minutes) : 0);
+}
 
 // Starts, ends, moves on and breaks a few of the engines with the ids 1 to kPids.
 class Engines {
@@ -77,11 +86,17 @@ TEST(MachineStatsSoak, NothingGrows) {
     MachineStats collector;
     KREnvMachineStats stats{};
 
+    const auto withoutEngines = [&] {
+        engines.endAll();
+        collector.CollectMachineStats(stats, false);
+        ASSERT_EQ(0U, samplers.count());
+    };
     std::size_t descriptors = 0;
     std::size_t heap = 0;
     std::size_t mostSamplers = 0;
     std::size_t seen = 0;
-    for (int i = 0; i < kCollections; ++i) {
+    long collections = 0;
+    for (const auto end = endOfSoak(); collections < kCollections || std::chrono::steady_clock::now() < end;) {
         engines.changeSome();
         proc.now += 600'000;  // every other gate is closed
         ASSERT_TRUE(collector.CollectMachineStats(stats, false));
@@ -91,20 +106,18 @@ TEST(MachineStatsSoak, NothingGrows) {
         seen += stats.slaves.size();
         proc.closeLeftOpen();  // those of samples that found no /proc/stat
         proc.calls.clear();
-        if (i == kCollections / 10 || i == kCollections - 1) {
-            engines.endAll();
-            collector.CollectMachineStats(stats, false);
-            ASSERT_EQ(0U, samplers.count());
-            if (heap == 0) {
-                descriptors = OpenDescriptors::count();
-                heap = heapBytes();
-            }
+        if (++collections == kCollections / 10) {
+            withoutEngines();
+            descriptors = OpenDescriptors::count();
+            heap = heapBytes();
         }
     }
+    withoutEngines();
     EXPECT_EQ(descriptors, OpenDescriptors::count());
     EXPECT_LE(heapBytes(), heap + 4096);
     EXPECT_LE(mostSamplers, static_cast<std::size_t>(kPids));
     EXPECT_GT(seen, static_cast<std::size_t>(kCollections)) << "engines did run";
     testing::internal::GetCapturedStderr();
     nLogging::gSetSink({});
+    std::cout << collections << " collections, " << seen << " engines sampled\n";
 }

@@ -274,6 +274,13 @@ TEST(KRSRuntimeResolve, SearchingIsLimitedInAll) {
     EXPECT_EQ("<failed>", atRunTime(padding + repeated("#(E)", 1100)));
 }
 
+TEST(KRSRuntimeResolve, ASetThatHasSearchedTooMuchFailsAlsoWithoutReferences) {
+    AddDelSet set;
+    set.searched = std::size_t{256} << 20;
+    RWCString text("text");
+    EXPECT_FALSE(KRSRuntimeResolve(set, text));
+}
+
 TEST(KRSRuntimeResolve, LongNamesAndLongIntermediateTextsWork) {
     const std::string name(100'000, 'n');
     const std::string value(500'000, 'v');

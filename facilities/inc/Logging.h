@@ -81,6 +81,7 @@ public:
     RecordWriter& operator<<(char* piece) { return *this << static_cast<const char*>(piece); }
 
 private:
+    int error_;  // errno before the first piece
     Level level_;
     const char* category_;
     const char* file_;

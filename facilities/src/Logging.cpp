@@ -141,13 +141,13 @@ void writeLine(int descriptor, const std::string& line) {
 // A log call leaves errno as it was, so that code may log first and look at it afterwards.
 class ErrnoKeeper {
 public:
-    ErrnoKeeper() = default;
+    explicit ErrnoKeeper(int error = errno) : error_(error) {}
     ~ErrnoKeeper() { errno = error_; }
     ErrnoKeeper(const ErrnoKeeper&) = delete;
     ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
 
 private:
-    const int error_ = errno;
+    const int error_;
 };
 
 // A thread that is cancelled while it logs ends behind the record: the end would otherwise begin in a destructor, which
@@ -261,12 +261,16 @@ const char* gLevelName(Level level) {
 }
 
 RecordWriter::RecordWriter(Level level, const char* category, const char* file, int line)
-    : level_(level), category_(category != nullptr ? category : ""), file_(file != nullptr ? file : ""), line_(line) {
+    : error_(errno),
+      level_(level),
+      category_(category != nullptr ? category : ""),
+      file_(file != nullptr ? file : ""),
+      line_(line) {
     text_.imbue(std::locale::classic());  // the host's locale must not put separators into numbers
 }
 
 RecordWriter::~RecordWriter() {
-    const ErrnoKeeper error;
+    const ErrnoKeeper error(error_);  // also what composing the text has changed, where it found no memory
     const CancellationKeeper cancellation;
     try {
         const Record record{std::chrono::system_clock::now(), level_,     category_, file_, line_,

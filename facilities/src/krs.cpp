@@ -556,13 +556,9 @@ void load(const char* path, int handle, KRSFilter filter) {
     table->load(std::move(parser), filter);
 }
 
-// Runs what reads the file `path`. 1; after a failure, 0 and KRSLoadError's text.
+// Runs what reads the file `path`. 1; after a failure, 0 and KRSLoadError's text, unless there is no memory for it.
 template <class Reading>
-int noteFailure(const char* path, Reading reading) {
-    if (path == nullptr || *path == '\0') {
-        lastLoadError = "no path given";
-        return 0;
-    }
+int describeFailure(const char* path, Reading reading) {
     try {
         reading();
         return 1;
@@ -576,6 +572,20 @@ int noteFailure(const char* path, Reading reading) {
         lastLoadError = path + std::string(": not enough address space");
     }
     return 0;
+}
+
+template <class Reading>
+int noteFailure(const char* path, Reading reading) {
+    if (path == nullptr || *path == '\0') {
+        lastLoadError = "no path given";
+        return 0;
+    }
+    try {
+        return describeFailure(path, reading);
+    } catch (const std::bad_alloc&) {
+        lastLoadError = "out of memory";  // so short that it needs no block of its own
+        return 0;
+    }
 }
 
 }  // namespace
