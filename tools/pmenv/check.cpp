@@ -125,11 +125,11 @@ public:
         checkKeys();
         checkValues();
         checkRelease();
-        const auto place = [](const Finding& finding) {
+        const auto place = [](const CheckFinding& finding) {
             return std::make_tuple(finding.line, finding.column, finding.rule);
         };
         std::stable_sort(checked_.findings.begin(), checked_.findings.end(),
-                         [&](const Finding& a, const Finding& b) { return place(a) < place(b); });
+                         [&](const CheckFinding& a, const CheckFinding& b) { return place(a) < place(b); });
         return std::move(checked_);
     }
 
@@ -143,13 +143,19 @@ private:
         std::size_t valueColumn;
         bool leftOut = false;
     };
-    enum class When { Loading, Reading };
+    // A value that the load has changed may hold references that stand in other settings and are told of there.
+    enum class When { Loading, Reading, ReadingReplaced };
 
     void add(Rule rule, int line, std::size_t column, std::size_t length, std::string text) {
         checked_.findings.push_back({rule, line, column, length, std::move(text)});
     }
     void addAtValue(Rule rule, const Entry& entry, std::string text) {
         add(rule, entry.line, entry.valueColumn, entry.value.size(), std::move(text));
+    }
+    void addAtReference(Rule rule, const Entry& entry, const std::string& written, std::string text) {
+        const std::size_t position = entry.value.find(written);
+        if (position == std::string::npos) return addAtValue(rule, entry, std::move(text));
+        add(rule, entry.line, entry.valueColumn + position, written.size(), std::move(text));
     }
 
     // Reading, with the syntax rule.
@@ -169,13 +175,14 @@ private:
 
     void checkKeys() {
         for (std::size_t i = 0; i < entries_.size(); ++i) {
-            const auto [known, isNew] = lastOfKey_.try_emplace(entries_[i].key, i);
-            if (isNew) continue;
             const Entry& entry = entries_[i];
-            add(Rule::DuplicateKey, entry.line, entry.keyColumn, entry.keyLength,
-                quoted(entry.key) + " is set again; its value from " + onLine(entries_[known->second].line) +
-                    " is lost");
+            const auto [known, isNew] = lastOfKey_.try_emplace(entry.key, i);
+            if (isNew) continue;
+            const Entry& earlier = entries_[known->second];
             known->second = i;
+            if (entry.value.find("#{" + entry.key + "}") != std::string::npos) continue;  // LIST = #{LIST},more
+            add(Rule::DuplicateKey, entry.line, entry.keyColumn, entry.keyLength,
+                quoted(entry.key) + " is set again; its value from " + onLine(earlier.line) + " is lost");
         }
     }
 
@@ -214,7 +221,7 @@ private:
         RWCString text(stored);
         watch.begun(entry.key.c_str(), stored);
         const bool expanded = KRSRuntimeResolve(set, text);
-        addFindings(entry, watch.take(), When::Reading);
+        addFindings(entry, watch.take(), entry.value == stored ? When::Reading : When::ReadingReplaced);
         if (!expanded) return;
         if (text.length() > kLongestValue) {
             addAtValue(Rule::Limit, entry,
@@ -233,11 +240,17 @@ private:
         const std::string outcome =
             when == When::Loading ? "; the setting is left out" : "; the setting cannot be read";
         if (*expansion.failure == KRSResolveFailure::Cycle) {
-            addAtValue(Rule::Cycle, entry, "the references lead in a circle: " + chainText(expansion.chain) + outcome);
+            addAtReference(Rule::Cycle, entry, writtenAs(expansion.chain[1], when),
+                           "the references lead in a circle: " + chainText(expansion.chain) + outcome);
         } else {
             addAtValue(Rule::Limit, entry,
                        std::string("expanding the value takes more than ") + limitText(*expansion.failure) + outcome);
         }
+    }
+
+    static std::string writtenAs(const ChainLink& link, When when) {
+        const std::string bracketed = when == When::Loading ? "{" + link.name + "}" : "(" + link.name + ")";
+        return (link.isVariable ? '$' : '#') + bracketed;
     }
 
     // "A (line 1) -> B (line 2) -> A (line 1)", the middle of a long chain left out.
@@ -270,6 +283,7 @@ private:
         }
         const std::size_t position = entry.value.find(reference.written, *from);
         if (position == std::string::npos) {
+            if (when == When::ReadingReplaced) return;
             return addAtValue(rule, entry,
                               text + " (the reference " + quoted(reference.written) + " forms while it is expanded)");
         }
@@ -364,7 +378,7 @@ private:
 
 }  // namespace
 
-std::string CheckedFile::sourceOf(const Finding& finding) const {
+std::string CheckedFile::sourceOf(const CheckFinding& finding) const {
     const auto index = static_cast<std::size_t>(finding.line) - 1;
     return index < lines.size() ? lines[index] : "";
 }

@@ -10,7 +10,7 @@
 
 #include "checkRules.h"
 
-struct Finding {
+struct CheckFinding {
     Rule rule;
     int line;            ///< from 1
     std::size_t column;  ///< in bytes, from 1
@@ -21,10 +21,10 @@ struct Finding {
 struct CheckedFile {
     std::string file;
     std::vector<std::string> lines;
-    std::vector<Finding> findings;  ///< by line and column
+    std::vector<CheckFinding> findings;  ///< by line and column
 
     /// The line of a finding; "" in an empty file.
-    std::string sourceOf(const Finding& finding) const;
+    std::string sourceOf(const CheckFinding& finding) const;
 };
 
 /// Checks `file` as a program would load it as pressmark.ini, with this process's environment. Throws Failure when it

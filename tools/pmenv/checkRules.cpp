@@ -33,8 +33,12 @@ constexpr RuleDescription kDescriptions[] = {
     {"not-a-reference", false,
      "What looks like a reference but does not fit the pattern, and so stays as it stands: a bracket that is not "
      "closed, "
-     "a blank in the name, no name at all, or a process variable without brackets like $HOME."},
-    {"duplicate-key", false, "A key that stands further up as well. The later value counts, the earlier one is lost."},
+     "blanks around the name, no name at all, or a process variable without brackets like $HOME. Texts for a shell, "
+     "like "
+     "$(date +%F), are left alone."},
+    {"duplicate-key", false,
+     "A key that stands further up as well. The later value counts, the earlier one is lost, unless the later value "
+     "takes it over: LIST = #{LIST},more."},
     {"missing-release", false,
      "A pressmark.ini without KR_VERSION or KR_BUILD. The start-up report of every program shows <NullChar*> instead. "
      "Files of other names are not expected to have them."},

@@ -42,19 +42,19 @@ std::vector<std::string> filesToCheck(const CommandLine& line) {
 }
 
 void count(const CheckedFile& checked, Counts* counts) {
-    for (const Finding& finding : checked.findings) {
+    for (const CheckFinding& finding : checked.findings) {
         ++(describe(finding.rule).isError ? counts->errors : counts->warnings);
     }
 }
 
 void printFindings(const CheckedFile& checked) {
     const Style style(STDOUT_FILENO);
-    for (const Finding& finding : checked.findings) std::cout << findingText(checked, finding, style);
+    for (const CheckFinding& finding : checked.findings) std::cout << findingText(checked, finding, style);
 }
 
 Json checkedJson(const CheckedFile& checked) {
     Json json{{"file", checked.file}, {"findings", Json::array()}};
-    for (const Finding& finding : checked.findings) json["findings"].push_back(findingJson(checked, finding));
+    for (const CheckFinding& finding : checked.findings) json["findings"].push_back(findingJson(checked, finding));
     return json;
 }
 

@@ -24,7 +24,7 @@ std::size_t characterStart(const std::string& text, std::size_t position) {
 }
 
 // Of a long line only the surroundings of the place.
-SourceParts partsOf(const std::string& line, const Finding& finding) {
+SourceParts partsOf(const std::string& line, const CheckFinding& finding) {
     constexpr std::size_t kMostBefore = 60, kMostMeant = 60, kMostBehind = 40;
     const std::size_t begin = std::min(finding.column - 1, line.size());
     const std::size_t end = std::min(begin + finding.length, line.size());
@@ -41,7 +41,7 @@ std::string shown(std::string text) {
     return printable(text);
 }
 
-std::string excerptText(const std::string& line, const Finding& finding, const Style& style) {
+std::string excerptText(const std::string& line, const CheckFinding& finding, const Style& style) {
     const SourceParts parts = partsOf(line, finding);
     const std::string before = shown(parts.before);
     const std::string meant = shown(parts.meant);
@@ -72,7 +72,7 @@ std::string wrapped(const std::string& paragraph, const std::string& indent) {
 
 }  // namespace
 
-std::string findingText(const CheckedFile& checked, const Finding& finding, const Style& style) {
+std::string findingText(const CheckedFile& checked, const CheckFinding& finding, const Style& style) {
     const RuleDescription& rule = describe(finding.rule);
     const std::string place =
         printable(checked.file) + ":" + std::to_string(finding.line) + ":" + std::to_string(finding.column) + ":";
@@ -82,7 +82,7 @@ std::string findingText(const CheckedFile& checked, const Finding& finding, cons
            excerptText(checked.sourceOf(finding), finding, style);
 }
 
-Json findingJson(const CheckedFile& checked, const Finding& finding) {
+Json findingJson(const CheckedFile& checked, const CheckFinding& finding) {
     return {{"line", finding.line},
             {"column", finding.column},
             {"length", finding.length},

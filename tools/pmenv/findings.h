@@ -9,9 +9,9 @@
 #include "terminal.h"
 
 /// "FILE:LINE:COLUMN: error: text [rule]", the line beneath it and what is meant underlined, as compilers write it.
-std::string findingText(const CheckedFile& checked, const Finding& finding, const Style& style);
+std::string findingText(const CheckedFile& checked, const CheckFinding& finding, const Style& style);
 
-Json findingJson(const CheckedFile& checked, const Finding& finding);
+Json findingJson(const CheckedFile& checked, const CheckFinding& finding);
 
 /// The rules with their paragraphs.
 std::string rulesText(const Style& style);

@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
 constexpr char kSigns[] = "$#";
 
 bool isNameCharacter(char character) { return std::isalnum(static_cast<unsigned char>(character)) || character == '_'; }
+bool isClosing(char character) { return character == ')' || character == '}'; }
 bool isLower(char character) { return std::islower(static_cast<unsigned char>(character)); }
 
 std::size_t endOfName(const std::string& text, std::size_t position) {
@@ -16,20 +18,39 @@ std::size_t endOfName(const std::string& text, std::size_t position) {
     return position;
 }
 
-// "$(", "#{", ...: with what is written behind it, up to the end of the name that it may have been meant for.
-std::size_t lengthOfOpening(const std::string& text, std::size_t position) {
-    const char open = position + 1 < text.size() ? text[position + 1] : '\0';
-    if (open != '(' && open != '{') return 0;
-    const std::size_t name = std::min(text.find_first_not_of(" \t", position + 2), text.size());
-    const std::size_t end = endOfName(text, name);
-    const bool closed = end < text.size() && (text[end] == ')' || text[end] == '}');
-    return end + (closed ? 1 : 0) - position;
+bool beginsReference(const std::string& text, std::size_t position) {
+    if (position + 1 >= text.size() || std::strchr(kSigns, text[position]) == nullptr) return false;
+    return text[position + 1] == '(' || text[position + 1] == '{';
 }
 
-// "$HOME", but not "$5", "$$" or the "$word" of a price list or a password: a variable that is set, or at least spelled
+// Where the bracket that begins at `position` is closed: behind the closing one. npos when another reference begins
+// before that, or when it is not closed at all.
+std::size_t endOfBracket(const std::string& text, std::size_t position) {
+    const char close = text[position + 1] == '(' ? ')' : '}';
+    for (std::size_t at = position + 2; at < text.size(); ++at) {
+        if (text[at] == close) return at + 1;
+        if (beginsReference(text, at)) break;
+    }
+    return std::string::npos;
+}
+
+// "$( NAME )", "#{}", "$(NAME" with what could have been meant for the name. Not "$(date +%F)" or "${A:-b c}", which
+// are no mistyped references but texts for a shell.
+std::size_t lengthOfOpening(const std::string& text, std::size_t position) {
+    if (!beginsReference(text, position)) return 0;
+    const std::size_t name = std::min(text.find_first_not_of(" \t", position + 2), text.size());
+    const std::size_t nameEnd = endOfName(text, name);
+    const std::size_t end = endOfBracket(text, position);
+    if (end == std::string::npos)
+        return nameEnd - position + (nameEnd < text.size() && isClosing(text[nameEnd]) ? 1 : 0);
+    return text.find_first_not_of(" \t", nameEnd) == end - 1 ? end - position : 0;
+}
+
+// "$HOME", but not "$5", "\\$HOME", "$$HOME" or the "$word" of a password: a variable that is set, or at least spelled
 // like one.
 std::size_t lengthOfBareVariable(const std::string& text, std::size_t position) {
     if (text[position] != '$') return 0;
+    if (position > 0 && (text[position - 1] == '\\' || text[position - 1] == '$')) return 0;
     const std::size_t end = endOfName(text, position + 1);
     const std::string name = text.substr(position + 1, end - position - 1);
     if (name.size() < 2 || std::isdigit(static_cast<unsigned char>(name[0]))) return 0;

@@ -12,5 +12,5 @@ struct LiteralText {
 };
 
 /// What a reader of `value` could take for a reference, but still stands in its `expanded` form: a bracket that is not
-/// closed, a blank in a name, $HOME. A bracket that other references complete, as in $(A$(B)), does not.
+/// closed, blanks around a name, no name, $HOME. A bracket that other references complete, as in $(A$(B)), does not.
 std::vector<LiteralText> literalTexts(const std::string& value, const std::string& expanded);
