@@ -49,6 +49,9 @@ const char* read(const char* name) {
     return container.KREGetEnv(name);
 }
 
+#ifdef ALTERNATIVES
+// --- other ways -----------------------------------------------------------------------------------------------------
+
 // Each call asks for another of the plain settings.
 const char* nextKey() {
     static const std::vector<std::string> keys = [] {
@@ -60,9 +63,6 @@ const char* nextKey() {
     at = at + 1 < keys.size() ? at + 1 : 0;
     return keys[at].c_str();
 }
-
-#ifdef ALTERNATIVES
-// --- other ways -----------------------------------------------------------------------------------------------------
 
 void measurePlain(Report& report) {
     GKeyFile* const file = g_key_file_new();

@@ -1,5 +1,5 @@
 // Loading settings files.
-#include <algorithm>
+#include <cstring>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -46,7 +46,13 @@ void readAndCount(const std::string& path) {
     const std::unique_ptr<char[]> text(new char[size]);
     check(read(file, text.get(), size) == static_cast<ssize_t>(size), "reading");
     close(file);
-    keep(std::count(text.get(), text.get() + size, '\n'));
+    long lines = 0;
+    const char* const end = text.get() + size;
+    for (const char* at = text.get(); at != end; ++lines) {
+        const void* const lineEnd = std::memchr(at, '\n', static_cast<std::size_t>(end - at));
+        at = lineEnd != nullptr ? static_cast<const char*>(lineEnd) + 1 : end;
+    }
+    keep(lines);
 }
 
 #ifdef ALTERNATIVES
