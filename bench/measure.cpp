@@ -78,9 +78,7 @@ double warmUp(Samples* samples, bool inChild) {
     return kSampleNs;
 }
 
-const char* kindName(Kind kind) {
-    return kind == Kind::Ours ? "krenv" : kind == Kind::Floor ? "floor" : "alternative";
-}
+const char* kindName(Kind kind) { return kind == Kind::Ours ? "krenv" : kind == Kind::Floor ? "floor" : "alternative"; }
 
 }  // namespace
 

@@ -15,10 +15,10 @@
 #include "krs.h"
 
 #ifdef ALTERNATIVES
-#include <boost/property_tree/ini_parser.hpp>
-#include <boost/property_tree/ptree.hpp>
 #include <glib.h>
 #include <ini.h>
+#include <boost/property_tree/ini_parser.hpp>
+#include <boost/property_tree/ptree.hpp>
 #endif
 
 namespace {

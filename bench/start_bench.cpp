@@ -79,11 +79,16 @@ void runProgram(std::vector<std::string> words) {
 
 void measurePmenv(Report& report, const TempDir& dir) {
     const std::string file = dir / "pressmark.ini";
-    report.measure({"pmenv get NAME, a process",
-                    "3 settings",
-                    {0, 1.5},
-                    {{Kind::Ours, "", [file] { runProgram({PMENV_BINARY, "get", "RESULTS_DIR", "--ini", file}); }},
-                     {Kind::Floor, "", [] { runProgram({EMPTY_PROGRAM}); }}}});
+    report.measure(
+        {"pmenv get NAME, a process",
+         "3 settings",
+         {0, 1.5},
+         {{Kind::Ours, "",
+           [file] {
+               runProgram({PMENV_BINARY, "get", "RESULTS_DIR", "--ini", file});
+           }},
+          {Kind::Alternative, "an empty program without the C++ library", [] { runProgram({EMPTY_C_PROGRAM}); }},
+          {Kind::Floor, "", [] { runProgram({EMPTY_PROGRAM}); }}}});
 }
 
 }  // namespace

@@ -384,7 +384,7 @@ bool KREnvContainerClass::KRPFileExist(const char* path, bool /*flag*/) {
 
 bool KRPIsClosedFileADirectory(const char* path) {
     if (path == nullptr || *path == '\0') return false;
-    struct stat status {};
+    struct stat status;  // filled where it is looked at
     return stat(path, &status) == 0 && hasDirectoryBit(status.st_mode);
 }
 

@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
-#include <deque>
 #include <iterator>
 #include <memory>
 #include <mutex>
@@ -251,7 +250,10 @@ struct Line {
     std::size_t columnOf(const char* at) const { return static_cast<std::size_t>(at - begin) + 1; }
 };
 
-char* skipBlanks(char* begin, char* end) { return std::find_if_not(begin, end, isBlank); }
+char* skipBlanks(char* begin, char* end) {
+    while (begin != end && isBlank(*begin)) ++begin;
+    return begin;
+}
 
 char* cutBlanks(char* begin, char* end) {
     while (end != begin && isBlank(end[-1])) --end;
@@ -285,6 +287,7 @@ public:
         arena_.adopt(std::move(text.bytes), text.length);
         skipByteOrderMark();
         nul_ = find(at_, end_, '\0');
+        entries_.reserve(text.length / kUsualLine);
     }
 
     void parse() {
@@ -310,10 +313,13 @@ public:
         }
     }
 
-    const std::deque<ParsedEntry>& entries() const { return entries_; }
+    const std::vector<ParsedEntry>& entries() const { return entries_; }
     Arena takeTexts() { return std::move(arena_); }
 
 private:
+    // Files with longer lines leave some of the room untouched, others have it grow; counting would take longer.
+    static constexpr std::size_t kUsualLine = 32;
+
     Line nextLine() {
         char* const begin = at_;
         char* lineEnd = find(begin, end_, '\n');
@@ -386,7 +392,7 @@ private:
     Arena arena_;
     char* nul_ = nullptr;  // the first NUL byte from the present line on, end_ when there is none
     std::string section_;  // with the dot behind it
-    std::deque<ParsedEntry> entries_;
+    std::vector<ParsedEntry> entries_;
 };
 
 // --- tables ---------------------------------------------------------------------------------------------------------
@@ -402,11 +408,11 @@ public:
     // Stores the entries one by one, so that the filter finds in the table what stands above.
     void load(Parser parser, KRSFilter filter) {
         texts_.adopt(parser.takeTexts());
-        const std::deque<ParsedEntry>& entries = parser.entries();
+        const std::vector<ParsedEntry>& entries = parser.entries();
         reserve(entries.size());
-        for (std::size_t i = 0; i < entries.size(); ++i) {
-            if (i + kPrefetched < entries.size()) prefetch(entries[i + kPrefetched].hash);
-            const ParsedEntry& parsed = entries[i];
+        auto ahead = entries.begin() + std::min<std::ptrdiff_t>(kPrefetched, entries.end() - entries.begin());
+        for (const ParsedEntry& parsed : entries) {
+            if (ahead != entries.end()) prefetch((ahead++)->hash);
             const char* value = parsed.value;
             if (filter != nullptr) {
                 const char* const filtered = filter(parsed.key, parsed.value);
@@ -457,7 +463,7 @@ private:
     }
 
     // A large table's slots are far apart: they are asked for some entries ahead, so that nobody waits for them.
-    static constexpr std::size_t kPrefetched = 8;
+    static constexpr std::ptrdiff_t kPrefetched = 8;
     void prefetch(std::uint32_t hash) const { __builtin_prefetch(&slots_[hash & (slots_.size() - 1)], 1); }
 
     void store(const KRSEntry& entry, std::uint32_t hash) {
