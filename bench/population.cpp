@@ -45,6 +45,7 @@ void waitForName(pid_t pid, const char* name) {
 }  // namespace
 
 int runPopulation(const std::string& processes, const std::string& engines) {
+    std::signal(SIGPIPE, SIG_IGN);  // the benchmark may be gone before the children are up
     Children children;
     for (int i = 0; i < std::atoi(processes.c_str()); ++i) {
         const char* const name = i < std::atoi(engines.c_str()) ? "PMLoadEngineMain" : "sleeper";

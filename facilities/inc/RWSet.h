@@ -41,8 +41,8 @@ public:
 
     /// Takes the string that equals `*string` out of the set and returns it; null when there is none.
     RWCollectableString* remove(const RWCollectableString* string) {
-        const auto present = !members_.empty() && members_.back().string == string ? members_.rbegin()
-                                                                                     : find(*string, hashOf(*string));
+        const auto present =
+            !members_.empty() && members_.back().string == string ? members_.rbegin() : find(*string, hashOf(*string));
         if (present == members_.rend()) return nullptr;
         RWCollectableString* const removed = present->string;
         members_.erase(std::next(present).base());
@@ -63,9 +63,8 @@ private:
     }
 
     std::vector<Member>::reverse_iterator find(const RWCollectableString& string, std::size_t hash) {
-        return std::find_if(members_.rbegin(), members_.rend(), [&](const Member& member) {
-            return member.hash == hash && *member.string == string;
-        });
+        return std::find_if(members_.rbegin(), members_.rend(),
+                            [&](const Member& member) { return member.hash == hash && *member.string == string; });
     }
 
     std::vector<Member> members_;
