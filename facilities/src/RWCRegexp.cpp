@@ -79,7 +79,8 @@ std::size_t RWCRegexp::firstCandidate(const char* text, std::size_t length, std:
     if (start > length || length - start <= anchorDistance_) return npos;
     const char* const from = text + start + anchorDistance_;
     const void* const anchor = std::memchr(from, anchor_, static_cast<std::size_t>(text + length - from));
-    return anchor != nullptr ? static_cast<std::size_t>(static_cast<const char*>(anchor) - text) - anchorDistance_ : npos;
+    return anchor != nullptr ? static_cast<std::size_t>(static_cast<const char*>(anchor) - text) - anchorDistance_
+                             : npos;
 }
 
 // In the next three, `open` are the pieces that may take the next character, `taken` those that do.
