@@ -1,82 +1,71 @@
-// Runs all pairs and prints one line for each: both medians over the repetitions, and their ratio. Times are those of
-// the processor, which other programs on a busy machine disturb less than elapsed ones.
+// krenv_bench run OUT.json [AREA...]     measures, and writes the figures
+// krenv_bench table OUT.json IN.json...  joins figures of several runs in one file and prints them as a table
+#include <algorithm>
 #include <cstdio>
-#include <map>
+#include <fstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "pairs.h"
+#include "areas.h"
+#include "population.h"
 
 namespace {
 
-// Nanoseconds as people read them.
-std::string timeText(double nanoseconds) {
-    const struct {
-        double limit, unit;
-        const char* name;
-    } units[] = {{1e3, 1, "ns"}, {1e6, 1e3, "us"}, {1e9, 1e6, "ms"}, {1e300, 1e9, "s"}};
-    const auto* unit = units;
-    while (nanoseconds >= unit->limit) ++unit;
-    char text[32];
-    std::snprintf(text, sizeof text, "%.1f %s", nanoseconds / unit->unit, unit->name);
-    return text;
-}
-
-bool endsWith(const std::string& text, const std::string& end) {
-    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
-class PairReporter : public benchmark::BenchmarkReporter {
-public:
-    bool ReportContext(const Context&) override { return true; }
-
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            if (run.error_occurred)
-                std::fprintf(stderr, "%s: %s\n", run.benchmark_name().c_str(), run.error_message.c_str());
-            if (run.aggregate_name == "median") keep(run.run_name.function_name, run.GetAdjustedCPUTime());
-        }
-    }
-
-    void Finalize() override {
-        std::printf("%-44s %-30s %10s %10s %8s\n", "operation", "compared with", "krenv", "other", "ratio");
-        for (const std::string& name : pairNames()) {
-            if (medians_.find(name) != medians_.end()) printPair(name);
-        }
-    }
-
-private:
-    void keep(const std::string& name, double nanoseconds) {
-        const bool ours = endsWith(name, kOurs);
-        const std::string pair = name.substr(0, name.rfind('/'));
-        (ours ? medians_[pair].ours : medians_[pair].theirs) = nanoseconds;
-    }
-
-    void printPair(const std::string& name) const {
-        const Medians& medians = medians_.at(name);
-        const std::size_t bar = name.find('|');
-        std::printf("%-44s %-30s %10s %10s %7.2fx\n", name.substr(0, bar).c_str(), name.substr(bar + 1).c_str(),
-                    timeText(medians.ours).c_str(), timeText(medians.theirs).c_str(), medians.theirs / medians.ours);
-    }
-
-    struct Medians {
-        double ours = 0;
-        double theirs = 0;
-    };
-    std::map<std::string, Medians> medians_;
+struct Area {
+    const char* name;
+    void (*measure)(Report& report);
 };
+
+// The processes come first, while this program is small.
+constexpr Area kAreas[] = {
+    {"processes", measureProcesses}, {"start", measureStart},       {"files", measureFiles}, {"paths", measurePaths},
+    {"reading", measureReading},     {"settings", measureSettings}, {"log", measureLog},
+};
+
+void write(const char* path, const nlohmann::json& rows) {
+    std::ofstream file(path);
+    file << rows.dump(2) << "\n";
+    check(static_cast<bool>(file.flush()), std::string("writing ") + path);
+}
+
+void run(const char* out, const std::vector<std::string>& asked) {
+    Report report;
+    for (const Area& area : kAreas) {
+        if (asked.empty() || std::find(asked.begin(), asked.end(), area.name) != asked.end()) area.measure(report);
+    }
+    write(out, report.rows());
+}
+
+// Rows of the same operation and size stand together.
+void joinAndPrint(const char* out, const std::vector<std::string>& in) {
+    nlohmann::json rows = nlohmann::json::array();
+    for (const std::string& path : in) {
+        const nlohmann::json more = nlohmann::json::parse(std::ifstream(path));
+        for (const nlohmann::json& row : more) {
+            const auto same = std::find_if(rows.rbegin(), rows.rend(), [&row](const nlohmann::json& other) {
+                return other["operation"] == row["operation"] && other["size"] == row["size"];
+            });
+            rows.insert(same != rows.rend() ? same.base() : rows.end(), row);
+        }
+    }
+    write(out, rows);
+    std::fputs(tableOf(rows).c_str(), stdout);
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
-    addSettingsPairs();
-    addReadingPairs();
-    addPathPairs();
-
-    PairReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    std::printf("\nMedians of processor time; a ratio above 1 means that krenv takes less time.\n");
-    return 0;
+    const std::vector<std::string> words(argv + 1, argv + argc);
+    if (words.size() == 3 && words[0] == "population") return runPopulation(words[1], words[2]);
+    if (words.size() < 2 || (words[0] != "run" && words[0] != "table")) {
+        std::fputs("usage: krenv_bench run OUT.json [AREA...] | table OUT.json IN.json...\n", stderr);
+        return 2;
+    }
+    const std::vector<std::string> rest(words.begin() + 2, words.end());
+    if (words[0] == "run") {
+        run(argv[2], rest);
+    } else {
+        joinAndPrint(argv[2], rest);
+    }
 }

@@ -1,44 +1,90 @@
-// Reading values through the container: the full look-up, and the expansion of references.
+// Reading values through the container.
+#include <cstdlib>
+#include <memory>
 #include <regex>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
+#include <dlfcn.h>
+
 #include "TempDir.h"
+#include "areas.h"
 #include "krenv.h"
-#include "pairs.h"
+
+#ifdef ALTERNATIVES
+#include <glib.h>
+#endif
 
 namespace {
 
 constexpr int kPlainSettings = 100;
+constexpr char kPlainValue[] = "/opt/pressmark/data/value.dat";
 
 std::string plainKey(int index) { return "PLAIN_KEY_" + std::to_string(index); }
 
-// The same settings for both sides.
+// The same settings for all sides.
 const std::unordered_map<std::string, std::string>& settings() {
     static const auto all = [] {
         std::unordered_map<std::string, std::string> map{
-            {"PRODUCT_DIR", "/opt/pressmark"},
-            {"WORK_DIR", "#(PRODUCT_DIR)/work"},
-            {"RESULTS_DIR", "#(WORK_DIR)/results/#(RUN)"},
+            {"REPORT", "#(RESULTS_DIR)/$(BENCH_USER)/report.html"},
+            {"RESULTS_DIR", "/opt/pressmark/#(RUN)"},
             {"RUN", "nightly"},
         };
-        for (int i = 0; i < kPlainSettings; ++i) map[plainKey(i)] = "/opt/pressmark/data/value.dat";
+        for (int i = 0; i < kPlainSettings; ++i) map[plainKey(i)] = kPlainValue;
         return map;
     }();
     return all;
 }
 
-void loadSettings() {
+std::string fileText() {
     std::string text;
     for (const auto& [key, value] : settings()) text += key + " = " + value + "\n";
-    const TempDir dir;
-    check(KRELoadIniFile(dir.writeFile("pressmark.ini", text).c_str()) != 0, "loading the settings");
+    return text;
 }
 
-// The plain way: replace the leftmost reference by its expanded value until there is none. No guard against circles.
-std::string expandWithRegex(std::string text) {
+const char* read(const char* name) {
+    static KREnvContainerClass container;
+    return container.KREGetEnv(name);
+}
+
+#ifdef ALTERNATIVES
+// --- other ways -----------------------------------------------------------------------------------------------------
+
+// Each call asks for another of the plain settings.
+const char* nextKey() {
+    static const std::vector<std::string> keys = [] {
+        std::vector<std::string> all;
+        for (int i = 0; i < kPlainSettings; ++i) all.push_back(plainKey(i * 37 % kPlainSettings));
+        return all;
+    }();
+    static std::size_t at = 0;
+    at = at + 1 < keys.size() ? at + 1 : 0;
+    return keys[at].c_str();
+}
+
+void measurePlain(Report& report) {
+    GKeyFile* const file = g_key_file_new();
+    const std::string text = "[settings]\n" + fileText();
+    check(g_key_file_load_from_data(file, text.data(), text.size(), G_KEY_FILE_NONE, nullptr) != 0, "GKeyFile");
+    report.measure({"KREGetEnv, plain value",
+                    "100 settings",
+                    {1, 0},
+                    {{Kind::Ours, "", [] { keep(read(nextKey())); }},
+                     {Kind::Alternative, "g_key_file_get_string",
+                      [file] { g_free(g_key_file_get_string(file, "settings", nextKey(), nullptr)); }},
+                     {Kind::Alternative, "g_key_file_get_value",
+                      [file] { g_free(g_key_file_get_value(file, "settings", nextKey(), nullptr)); }}}});
+    g_key_file_free(file);
+}
+
+// The library's algorithm: the leftmost reference is replaced by its expanded value until there is none, and the texts
+// in progress are remembered, so that a circle is noticed.
+bool expandWithRegex(std::set<std::string>& inProgress, std::string& text) {
     static const std::regex reference("[$#]\\([^ \t\n()]+\\)");
+    const auto [own, isNew] = inProgress.insert(text);
+    if (!isNew) return false;
     for (std::smatch match; std::regex_search(text, match, reference);) {
         const std::string name = match.str().substr(2, static_cast<std::size_t>(match.length()) - 3);
         std::string value;
@@ -48,46 +94,63 @@ std::string expandWithRegex(std::string text) {
         } else if (const char* const variable = std::getenv(name.c_str())) {
             value = variable;
         }
-        text.replace(static_cast<std::size_t>(match.position()), static_cast<std::size_t>(match.length()),
-                     expandWithRegex(value));
+        if (!expandWithRegex(inProgress, value)) return false;
+        text.replace(static_cast<std::size_t>(match.position()), static_cast<std::size_t>(match.length()), value);
     }
-    return text;
+    inProgress.erase(own);
+    return true;
 }
 
-KREnvContainerClass& container() {
-    static KREnvContainerClass container;
-    return container;
+std::string readWithRegex(const char* name) {
+    std::string text = settings().at(name);
+    std::set<std::string> inProgress;
+    return expandWithRegex(inProgress, text) ? text : std::string();
+}
+#endif
+
+void measureReferences(Report& report) {
+    Row row{"KREGetEnv, three references", "two levels", {10, 0}, {}};
+    row.ways.push_back({Kind::Ours, "", [] { keep(read("REPORT")); }});
+#ifdef ALTERNATIVES
+    check(read("REPORT") == readWithRegex("REPORT"), "expanding with std::regex");
+    row.ways.push_back({Kind::Alternative, "std::regex", [] { keep(readWithRegex("REPORT").data()); }});
+#endif
+    report.measure(row);
 }
 
-void addExpansion(const char* what, const std::string& text) {
-    const char* const ours = container().KRERuntimeResolve(text.c_str());
-    check(ours != nullptr && ours == expandWithRegex(text), what);
-    addPair(
-        what, "std::regex", [text] { benchmark::DoNotOptimize(container().KRERuntimeResolve(text.c_str())); },
-        [text] { benchmark::DoNotOptimize(expandWithRegex(text).data()); });
+// --- the question for an observer -----------------------------------------------------------------------------------
+
+using Read = const char* (*)(const char* name);
+
+// The reader of a copy of the library, which has loaded the settings.
+Read openVariant(const char* library, const std::string& file) {
+    void* const handle = dlopen(library, RTLD_NOW | RTLD_LOCAL);
+    check(handle != nullptr, library);
+    const auto load = reinterpret_cast<int (*)(const char*)>(dlsym(handle, "loadVariant"));
+    check(load(file.c_str()) == 1, library);
+    return reinterpret_cast<Read>(dlsym(handle, "readVariant"));
 }
 
-// With as many names in the process environment as in the settings.
-void addFullLookUp() {
-    std::vector<std::string> keys;
-    for (int i = 0; i < kPlainSettings; ++i) {
-        keys.push_back(plainKey(i));
-        setenv(keys.back().c_str(), settings().at(keys.back()).c_str(), 1);
-    }
-    addPair(
-        "KREGetEnvValue, one of 100 settings", "getenv, one of 100 variables",
-        [order = Shuffled(keys)]() mutable { benchmark::DoNotOptimize(container().KREGetEnvValue(order.next())); },
-        [order = Shuffled(keys)]() mutable { benchmark::DoNotOptimize(std::getenv(order.next())); });
+void measureObservation(Report& report, const std::string& file) {
+    const Read observed = openVariant(OBSERVED, file);
+    const Read unobserved = openVariant(UNOBSERVED, file);
+    report.measure({"KREGetEnv without an observer; floor: no observers in the code",
+                    "three references",
+                    {0, 1.05},
+                    {{Kind::Ours, "", [observed] { keep(observed("REPORT")); }},
+                     {Kind::Floor, "", [unobserved] { keep(unobserved("REPORT")); }}}});
 }
 
 }  // namespace
 
-void addReadingPairs() {
-    loadSettings();
-    setenv("USER", "guest", 1);
-    addFullLookUp();
-    addExpansion("expand a path without reference", "/opt/pressmark/results/nightly/report.html");
-    addExpansion("expand one reference", "#(PRODUCT_DIR)/report.html");
-    addExpansion("expand four references, three levels", "#(RESULTS_DIR)/$(USER)/#(RUN).html");
-    addExpansion("expand one reference behind 1,800 characters", std::string(1800, 'x') + " $(USER)");
+void measureReading(Report& report) {
+    const TempDir dir;
+    const std::string file = dir.writeFile("pressmark.ini", fileText());
+    check(KRELoadIniFile(file.c_str()) != 0, "loading the settings");
+    setenv("BENCH_USER", "guest", 1);
+#ifdef ALTERNATIVES
+    measurePlain(report);
+#endif
+    measureReferences(report);
+    measureObservation(report, file);
 }

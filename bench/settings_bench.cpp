@@ -1,35 +1,70 @@
-// Loading settings files and looking settings up.
+// Loading settings files.
+#include <cstring>
 #include <fstream>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <vector>
+
+#include <sys/stat.h>
 
 #include "TempDir.h"
-#include "krenv.h"
+#include "areas.h"
+#include "floors.h"
+#include "krresolve.h"
 #include "krs.h"
-#include "pairs.h"
+
+#ifdef ALTERNATIVES
+#include <glib.h>
+#include <ini.h>
+#include <boost/property_tree/ini_parser.hpp>
+#include <boost/property_tree/ptree.hpp>
+#endif
 
 namespace {
 
-using Map = std::unordered_map<std::string, std::string>;
-
-std::string keyAt(int index) { return "section.KEY_NUMBER_" + std::to_string(index); }
-
 std::string fileText(int keys) {
     std::string text;
-    for (int i = 0; i < keys; ++i) text += keyAt(i) + " = /opt/pressmark/data/value-" + std::to_string(i) + ".dat\n";
+    for (int i = 0; i < keys; ++i) {
+        text += "KEY_NUMBER_" + std::to_string(i) + " = /opt/pressmark/data/value-" + std::to_string(i) + ".dat\n";
+    }
     return text;
 }
+
+void loadWithOurs(const std::string& path) {
+    const int table = KRSCreateTable();
+    check(KRSLoad(path.c_str(), table, KRSLoadFilter) != 0, "loading");
+    KRSDestroyTable(table);
+}
+
+// One read into memory of its own, and one pass for the line ends.
+void readAndCount(const std::string& path) {
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat status {};
+    fstat(file, &status);
+    const auto size = static_cast<std::size_t>(status.st_size);
+    const std::unique_ptr<char[]> text(new char[size]);
+    check(read(file, text.get(), size) == static_cast<ssize_t>(size), "reading");
+    close(file);
+    long lines = 0;
+    const char* const end = text.get() + size;
+    for (const char* at = text.get(); at != end; ++lines) {
+        const void* const lineEnd = std::memchr(at, '\n', static_cast<std::size_t>(end - at));
+        at = lineEnd != nullptr ? static_cast<const char*>(lineEnd) + 1 : end;
+    }
+    keep(lines);
+}
+
+#ifdef ALTERNATIVES
+using Map = std::unordered_map<std::string, std::string>;
 
 std::string_view trimmed(std::string_view text) {
     const std::size_t first = text.find_first_not_of(" \t");
     return first == text.npos ? std::string_view() : text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
-// What a program without the library would write.
-Map loadWithGetline(const std::string& path) {
+// What a program without any library would write.
+void loadWithGetline(const std::string& path) {
     Map map;
     std::ifstream file(path);
     for (std::string line; std::getline(file, line);) {
@@ -39,52 +74,54 @@ Map loadWithGetline(const std::string& path) {
         map.insert_or_assign(std::string(trimmed(text.substr(0, equals))),
                              std::string(trimmed(text.substr(equals + 1))));
     }
-    return map;
+    keep(map.size());
 }
 
-void loadAndDestroy(const std::string& path) {
-    const int table = KRSCreateTable();
-    check(KRSLoad(path.c_str(), table, nullptr) != 0, "loading");
-    KRSDestroyTable(table);
+void loadWithGlib(const std::string& path) {
+    GKeyFile* const file = g_key_file_new();
+    check(g_key_file_load_from_file(file, path.c_str(), G_KEY_FILE_NONE, nullptr) != 0, "GKeyFile");
+    g_key_file_free(file);
 }
 
-void addLoading(const TempDir& dir, const char* what, int keys) {
-    const std::string path = dir.writeFile(std::to_string(keys) + ".ini", fileText(keys));
-    addPair(
-        what, "getline + unordered_map", [path] { loadAndDestroy(path); },
-        [path] { benchmark::DoNotOptimize(loadWithGetline(path).size()); });
+int storeInMap(void* map, const char* /*section*/, const char* name, const char* value) {
+    static_cast<Map*>(map)->insert_or_assign(name, value);
+    return 1;
 }
 
-std::vector<std::string> keys(int count) {
-    std::vector<std::string> keys;
-    for (int i = 0; i < count; ++i) keys.push_back(keyAt(i));
-    return keys;
+void loadWithInih(const std::string& path) {
+    Map map;
+    check(ini_parse(path.c_str(), storeInMap, &map) == 0, "inih");
+    keep(map.size());
 }
 
-void addLookUp(const TempDir& dir, const char* what, int count) {
-    const std::string path = dir.writeFile("look-up.ini", fileText(count));
-    const int table = KRSCreateTable();  // lives until the program ends
-    check(KRSLoad(path.c_str(), table, nullptr) != 0, "loading");
-    const auto map = std::make_shared<const Map>(loadWithGetline(path));
-    for (const std::string& key : keys(count)) check(map->at(key) == KRSGetValue(table, key.c_str()), key.c_str());
+void loadWithPropertyTree(const std::string& path) {
+    boost::property_tree::ptree tree;
+    boost::property_tree::ini_parser::read_ini(path, tree);
+    keep(tree.size());
+}
+#endif
 
-    // Both are asked with C strings, as hosts do.
-    addPair(
-        what, "unordered_map::find",
-        [table, order = Shuffled(keys(count))]() mutable {
-            benchmark::DoNotOptimize(KRSGetValue(table, order.next()));
-        },
-        [map, order = Shuffled(keys(count))]() mutable {
-            benchmark::DoNotOptimize(map->find(order.next())->second.c_str());
-        });
+void measureLoading(Report& report, const TempDir& dir, const char* size, int keys) {
+    const std::string path = dir.writeFile("plain.ini", fileText(keys));
+    Row row{"load with the load filter", size, {5, 4}, {}};
+    row.ways.push_back({Kind::Ours, "", [&path] { loadWithOurs(path); }});
+#ifdef ALTERNATIVES
+    // GKeyFile knows no keys outside a section.
+    const std::string section = dir.writeFile("section.ini", "[settings]\n" + fileText(keys));
+    row.ways.push_back({Kind::Alternative, "getline + unordered_map", [&path] { loadWithGetline(path); }});
+    row.ways.push_back({Kind::Alternative, "GKeyFile", [&section] { loadWithGlib(section); }});
+    row.ways.push_back({Kind::Alternative, "inih + unordered_map", [&path] { loadWithInih(path); }});
+    row.ways.push_back({Kind::Alternative, "Boost.PropertyTree", [&path] { loadWithPropertyTree(path); }});
+#endif
+    row.ways.push_back({Kind::Floor, "", [&path] { readAndCount(path); }});
+    report.measure(row);
 }
 
 }  // namespace
 
-void addSettingsPairs() {
-    static const TempDir dir;  // its files are read while the pairs run
-    addLoading(dir, "load a file of 100,000 settings", 100'000);
-    addLoading(dir, "load a file of 1,000,000 settings", 1'000'000);
-    addLookUp(dir, "look up one of 100 settings", 100);
-    addLookUp(dir, "look up one of 1,000,000 settings", 1'000'000);
+void measureSettings(Report& report) {
+    const TempDir dir;
+    measureLoading(report, dir, "100 keys", 100);
+    measureLoading(report, dir, "100,000 keys", 100'000);
+    measureLoading(report, dir, "1,000,000 keys", 1'000'000);
 }

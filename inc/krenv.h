@@ -25,6 +25,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <string>
+#include <string_view>
 
 #include "krexport.h"
 
@@ -164,7 +165,7 @@ public:
 private:
     using ResolveVariable = const char* (KREnvContainerClass::*)(const char* var);
 
-    KRENV_HIDDEN void splitText(char* work);
+    KRENV_HIDDEN void splitText(std::string_view path);
     KRENV_HIDDEN const char* valueOfPathVariable(const char* var);
     KRENV_HIDDEN const char* findInVariables(const char* name, const char* var, ResolveVariable resolve,
                                              std::va_list more);

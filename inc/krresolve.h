@@ -15,7 +15,6 @@
 #pragma once
 
 #include <cstddef>
-#include <memory>
 #include <string>
 
 #include "RWCString.h"
@@ -93,7 +92,7 @@ class KRENV_EXPORT AddDel {
 public:
     /// Inserts a copy of `text`, unless the set holds an equal text already.
     AddDel(AddDelSet& set, const RWCString& text);
-    /// Takes the text that equals the copy out of the set, whoever put it there, and deletes the copy.
+    /// Takes the text that equals the copy out of the set, whoever put it there.
     ~AddDel();
     AddDel(const AddDel&) = delete;
     AddDel& operator=(const AddDel&) = delete;
@@ -103,7 +102,7 @@ public:
 
 private:
     AddDelSet& set_;
-    std::unique_ptr<RWCollectableString> copy_;
+    RWCollectableString copy_;
     bool duplicate_;
 };
 

@@ -23,28 +23,51 @@ constexpr char kSourceFile[] = "../src/MachineStats";
 
 // --- reading /proc --------------------------------------------------------------------------------------------------
 
-struct CloseFile {
-    void operator()(std::FILE* file) const { std::fclose(file); }
+// A file of /proc that is read once, from its start. It brings the stream's buffer: making one, the stream would ask the
+// kernel how large it should be, and the figures looked for are in the first bytes.
+class File {
+public:
+    File() = default;
+    File(const char* path, const char* mode) { open(path, mode); }
+    ~File() { close(); }
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+
+    bool open(const char* path, const char* mode) {
+        stream_ = std::fopen(path, mode);
+        if (stream_ == nullptr) return false;
+        // Commands that another thread starts meanwhile do not inherit the file.
+        fcntl(fileno(stream_), F_SETFD, FD_CLOEXEC);
+        std::setvbuf(stream_, buffer_, _IOFBF, sizeof buffer_);
+        return true;
+    }
+    void close() {
+        if (stream_ != nullptr) std::fclose(stream_);
+        stream_ = nullptr;
+    }
+    // Gives the stream up without closing it.
+    void leaveOpen() {
+        std::setvbuf(stream_, nullptr, _IONBF, 0);
+        stream_ = nullptr;
+    }
+    bool isOpen() const { return stream_ != nullptr; }
+    std::FILE* get() const { return stream_; }
+
+private:
+    std::FILE* stream_ = nullptr;
+    char buffer_[1024];
 };
-using File = std::unique_ptr<std::FILE, CloseFile>;
 
 struct CloseDirectory {
     void operator()(DIR* directory) const { closedir(directory); }
 };
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
-// Commands that another thread starts meanwhile do not inherit the file.
-File openFile(const char* path, const char* mode) {
-    File file(std::fopen(path, mode));
-    if (file != nullptr) fcntl(fileno(file.get()), F_SETFD, FD_CLOEXEC);
-    return file;
-}
-
 // A busy machine may refuse for a moment, so a second attempt follows after 200 microseconds.
-File openFileRetrying(const char* path) {
-    if (File file = openFile(path, "r")) return file;
+bool openRetrying(const char* path, File* file) {
+    if (file->open(path, "r")) return true;
     usleep(200);
-    return openFile(path, "r");
+    return file->open(path, "r");
 }
 
 // The records hold 32-bit numbers. A scan into a 32-bit long stops at its limits, and so do these where it is longer.
@@ -107,20 +130,20 @@ int get_usage(int pid, pstat* out) {
     }
     char path[32];
     std::snprintf(path, sizeof path, "/proc/%d/stat", pid);
-    File process = openFile(path, "r");
-    if (process == nullptr) {
+    File process(path, "r");
+    if (!process.isOpen()) {
         std::perror("FOPEN ERROR ");
         return -1;
     }
-    const File machine = openFileRetrying("/proc/stat");
-    if (machine == nullptr) {
+    File machine;
+    if (!openRetrying("/proc/stat", &machine)) {
         // Left open on purpose: hosts recognise a /proc that fails them by the descriptors that pile up.
-        static_cast<void>(process.release());
+        process.leaveOpen();
         return -1;
     }
     *out = pstat{};
     if (!scanProcess(process.get(), out)) return -1;
-    process.reset();
+    process.close();
     return scanTotalTicks(machine.get(), out) ? 0 : -1;
 }
 
@@ -139,8 +162,8 @@ long double calc_cpu(const pstat* cur, const pstat* prev) {
 int getProcessRSS(int pid, bool /*flag*/) {
     char path[32];
     std::snprintf(path, sizeof path, "/proc/%d/statm", pid);
-    const File file = openFileRetrying(path);
-    if (file == nullptr) {
+    File file;
+    if (!openRetrying(path, &file)) {
         KR_LOG(Warning) << "getProcessRSS() - fopen failed for file " << path;
         return 0;
     }
@@ -179,8 +202,8 @@ void scanCommandName(std::FILE* file, char (*word)[kWordSize]) {
 bool isLoadEngine(const char* directory) {
     char path[sizeof(dirent::d_name) + sizeof "/proc//stat"];
     std::snprintf(path, sizeof path, "/proc/%s/stat", directory);
-    const File file = openFile(path, "rt");
-    if (file == nullptr) return false;
+    const File file(path, "rt");
+    if (!file.isOpen()) return false;
     char name[kWordSize];
     scanCommandName(file.get(), &name);
     return std::strstr(name, kEngineName) != nullptr;
@@ -372,8 +395,8 @@ long double MachineStats::GetCPULoad() {
     if (lastLoadTime != 0 && !EnoughTimePassed()) return kNoLoad;
     // Before the file is opened, so that a /proc that fails is left alone for a while too.
     lastLoadTime = nRealtime::gCurrentRaw_compiler();
-    const File file = openFileRetrying("/proc/stat");
-    if (file == nullptr) return kNoLoad;
+    File file;
+    if (!openRetrying("/proc/stat", &file)) return kNoLoad;
     const int scanned = std::fscanf(file.get(), "%*s %Lf %Lf %Lf %Lf", &b[kUser], &b[kNice], &b[kSystem], &b[kIdle]);
     static_cast<void>(scanned);
 

@@ -338,11 +338,9 @@ private:
 }  // namespace
 
 AddDel::AddDel(AddDelSet& set, const RWCString& text)
-    : set_(set),
-      copy_(std::make_unique<RWCollectableString>(text)),
-      duplicate_(set.insert(copy_.get()) != copy_.get()) {}
+    : set_(set), copy_(text), duplicate_(set.insert(&copy_) != &copy_) {}
 
-AddDel::~AddDel() { set_.remove(copy_.get()); }
+AddDel::~AddDel() { set_.remove(&copy_); }
 
 bool KRSRuntimeResolve(AddDelSet& set, RWCString& text) { return resolve(set, text, runtimeReference()); }
 

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <initializer_list>
 #include <memory>
+#include <string_view>
 
 #include <dirent.h>
 #include <strings.h>
@@ -33,9 +34,9 @@ bool anyNull(int line, std::initializer_list<const void*> arguments) {
 }
 
 // Copies `text` into a path buffer, cut where it does not fit.
-void copyCut(char (&buffer)[kPathBytes], const char* text) {
-    const std::size_t length = std::min(std::strlen(text), kMaxPath);
-    std::memmove(buffer, text, length);
+void copyCut(char (&buffer)[kPathBytes], std::string_view text) {
+    const std::size_t length = std::min(text.size(), kMaxPath);
+    std::memmove(buffer, text.data(), length);
     buffer[length] = '\0';
 }
 
@@ -67,12 +68,11 @@ private:
     bool fits_ = true;
 };
 
-// The separator that stands further right, "/" or "\"; null when there is none.
-char* lastSeparator(char* path) {
-    char* const slash = std::strrchr(path, '/');
-    char* const backslash = std::strrchr(path, '\\');
-    if (slash == nullptr || backslash == nullptr) return slash != nullptr ? slash : backslash;
-    return std::max(slash, backslash);
+// Where the last component of a path begins, behind the separator ("/" or "\") that stands furthest right.
+std::size_t startOfLastComponent(std::string_view path) {
+    std::size_t start = path.size();
+    while (start > 0 && path[start - 1] != '/' && path[start - 1] != '\\') --start;
+    return start;
 }
 
 // The bit, not the whole file type, is what programs have always been told by: block devices and sockets share it.
@@ -132,33 +132,32 @@ std::string quotedArgument(const char* name) {
 
 void KREnvContainerClass::KRPSplitPath(const char* path, char** dir, char** name, char** ext) {
     char work[kPathBytes];
-    const std::size_t length = path != nullptr ? std::strlen(path) : 0;
-    copyCut(work, path != nullptr ? path : "");  // before the parts are cleared: `path` may be one of them
+    const std::string_view whole = path != nullptr ? path : "";
+    const std::size_t length = whole.size();
+    copyCut(work, whole);  // before the parts are cleared: `path` may be one of them
     m_szDir[0] = m_szName[0] = m_szExt[0] = '\0';
     if (anyNull(__LINE__, {path})) return;
     if (length > kPathBytes) KR_LOG(Error);
 
     if (length <= kMaxPath && KRPIsClosedFileADirectory(work)) {
-        copyCut(m_szDir, work);
+        copyCut(m_szDir, {work, length});
     } else {
-        splitText(work);
+        splitText({work, std::min(length, kMaxPath)});
     }
     if (dir != nullptr) *dir = m_szDir;
     if (name != nullptr) *name = m_szName;
     if (ext != nullptr) *ext = m_szExt;
 }
 
-// Cuts `work` at its last separator and the last dot behind it, and copies the pieces.
-void KREnvContainerClass::splitText(char* work) {
-    char* component = work;
-    if (char* const separator = lastSeparator(work)) {
-        *separator = '\0';
-        component = separator + 1;
-        copyCut(m_szDir, work);
-    }
-    if (char* const dot = std::strrchr(component, '.')) {
-        *dot = '\0';
-        copyCut(m_szExt, dot + 1);
+// Cuts `path` at its last separator and the last dot behind it, and copies the pieces.
+void KREnvContainerClass::splitText(std::string_view path) {
+    const std::size_t start = startOfLastComponent(path);
+    if (start > 0) copyCut(m_szDir, path.substr(0, start - 1));
+    std::string_view component = path.substr(start);
+    const std::size_t dot = component.rfind('.');
+    if (dot != component.npos) {
+        copyCut(m_szExt, component.substr(dot + 1));
+        component = component.substr(0, dot);
     }
     copyCut(m_szName, component);
 }
@@ -385,7 +384,7 @@ bool KREnvContainerClass::KRPFileExist(const char* path, bool /*flag*/) {
 
 bool KRPIsClosedFileADirectory(const char* path) {
     if (path == nullptr || *path == '\0') return false;
-    struct stat status {};
+    struct stat status;  // filled where it is looked at
     return stat(path, &status) == 0 && hasDirectoryBit(status.st_mode);
 }
 

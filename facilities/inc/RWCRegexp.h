@@ -31,6 +31,7 @@ public:
 private:
     using Pieces = std::uint32_t;  // a set of pieces, one bit for each, the first piece lowest
 
+    KRF_HIDDEN std::size_t firstCandidate(const char* text, std::size_t length, std::size_t start) const;
     KRF_HIDDEN std::size_t endOfFirstMatch(const char* text, std::size_t length, std::size_t start) const;
     KRF_HIDDEN std::size_t leftmostBeginning(const char* text, std::size_t start, std::size_t end) const;
     KRF_HIDDEN std::size_t longestEnd(const char* text, std::size_t length, std::size_t beginning) const;
@@ -39,4 +40,8 @@ private:
     std::array<Pieces, 256> accepting_{};  // by unsigned character: the pieces that accept it
     Pieces repeating_ = 0;                 // those followed by +
     Pieces last_ = 0;
+
+    // A character that every match has at a fixed distance from its beginning; npos when the pattern has none.
+    std::size_t anchorDistance_ = npos;
+    char anchor_ = '\0';
 };

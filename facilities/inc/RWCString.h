@@ -26,6 +26,12 @@ public:
         swap(other);
         return *this;
     }
+    /// Copies `text`, which may be part of this text; null counts as the empty text. Keeps the memory that it has.
+    RWCString& operator=(const char* text) {
+        room_ = text != nullptr ? text : "";
+        begin_ = 0;
+        return *this;
+    }
     ~RWCString() = default;
 
     /// The characters, ended by NUL. Valid until the text is changed.

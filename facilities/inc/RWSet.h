@@ -1,10 +1,12 @@
 // RWSet.h - a hash set of strings that holds what it is given, without owning it.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <functional>
+#include <iterator>
 #include <string_view>
-#include <unordered_set>
+#include <vector>
 
 #include "RWCString.h"
 
@@ -26,34 +28,44 @@ struct RWCollection {
 class RWSet {
 public:
     /// An empty set with room for `capacity` strings; it grows when there are more.
-    explicit RWSet(std::size_t capacity = RWCollection::DEFAULT_CAPACITY) : strings_(capacity) {}
+    explicit RWSet(std::size_t capacity = RWCollection::DEFAULT_CAPACITY) { members_.reserve(capacity); }
 
     /// Inserts `string`, unless an equal one is there already; returns the one that is in the set.
-    RWCollectableString* insert(RWCollectableString* string) { return *strings_.insert(string).first; }
+    RWCollectableString* insert(RWCollectableString* string) {
+        const std::size_t hash = hashOf(*string);
+        const auto present = find(*string, hash);
+        if (present != members_.rend()) return present->string;
+        members_.push_back({hash, string});
+        return string;
+    }
 
     /// Takes the string that equals `*string` out of the set and returns it; null when there is none.
     RWCollectableString* remove(const RWCollectableString* string) {
-        const auto found = strings_.find(const_cast<RWCollectableString*>(string));
-        if (found == strings_.end()) return nullptr;
-        RWCollectableString* const removed = *found;
-        strings_.erase(found);
+        const auto present =
+            !members_.empty() && members_.back().string == string ? members_.rbegin() : find(*string, hashOf(*string));
+        if (present == members_.rend()) return nullptr;
+        RWCollectableString* const removed = present->string;
+        members_.erase(std::next(present).base());
         return removed;
     }
 
     /// How many strings the set holds.
-    std::size_t entries() const { return strings_.size(); }
+    std::size_t entries() const { return members_.size(); }
 
 private:
-    struct Hash {
-        std::size_t operator()(const RWCollectableString* string) const {
-            return std::hash<std::string_view>{}({string->data(), string->length()});
-        }
-    };
-    struct Equal {
-        bool operator()(const RWCollectableString* left, const RWCollectableString* right) const {
-            return *left == *right;
-        }
+    struct Member {
+        std::size_t hash;
+        RWCollectableString* string;
     };
 
-    std::unordered_set<RWCollectableString*, Hash, Equal> strings_;
+    static std::size_t hashOf(const RWCollectableString& string) {
+        return std::hash<std::string_view>{}({string.data(), string.length()});
+    }
+
+    std::vector<Member>::reverse_iterator find(const RWCollectableString& string, std::size_t hash) {
+        return std::find_if(members_.rbegin(), members_.rend(),
+                            [&](const Member& member) { return member.hash == hash && *member.string == string; });
+    }
+
+    std::vector<Member> members_;
 };

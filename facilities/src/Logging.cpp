@@ -174,21 +174,24 @@ void callSink(const Sink& sink, const Record& record) {
     sink(record);
 }
 
+// The enabled levels. Apart from the rest of the state and set up at compile time, because every log call asks here.
+constexpr unsigned kNotReadYet = 1U << 31;
+std::atomic<unsigned> enabledLevels{kNotReadYet};
+
 class State {
 public:
     State() {
         const ErrnoKeeper keeper;
-        if (const char* const list = environmentText("PM_LOG")) enableNamed(list);
+        const char* const list = environmentText("PM_LOG");
+        enabledLevels = list != nullptr ? levelsNamed(list) : kLevelsAtStart;
         if (const char* const path = environmentText("PM_LOG_FILE")) openLogFile(path);
     }
 
-    unsigned levels() const { return levels_.load(std::memory_order_relaxed); }
-
     void enable(unsigned bit, bool on) {
         if (on) {
-            levels_ |= bit;
+            enabledLevels |= bit;
         } else {
-            levels_ &= ~bit;
+            enabledLevels &= ~bit;
         }
     }
 
@@ -214,13 +217,14 @@ private:
         return sink_;
     }
 
-    void enableNamed(const char* list) {
+    static unsigned levelsNamed(const char* list) {
         std::string unknown;
-        levels_ = parseLevels(list, &unknown).value_or(kLevelsAtStart);
-        if (unknown.empty()) return;
+        const unsigned levels = parseLevels(list, &unknown).value_or(kLevelsAtStart);
+        if (unknown.empty()) return levels;
         std::string known = "all, none";
         for (const char* const name : kLevelNames) known += std::string(", ") + name;
         writeLine(STDERR_FILENO, "PM_LOG: unknown level: " + escaped(unknown) + " (known: " + known + ")\n");
+        return levels;
     }
 
     void openLogFile(const char* path) {
@@ -235,7 +239,6 @@ private:
         descriptor_ = opened;
     }
 
-    std::atomic<unsigned> levels_{kLevelsAtStart};
     int descriptor_ = STDERR_FILENO;
 
     std::mutex mutex_;  // guards sink_
@@ -253,7 +256,14 @@ void gSetSink(Sink sink) { state().setSink(std::move(sink)); }
 
 void gEnable(Level level, bool on) { state().enable(bitOf(level), on); }
 
-bool gIsEnabled(Level level) { return (state().levels() & bitOf(level)) != 0; }
+bool gIsEnabled(Level level) {
+    unsigned levels = enabledLevels.load(std::memory_order_relaxed);
+    if (levels == kNotReadYet) {
+        state();  // reads them
+        levels = enabledLevels.load(std::memory_order_relaxed);
+    }
+    return (levels & bitOf(level)) != 0;
+}
 
 const char* gLevelName(Level level) {
     const auto index = static_cast<std::size_t>(level);

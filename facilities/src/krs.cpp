@@ -167,157 +167,6 @@ private:
     std::size_t left_ = 0;
 };
 
-// --- parsing --------------------------------------------------------------------------------------------------------
-
-bool isBlank(char character) { return character == ' ' || character == '\t'; }
-
-// A line of the file, with the place to blame.
-struct Line {
-    char* begin;
-    char* end;
-    int number;
-
-    [[noreturn]] void fail(const char* at, const char* reason) const {
-        throw LineFailure{number, columnOf(at), reason};
-    }
-    std::size_t columnOf(const char* at) const { return static_cast<std::size_t>(at - begin) + 1; }
-};
-
-char* skipBlanks(char* begin, char* end) { return std::find_if_not(begin, end, isBlank); }
-
-char* cutBlanks(char* begin, char* end) {
-    while (end != begin && isBlank(end[-1])) --end;
-    return end;
-}
-
-// Ends the text in place; the file's text has one character of room behind its last line.
-char* ended(char* begin, char* end) {
-    *end = '\0';
-    return begin;
-}
-
-struct ParsedEntry {
-    const char* key;
-    const char* value;
-    int line;
-};
-
-// Parses a whole file. Keys and values are ended where they stand in the file's text; only keys of a section are
-// composed.
-class Parser {
-public:
-    explicit Parser(FileText text) : at_(text.bytes.get()), end_(at_ + text.length) {
-        arena_.adopt(std::move(text.bytes), text.length);
-        skipByteOrderMark();
-        const auto lines = std::count(at_, end_, '\n') + 1;
-        entries_.reserve(static_cast<std::size_t>(std::min(lines, std::count(at_, end_, '='))));
-    }
-
-    void parse() {
-        while (at_ != end_) parseLine(nextLine());
-    }
-
-    // Goes on behind lines that the grammar refuses.
-    void visit(const KRSLineVisitor& visitor) {
-        std::string original;
-        while (at_ != end_) {
-            const Line line = nextLine();
-            original.assign(line.begin, line.end);  // parsing ends keys and values in place
-            KRSLine visited{line.number, original, nullptr, nullptr, 0, 0, nullptr, 0};
-            try {
-                const std::size_t before = entries_.size();
-                parseLine(line);
-                if (entries_.size() > before) describeEntry(line, &visited);
-            } catch (const LineFailure& failure) {
-                visited.error = failure.reason;
-                visited.errorColumn = failure.column;
-            }
-            visitor(visited);
-        }
-    }
-
-    const std::vector<ParsedEntry>& entries() const { return entries_; }
-    Arena takeTexts() { return std::move(arena_); }
-
-private:
-    Line nextLine() {
-        char* const begin = at_;
-        auto* lineEnd = static_cast<char*>(std::memchr(begin, '\n', static_cast<std::size_t>(end_ - begin)));
-        at_ = lineEnd != nullptr ? lineEnd + 1 : end_;
-        if (lineEnd == nullptr) lineEnd = end_;
-        if (lineEnd != begin && lineEnd[-1] == '\r') --lineEnd;
-        return {begin, lineEnd, ++number_};
-    }
-
-    void describeEntry(const Line& line, KRSLine* visited) const {
-        const ParsedEntry& entry = entries_.back();
-        visited->key = entry.key;
-        visited->value = entry.value;
-        visited->keyColumn = line.columnOf(skipBlanks(line.begin, line.end));
-        visited->valueColumn = line.columnOf(entry.value);
-    }
-
-    void skipByteOrderMark() {
-        constexpr std::string_view mark = "\xef\xbb\xbf";
-        if (std::string_view(at_, static_cast<std::size_t>(end_ - at_)).substr(0, mark.size()) == mark)
-            at_ += mark.size();
-    }
-
-    void parseLine(const Line& line) {
-        if (const void* const nul = std::memchr(line.begin, '\0', static_cast<std::size_t>(line.end - line.begin))) {
-            line.fail(static_cast<const char*>(nul), "NUL byte; a settings file is plain text");
-        }
-        char* const first = skipBlanks(line.begin, line.end);
-        if (first == line.end || *first == ';' || *first == '#') return;
-        if (*first == '[') {
-            parseSection(line, first);
-        } else {
-            parseEntry(line, first);
-        }
-    }
-
-    // [name]
-    void parseSection(const Line& line, char* bracket) {
-        char* const closing = std::find(bracket, line.end, ']');
-        if (closing == line.end) line.fail(bracket, "missing ']' after the section name, expected [name]");
-        char* const behind = skipBlanks(closing + 1, line.end);
-        if (behind != line.end && *behind != ';' && *behind != '#') {
-            line.fail(behind, "unexpected text after ']', expected [name] alone");
-        }
-        char* const begin = skipBlanks(bracket + 1, closing);
-        section_.assign(begin, cutBlanks(begin, closing));
-        if (!section_.empty()) section_ += '.';
-    }
-
-    // KEY = value
-    void parseEntry(const Line& line, char* key) {
-        char* const equals = std::find(key, line.end, '=');
-        if (equals == line.end) line.fail(key, "missing '=', expected KEY = value");
-        if (equals == key) line.fail(equals, "missing key before '=', expected KEY = value");
-
-        char* const keyEnd = cutBlanks(key, equals);
-        char* value = skipBlanks(equals + 1, line.end);
-        char* valueEnd = cutBlanks(value, line.end);
-        if (valueEnd - value >= 2 && *value == '"' && valueEnd[-1] == '"') {
-            ++value;
-            --valueEnd;
-        }
-        entries_.push_back({keyText(key, keyEnd), ended(value, valueEnd), line.number});
-    }
-
-    const char* keyText(char* begin, char* end) {
-        if (section_.empty()) return ended(begin, end);
-        return arena_.store(section_, {begin, static_cast<std::size_t>(end - begin)});
-    }
-
-    char* at_;  // the next line
-    char* end_;
-    int number_ = 0;  // of the line before
-    Arena arena_;
-    std::string section_;  // with the dot behind it
-    std::vector<ParsedEntry> entries_;
-};
-
 // --- hashing --------------------------------------------------------------------------------------------------------
 
 struct HashKey {
@@ -385,6 +234,167 @@ private:
 
 std::uint32_t hashOf(std::string_view key) { return KeyHash(hashKey())(key); }
 
+// --- parsing --------------------------------------------------------------------------------------------------------
+
+bool isBlank(char character) { return character == ' ' || character == '\t'; }
+
+// A line of the file, with the place to blame.
+struct Line {
+    char* begin;
+    char* end;
+    int number;
+
+    [[noreturn]] void fail(const char* at, const char* reason) const {
+        throw LineFailure{number, columnOf(at), reason};
+    }
+    std::size_t columnOf(const char* at) const { return static_cast<std::size_t>(at - begin) + 1; }
+};
+
+char* skipBlanks(char* begin, char* end) {
+    while (begin != end && isBlank(*begin)) ++begin;
+    return begin;
+}
+
+char* cutBlanks(char* begin, char* end) {
+    while (end != begin && isBlank(end[-1])) --end;
+    return end;
+}
+
+// Ends the text in place; the file's text has one character of room behind its last line.
+char* ended(char* begin, char* end) {
+    *end = '\0';
+    return begin;
+}
+
+// The first `wanted` between the two, `end` when there is none.
+char* find(char* begin, char* end, char wanted) {
+    void* const found = std::memchr(begin, wanted, static_cast<std::size_t>(end - begin));
+    return found != nullptr ? static_cast<char*>(found) : end;
+}
+
+struct ParsedEntry {
+    const char* key;
+    const char* value;
+    int line;
+    std::uint32_t hash;  // of the key
+};
+
+// Parses a whole file. Keys and values are ended where they stand in the file's text; only keys of a section are
+// composed.
+class Parser {
+public:
+    explicit Parser(FileText text) : at_(text.bytes.get()), end_(at_ + text.length) {
+        arena_.adopt(std::move(text.bytes), text.length);
+        skipByteOrderMark();
+        nul_ = find(at_, end_, '\0');
+        entries_.reserve(text.length / kUsualLine);
+    }
+
+    void parse() {
+        while (at_ != end_) parseLine(nextLine());
+    }
+
+    // Goes on behind lines that the grammar refuses.
+    void visit(const KRSLineVisitor& visitor) {
+        std::string original;
+        while (at_ != end_) {
+            const Line line = nextLine();
+            original.assign(line.begin, line.end);  // parsing ends keys and values in place
+            KRSLine visited{line.number, original, nullptr, nullptr, 0, 0, nullptr, 0};
+            try {
+                const std::size_t before = entries_.size();
+                parseLine(line);
+                if (entries_.size() > before) describeEntry(line, &visited);
+            } catch (const LineFailure& failure) {
+                visited.error = failure.reason;
+                visited.errorColumn = failure.column;
+            }
+            visitor(visited);
+        }
+    }
+
+    const std::vector<ParsedEntry>& entries() const { return entries_; }
+    Arena takeTexts() { return std::move(arena_); }
+
+private:
+    // Files with longer lines leave some of the room untouched, others have it grow; counting would take longer.
+    static constexpr std::size_t kUsualLine = 32;
+
+    Line nextLine() {
+        char* const begin = at_;
+        char* lineEnd = find(begin, end_, '\n');
+        at_ = lineEnd != end_ ? lineEnd + 1 : end_;
+        if (nul_ < begin) nul_ = find(begin, end_, '\0');
+        if (lineEnd != begin && lineEnd[-1] == '\r') --lineEnd;
+        return {begin, lineEnd, ++number_};
+    }
+
+    void describeEntry(const Line& line, KRSLine* visited) const {
+        const ParsedEntry& entry = entries_.back();
+        visited->key = entry.key;
+        visited->value = entry.value;
+        visited->keyColumn = line.columnOf(skipBlanks(line.begin, line.end));
+        visited->valueColumn = line.columnOf(entry.value);
+    }
+
+    void skipByteOrderMark() {
+        constexpr std::string_view mark = "\xef\xbb\xbf";
+        if (std::string_view(at_, static_cast<std::size_t>(end_ - at_)).substr(0, mark.size()) == mark)
+            at_ += mark.size();
+    }
+
+    void parseLine(const Line& line) {
+        if (nul_ < line.end) line.fail(nul_, "NUL byte; a settings file is plain text");
+        char* const first = skipBlanks(line.begin, line.end);
+        if (first == line.end || *first == ';' || *first == '#') return;
+        if (*first == '[') {
+            parseSection(line, first);
+        } else {
+            parseEntry(line, first);
+        }
+    }
+
+    // [name]
+    void parseSection(const Line& line, char* bracket) {
+        char* const closing = std::find(bracket, line.end, ']');
+        if (closing == line.end) line.fail(bracket, "missing ']' after the section name, expected [name]");
+        char* const behind = skipBlanks(closing + 1, line.end);
+        if (behind != line.end && *behind != ';' && *behind != '#') {
+            line.fail(behind, "unexpected text after ']', expected [name] alone");
+        }
+        char* const begin = skipBlanks(bracket + 1, closing);
+        section_.assign(begin, cutBlanks(begin, closing));
+        if (!section_.empty()) section_ += '.';
+    }
+
+    // KEY = value
+    void parseEntry(const Line& line, char* key) {
+        char* const equals = find(key, line.end, '=');
+        if (equals == line.end) line.fail(key, "missing '=', expected KEY = value");
+        if (equals == key) line.fail(equals, "missing key before '=', expected KEY = value");
+
+        char* const keyEnd = cutBlanks(key, equals);
+        char* value = skipBlanks(equals + 1, line.end);
+        char* valueEnd = cutBlanks(value, line.end);
+        if (valueEnd - value >= 2 && *value == '"' && valueEnd[-1] == '"') {
+            ++value;
+            --valueEnd;
+        }
+        const std::string_view name(key, static_cast<std::size_t>(keyEnd - key));
+        const char* const stored = section_.empty() ? ended(key, keyEnd) : arena_.store(section_, name);
+        const std::uint32_t hash = hashOf({stored, section_.size() + name.size()});
+        entries_.push_back({stored, ended(value, valueEnd), line.number, hash});
+    }
+
+    char* at_;  // the next line
+    char* end_;
+    int number_ = 0;  // of the line before
+    Arena arena_;
+    char* nul_ = nullptr;  // the first NUL byte from the present line on, end_ when there is none
+    std::string section_;  // with the dot behind it
+    std::vector<ParsedEntry> entries_;
+};
+
 // --- tables ---------------------------------------------------------------------------------------------------------
 
 class Table {
@@ -398,15 +408,18 @@ public:
     // Stores the entries one by one, so that the filter finds in the table what stands above.
     void load(Parser parser, KRSFilter filter) {
         texts_.adopt(parser.takeTexts());
-        reserve(parser.entries().size());
-        for (const ParsedEntry& parsed : parser.entries()) {
+        const std::vector<ParsedEntry>& entries = parser.entries();
+        reserve(entries.size());
+        auto ahead = entries.begin() + std::min<std::ptrdiff_t>(kPrefetched, entries.end() - entries.begin());
+        for (const ParsedEntry& parsed : entries) {
+            if (ahead != entries.end()) prefetch((ahead++)->hash);
             const char* value = parsed.value;
             if (filter != nullptr) {
                 const char* const filtered = filter(parsed.key, parsed.value);
                 if (filtered == nullptr) continue;
                 if (std::strcmp(filtered, value) != 0) value = texts_.store(filtered);
             }
-            store({parsed.key, value, parsed.line, true});
+            store({parsed.key, value, parsed.line, true}, parsed.hash);
         }
     }
 
@@ -449,9 +462,12 @@ private:
         return at;
     }
 
-    void store(const KRSEntry& entry) {
+    // A large table's slots are far apart: they are asked for some entries ahead, so that nobody waits for them.
+    static constexpr std::ptrdiff_t kPrefetched = 8;
+    void prefetch(std::uint32_t hash) const { __builtin_prefetch(&slots_[hash & (slots_.size() - 1)], 1); }
+
+    void store(const KRSEntry& entry, std::uint32_t hash) {
         if ((entries_.size() + 1) * 2 > slots_.size()) rehash((entries_.size() + 1) * 2);
-        const std::uint32_t hash = hashOf(entry.key);
         Slot& slot = slots_[slotOf(entry.key, hash)];
         entries_.push_back(entry);
         if (slot.used()) entries_[slot.entry].inForce = false;

@@ -2,7 +2,6 @@
 //
 // It opens no main scope, so that the library neither searches settings nor logs by itself.
 #include <algorithm>
-#include <clocale>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -41,7 +40,6 @@ int run(const CommandLine& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::setlocale(LC_CTYPE, "C.UTF-8");
     nCommandLineArguments::gSet(argc, argv);
     showLibraryLog();
     try {

@@ -1,6 +1,7 @@
 #include "text.h"
 
 #include <algorithm>
+#include <clocale>
 #include <cstdio>
 #include <cwchar>
 #include <cwctype>
@@ -16,6 +17,9 @@ struct Character {
 };
 
 Character characterAt(const std::string& text, std::size_t position) {
+    // Where characters are first looked at: a command that only prints a value starts sooner without it.
+    static const char* const locale = std::setlocale(LC_CTYPE, "C.UTF-8");
+    static_cast<void>(locale);
     std::mbstate_t state{};
     Character character;
     const std::size_t bytes = std::mbrtowc(&character.code, text.data() + position, text.size() - position, &state);

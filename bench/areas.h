@@ -1,0 +1,12 @@
+// areas.h - what is measured; one file each.
+#pragma once
+
+#include "measure.h"
+
+void measureProcesses(Report& report);
+void measureStart(Report& report);
+void measureFiles(Report& report);
+void measurePaths(Report& report);
+void measureReading(Report& report);
+void measureSettings(Report& report);
+void measureLog(Report& report);

@@ -1,0 +1,101 @@
+// Initialisation, and the start of pmenv as a process.
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <ifaddrs.h>
+#include <netdb.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/utsname.h>
+#include <sys/wait.h>
+
+#include "Logging.h"
+#include "TempDir.h"
+#include "areas.h"
+#include "floors.h"
+#include "krenv.h"
+
+extern char** environ;
+
+namespace {
+
+constexpr char kSettings[] = "KR_VERSION = 12\nKR_BUILD = 345\nRESULTS_DIR = /opt/pressmark/results\n";
+
+void runAndRead(const char* command) {
+    std::FILE* const pipe = popen(command, "r");
+    check(pipe != nullptr, command);
+    char line[128];
+    while (std::fgets(line, sizeof line, pipe) != nullptr) keep(line[0]);
+    pclose(pipe);
+}
+
+// What the report asks of the system.
+void askSystem(const std::string& settings) {
+    struct stat status {};
+    stat(settings.c_str(), &status);
+    readStart(settings.c_str());
+    readStatistics({});
+    char name[150];
+    gethostname(name, sizeof name);
+    keep(gethostbyname(name));
+    ifaddrs* addresses = nullptr;
+    if (getifaddrs(&addresses) == 0) freeifaddrs(addresses);
+    utsname names{};
+    uname(&names);
+    runAndRead("cat /proc/cpuinfo | grep \"model name\"");
+    runAndRead("getconf LONG_BIT");
+}
+
+// Each in a process of its own, because KREInit reads the processor's name only once. The records go nowhere.
+void measureInit(Report& report, const TempDir& dir) {
+    nLogging::gSetSink([](const nLogging::Record& record) { keep(record.text.data()); });
+    const std::string directory = dir.path();
+    report.measure({"KREInit",
+                    "3 settings",
+                    {0, 1.2},
+                    {{Kind::Ours, "", [directory] { check(KREInit(directory.c_str()) == 1, "KREInit"); }},
+                     {Kind::Floor, "", [file = dir / "pressmark.ini"] { askSystem(file); }}},
+                    1,
+                    true});
+    nLogging::gSetSink({});
+}
+
+void runProgram(std::vector<std::string> words) {
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    pid_t pid = 0;
+    check(posix_spawn(&pid, arguments[0], &actions, nullptr, arguments.data(), environ) == 0, words[0]);
+    posix_spawn_file_actions_destroy(&actions);
+    int status = 0;
+    check(waitpid(pid, &status, 0) == pid && status == 0, words[0]);
+}
+
+void measurePmenv(Report& report, const TempDir& dir) {
+    const std::string file = dir / "pressmark.ini";
+    report.measure(
+        {"pmenv get NAME, a process",
+         "3 settings",
+         {0, 1.5},
+         {{Kind::Ours, "",
+           [file] {
+               runProgram({PMENV_BINARY, "get", "RESULTS_DIR", "--ini", file});
+           }},
+          {Kind::Alternative, "an empty program without the C++ library", [] { runProgram({EMPTY_C_PROGRAM}); }},
+          {Kind::Floor, "", [] { runProgram({EMPTY_PROGRAM}); }}}});
+}
+
+}  // namespace
+
+void measureStart(Report& report) {
+    const TempDir dir;
+    dir.writeFile("pressmark.ini", kSettings);
+    measureInit(report, dir);
+    measurePmenv(report, dir);
+}

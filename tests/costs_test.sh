@@ -1,0 +1,57 @@
+#!/usr/bin/env bash
+# Counts what operations take, in instructions and system calls: figures that hold still on a busy machine, so that a
+# change that makes something dearer is seen at once.
+#
+#   costs_test.sh DRIVER LIMITS              compares with the limits, one operation a line: NAME INSTRUCTIONS CALLS
+#   costs_test.sh --renew DRIVER LIMITS      writes what is counted now as the new limits, with headroom
+set -euo pipefail
+
+readonly CALLS=50
+# Instructions differ a little with the processor's features and the hash's seed; system calls do not differ at all.
+readonly HEADROOM_PERCENT=15
+
+renew=
+[[ ${1-} != --renew ]] || { renew=yes; shift; }
+readonly driver=$1 limits=$2
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+
+# Instructions and system calls of a whole run.
+count() { # OPERATION CALLS
+    valgrind --tool=callgrind --callgrind-out-file=/dev/null --trace-syscalls=yes "$driver" "$@" </dev/null >"$log" 2>&1 ||
+        { cat "$log"; echo "valgrind $driver $* failed"; exit 1; }
+    awk '/^SYSCALL/ { calls++ } /Collected :/ { print $NF, calls }' "$log"
+}
+
+# Those of one call: what more calls add to a run.
+count_one() { # OPERATION
+    local few many
+    read -ra few <<<"$(count "$1" "$CALLS")"
+    read -ra many <<<"$(count "$1" $((3 * CALLS)))"
+    echo $(((many[0] - few[0]) / (2 * CALLS))) $(((many[1] - few[1] + CALLS) / (2 * CALLS)))
+}
+
+# Complains when `counted` is over `limit`.
+compare() { # OPERATION WHAT COUNTED LIMIT
+    (($3 > $4)) || return 0
+    echo "$1: $3 $2 a call, $(($3 - $4)) ($((100 * ($3 - $4) / ($4 > 0 ? $4 : 1)))%) over the limit of $4"
+    return 1
+}
+
+status=0
+renewed=
+while read -r operation instructions calls; do
+    read -ra counted <<<"$(count_one "$operation")"
+    echo "$operation: ${counted[0]} instructions (limit $instructions), ${counted[1]} system calls (limit $calls)"
+    renewed+="$operation $((counted[0] * (100 + HEADROOM_PERCENT) / 100)) ${counted[1]}"$'\n'
+    [[ -z $renew ]] || continue
+    compare "$operation" instructions "${counted[0]}" "$instructions" || status=1
+    compare "$operation" "system calls" "${counted[1]}" "$calls" || status=1
+done <"$limits"
+
+if [[ -n $renew ]]; then
+    printf '%s' "$renewed" >"$limits"
+elif ((status != 0)); then
+    echo "If that is meant to be, renew the limits with \`./dev costs\` and say why in the commit."
+fi
+exit "$status"
