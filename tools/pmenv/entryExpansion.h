@@ -52,7 +52,7 @@ private:
 };
 
 /// Watches the expansion of one value after the other.
-class ExpansionWatch : public KRSLoadObserver {
+class ExpansionWatch final : public KRSLoadObserver {
 public:
     explicit ExpansionWatch(WorkLimit& work) : work_(work) {}
 

@@ -85,7 +85,7 @@ struct Observation {
 };
 
 /// Writes a resolution down.
-class Recorder : public KRSResolveObserver {
+class Recorder final : public KRSResolveObserver {
 public:
     using FindEntry = std::function<std::optional<std::size_t>(const std::string& name)>;
 

@@ -1,0 +1,66 @@
+// fuzzing.h - what the fuzz targets share. Each target is a file with one LLVMFuzzerTestOneInput.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "Logging.h"
+
+/// Ends the run with the input kept as a crash.
+inline void require(bool holds, const std::string& what) {
+    if (holds) return;
+    std::fprintf(stderr, "not as it should be: %s\n", what.c_str());
+    std::abort();
+}
+
+inline void requireEqual(std::string_view expected, std::string_view actual, const std::string& what) {
+    require(expected == actual,
+            what + "\n  expected: \"" + std::string(expected) + "\"\n  actual:   \"" + std::string(actual) + "\"");
+}
+
+/// Records are composed as ever, and shown to nobody.
+inline void hushLog() {
+    static const bool hushed = [] {
+        nLogging::gSetSink([](const nLogging::Record&) {});
+        return true;
+    }();
+    static_cast<void>(hushed);
+}
+
+/// A regular file in memory, filled anew for each input.
+class MemoryFile {
+public:
+    MemoryFile() : descriptor_(memfd_create("fuzz", MFD_CLOEXEC)) {}
+    ~MemoryFile() { close(descriptor_); }
+    MemoryFile(const MemoryFile&) = delete;
+    MemoryFile& operator=(const MemoryFile&) = delete;
+
+    void fill(std::string_view text) {
+        require(ftruncate(descriptor_, 0) == 0, "the file can be emptied");
+        require(pwrite(descriptor_, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()),
+                "the file can be written");
+    }
+    std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
+
+private:
+    int descriptor_;
+};
+
+inline std::string_view textOf(const std::uint8_t* data, std::size_t size) {
+    return {reinterpret_cast<const char*>(data), size};
+}
+
+/// Takes what stands before the first `separator` off the front of `*rest`.
+inline std::string_view takeUntil(std::string_view* rest, char separator) {
+    const std::size_t end = rest->find(separator);
+    const std::string_view part = rest->substr(0, end);
+    rest->remove_prefix(end == std::string_view::npos ? rest->size() : end + 1);
+    return part;
+}

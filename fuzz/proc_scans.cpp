@@ -1,0 +1,105 @@
+// What the statistics read from /proc, made of the input: the stat and statm of a process, the stat of the machine, and
+// the entries of /proc with the command names in their stat files.
+//
+// The input is parts ended by NUL: the machine's stat, then for each process its directory's name, stat and statm.
+#include <cstring>
+#include <map>
+#include <vector>
+
+#include <dirent.h>
+
+#include "MachineStats.h"
+#include "fuzzing.h"
+
+namespace {
+
+std::map<std::string, std::string> files;
+std::vector<std::string> directories;
+std::size_t nextDirectory = 0;
+dirent entry;
+
+char directoryMark;  // what opendir gives; nothing of it is looked at
+
+std::FILE* openFuzzed(const char* path) {
+    const auto found = files.find(path);
+    if (found == files.end()) return nullptr;
+    // An empty text cannot be opened as memory.
+    return found->second.empty() ? std::fopen("/dev/null", "r")
+                                 : fmemopen(found->second.data(), found->second.size(), "r");
+}
+
+const dirent* nextEntry() {
+    if (nextDirectory == directories.size()) return nullptr;
+    const std::string& name = directories[nextDirectory++];
+    std::memset(&entry, 0, sizeof entry);
+    entry.d_type = name.empty() || name[0] != 'f' ? DT_DIR : DT_REG;
+    std::strncpy(entry.d_name, name.c_str(), sizeof entry.d_name - 1);
+    return &entry;
+}
+
+}  // namespace
+
+#define SEEN_FROM_THE_LIBRARY extern "C" __attribute__((used, visibility("default")))
+
+SEEN_FROM_THE_LIBRARY std::FILE* __real_fopen64(const char* path, const char* mode);
+SEEN_FROM_THE_LIBRARY std::FILE* __wrap_fopen64(const char* path, const char* mode) {
+    return std::strncmp(path, "/proc/", 6) == 0 ? openFuzzed(path) : __real_fopen64(path, mode);
+}
+SEEN_FROM_THE_LIBRARY DIR* __wrap_opendir(const char*) {
+    nextDirectory = 0;
+    return reinterpret_cast<DIR*>(&directoryMark);
+}
+SEEN_FROM_THE_LIBRARY dirent* __wrap_readdir64(DIR*) { return const_cast<dirent*>(nextEntry()); }
+SEEN_FROM_THE_LIBRARY int __wrap_closedir(DIR*) { return 0; }
+SEEN_FROM_THE_LIBRARY int __wrap_usleep(unsigned) { return 0; }
+SEEN_FROM_THE_LIBRARY void __wrap_perror(const char*) {}
+
+namespace {
+
+void makeFiles(std::string_view input) {
+    files.clear();
+    directories.clear();
+    files["/proc/stat"] = takeUntil(&input, '\0');
+    while (!input.empty() && directories.size() < 8) {
+        directories.emplace_back(takeUntil(&input, '\0'));
+        const std::string path = "/proc/" + directories.back().substr(0, 255);
+        files[path + "/stat"] = takeUntil(&input, '\0');
+        files[path + "/statm"] = takeUntil(&input, '\0');
+    }
+}
+
+bool isEngine(const std::string& directory) {
+    if (directory.empty() || directory.find_first_not_of("0123456789") != std::string::npos) return false;
+    return files["/proc/" + directory.substr(0, 255) + "/stat"].find("PMLoadEngineMai") != std::string::npos;
+}
+
+void checkDiscovery() {
+    std::vector<int> pids;
+    require(getSlavesList(pids, -1) == 1, "the scan is complete");
+    std::size_t engines = 0;
+    for (const std::string& directory : directories) engines += isEngine(directory) ? 1 : 0;
+    require(pids.size() <= engines, "only engines are found");
+}
+
+void checkSamples(int pid) {
+    pstat sample{};
+    const int result = get_usage(pid, &sample);
+    require(result == 0 || result == -1, "a sample succeeds or fails");
+    calc_cpu(&sample, &sample);
+    getProcessRSS(pid, false);
+    CPUUsage usage(pid);
+    usage.GetUsage();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    hushLog();
+    makeFiles(textOf(data, size));
+    checkDiscovery();
+    for (const std::string& directory : directories) checkSamples(std::atoi(directory.c_str()));
+    MachineStats collector;
+    KREnvMachineStats stats{};
+    require(collector.CollectMachineStats(stats, false), "collecting succeeds");
+    return 0;
+}
