@@ -67,5 +67,7 @@ private:
                             [&](const Member& member) { return member.hash == hash && *member.string == string; });
     }
 
+    // The newest last. The texts of one chain of references are few and come and go at the end, so looking through their
+    // hashes from there takes less time than buckets would.
     std::vector<Member> members_;
 };

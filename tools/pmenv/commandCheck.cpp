@@ -28,7 +28,7 @@ int printRules(const CommandLine& line) {
 
 // Tells on standard error which file is checked, because it was not named.
 std::string fileInForce(const CommandLine& line) {
-    const std::string file = settingsFile(line);
+    std::string file = settingsFile(line);
     if (line.has("ini")) return file;
     const SearchResult result = searchSettingsFile();
     const std::string found = file + ", found in " + result.variable;

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -73,10 +74,10 @@ std::vector<LiteralText> literalTexts(const std::string& value, const std::strin
         const std::size_t still = expanded.find(written, behindLast);
         if (still == std::string::npos) continue;
         behindLast = still + length;
-        const std::string advice = opening != 0
-                                       ? "; a reference is written " + written.substr(0, 1) + "(NAME), without blanks"
-                                       : "; a process variable is written $(" + written.substr(1) + ")";
-        texts.push_back({at, length, "'" + written + "' is no reference and stays as it stands" + advice});
+        std::string text = "'" + written + "' is no reference and stays as it stands; ";
+        text += opening != 0 ? "a reference is written " + written.substr(0, 1) + "(NAME), without blanks"
+                             : "a process variable is written $(" + written.substr(1) + ")";
+        texts.push_back({at, length, std::move(text)});
     }
     return texts;
 }
