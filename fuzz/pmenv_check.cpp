@@ -20,6 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const std::string source = checked.sourceOf(finding);
         require(finding.line >= 1 && static_cast<std::size_t>(finding.line) <= checked.lines.size(), "the line exists");
         require(finding.column >= 1 && finding.column <= source.size() + 1, "the column lies in the line");
+        require(finding.column - 1 + finding.length <= source.size() + 1, "what is meant lies in the line");
         require(!findingText(checked, finding, Style(-1)).empty(), "the finding can be shown");
         findingJson(checked, finding).dump(-1, ' ', false, Json::error_handler_t::replace);
         refused = refused || finding.rule == Rule::Syntax;

@@ -28,7 +28,9 @@ std::FILE* openFuzzed(const char* path) {
                                  : fmemopen(found->second.data(), found->second.size(), "r");
 }
 
-const dirent* nextEntry() {
+bool isFuzzed(DIR* directory) { return directory == reinterpret_cast<DIR*>(&directoryMark); }
+
+dirent* nextEntry() {
     if (nextDirectory == directories.size()) return nullptr;
     const std::string& name = directories[nextDirectory++];
     std::memset(&entry, 0, sizeof entry);
@@ -45,12 +47,21 @@ SEEN_FROM_THE_LIBRARY std::FILE* __real_fopen64(const char* path, const char* mo
 SEEN_FROM_THE_LIBRARY std::FILE* __wrap_fopen64(const char* path, const char* mode) {
     return std::strncmp(path, "/proc/", 6) == 0 ? openFuzzed(path) : __real_fopen64(path, mode);
 }
-SEEN_FROM_THE_LIBRARY DIR* __wrap_opendir(const char*) {
+// The fuzzer lists its seeds through these functions as well.
+SEEN_FROM_THE_LIBRARY DIR* __real_opendir(const char* path);
+SEEN_FROM_THE_LIBRARY DIR* __wrap_opendir(const char* path) {
+    if (std::strcmp(path, "/proc/") != 0) return __real_opendir(path);
     nextDirectory = 0;
     return reinterpret_cast<DIR*>(&directoryMark);
 }
-SEEN_FROM_THE_LIBRARY dirent* __wrap_readdir64(DIR*) { return const_cast<dirent*>(nextEntry()); }
-SEEN_FROM_THE_LIBRARY int __wrap_closedir(DIR*) { return 0; }
+SEEN_FROM_THE_LIBRARY dirent* __real_readdir64(DIR* directory);
+SEEN_FROM_THE_LIBRARY dirent* __wrap_readdir64(DIR* directory) {
+    return isFuzzed(directory) ? nextEntry() : __real_readdir64(directory);
+}
+SEEN_FROM_THE_LIBRARY int __real_closedir(DIR* directory);
+SEEN_FROM_THE_LIBRARY int __wrap_closedir(DIR* directory) {
+    return isFuzzed(directory) ? 0 : __real_closedir(directory);
+}
 SEEN_FROM_THE_LIBRARY int __wrap_usleep(unsigned) { return 0; }
 SEEN_FROM_THE_LIBRARY void __wrap_perror(const char*) {}
 
@@ -69,7 +80,7 @@ void makeFiles(std::string_view input) {
 }
 
 bool isEngine(const std::string& directory) {
-    if (directory.empty() || directory.find_first_not_of("0123456789") != std::string::npos) return false;
+    if (directory.find_first_not_of("0123456789") != std::string::npos) return false;
     return files["/proc/" + directory.substr(0, 255) + "/stat"].find("PMLoadEngineMai") != std::string::npos;
 }
 
