@@ -72,8 +72,9 @@ void makeFiles(std::string_view input) {
     directories.clear();
     files["/proc/stat"] = takeUntil(&input, '\0');
     while (!input.empty() && directories.size() < 8) {
-        directories.emplace_back(takeUntil(&input, '\0'));
-        const std::string path = "/proc/" + directories.back().substr(0, 255);
+        // No longer than an entry can hold.
+        directories.emplace_back(takeUntil(&input, '\0').substr(0, sizeof entry.d_name - 1));
+        const std::string path = "/proc/" + directories.back();
         files[path + "/stat"] = takeUntil(&input, '\0');
         files[path + "/statm"] = takeUntil(&input, '\0');
     }
@@ -81,7 +82,7 @@ void makeFiles(std::string_view input) {
 
 bool isEngine(const std::string& directory) {
     if (directory.find_first_not_of("0123456789") != std::string::npos) return false;
-    return files["/proc/" + directory.substr(0, 255) + "/stat"].find("PMLoadEngineMai") != std::string::npos;
+    return files["/proc/" + directory + "/stat"].find("PMLoadEngineMai") != std::string::npos;
 }
 
 void checkDiscovery() {
