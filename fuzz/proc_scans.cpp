@@ -2,6 +2,8 @@
 // the entries of /proc with the command names in their stat files.
 //
 // The input is parts ended by NUL: the machine's stat, then for each process its directory's name, stat and statm.
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <vector>
@@ -80,17 +82,28 @@ void makeFiles(std::string_view input) {
     }
 }
 
+// "77 (sh) S ...": the first word behind the parenthesis, less its last character, which is the closing one.
+std::string commandName(const std::string& stat) {
+    unsigned id = 0;
+    char word[256];
+    if (std::sscanf(stat.c_str(), "%u (%255s", &id, word) != 2) return {};
+    return {word, std::strlen(word) - 1};
+}
+
 bool isEngine(const std::string& directory) {
     if (directory.find_first_not_of("0123456789") != std::string::npos) return false;
-    return files["/proc/" + directory + "/stat"].find("PMLoadEngineMai") != std::string::npos;
+    return commandName(files["/proc/" + directory + "/stat"]).find("PMLoadEngineMai") != std::string::npos;
 }
 
 void checkDiscovery() {
+    std::vector<int> expected;
+    for (const std::string& directory : directories) {
+        const long pid = std::strtol(directory.c_str(), nullptr, 10);
+        if (isEngine(directory) && pid != 1) expected.push_back(static_cast<int>(pid));
+    }
     std::vector<int> pids;
-    require(getSlavesList(pids, -1) == 1, "the scan is complete");
-    std::size_t engines = 0;
-    for (const std::string& directory : directories) engines += isEngine(directory) ? 1 : 0;
-    require(pids.size() <= engines, "only engines are found");
+    require(getSlavesList(pids, 1) == 1, "the scan is complete");
+    require(pids == expected, "exactly the engines are found");
 }
 
 void checkSamples(int pid) {
