@@ -224,9 +224,9 @@ private:
         addFindings(entry, watch.take(), entry.value == stored ? When::Reading : When::ReadingReplaced);
         if (!expanded) return;
         if (text.length() > kLongestValue) {
-            addAtValue(Rule::Limit, entry,
-                       "the expanded value has " + std::to_string(text.length()) + " characters, the limit is " +
-                           std::to_string(kLongestValue));
+            return addAtValue(Rule::Limit, entry,
+                              "the expanded value has " + std::to_string(text.length()) + " characters, the limit is " +
+                                  std::to_string(kLongestValue));
         }
         for (const LiteralText& literal : literalTexts(entry.value, {text.data(), text.length()})) {
             add(Rule::NotAReference, entry.line, entry.valueColumn + literal.position, literal.length, literal.text);
