@@ -25,7 +25,6 @@
 #include "krresolve.h"
 #include "krs.h"
 #include "support/FaultSweep.h"
-#include "support/InChild.h"
 
 namespace {
 
@@ -755,7 +754,7 @@ const Fault kNoMemoryFault = {"new", "ENOMEM", ENOMEM, true};
 
 // What `run` answers in a process of its own while its first allocation, and with `lasting` every one, fails.
 std::string withoutMemory(bool lasting, const Run& run) {
-    return inChild([&] {
+    return inHost([&] {
         Host host;
         Answer answer;
         const UnderTest scope;

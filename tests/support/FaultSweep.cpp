@@ -137,9 +137,8 @@ void failALoad() {
 
 // Runs the operation twice in a process that has done nothing before. The first run meets the fault, if there is one.
 Run runInChild(const Operation& operation, bool logs, const Fault* fault, int nth, bool lasting) {
-    return parseRun(inChild([&] {
+    return parseRun(inHost([&] {
         alarm(60);
-        enterHost();
         if (!logs) silenceLog();
         Host host;
         Run run;
@@ -167,8 +166,7 @@ Run runInChild(const Operation& operation, bool logs, const Fault* fault, int nt
 
 std::string oldBuffer(const Operation& operation) {
     if (!operation.prepare) return {};
-    return inChild([&] {
-        enterHost();
+    return inHost([&] {
         Host host;
         return bufferText(operation.prepare(host));
     });
@@ -273,6 +271,15 @@ private:
 };
 
 }  // namespace
+
+// The files are made before the child, which ends without cleaning up.
+std::string inHost(const std::function<std::string()>& work) {
+    files();
+    return inChild([&] {
+        enterHost();
+        return work();
+    });
+}
 
 // --- answers and hosts ----------------------------------------------------------------------------------------------
 

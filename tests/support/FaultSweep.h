@@ -47,6 +47,9 @@ private:
     std::unique_ptr<CPUUsage> sampler_;
 };
 
+/// What `work` returns in a process of its own that sees the host.
+std::string inHost(const std::function<std::string()>& work);
+
 /// What an operation answers when all is well; in the lists below.
 extern const char* const kSame;
 
