@@ -69,7 +69,9 @@ void runProgram(std::vector<std::string> words) {
     arguments.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    for (const int output : {STDOUT_FILENO, STDERR_FILENO}) {
+        posix_spawn_file_actions_addopen(&actions, output, "/dev/null", O_WRONLY, 0);
+    }
     pid_t pid = 0;
     check(posix_spawn(&pid, arguments[0], &actions, nullptr, arguments.data(), environ) == 0, words[0]);
     posix_spawn_file_actions_destroy(&actions);
@@ -91,6 +93,32 @@ void measurePmenv(Report& report, const TempDir& dir) {
           {Kind::Floor, "", [] { runProgram({EMPTY_PROGRAM}); }}}});
 }
 
+// A third of the values refers to others, when loaded and when read.
+std::string manySettings(int count) {
+    std::string text;
+    for (int i = 0; i < count; ++i) {
+        const std::string above = "KEY_" + std::to_string(i - 1);
+        text += "KEY_" + std::to_string(i) + " = ";
+        text += i % 3 == 1 ? "#(" + above + ")/x #{" + above + "}\n" : "/opt/pressmark/data/value.dat\n";
+    }
+    return text;
+}
+
+// The whole process: nothing is wrong with the file, so that it prints next to nothing.
+void measureWholeFiles(Report& report, const TempDir& dir) {
+    const std::string file = dir.writeFile("many.ini", manySettings(100'000));
+    report.measure(
+        {"pmenv check FILE, a process", "100,000 settings", {}, {{Kind::Ours, "", [file] {
+                                                                      runProgram({PMENV_BINARY, "check", file});
+                                                                  }}}});
+    report.measure({"pmenv explain NAME, a process",
+                    "100,000 settings",
+                    {},
+                    {{Kind::Ours, "", [file] {
+                          runProgram({PMENV_BINARY, "explain", "KEY_99997", "--ini", file});
+                      }}}});
+}
+
 }  // namespace
 
 void measureStart(Report& report) {
@@ -98,4 +126,5 @@ void measureStart(Report& report) {
     dir.writeFile("pressmark.ini", kSettings);
     measureInit(report, dir);
     measurePmenv(report, dir);
+    measureWholeFiles(report, dir);
 }
