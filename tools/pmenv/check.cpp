@@ -20,10 +20,9 @@
 #include "libraryLog.h"
 #include "literalText.h"
 #include "nearest.h"
+#include "settings.h"
 
 namespace {
-
-constexpr std::size_t kLongestValue = 2047;  // of an expanded value
 
 // --- loading --------------------------------------------------------------------------------------------------------
 
@@ -223,10 +222,10 @@ private:
         const bool expanded = KRSRuntimeResolve(set, text);
         addFindings(entry, watch.take(), entry.value == stored ? When::Reading : When::ReadingReplaced);
         if (!expanded) return;
-        if (text.length() > kLongestValue) {
+        if (text.length() > kLongestExpansion) {
             return addAtValue(Rule::Limit, entry,
                               "the expanded value has " + std::to_string(text.length()) + " characters, the limit is " +
-                                  std::to_string(kLongestValue));
+                                  std::to_string(kLongestExpansion));
         }
         for (const LiteralText& literal : literalTexts(entry.value, {text.data(), text.length()})) {
             add(Rule::NotAReference, entry.line, entry.valueColumn + literal.position, literal.length, literal.text);

@@ -14,7 +14,6 @@
 
 namespace {
 
-constexpr std::size_t kLongestExpansion = 2047;
 constexpr std::size_t kLongestPath = 4095;
 
 const char* const kCycle = "its references lead back to themselves, or expanding them takes more than the limits allow";

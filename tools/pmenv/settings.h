@@ -1,10 +1,14 @@
 // settings.h - the settings of one file, loaded through the library, and what is wrong with them.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
+
+/// How many characters an expanded value may have to be read.
+constexpr std::size_t kLongestExpansion = 2047;
 
 /// One setting as the user asked for it.
 struct Setting {
