@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "CommandLineArguments.h"
+#include "commands.h"
 #include "failure.h"
-#include "grammar.h"
 #include "help.h"
 #include "libraryLog.h"
 #include "output.h"

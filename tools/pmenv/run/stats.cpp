@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include "atomicFile.h"
-#include "commands.h"
+#include "commandLine.h"
 #include "events.h"
 #include "failure.h"
 #include "liveTerminal.h"
@@ -193,9 +193,48 @@ int runWatch(const StatsOptions& options) {
     return options.verdict ? printVerdict(options, verdict) : kExitDone;
 }
 
-}  // namespace
-
-int runStats(const CommandLine& line) {
+int run(const CommandLine& line) {
     const StatsOptions options = readStatsOptions(line);
     return options.watch && canDrawInPlace() ? runWatch(options) : runPlain(options);
+}
+
+// --- grammar --------------------------------------------------------------------------------------------------------
+
+std::vector<Option> statsOptions() {
+    constexpr double kMost = 1e9;
+    return {
+        {"interval", Option::Kind::Number, "SECONDS", "time between samples, 1 or more; 1 unless given", 1, 86400},
+        {"count", Option::Kind::Number, "N", "how many samples, 0 for no end; 1 unless given", 0, kMost, true},
+        {"duration", Option::Kind::Number, "SECONDS", "sample for so long, instead of --count", 1, kMost},
+        {"csv", Option::Kind::Flag, nullptr, "one line for each sample and engine, exact numbers"},
+        {"openmetrics", Option::Kind::Flag, nullptr, "text exposition for a metrics collector, in base units"},
+        {"per-process", Option::Kind::Flag, nullptr, "with --openmetrics: also a series for each engine, with its pid"},
+        {"output", Option::Kind::Text, "FILE", "with --openmetrics: replace FILE in one step instead of printing"},
+        {"watch", Option::Kind::Flag, nullptr,
+         "redraw in place until q or Ctrl-C; on a pipe, print a table for each sample"},
+        {"verdict", Option::Kind::Flag, nullptr,
+         "watch for --duration (60) and say whether this load generator was the bottleneck"},
+        {"cpu-limit", Option::Kind::Number, "PERCENT",
+         "of the machine's processors; 90 unless given, over 100 for never", 0, 1000},
+        {"engine-limit", Option::Kind::Number, "PERCENT", "of one processor, for one engine; 95 unless given", 0,
+         100000},
+        {"sustain", Option::Kind::Number, "SECONDS", "how long these two must be passed; 10 unless given", 0, kMost},
+        {"memory-limit", Option::Kind::Number, "PERCENT", "of the memory must stay available; 10 unless given", 0, 100},
+        {"swap-limit", Option::Kind::Number, "MIB", "by which swap in use may grow; 1 unless given", 0, kMost},
+    };
+}
+
+}  // namespace
+
+Command statsCommand() {
+    return {"stats",
+            "print figures of the machine and its load engines, or judge a run",
+            {},
+            statsOptions(),
+            "pmenv stats                                        one table; takes two seconds to measure\n"
+            "pmenv stats --json --interval 5 --count 12         a minute, one object a line\n"
+            "pmenv stats --watch                                a live screen\n"
+            "pmenv stats --openmetrics --output /var/lib/node_exporter/pmenv.prom\n"
+            "pmenv stats --duration 60 --verdict || exit 1      refuse a run on a saturated load generator (exit 3)",
+            run};
 }

@@ -23,16 +23,15 @@
 #include <dirent.h>
 #include <sys/resource.h>
 
-#include "commands.h"
+#include "commandLine.h"
 #include "failure.h"
 #include "krenv.h"
 #include "output.h"
+#include "paths.h"
 #include "terminal.h"
 #include "text.h"
 
 namespace {
-
-constexpr std::size_t kLongestPath = 4095;
 
 // --- directories and descriptors ------------------------------------------------------------------------------------
 
@@ -152,9 +151,7 @@ private:
                   std::to_string(limit) + " files open. Walk the subdirectories one by one.");
 }
 
-}  // namespace
-
-int runWalk(const CommandLine& line) {
+int run(const CommandLine& line) {
     const std::string& directory = line.arguments()[0];
     if (line.has("null") && line.has("json")) {
         throw Failure("--null and --json do not go together; see 'pmenv walk --help'", kExitUsage);
@@ -172,4 +169,21 @@ int runWalk(const CommandLine& line) {
     if (!certain && needsMoreDescriptors(directory, limit - before)) failIncomplete(directory, EMFILE, limit);
     output.finish();
     return kExitDone;
+}
+
+}  // namespace
+
+Command walkCommand() {
+    return {"walk",
+            "print the path of every file in a directory",
+            {{"DIR", "a directory"}},
+            {{"recurse", Option::Kind::Flag, nullptr,
+              "also the files in its subdirectories, links to directories followed"},
+             {"skip", Option::Kind::Text, "NAME",
+              "leave out files of exactly this name; directories of this name are entered"},
+             {"null", Option::Kind::Flag, nullptr, "end each path with a NUL byte, for names that hold a newline"}},
+            "pmenv walk /opt/pm/scripts                           the files of this directory, in no order\n"
+            "pmenv walk /opt/pm/scripts --recurse --skip README   with all below it, but no README\n"
+            "pmenv walk logs --recurse --null | xargs -0 ls -ld   any name survives",
+            run};
 }

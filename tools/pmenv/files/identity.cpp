@@ -4,7 +4,7 @@
 
 #include <unistd.h>
 
-#include "commands.h"
+#include "commandLine.h"
 #include "failure.h"
 #include "krenv.h"
 #include "krs.h"
@@ -85,9 +85,7 @@ void printIdentityTable(const Identity& identity) {
     std::cout << rows.text(Style(STDOUT_FILENO), size ? std::optional(size->columns) : std::nullopt);
 }
 
-}  // namespace
-
-int runIdentity(const CommandLine& line) {
+int run(const CommandLine& line) {
     const Identity identity(line.arguments()[0]);
     if (line.has("json")) {
         printIdentityJson(identity);
@@ -95,4 +93,16 @@ int runIdentity(const CommandLine& line) {
         printIdentityTable(identity);
     }
     return kExitDone;
+}
+
+}  // namespace
+
+Command identityCommand() {
+    return {"identity",
+            "print the product's names, versions and numbers",
+            {{"FILE", "the settings file that holds them"}},
+            {},
+            "pmenv identity product.ini          a table; what the file does not hold is marked (absent)\n"
+            "pmenv identity product.ini --json   by key; null for what is absent",
+            run};
 }

@@ -3,7 +3,7 @@
 # would with the installed package.
 #
 #   docs_test.sh PAGE BUILD-DIRECTORY
-#   docs_test.sh --self BUILD-DIRECTORY    whether it notices all that is wrong on tests/docs_reader/wrong-page.txt
+#   docs_test.sh --self BUILD-DIRECTORY    whether it notices all that is wrong on tests/packaging/docs_reader/wrong-page.txt
 #
 # What becomes of a block depends on its language:
 #
@@ -25,9 +25,9 @@
 set -euo pipefail
 export LC_ALL=C.UTF-8 TZ=UTC NO_COLOR=1
 
-root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 if [[ $1 == --self ]]; then
-    noticed=$({ KRENV_DOCS_PATIENCE=4 "$0" "$root/tests/docs_reader/wrong-page.txt" "$2" 2>&1 || true; } |
+    noticed=$({ KRENV_DOCS_PATIENCE=4 "$0" "$root/tests/packaging/docs_reader/wrong-page.txt" "$2" 2>&1 || true; } |
         sed -n 's/^.*wrong-page.txt:\([0-9]*\): .*/\1/p' | sort -n | xargs)
     wanted="1 1 1 4 6 7 8 13 17 21 25 29 33 34 35 36 40 44 48 52 55 58 62"
     [[ $noticed == "$wanted" ]] || { printf 'wrong lines: %s\nnoticed:     %s\n' "$wanted" "$noticed" >&2; exit 1; }
@@ -54,7 +54,7 @@ prepare() {
     cmake --install "$build" --prefix "$prefix" >"$work/install.log" || { cat "$work/install.log"; exit 1; }
     mkdir -p "$here/bin"
     cp -r "$root/examples" "$root/README.md" "$here"
-    cp -r "$root/tests/docs_reader/." "$here"
+    cp -r "$root/tests/packaging/docs_reader/." "$here"
     # The settings of the example, installed where this reader has the product.
     { cat "$root/examples/pressmark.ini"; printf '[]\nKR_BIN = %s\n' "$here/bin"; } >"$home/pressmark.ini"
     cp "$root/examples/host/main.cpp" "$here"

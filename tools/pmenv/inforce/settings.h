@@ -19,6 +19,11 @@ struct Setting {
     int line = 0;                         ///< in the file, from 1
 };
 
+class Settings;
+
+/// "FILE:LINE" of the setting, for messages; "FILE" when it is on no line.
+std::string placeOf(const Settings& settings, const Setting& setting);
+
 class Settings {
 public:
     /// Loads `file` as the library's settings. Throws Failure with the reason, line and column when it is rejected.

@@ -1,37 +1,15 @@
-// find, resolve and path: the library's path functions.
-#include <algorithm>
+// path: paths split, composed, shortened for display, and made absolute.
 #include <iostream>
-#include <memory>
 
-#include "commands.h"
+#include "commandLine.h"
 #include "failure.h"
 #include "krenv.h"
 #include "output.h"
+#include "paths.h"
 #include "search.h"
 #include "settingsFile.h"
 
 namespace {
-
-constexpr std::size_t kLongestPath = 4095;
-
-// --- settings for "#X" ----------------------------------------------------------------------------------------------
-
-bool namesSetting(const std::string& variable) { return !variable.empty() && variable[0] == '#'; }
-
-// Only a "#X" needs settings; other searches work where there is no pressmark.ini.
-std::unique_ptr<const Settings> settingsFor(const CommandLine& line, const std::vector<std::string>& variables) {
-    if (std::none_of(variables.begin(), variables.end(), namesSetting)) return nullptr;
-    return std::make_unique<const Settings>(loadSettings(line));
-}
-
-// --- arguments ------------------------------------------------------------------------------------------------------
-
-// The library would cut a longer path without a word.
-const char* checkedPath(const std::string& path) {
-    if (path.size() <= kLongestPath) return path.c_str();
-    throw Failure("the path has " + std::to_string(path.size()) + " characters, the limit is " +
-                  std::to_string(kLongestPath) + ": " + path.substr(0, 60) + "...");
-}
 
 int printPath(const CommandLine& line, const std::string& path) {
     if (line.has("json")) {
@@ -82,45 +60,7 @@ std::unique_ptr<const Settings> settingsForAbsolute(const CommandLine& line, con
     return std::make_unique<const Settings>(loadSettings(line));
 }
 
-}  // namespace
-
-int runFind(const CommandLine& line) {
-    const std::string name = checkedPath(line.arguments()[0]);
-    const std::vector<std::string> variables(line.arguments().begin() + 1, line.arguments().end());
-    const auto settings = settingsFor(line, variables);
-    const SearchResult result = searchFile(name, variables, settings.get());
-
-    if (line.has("json")) {
-        printJson({{"file", name},
-                   {"path", result.path ? Json(*result.path) : Json()},
-                   {"variable", result.path ? Json(result.variable) : Json()},
-                   {"tried", result.path ? Json::array() : placesJson(result.places)}});
-    } else if (result.path) {
-        std::cout << *result.path << "\n";
-    }
-    if (result.path) return kExitDone;
-    printError(name + ": not found; looked in" + placesText(result.places));
-    return kExitWrong;
-}
-
-int runResolve(const CommandLine& line) {
-    const std::string variable = line.arguments()[0];
-    const auto settings = settingsFor(line, {variable});
-    const Resolution resolution = resolveVariable(variable, settings.get());
-
-    if (line.has("json")) {
-        printJson({{"variable", variable},
-                   {"value", resolution.value ? Json(*resolution.value) : Json()},
-                   {"directories", placesJson(resolution.places)}});
-    } else if (resolution.value) {
-        std::cout << *resolution.value << "\n";
-    }
-    if (resolution.value) return kExitDone;
-    printError("'" + variable + "' stands for nothing: " + resolution.places[0].problem);
-    return kExitWrong;
-}
-
-int runPathSplit(const CommandLine& line) {
+int runSplit(const CommandLine& line) {
     KREnvContainerClass env;
     char* directory = nullptr;
     char* name = nullptr;
@@ -134,7 +74,7 @@ int runPathSplit(const CommandLine& line) {
     return kExitDone;
 }
 
-int runPathMake(const CommandLine& line) {
+int runMake(const CommandLine& line) {
     const std::vector<std::string>& parts = line.arguments();
     const std::string extension = parts.size() > 2 ? parts[2] : "";
     KREnvContainerClass env;
@@ -144,7 +84,7 @@ int runPathMake(const CommandLine& line) {
     return printPath(line, path);
 }
 
-int runPathShorten(const CommandLine& line) {
+int runShorten(const CommandLine& line) {
     const std::string path = checkedPath(line.arguments()[0]);
     const int width = parseWidth(line.arguments()[1]);
     KREnvContainerClass env;
@@ -154,11 +94,50 @@ int runPathShorten(const CommandLine& line) {
                   " characters, its name and extension need " + std::to_string(narrowestWidth(path)));
 }
 
-int runPathAbs(const CommandLine& line) {
+int runAbs(const CommandLine& line) {
     const std::string path = checkedPath(line.arguments()[0]);
     const auto settings = settingsForAbsolute(line, path);
     KREnvContainerClass env;
     char absolute[kLongestPath + 1];
     if (env.KRPGetFullName(path.c_str(), absolute, sizeof absolute) == nullptr) failAbsolute(path, settings.get());
     return printPath(line, absolute);
+}
+
+}  // namespace
+
+Command pathSplitCommand() {
+    return {"path split",
+            "print the directory, the name and the extension of a path",
+            {{"PATH", "a path; an existing directory is all directory"}},
+            {},
+            "pmenv path split /usr/lib/x.tar.gz   directory /usr/lib, name x.tar, extension gz",
+            runSplit};
+}
+
+Command pathMakeCommand() {
+    return {"path make",
+            "compose a path of its parts",
+            {{"DIR", "the directory; may be ''"}, {"NAME", "the name"}, {"EXT", "the extension, without a dot", true}},
+            {},
+            "pmenv path make /usr/lib x.tar gz   prints /usr/lib/x.tar.gz",
+            runMake};
+}
+
+Command pathShortenCommand() {
+    return {"path shorten",
+            "shorten a path for display by cutting its middle",
+            {{"PATH", "a path"}, {"WIDTH", "characters; a path of as many or more is shortened to exactly as many"}},
+            {},
+            "pmenv path shorten /home/user/projects/reports/weekly.md 30   prints /home/user/projec...\\weekly.md",
+            runShorten};
+}
+
+Command pathAbsCommand() {
+    return {"path abs",
+            "make a path absolute; a bare name is searched in . and in the setting INCLUDE_PATH",
+            {{"PATH", "a path whose directory exists, or the name of a file"}},
+            {},
+            "pmenv path abs ../lib/x.so   prints /usr/lib/x.so when called in /usr/bin\n"
+            "pmenv path abs stdio.h       prints where stdio.h is",
+            runAbs};
 }

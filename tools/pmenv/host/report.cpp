@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "Logging.h"
-#include "commands.h"
+#include "commandLine.h"
 #include "failure.h"
 #include "krenv.h"
 #include "libraryLog.h"
@@ -71,10 +71,8 @@ Json reportJson(const std::vector<std::string>& lines) {
             {"build", orNull(release[3])}};
 }
 
-}  // namespace
-
 // The settings are loaded on their own first: what is wrong with them is then said as by every other command.
-int runReport(const CommandLine& line) {
+int run(const CommandLine& line) {
     const std::string directory = directoryFor(line, loadSettings(line).file());
     const std::vector<std::string> lines = reportLines(directory);
     if (line.has("json")) {
@@ -83,4 +81,16 @@ int runReport(const CommandLine& line) {
         for (const std::string& text : lines) std::cout << text << "\n";
     }
     return kExitDone;
+}
+
+}  // namespace
+
+Command reportCommand() {
+    return {"report",
+            "print the start-up report of this host",
+            {},
+            {},
+            "pmenv report                  the lines that every program's log begins with\n"
+            "pmenv report --json           the same by name",
+            run};
 }

@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "check.h"
-#include "commands.h"
+#include "commandLine.h"
 #include "failure.h"
 #include "findings.h"
 #include "settingsFile.h"
@@ -83,9 +83,7 @@ std::string numbered(std::size_t number, const char* what) {
     return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
 }
 
-}  // namespace
-
-int runCheck(const CommandLine& line) {
+int run(const CommandLine& line) {
     if (line.has("rules")) return printRules(line);
     const bool asJson = line.has("json");
     Json answer = Json::array();
@@ -98,4 +96,19 @@ int runCheck(const CommandLine& line) {
     }
     const bool wrong = counts.errors > 0 || counts.unreadable > 0 || (line.has("strict") && counts.warnings > 0);
     return wrong ? kExitWrong : kExitDone;
+}
+
+}  // namespace
+
+Command checkCommand() {
+    return {"check",
+            "find everything that is wrong with settings files",
+            {{"FILE", "a settings file, checked as if it were pressmark.ini; without one, the pressmark.ini in force",
+              true, true}},
+            {{"strict", Option::Kind::Flag, nullptr, "exit 1 also when there are only warnings"},
+             {"rules", Option::Kind::Flag, nullptr, "print what is looked for, and exit"}},
+            "pmenv check                         the pressmark.ini that programs here would load\n"
+            "pmenv check conf/*.ini --strict     for a pipeline: exit 1 on any finding\n"
+            "pmenv check new.ini --json          findings as data",
+            run};
 }

@@ -118,3 +118,7 @@ FurtherSettings::FurtherSettings(const Settings& settings, const std::string& na
 }
 
 FurtherSettings::~FurtherSettings() { KRSDestroyTable(table_); }
+
+std::string placeOf(const Settings& settings, const Setting& setting) {
+    return settings.file() + (setting.line > 0 ? ":" + std::to_string(setting.line) : "");
+}

@@ -4,7 +4,7 @@
 
 #include <unistd.h>
 
-#include "commands.h"
+#include "commandLine.h"
 #include "explanation.h"
 #include "explanationFormats.h"
 #include "failure.h"
@@ -48,9 +48,7 @@ void print(const Explanation& explanation) {
     std::cout << explanationText(explanation, Style(STDOUT_FILENO), size ? std::optional(size->columns) : std::nullopt);
 }
 
-}  // namespace
-
-int runExplain(const CommandLine& line) {
+int run(const CommandLine& line) {
     checkAsked(line);
     for (const std::string& assignment : line.texts("set")) setRunTimeValue(assignment);
     const Explanation explanation = explained(line);
@@ -65,4 +63,21 @@ int runExplain(const CommandLine& line) {
                    didYouMean(explanation.root.nearest));
     }
     return explanation.failure ? kExitWrong : kExitDone;
+}
+
+}  // namespace
+
+Command explainCommand() {
+    return {"explain",
+            "print where a value comes from, step by step",
+            {{"NAME", "a setting; with its section in front where it has one: section.KEY", true}},
+            {{"text", Option::Kind::Text, "TEXT",
+              "explain how this text is expanded when it is read, instead of a setting"},
+             {"set", Option::Kind::Text, "NAME=VALUE",
+              "set a run-time value first, as a program does; may be given several times"}},
+            "pmenv explain LOG_DIR                      a tree down to the sources, the final text last\n"
+            "pmenv explain LOG_DIR --json               the same as data\n"
+            "pmenv explain --text '$(HOME)/#(LOG_DIR)'  any text, quoted from the shell\n"
+            "pmenv explain USERS --set USERS=50         as in a program that has set it",
+            run};
 }

@@ -1,7 +1,7 @@
 # What the hot operations take, in instructions and system calls, on the one build whose figures are written down.
 if(CMAKE_BUILD_TYPE STREQUAL "Release" AND CMAKE_SIZEOF_VOID_P EQUAL 8 AND NOT KRENV_SANITIZE)
   add_executable(costs_driver costs_driver.cpp)
-  target_include_directories(costs_driver PRIVATE support)
+  target_include_directories(costs_driver PRIVATE ${support})
   target_link_libraries(costs_driver PRIVATE krenv_options krenv::krenv)
   add_test(NAME costs
     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/costs_test.sh $<TARGET_FILE:costs_driver> ${CMAKE_CURRENT_SOURCE_DIR}/costs.limits)

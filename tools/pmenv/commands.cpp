@@ -1,0 +1,48 @@
+#include "commands.h"
+
+// One line for each command, in the order of the help. The command itself, with its arguments, options and examples,
+// stands in a file of that name in its room.
+#define PMENV_COMMANDS   \
+    COMMAND(get)         \
+    COMMAND(list)        \
+    COMMAND(explain)     \
+    COMMAND(check)       \
+    COMMAND(find)        \
+    COMMAND(resolve)     \
+    COMMAND(pathSplit)   \
+    COMMAND(pathMake)    \
+    COMMAND(pathShorten) \
+    COMMAND(pathAbs)     \
+    COMMAND(identity)    \
+    COMMAND(walk)        \
+    COMMAND(report)      \
+    COMMAND(stats)
+
+#define COMMAND(name) Command name##Command();
+PMENV_COMMANDS
+#undef COMMAND
+
+namespace {
+
+Grammar makeGrammar() {
+    constexpr Option::Kind kFlag = Option::Kind::Flag;
+    Grammar grammar;
+    grammar.globalOptions = {
+        {"ini", Option::Kind::Text, "FILE|DIR",
+         "read the settings from FILE or from DIR/pressmark.ini and nowhere else"},
+        {"json", kFlag, nullptr, "print the answer as JSON"},
+        {"help", kFlag, nullptr, "print help and exit; also -h"},
+        {"version", kFlag, nullptr, "print the version and exit"},
+    };
+#define COMMAND(name) grammar.commands.push_back(name##Command());
+    PMENV_COMMANDS
+#undef COMMAND
+    return grammar;
+}
+
+}  // namespace
+
+const Grammar& pmenvGrammar() {
+    static const Grammar grammar = makeGrammar();
+    return grammar;
+}

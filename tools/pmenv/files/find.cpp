@@ -1,0 +1,41 @@
+// find: the first existing file in the directories of path variables.
+#include <iostream>
+
+#include "commandLine.h"
+#include "failure.h"
+#include "output.h"
+#include "paths.h"
+#include "search.h"
+
+namespace {
+
+int run(const CommandLine& line) {
+    const std::string name = checkedPath(line.arguments()[0]);
+    const std::vector<std::string> variables(line.arguments().begin() + 1, line.arguments().end());
+    const auto settings = settingsFor(line, variables);
+    const SearchResult result = searchFile(name, variables, settings.get());
+
+    if (line.has("json")) {
+        printJson({{"file", name},
+                   {"path", result.path ? Json(*result.path) : Json()},
+                   {"variable", result.path ? Json(result.variable) : Json()},
+                   {"tried", result.path ? Json::array() : placesJson(result.places)}});
+    } else if (result.path) {
+        std::cout << *result.path << "\n";
+    }
+    if (result.path) return kExitDone;
+    printError(name + ": not found; looked in" + placesText(result.places));
+    return kExitWrong;
+}
+
+}  // namespace
+
+Command findCommand() {
+    return {"find",
+            "print the first existing FILE in the directories that the variables stand for",
+            {{"FILE", "the file's name; of a path, only its last component counts"}, pathVariableArgument(true)},
+            {},
+            "pmenv find engine.cfg . '$KR_BIN' '#INCLUDE_PATH' HOME\n"
+            "pmenv find sh PATH        prints /usr/bin/sh",
+            run};
+}

@@ -1,0 +1,29 @@
+#include "paths.h"
+
+#include <algorithm>
+
+#include "failure.h"
+#include "settingsFile.h"
+
+namespace {
+
+bool namesSetting(const std::string& variable) { return !variable.empty() && variable[0] == '#'; }
+
+}  // namespace
+
+const char* checkedPath(const std::string& path) {
+    if (path.size() <= kLongestPath) return path.c_str();
+    throw Failure("the path has " + std::to_string(path.size()) + " characters, the limit is " +
+                  std::to_string(kLongestPath) + ": " + path.substr(0, 60) + "...");
+}
+
+std::unique_ptr<const Settings> settingsFor(const CommandLine& line, const std::vector<std::string>& variables) {
+    if (std::none_of(variables.begin(), variables.end(), namesSetting)) return nullptr;
+    return std::make_unique<const Settings>(loadSettings(line));
+}
+
+Argument pathVariableArgument(bool repeated) {
+    return {"VAR",
+            "PATH, HOME, MYDOCUMENTS, '$X' (process variable X), '#X' (setting X), or directories parted by :", false,
+            repeated};
+}
