@@ -43,9 +43,8 @@ install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONE
 if(TARGET pmenv)
   set_target_properties(pmenv PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   install(TARGETS pmenv RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
-  configure_file(tools/pmenv/pmenv.1 ${PROJECT_BINARY_DIR}/pmenv.1 @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/pmenv.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
-  install(FILES tools/pmenv/pmenv.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME pmenv
+  install(FILES ${PROJECT_BINARY_DIR}/pmenv.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME pmenv
     COMPONENT tool)
   install(FILES examples/pressmark.ini DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/pmenv/examples COMPONENT tool)
 endif()

@@ -866,7 +866,7 @@ protected:
     Words complete(Words words, const std::string& beginning) const {
         words.insert(words.begin(), PMENV_BINARY);
         words.push_back(beginning);
-        std::string script = "source " + std::string(PMENV_SOURCE) + "/pmenv.bash; COMP_WORDS=(";
+        std::string script = "source " + std::string(PMENV_COMPLETION) + "; COMP_WORDS=(";
         for (const std::string& word : words) script += " '" + word + "'";
         script += "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _pmenv; printf '%s\\n' \"${COMPREPLY[@]}\"";
         const ProgramResult outcome = [&] {

@@ -28,7 +28,7 @@ Grammar makeGrammar() {
     constexpr Option::Kind kFlag = Option::Kind::Flag;
     Grammar grammar;
     grammar.globalOptions = {
-        {"ini", Option::Kind::Text, "FILE|DIR",
+        {"ini", Option::Kind::File, "FILE|DIR",
          "read the settings from FILE or from DIR/pressmark.ini and nowhere else"},
         {"json", kFlag, nullptr, "print the answer as JSON"},
         {"help", kFlag, nullptr, "print help and exit; also -h"},

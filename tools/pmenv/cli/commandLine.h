@@ -13,9 +13,13 @@
 #include <string>
 #include <vector>
 
-/// An option of pmenv or of one command.
+/// What a shell's completion offers where a word is typed.
+enum class Offer { Nothing, Files, Directories, Settings, PathVariables };
+
+/// An option of pmenv or of one command. File and FurtherFile are texts for which a shell offers files: of the working
+/// directory, or of the directory that the setting KR_BIN names.
 struct Option {
-    enum class Kind { Flag, Text, Number };
+    enum class Kind { Flag, Text, File, FurtherFile, Number };
 
     const char* name;  ///< without the dashes
     Kind kind;
@@ -32,6 +36,7 @@ struct Argument {
     const char* help;
     bool optional = false;
     bool repeated = false;
+    Offer offer = Offer::Nothing;
 };
 
 class CommandLine;
@@ -43,6 +48,7 @@ struct Command {
     std::vector<Option> options;
     const char* examples;  ///< lines of the form "command   what it does"
     int (*run)(const CommandLine&);
+    const char* details = "";  ///< what only the manual page tells: paragraphs, an empty line between them
 };
 
 /// Everything that pmenv understands.

@@ -100,9 +100,11 @@ int run(const CommandLine& line) {
 Command identityCommand() {
     return {"identity",
             "print the product's names, versions and numbers",
-            {{"FILE", "the settings file that holds them"}},
+            {{"FILE", "the settings file that holds them", false, false, Offer::Files}},
             {},
             "pmenv identity product.ini          a table; what the file does not hold is marked (absent)\n"
             "pmenv identity product.ini --json   by key; null for what is absent",
-            run};
+            run,
+            "The value of each of the eighteen keys that the library knows. A number is what the value begins "
+            "with, 640 of 640px. What the file does not hold is marked (absent)."};
 }

@@ -108,16 +108,19 @@ int runAbs(const CommandLine& line) {
 Command pathSplitCommand() {
     return {"path split",
             "print the directory, the name and the extension of a path",
-            {{"PATH", "a path; an existing directory is all directory"}},
+            {{"PATH", "a path; an existing directory is all directory", false, false, Offer::Files}},
             {},
             "pmenv path split /usr/lib/x.tar.gz   directory /usr/lib, name x.tar, extension gz",
-            runSplit};
+            runSplit,
+            "Both / and \\ part directories."};
 }
 
 Command pathMakeCommand() {
     return {"path make",
             "compose a path of its parts",
-            {{"DIR", "the directory; may be ''"}, {"NAME", "the name"}, {"EXT", "the extension, without a dot", true}},
+            {{"DIR", "the directory; may be ''", false, false, Offer::Directories},
+             {"NAME", "the name"},
+             {"EXT", "the extension, without a dot", true}},
             {},
             "pmenv path make /usr/lib x.tar gz   prints /usr/lib/x.tar.gz",
             runMake};
@@ -126,7 +129,8 @@ Command pathMakeCommand() {
 Command pathShortenCommand() {
     return {"path shorten",
             "shorten a path for display by cutting its middle",
-            {{"PATH", "a path"}, {"WIDTH", "characters; a path of as many or more is shortened to exactly as many"}},
+            {{"PATH", "a path", false, false, Offer::Files},
+             {"WIDTH", "characters; a path of as many or more is shortened to exactly as many"}},
             {},
             "pmenv path shorten /home/user/projects/reports/weekly.md 30   prints /home/user/projec...\\weekly.md",
             runShorten};
@@ -135,9 +139,10 @@ Command pathShortenCommand() {
 Command pathAbsCommand() {
     return {"path abs",
             "make a path absolute; a bare name is searched in . and in the setting INCLUDE_PATH",
-            {{"PATH", "a path whose directory exists, or the name of a file"}},
+            {{"PATH", "a path whose directory exists, or the name of a file", false, false, Offer::Files}},
             {},
             "pmenv path abs ../lib/x.so   prints /usr/lib/x.so when called in /usr/bin\n"
             "pmenv path abs stdio.h       prints where stdio.h is",
-            runAbs};
+            runAbs,
+            "The directory of PATH must exist, the file need not."};
 }

@@ -25,5 +25,5 @@ std::unique_ptr<const Settings> settingsFor(const CommandLine& line, const std::
 Argument pathVariableArgument(bool repeated) {
     return {"VAR",
             "PATH, HOME, MYDOCUMENTS, '$X' (process variable X), '#X' (setting X), or directories parted by :", false,
-            repeated};
+            repeated, Offer::PathVariables};
 }

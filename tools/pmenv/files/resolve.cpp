@@ -36,5 +36,6 @@ Command resolveCommand() {
             "pmenv resolve '$KR_BIN'            prints the process variable KR_BIN\n"
             "pmenv resolve '#INCLUDE_PATH'      prints the setting, expanded\n"
             "pmenv resolve PATH --json          tells what is wrong with each directory",
-            run};
+            run,
+            "With --json also what is wrong with each of its directories."};
 }

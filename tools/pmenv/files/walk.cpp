@@ -176,7 +176,7 @@ int run(const CommandLine& line) {
 Command walkCommand() {
     return {"walk",
             "print the path of every file in a directory",
-            {{"DIR", "a directory"}},
+            {{"DIR", "a directory", false, false, Offer::Directories}},
             {{"recurse", Option::Kind::Flag, nullptr,
               "also the files in its subdirectories, links to directories followed"},
              {"skip", Option::Kind::Text, "NAME",
@@ -185,5 +185,12 @@ Command walkCommand() {
             "pmenv walk /opt/pm/scripts                           the files of this directory, in no order\n"
             "pmenv walk /opt/pm/scripts --recurse --skip README   with all below it, but no README\n"
             "pmenv walk logs --recurse --null | xargs -0 ls -ld   any name survives",
-            run};
+            run,
+            "The paths come in no order. A file is whatever cannot be opened as a directory, so a directory "
+            "without permission is one, and a link to a directory is none. Paths longer than 4095 characters "
+            "are left out. On a terminal, control characters in a name are shown escaped.\n\n"
+            "With --recurse, directory by directory; a loop of links ends where the system ends it, at 40 "
+            "links. Each directory that has been entered stays open until pmenv ends. It raises its limit of "
+            "open files as far as it may, up to 65536, and when even that is too low for the tree, it says so "
+            "and exits with 1."};
 }

@@ -92,5 +92,6 @@ Command reportCommand() {
             {},
             "pmenv report                  the lines that every program's log begins with\n"
             "pmenv report --json           the same by name",
-            run};
+            run,
+            "These are the lines that the log of every program begins with."};
 }

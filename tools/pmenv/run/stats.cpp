@@ -209,7 +209,7 @@ std::vector<Option> statsOptions() {
         {"csv", Option::Kind::Flag, nullptr, "one line for each sample and engine, exact numbers"},
         {"openmetrics", Option::Kind::Flag, nullptr, "text exposition for a metrics collector, in base units"},
         {"per-process", Option::Kind::Flag, nullptr, "with --openmetrics: also a series for each engine, with its pid"},
-        {"output", Option::Kind::Text, "FILE", "with --openmetrics: replace FILE in one step instead of printing"},
+        {"output", Option::Kind::File, "FILE", "with --openmetrics: replace FILE in one step instead of printing"},
         {"watch", Option::Kind::Flag, nullptr,
          "redraw in place until q or Ctrl-C; on a pipe, print a table for each sample"},
         {"verdict", Option::Kind::Flag, nullptr,
@@ -236,5 +236,23 @@ Command statsCommand() {
             "pmenv stats --watch                                a live screen\n"
             "pmenv stats --openmetrics --output /var/lib/node_exporter/pmenv.prom\n"
             "pmenv stats --duration 60 --verdict || exit 1      refuse a run on a saturated load generator (exit 3)",
-            run};
+            run,
+            "The load engines are the processes named PMLoadEngineMai... . The percentages need about two "
+            "seconds of measuring. Without one of --json, --csv, --openmetrics, --watch and --verdict a table "
+            "for people is printed.\n\n"
+            "What is not known yet, as the processor time of an engine at its first two samples, is - in a "
+            "table, null in JSON, an empty field in CSV, and left out of an exposition. An engine's processor "
+            "time is in per cent of one processor and may pass 100 when several of its threads are busy; its "
+            "memory is a 32-bit figure and wraps at 4 GiB.\n\n"
+            "With --csv there is a line for each sample and engine, one for a sample without engines; the "
+            "names of the fields stand once, before them. With --openmetrics figures are bytes and ratios (1 "
+            "is all processors for the machine, one processor for an engine) without times; engines are "
+            "summed by name, with their number and the largest. With --output a temporary file beside FILE is "
+            "written and renamed, so that a reader never sees half of it.\n\n"
+            "With --watch the screen is redrawn with each sample: bars for processors, memory and swap, and "
+            "the engines with their last figures as a line, the busiest first. The warnings of --verdict "
+            "appear while they last. q or Ctrl-C ends it, Ctrl-Z suspends it. On a pipe a table is printed "
+            "for each sample.\n\n"
+            "With --verdict, Ctrl-C ends the run early; with --watch too, the verdict follows when the watch "
+            "has ended."};
 }

@@ -104,11 +104,16 @@ Command checkCommand() {
     return {"check",
             "find everything that is wrong with settings files",
             {{"FILE", "a settings file, checked as if it were pressmark.ini; without one, the pressmark.ini in force",
-              true, true}},
+              true, true, Offer::Files}},
             {{"strict", Option::Kind::Flag, nullptr, "exit 1 also when there are only warnings"},
              {"rules", Option::Kind::Flag, nullptr, "print what is looked for, and exit"}},
             "pmenv check                         the pressmark.ini that programs here would load\n"
             "pmenv check conf/*.ini --strict     for a pipeline: exit 1 on any finding\n"
             "pmenv check new.ini --json          findings as data",
-            run};
+            run,
+            "Each file is checked as a program would load it as pressmark.ini. A finding is printed as "
+            "file:line:column: error: text [rule], with the line and what is meant underlined, as editors and "
+            "pipelines understand it. The exit status is 1 when there is an error, with --strict also when "
+            "there are only warnings.\n\n"
+            "References to process variables are checked against the environment of this command."};
 }

@@ -68,16 +68,36 @@ int run(const CommandLine& line) {
 }  // namespace
 
 Command explainCommand() {
-    return {"explain",
-            "print where a value comes from, step by step",
-            {{"NAME", "a setting; with its section in front where it has one: section.KEY", true}},
-            {{"text", Option::Kind::Text, "TEXT",
-              "explain how this text is expanded when it is read, instead of a setting"},
-             {"set", Option::Kind::Text, "NAME=VALUE",
-              "set a run-time value first, as a program does; may be given several times"}},
-            "pmenv explain LOG_DIR                      a tree down to the sources, the final text last\n"
-            "pmenv explain LOG_DIR --json               the same as data\n"
-            "pmenv explain --text '$(HOME)/#(LOG_DIR)'  any text, quoted from the shell\n"
-            "pmenv explain USERS --set USERS=50         as in a program that has set it",
-            run};
+    return {
+        "explain",
+        "print where a value comes from, step by step",
+        {{"NAME", "a setting; with its section in front where it has one: section.KEY", true, false, Offer::Settings}},
+        {{"text", Option::Kind::Text, "TEXT",
+          "explain how this text is expanded when it is read, instead of a setting"},
+         {"set", Option::Kind::Text, "NAME=VALUE",
+          "set a run-time value first, as a program does; may be given several times"}},
+        "pmenv explain LOG_DIR                      a tree down to the sources, the final text last\n"
+        "pmenv explain LOG_DIR --json               the same as data\n"
+        "pmenv explain --text '$(HOME)/#(LOG_DIR)'  any text, quoted from the shell\n"
+        "pmenv explain USERS --set USERS=50         as in a program that has set it",
+        run,
+        "The answer is a tree: the setting's text in the file, each reference in the order in which the "
+        "library replaces them, with what it stands for, and the final text last. A reference in braces "
+        "was replaced when the file was loaded, one in parentheses when the value is read. Where there is "
+        "no value, the last lines say why; a cycle is shown as a chain, A -> B -> A, with the place of "
+        "each. Up to 20 references of a text, 20 levels and about 200 references in all are shown, and "
+        "how many more there are.\n\n"
+        "A value of --set counts before the setting of that name and is not expanded.\n\n"
+        "With --json the answer is an object with file; name (not for a text); value (the final text, or "
+        "null); failure (null, or an object with reason, when it happened (load or read), text, and for a "
+        "cycle the chain); and explanation. This one, and each of its steps, has source (setting, "
+        "environment, run-time table, text or nowhere), place (line and column, of a setting), raw (the "
+        "value at its source), stored (a setting as it was loaded, null when it was left out) and value "
+        "(what it became, null where that failed). A step also has reference (as written), expanded (load "
+        "or read) and at (where it stands: line and column in the file, or the column alone in another "
+        "text; null when a substitution put it there).\n\n"
+        "Where they apply: replaced and leftOut (lines of other entries of the same key), definedBelow "
+        "(the line of a setting that did not exist yet), hidden (the place of a setting that a run-time "
+        "value hides), nearest (names that may be meant), stepsLeftOut (how many more references there "
+        "are at all levels below), rawLength and the like (the length of a text that is cut)."};
 }

@@ -45,15 +45,22 @@ int run(const CommandLine& line) {
 }  // namespace
 
 Command getCommand() {
-    return {"get",
-            "print the expanded value of settings, one a line",
-            {{"NAME", "a setting; with its section in front where it has one: section.KEY", false, true}},
-            {{"file", Option::Kind::Text, "FILE", "read them from FILE in the directory that the setting KR_BIN names"},
-             {"raw", Option::Kind::Flag, nullptr,
-              "print the value as it is stored, its $() and #() references not expanded"}},
-            "pmenv get KR_VERSION                 prints 12\n"
-            "pmenv get LOG_DIR --raw              prints $(HOME)/logs\n"
-            "pmenv get KR_VERSION KR_BUILD --json prints {\"KR_VERSION\": \"12\", \"KR_BUILD\": \"345\"}\n"
-            "pmenv get --file engine.ini TIMEOUT  a setting of engine.ini in the directory of KR_BIN",
-            run};
+    return {
+        "get",
+        "print the expanded value of settings, one a line",
+        {{"NAME", "a setting; with its section in front where it has one: section.KEY", false, true, Offer::Settings}},
+        {{"file", Option::Kind::FurtherFile, "FILE",
+          "read them from FILE in the directory that the setting KR_BIN names"},
+         {"raw", Option::Kind::Flag, nullptr,
+          "print the value as it is stored, its $() and #() references not expanded"}},
+        "pmenv get KR_VERSION                 prints 12\n"
+        "pmenv get LOG_DIR --raw              prints $(HOME)/logs\n"
+        "pmenv get KR_VERSION KR_BUILD --json prints {\"KR_VERSION\": \"12\", \"KR_BUILD\": \"345\"}\n"
+        "pmenv get --file engine.ini TIMEOUT  a setting of engine.ini in the directory of KR_BIN",
+        run,
+        "An unknown name is an error that suggests the nearest ones.\n\n"
+        "With --file the settings come from FILE in the directory that the setting KR_BIN (of "
+        "pressmark.ini, not of the process) names. All four forms of references stay in its values when "
+        "the file is loaded; $() and #() are expanded when a value is read, against the process and "
+        "pressmark.ini, never against FILE itself."};
 }

@@ -65,5 +65,6 @@ Command listCommand() {
             "pmenv list                       a table, cut to the terminal's width\n"
             "pmenv list | grep LOG            on a pipe nothing is cut\n"
             "pmenv list --ini ./pressmark.ini the settings of that file",
-            run};
+            run,
+            "On a terminal long values are cut to its width; on a pipe nothing is cut."};
 }
