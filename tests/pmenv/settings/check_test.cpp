@@ -9,7 +9,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "literalText.h"
 #include "support/ScopedEnv.h"
 #include "support/Subprocess.h"
 #include "support/TempDir.h"
@@ -19,10 +18,7 @@ namespace {
 
 using nlohmann::json;
 using testing::ElementsAre;
-using testing::EndsWith;
 using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
 using Words = std::vector<std::string>;
 
@@ -50,8 +46,8 @@ class PmenvCheckGolden : public testing::TestWithParam<GoldenRow> {};
 
 TEST_P(PmenvCheckGolden, PrintsWhatIsWrongWithThePlace) {
     const std::string name = GetParam().name;
-    const ProgramResult result = check(GOLDEN_DIR, {name + ".ini"});
-    EXPECT_EQ(readFileText(GOLDEN_DIR "/" + name + ".txt"), result.out);
+    const ProgramResult result = check(GOLDEN_DIR "/check", {name + ".ini"});
+    EXPECT_EQ(readFileText(GOLDEN_DIR "/check/" + name + ".txt"), result.out);
     EXPECT_EQ(std::string(GetParam().summary) + "\n", result.err);
     EXPECT_EQ(GetParam().exitCode, result.status);
 }
@@ -224,35 +220,5 @@ TEST_F(PmenvCheck, EndsTheLoadOfAFileThatTakesTooLong) {
     EXPECT_EQ(1, result.status);
     EXPECT_THAT(result.out, HasSubstr("error: expanding the values takes too much work"));
 }
-
-// --- literal texts --------------------------------------------------------------------------------------------------
-
-std::vector<std::string> literalsIn(const std::string& value, const std::string& expanded) {
-    std::vector<std::string> written;
-    for (const LiteralText& literal : literalTexts(value, expanded)) {
-        written.push_back(value.substr(literal.position, literal.length));
-    }
-    return written;
-}
-
-TEST(literalTexts, AreWhatStillStandsInTheExpandedForm) {
-    EXPECT_THAT(literalsIn("$(A $(B)", "$(A b"), ElementsAre("$(A"));
-    EXPECT_THAT(literalsIn("$(A$(B))", "ab"), IsEmpty());
-    EXPECT_THAT(literalsIn("$(A $(A$(B))", "$(A ab"), ElementsAre("$(A"));
-    EXPECT_THAT(literalsIn("$(\t X)$( )${", "$(\t X)$( )${"), ElementsAre("$(\t X)", "$( )", "${"));
-}
-
-TEST(literalTexts, BareVariablesAreSpelledLikeOnes) {
-    const std::string value = "$HOME $A $AB1 $5 $$ $ab $1AB $";
-    EXPECT_THAT(literalsIn(value, value), ElementsAre("$HOME", "$AB1"));
-}
-
-TEST(literalTexts, AreNotTextsForAShell) {
-    for (const char* const value : {"$(date +%F)", "$((1+2))", "${A:-b c}", "\\$HOME", "$$HOME", "$(a b)"}) {
-        EXPECT_THAT(literalsIn(value, value), IsEmpty()) << value;
-    }
-}
-
-TEST(literalTexts, AreBounded) { EXPECT_EQ(20U, literalsIn(repeated("$( ", 1000), repeated("$( ", 1000)).size()); }
 
 }  // namespace

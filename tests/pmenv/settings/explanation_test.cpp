@@ -15,7 +15,6 @@
 #include "krenv.h"
 #include "krs.h"
 #include "libraryLog.h"
-#include "observation.h"
 #include "observedSettings.h"
 #include "support/ScopedEnv.h"
 #include "support/TempDir.h"
@@ -25,51 +24,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
-
-// --- OriginMap ------------------------------------------------------------------------------------------------------
-
-TEST(OriginMap, PartsKeepTheirOriginUntilTheyAreReplaced) {
-    OriginMap map;
-    EXPECT_EQ(5U, map.originOf(5, 3));
-    map.replace(5, 3, 10);
-    EXPECT_EQ(2U, map.originOf(2, 3));
-    EXPECT_EQ(std::nullopt, map.originOf(4, 2));
-    EXPECT_EQ(std::nullopt, map.originOf(14, 2));
-    EXPECT_EQ(8U, map.originOf(15, 2));
-}
-
-TEST(OriginMap, PartAroundAnEmptyReplacementIsNotTheOldOne) {
-    OriginMap map;
-    map.replace(5, 3, 0);
-    EXPECT_EQ(std::nullopt, map.originOf(4, 2));
-    EXPECT_EQ(4U, map.originOf(4, 1));
-    EXPECT_EQ(8U, map.originOf(5, 1));
-}
-
-// Each character of the text carries where it was at first, -1 for one that was put in.
-TEST(OriginMap, AgreesWithATextWhoseCharactersCarryTheirOrigin) {
-    std::mt19937 random(7);
-    const auto below = [&random](std::size_t end) { return static_cast<std::size_t>(random()) % end; };
-    for (int round = 0; round < 2000; ++round) {
-        std::vector<int> text(20 + below(20));
-        for (std::size_t i = 0; i < text.size(); ++i) text[i] = static_cast<int>(i);
-        OriginMap map;
-        std::size_t from = 0;  // references are replaced from left to right, or where one was put in
-        while (from + 6 < text.size()) {
-            const std::size_t position = from + below(3);
-            const std::size_t length = 1 + below(4);
-            const std::vector<int> value(below(5), -1);
-            map.replace(position, length, value.size());
-            const auto at = text.begin() + static_cast<std::ptrdiff_t>(position);
-            text.insert(text.erase(at, at + static_cast<std::ptrdiff_t>(length)), value.begin(), value.end());
-            from = position + (value.empty() ? 0 : below(value.size()));
-            for (std::size_t i = 0; i < text.size(); ++i) {
-                const std::optional<std::size_t> origin = map.originOf(i, 1);
-                ASSERT_EQ(text[i], origin ? static_cast<int>(*origin) : -1) << "round " << round << ", character " << i;
-            }
-        }
-    }
-}
 
 // --- explanations against the library's answers ---------------------------------------------------------------------
 
@@ -147,7 +101,7 @@ TEST(Explanation, EqualsTheLibrarysAnswerForEveryKeyOfEverySample) {
     Compared compared = compareWithLibrary(EXAMPLES_DIR "/pressmark.ini");
     EXPECT_EQ(0U, compared.failures);
     EXPECT_GT(compared.steps, 20U);
-    compared += compareWithLibrary(GOLDEN_DIR "/pressmark.ini");
+    compared += compareWithLibrary(GOLDEN_DIR "/explain/pressmark.ini");
     std::size_t rejected = 0;
     for (const auto& sample : std::filesystem::directory_iterator(CORPUS_DIR)) {
         SCOPED_TRACE(sample.path());

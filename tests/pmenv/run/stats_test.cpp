@@ -1,4 +1,4 @@
-// pmenv report and pmenv stats as a user runs them. Other load engines may run on the machine meanwhile, so the tests
+// pmenv stats as a user runs it. Other load engines may run on the machine meanwhile, so the tests
 // look for the processes that they start themselves.
 #include <algorithm>
 #include <chrono>
@@ -86,68 +86,6 @@ double meminfoBytes(const std::string& name) {
         if (line.compare(0, name.size() + 1, name + ":") == 0) return std::stod(line.substr(name.size() + 1)) * 1024;
     }
     return -1;
-}
-
-// --- report ---------------------------------------------------------------------------------------------------------
-
-class PmenvReport : public testing::Test {
-protected:
-    ProgramResult report(const Words& words = {}) const {
-        Words all{"report", "--ini", directory_.path()};
-        all.insert(all.end(), words.begin(), words.end());
-        return run(all);
-    }
-
-    TempDir directory_;
-};
-
-TEST_F(PmenvReport, PrintsTheElevenLines) {
-    directory_.writeFile("pressmark.ini", "KR_VERSION = 12\nKR_BUILD = 345\n");
-    const ProgramResult outcome = report();
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.err, "");
-    const auto lines = linesOf(outcome.out);
-    ASSERT_EQ(lines.size(), 11u);
-    EXPECT_EQ(lines[0], "/" + std::string(72, '*') + "/");
-    EXPECT_THAT(lines[1], StartsWith("Machine Name "));
-    EXPECT_EQ(lines[7], "Pressmark Release 12.345");
-    EXPECT_EQ(lines[9], "KR_VERSION\t12\tKR_BUILD\t345\t");
-}
-
-TEST_F(PmenvReport, JsonNamesTheFacts) {
-    directory_.writeFile("pressmark.ini", "KR_VERSION = 12\n");
-    const json facts = json::parse(report({"--json"}).out);
-    EXPECT_EQ(facts.at("version"), "12");
-    EXPECT_EQ(facts.at("build"), nullptr);
-    EXPECT_EQ(facts.at("memoryBytes").get<double>(), meminfoBytes("MemTotal"));
-    EXPECT_THAT(facts.at("bits"), AnyOf("64 bit OS", "32 bit OS"));
-    EXPECT_THAT(facts.at("operatingSystem").get<std::string>(), StartsWith("Linux (Linux "));
-}
-
-TEST_F(PmenvReport, NeedsASettingsFile) {
-    const ProgramResult missing = report();
-    EXPECT_EQ(missing.status, 1);
-    EXPECT_EQ(missing.out, "");
-    EXPECT_THAT(missing.err, StartsWith("pmenv: cannot load the settings: " + directory_.path() + "/pressmark.ini: "));
-
-    directory_.writeFile("pressmark.ini", "nonsense\n");
-    EXPECT_THAT(report().err, HasSubstr("/pressmark.ini:1:1: missing '='"));
-
-    const ProgramResult searched = run({"report"});
-    EXPECT_EQ(searched.status, 1);
-    EXPECT_THAT(searched.err, StartsWith("pmenv: pressmark.ini not found; looked in\n"));
-
-    directory_.writeFile("other.ini", "A = 1\n");
-    const ProgramResult named = run({"report", "--ini", directory_ / "other.ini"});
-    EXPECT_EQ(named.status, 2);
-    EXPECT_EQ(named.err, "pmenv: report reads a file named pressmark.ini, not other.ini\n");
-}
-
-TEST_F(PmenvReport, PmLogDoesNotHideIt) {
-    directory_.writeFile("pressmark.ini", "KR_VERSION = 12\n");
-    Environment quiet = environment();
-    quiet["PM_LOG"] = "none";
-    EXPECT_EQ(linesOf(runProgram(pmenv({"report", "--ini", directory_.path()}), quiet).out).size(), 11u);
 }
 
 // --- figures --------------------------------------------------------------------------------------------------------

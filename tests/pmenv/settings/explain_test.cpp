@@ -58,10 +58,10 @@ protected:
     static ProgramResult run(const Words& more = {}) {
         Words words = GetParam().words;
         words.insert(words.end(), more.begin(), more.end());
-        return explainIn(GOLDEN_DIR, words);
+        return explainIn(GOLDEN_DIR "/explain", words);
     }
     static std::string expected(const char* extension) {
-        return readFileText(std::string(GOLDEN_DIR) + "/" + GetParam().name + extension);
+        return readFileText(std::string(GOLDEN_DIR "/explain/") + GetParam().name + extension);
     }
 };
 
@@ -103,14 +103,14 @@ INSTANTIATE_TEST_SUITE_P(PmenvExplain, PmenvExplainGolden,
 // --- names that are not defined -------------------------------------------------------------------------------------
 
 TEST(PmenvExplain, SuggestsTheNearestNames) {
-    const ProgramResult outcome = explainIn(GOLDEN_DIR, {"NESTD"});
+    const ProgramResult outcome = explainIn(GOLDEN_DIR "/explain", {"NESTD"});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.err, "pmenv: pressmark.ini: NESTD: no such setting; did you mean 'NESTED'?\n");
 }
 
 TEST(PmenvExplain, JsonOfWhatIsNotDefinedHasNoValue) {
-    const ProgramResult outcome = explainIn(GOLDEN_DIR, {"NESTD", "--json"});
+    const ProgramResult outcome = explainIn(GOLDEN_DIR "/explain", {"NESTD", "--json"});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, HasSubstr("no such setting"));
     const json answer = json::parse(outcome.out);
@@ -239,7 +239,7 @@ TEST_F(PmenvExplainLimits, NamesCannotSteerTheTerminal) {
 TEST(PmenvExplain, HasNoColourUnderNoColor) {
     std::map<std::string, const char*> variables = environmentOfTests();
     variables["NO_COLOR"] = "1";
-    TerminalRun run({PMENV_BINARY, "--ini", GOLDEN_DIR, "explain", "NESTED"}, variables, 200, 20);
+    TerminalRun run({PMENV_BINARY, "--ini", GOLDEN_DIR "/explain", "explain", "NESTED"}, variables, 200, 20);
     EXPECT_EQ(run.finish(), 0);
     EXPECT_THAT(run.output(), HasSubstr("#(MIDDLE)"));
     EXPECT_THAT(run.output(), Not(HasSubstr("\x1b")));
@@ -261,7 +261,7 @@ TEST(PmenvExplain, WrongUsageIsNamedAndExitsWithTwo) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(testing::PrintToString(row.words));
-        const ProgramResult outcome = explainIn(GOLDEN_DIR, row.words);
+        const ProgramResult outcome = explainIn(GOLDEN_DIR "/explain", row.words);
         EXPECT_EQ(outcome.status, 2);
         EXPECT_EQ(outcome.out, "");
         EXPECT_EQ(outcome.err, "pmenv: " + row.errors + "\n");

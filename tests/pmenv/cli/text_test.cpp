@@ -1,0 +1,40 @@
+// text: how wide a text is, where it is cut, and what a terminal must not get.
+#include <clocale>
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include "text.h"
+
+namespace {
+
+class TextTest : public testing::Test {
+protected:
+    TextTest() { std::setlocale(LC_CTYPE, "C.UTF-8"); }
+};
+
+TEST_F(TextTest, WidthCountsColumns) {
+    EXPECT_EQ(displayWidth("abc"), 3u);
+    EXPECT_EQ(displayWidth("grüße"), 5u);
+    EXPECT_EQ(displayWidth("日本"), 4u);
+    EXPECT_EQ(displayWidth("a\xcc\x81"), 1u) << "a combining accent takes no column";
+    EXPECT_EQ(displayWidth("\xff"), 1u);
+}
+
+TEST_F(TextTest, CutsBetweenCharacters) {
+    EXPECT_EQ(cutToWidth("abcdef", 6), "abcdef");
+    EXPECT_EQ(cutToWidth("abcdef", 5), "abcd…");
+    EXPECT_EQ(cutToWidth("日本語", 5), "日本…");
+    EXPECT_EQ(cutToWidth("日本語", 4), "日…");
+    EXPECT_EQ(cutToWidth("abc", 1), "…");
+    EXPECT_EQ(cutToWidth("abc", 0), "");
+}
+
+TEST_F(TextTest, PrintableShowsWhatATerminalWouldObey) {
+    EXPECT_EQ(printable("a\tb\nc\r"), "a\\tb\\nc\\r");
+    EXPECT_EQ(printable("\x1b[31m\x7f"), "\\x1b[31m\\x7f");
+    EXPECT_EQ(printable("\xc2\x9b"), "\\xc2\\x9b") << "the one-character form of ESC [";
+    EXPECT_EQ(printable("grüße \xff"), "grüße \\xff");
+}
+
+}  // namespace
