@@ -18,9 +18,9 @@ namespace {
 
 const std::vector<Words>& allCommands() {
     static const std::vector<Words> commands{
-        {"get"},           {"list"},         {"explain"},         {"check"},       {"find"},     {"resolve"},
-        {"path", "split"}, {"path", "make"}, {"path", "shorten"}, {"path", "abs"}, {"identity"}, {"walk"},
-        {"report"},        {"stats"}};
+        {"get"},      {"list"},          {"explain"},      {"check"},           {"find"},
+        {"resolve"},  {"path", "split"}, {"path", "make"}, {"path", "shorten"}, {"path", "abs"},
+        {"identity"}, {"walk"},          {"report"},       {"stats"},           {"judge"}};
     return commands;
 }
 
