@@ -1,4 +1,5 @@
 // Help, manual page and completion agree.
+#include <iterator>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -8,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "commands.h"
 #include "pmenv/PmenvTest.h"
 
 using testing::ElementsAre;
@@ -16,11 +18,13 @@ using testing::Not;
 
 namespace {
 
-const std::vector<Words>& allCommands() {
-    static const std::vector<Words> commands{
-        {"get"},      {"list"},          {"explain"},      {"check"},           {"find"},
-        {"resolve"},  {"path", "split"}, {"path", "make"}, {"path", "shorten"}, {"path", "abs"},
-        {"identity"}, {"walk"},          {"report"},       {"stats"},           {"judge"}};
+// The words of each command's name.
+std::vector<Words> allCommands() {
+    std::vector<Words> commands;
+    for (const Command& command : pmenvGrammar().commands) {
+        std::istringstream name(command.name);
+        commands.emplace_back(std::istream_iterator<std::string>(name), std::istream_iterator<std::string>());
+    }
     return commands;
 }
 
