@@ -16,8 +16,7 @@
     COMMAND(identity)    \
     COMMAND(walk)        \
     COMMAND(report)      \
-    COMMAND(stats)       \
-    COMMAND(judge)
+    COMMAND(stats)
 
 #define COMMAND(name) Command name##Command();
 PMENV_COMMANDS
