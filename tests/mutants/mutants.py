@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""Measures how strong the tests are: changes one thing at a time in a source and sees whether a test notices.
+"""Measures how strong the tests are: changes one thing at a time in a source and checks whether a test notices.
 
     mutants.py [--sample N] [--seed S] [--jobs N] [--json FILE] SOURCE...
 
-Each source is changed in a scratch copy of the project, which is built and tested as an unprivileged user, because a
-change of a file operation may well remove files. For each source the answer is how many changes were noticed
-("killed"), and each that was not ("survived"). Changes that do not compile, or that give the same object code, count for
-nothing. Survivors listed in accepted.txt, each with its reason, do not change what the program does for its users.
+The sources are changed in a scratch copy of the project, which is built and tested as an unprivileged user, because a
+changed file operation may remove files. For each source the result is how many changes were noticed ("killed"), and a list
+of those that were not ("survived"). Changes that do not compile, or that give the same object code, are not counted.
+accepted.txt lists survivors, each with its reason, that do not change what the program does for its users.
 """
 import argparse
 import concurrent.futures
