@@ -16,7 +16,8 @@
     COMMAND(identity)    \
     COMMAND(walk)        \
     COMMAND(report)      \
-    COMMAND(stats)
+    COMMAND(stats)       \
+    COMMAND(judge)
 
 #define COMMAND(name) Command name##Command();
 PMENV_COMMANDS

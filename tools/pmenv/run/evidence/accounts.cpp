@@ -1,0 +1,67 @@
+#include "evidence/accounts.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace {
+
+constexpr double kNanoseconds = 1e-9;
+
+// A counter that goes back is a thread's that has taken the place of another.
+double secondsBetween(std::uint64_t before, std::uint64_t now) {
+    return now > before ? static_cast<double>(now - before) * kNanoseconds : 0;
+}
+
+bool isStopped(char state) { return state == 'T' || state == 't'; }
+
+// With no more than one look, that tells something only of a thread that did nothing else.
+double blockedShare(const ThreadInterval& interval, bool didNothing) {
+    if (interval.samples.blocked == 0) return 0;
+    if (interval.samples.looks < 3) return didNothing ? 1 : 0;
+    return static_cast<double>(interval.samples.blocked) / interval.samples.looks;
+}
+
+}  // namespace
+
+ThreadEvidence account(const ThreadInterval& interval) {
+    const auto& [before, now, seconds, state, samples, blockedSeconds, throttled, stolenPerBusy] = interval;
+    ThreadEvidence thread;
+    thread.seconds = seconds;
+    thread.turns = now.turns > before.turns ? now.turns - before.turns : 0;
+    double left = seconds;
+    const auto take = [&left](double part) {
+        const double taken = std::clamp(part, 0.0, left);
+        left -= taken;
+        return taken;
+    };
+
+    const double ran = secondsBetween(before.ran, now.ran);
+    double waited = secondsBetween(before.waited, now.waited);
+    const bool didNothing = ran == 0 && waited == 0 && thread.turns == 0;
+    Parts& parts = thread.parts;
+    parts.running = take(ran);
+    thread.waitedBefore = std::max(waited - left, 0.0);
+    if (didNothing && state == 'R') waited = seconds;  // still waiting; the counter follows later
+    const double ready = take(waited);
+    parts.throttled = std::min(ready, throttled);
+    parts.waiting = ready - parts.throttled;
+    if (isStopped(state)) parts.stopped = take(left);
+    parts.blocked = take(blockedSeconds ? *blockedSeconds : seconds * blockedShare(interval, didNothing));
+    parts.stolen = take(ran * stolenPerBusy);
+    if (parts.blocked > 0) thread.blockedAtOnce = parts.blocked / static_cast<double>(std::max<std::uint64_t>(thread.turns, 1));
+    return thread;
+}
+
+// Names as the kernel keeps them, 15 characters at most. Java: "C2 CompilerThre", "GC Thread#0", "G1 Main Marker", "VM
+// Thread"; .NET: ".NET Tiered Com"; Node: "V8 Worker"; LuaJIT and Python have none, and Go gives its threads no names.
+bool isRuntimeThread(const std::string& name) {
+    constexpr std::string_view kBeginnings[] = {
+        "C1 CompilerThre", "C2 CompilerThre", "JVMCI", "GC Thread#", "GC task thread", "G1 ", "ZGC", "ZWorker", "ZDriver",
+        "ZDirector", "Shenandoah", "Concurrent Mark", "ParGC", "CMS ", "VM Thread", "VM Periodic", "Sweeper thread",
+        "Signal Dispatch", "Finalizer", "Reference Handl", "Service Thread", "Monitor Deflat", "Common-Cleaner",
+        "Notification Th", "V8 Worker", "V8 DefaultWorke", "node-V8Worker", "DelayedTaskSche", ".NET ", "Finalizer thre", "GC Worker",
+    };
+    return std::any_of(std::begin(kBeginnings), std::end(kBeginnings), [&name](std::string_view beginning) {
+        return name.compare(0, beginning.size(), beginning) == 0;
+    });
+}

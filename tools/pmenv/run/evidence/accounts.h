@@ -1,0 +1,32 @@
+// accounts.h - the kernel's counters of a thread as parts of an interval. Pure: no file, no clock.
+#pragma once
+
+#include <string>
+
+#include "evidence/evidence.h"
+#include "kernel/taskFiles.h"
+
+/// How often a thread's state was looked at in an interval, and how often it was blocked.
+struct StateSamples {
+    int looks = 0;
+    int blocked = 0;
+};
+
+/// What is known about a thread at the end of an interval.
+struct ThreadInterval {
+    kernel::SchedStat before;
+    kernel::SchedStat now;
+    double seconds = 0;
+    char state = '?';                     ///< at its end
+    StateSamples samples;
+    std::optional<double> blockedSeconds; ///< by delay accounting, where that is on
+    double throttledSeconds = 0;          ///< of its control groups
+    double stolenPerBusy = 0;             ///< stolen time for each second that the machine's processors were busy
+};
+
+/// Parts of the interval, their sum not longer than it. The kernel adds a wait when it is over, so one that began earlier
+/// comes too late; what does not fit is waitedBefore. A name and an id are not filled in.
+ThreadEvidence account(const ThreadInterval& interval);
+
+/// True for threads that runtimes start beside the program's own: compilers, garbage collectors and the like.
+bool isRuntimeThread(const std::string& name);

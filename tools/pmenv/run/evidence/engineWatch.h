@@ -1,0 +1,41 @@
+// engineWatch.h - one engine, from the moment it is found until it ends.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "evidence/evidence.h"
+#include "evidence/groups.h"
+#include "evidence/network.h"
+#include "evidence/processes.h"
+#include "evidence/threads.h"
+
+class EngineWatch {
+public:
+    EngineWatch(const FoundEngine& found, const IgnoredThreads& ignored, double time);
+    ~EngineWatch();
+    EngineWatch(const EngineWatch&) = delete;
+    EngineWatch& operator=(const EngineWatch&) = delete;
+
+    /// What changes seldom or is dear to read; about once a second.
+    void readSlowSignals(const FoundEngine& found, const Groups& groups, Network& network);
+
+    /// The interval since the last call. Empty when the engine has ended.
+    std::optional<EngineEvidence> sample(IntervalContext context, Groups& groups, double time);
+
+    /// How it ended.
+    EngineEnd end(double time) const;
+
+    void lookAtBlocked(std::size_t most) { threads_.lookAtBlocked(most); }
+    std::size_t threadCount() const { return threads_.size(); }
+
+private:
+    FoundEngine found_;
+    Threads threads_;
+    GroupPlaces places_;
+    int process_;  // descriptor of the process itself; -1 where the kernel gives none
+    double last_;
+    std::optional<double> descriptorShare_;
+    std::optional<double> portShare_;
+    std::uint64_t majorFaults_ = 0;  // since the last sample
+};

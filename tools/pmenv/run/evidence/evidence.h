@@ -1,0 +1,116 @@
+// evidence.h - what the kernel told about the engines and the machine in one interval, as plain values.
+//
+// Times are seconds on the clock of the watch, durations seconds. Unknown is not zero: what could not be read is empty.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// Tells processes apart even if an id is used again.
+struct ProcessKey {
+    int pid = 0;
+    std::uint64_t startTicks = 0;
+    bool operator==(const ProcessKey& other) const { return pid == other.pid && startTicks == other.startTicks; }
+    bool operator<(const ProcessKey& other) const {
+        return pid != other.pid ? pid < other.pid : startTicks < other.startTicks;
+    }
+};
+
+/// What a thread did with an interval.
+struct Parts {
+    double running = 0;
+    double waiting = 0;    ///< ready, but others had the processor
+    double throttled = 0;  ///< ready, but the quota of its control group was used up
+    double stolen = 0;     ///< the hypervisor had the processor
+    double blocked = 0;    ///< in uninterruptible sleep
+    double stopped = 0;
+
+    double sum() const { return running + waiting + throttled + stolen + blocked + stopped; }
+};
+
+struct ThreadEvidence {
+    int tid = 0;
+    std::string name;
+    double seconds = 0;  ///< the length of the interval as this thread saw it
+    Parts parts;
+    double waitedBefore = 0;   ///< the end of a wait that had begun so long before the interval
+    std::uint64_t turns = 0;   ///< how often it was put on a processor
+    double blockedAtOnce = 0;  ///< the mean length of its blocked times; 0 when it was not blocked
+};
+
+/// What the control groups of an engine tell.
+struct GroupEvidence {
+    std::optional<double> throttled;  ///< the longest of its groups: seconds of all processors together
+    std::optional<std::uint64_t> timesThrottled;
+    std::string throttledGroup;                ///< that group's directory
+    std::optional<double> quota;               ///< its processors
+    std::optional<std::uint64_t> memoryKills;  ///< in this interval
+    std::optional<double> memoryShare;         ///< memory in use of what the group may use
+};
+
+struct EngineEvidence {
+    ProcessKey key;
+    std::string name;
+    double from = 0;
+    double to = 0;
+    bool readable = false;                  ///< whether any thread's accounts could be read
+    std::optional<ThreadEvidence> busiest;  ///< the thread with the least slack; empty when none counts
+    double waited = 0;                      ///< of all threads that count
+    std::uint64_t turns = 0;                ///< of these
+    double ran = 0;                         ///< processor time of all threads
+    std::optional<std::uint64_t> majorFaults;
+    GroupEvidence group;
+    std::optional<double> descriptorShare;  ///< open descriptors of how many it may have
+    std::optional<double> portShare;        ///< local ports in use of how many there are
+};
+
+/// An engine that has ended, or has become a zombie.
+struct EngineEnd {
+    ProcessKey key;
+    std::string name;
+    double time = 0;
+    std::optional<int> status;  ///< as wait() has it
+    bool zombie = false;
+    bool descendant = false;  ///< of a process that was chosen with its descendants; these come and go
+};
+
+struct MachineEvidence {
+    int processors = 1;
+    std::optional<double> busy;  ///< processor seconds in this interval
+    std::optional<double> idle;
+    std::optional<double> stolen;
+    std::optional<double> memoryAvailableShare;
+    std::optional<std::uint64_t> swapUsedBytes;
+    std::optional<std::uint64_t> droppedPackets;
+    std::optional<std::uint64_t> segmentsSent;
+    std::optional<std::uint64_t> segmentsSentAgain;
+    std::optional<double> cpuPressure;  ///< seconds in which some thread waited for a processor
+    std::optional<double> ioPressure;
+    std::optional<double> memoryPressure;
+};
+
+/// How punctually the watcher's timer woke it.
+struct WakeEvidence {
+    std::uint64_t wakes = 0;
+    std::uint64_t late = 0;  ///< by more than the tolerance
+    double longest = 0;
+};
+
+/// A program by its name, all processes of that name together.
+struct ProgramTime {
+    std::string name;
+    double seconds = 0;  ///< processor time since the watch began
+    int processes = 0;
+};
+
+struct Evidence {
+    double from = 0;
+    double to = 0;
+    MachineEvidence machine;
+    WakeEvidence wakes;
+    std::vector<EngineEvidence> engines;
+    std::vector<EngineEnd> ends;
+    std::vector<ProgramTime> others;  ///< that took most since the watch began, engines left out
+};

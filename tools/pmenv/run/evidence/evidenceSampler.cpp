@@ -1,0 +1,102 @@
+#include "evidence/evidenceSampler.h"
+
+#include <algorithm>
+
+#include <unistd.h>
+
+#include "kernel/files.h"
+
+namespace {
+
+constexpr double kShortestInterval = 0.25;
+constexpr double kLongestInterval = 1;
+constexpr double kBetweenScans = 1;
+constexpr double kLongestBetweenScans = 10;
+constexpr double kCostOfIntervals = 0.01;  // of one processor
+constexpr double kCostOfScans = 0.005;     // of one processor
+constexpr std::size_t kLooksAtOnce = 250;  // at the states of threads, 4 microseconds each
+constexpr std::size_t kBlockedAtOnce = 10;
+constexpr std::size_t kOthersTold = 3;
+
+}  // namespace
+
+EvidenceSampler::EvidenceSampler(const EngineChoice& choice, IgnoredThreads ignored)
+    : choice_(choice),
+      ignored_(std::move(ignored)),
+      processes_(choice, getpid()),
+      nameSeen_(choice.names.size()),
+      start_(kernel::clockSeconds()) {
+    kernel::allowManyFiles();
+}
+
+Evidence EvidenceSampler::take() {
+    const double begin = kernel::ownCpuSeconds();
+    const double time = kernel::clockSeconds() - start_;
+    const bool slow = time - lastScan_ >= betweenScans_ - kShortestInterval / 2;
+    if (slow) scan(time);
+    const double scanned = kernel::ownCpuSeconds();
+
+    Evidence evidence;
+    evidence.from = last_;
+    evidence.to = time;
+    evidence.machine = machine_.sample(slow);
+    groups_.sample(slow);
+    sampleEngines(evidence, time);
+    evidence.others = others_;
+    last_ = time;
+
+    const double cost = kernel::ownCpuSeconds() - scanned;
+    interval_ = std::clamp(cost / kCostOfIntervals, kShortestInterval, kLongestInterval);
+    if (slow) betweenScans_ = std::clamp((scanned - begin) / kCostOfScans, kBetweenScans, kLongestBetweenScans);
+    return evidence;
+}
+
+// An engine that is found no more has ended, which its own watch tells; or has another name now.
+void EvidenceSampler::scan(double time) {
+    lastScan_ = time;
+    if (!processes_.scan()) return;
+    network_.refresh();
+    for (const FoundEngine& found : processes_.engines()) {
+        auto& engine = engines_[found.key];
+        if (!engine) engine = std::make_unique<EngineWatch>(found, ignored_, time);
+        engine->readSlowSignals(found, groups_, network_);
+        if (found.chosenBy < nameSeen_.size()) nameSeen_[found.chosenBy] = true;
+    }
+    others_ = processes_.others(kOthersTold);
+}
+
+void EvidenceSampler::sampleEngines(Evidence& evidence, double time) {
+    const IntervalContext context = this->context(evidence.machine);
+    for (auto entry = engines_.begin(); entry != engines_.end();) {
+        auto engine = entry->second->sample(context, groups_, time);
+        if (engine) {
+            evidence.engines.push_back(std::move(*engine));
+            ++entry;
+        } else {
+            evidence.ends.push_back(entry->second->end(time));
+            entry = engines_.erase(entry);
+        }
+    }
+}
+
+IntervalContext EvidenceSampler::context(const MachineEvidence& machine) const {
+    std::size_t threads = 0;
+    for (const auto& [key, engine] : engines_) threads += engine->threadCount();
+    IntervalContext context;
+    context.delayAccounting = machine_.delayAccounting();
+    context.lookEvery = threads / kLooksAtOnce + 1;
+    if (machine.stolen && machine.busy && *machine.busy > 0) context.stolenPerBusy = *machine.stolen / *machine.busy;
+    return context;
+}
+
+void EvidenceSampler::look() {
+    for (const auto& [key, engine] : engines_) engine->lookAtBlocked(kBlockedAtOnce);
+}
+
+std::vector<std::string> EvidenceSampler::missingNames() const {
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < nameSeen_.size(); ++i) {
+        if (!nameSeen_[i]) names.push_back(choice_.names[i]);
+    }
+    return names;
+}

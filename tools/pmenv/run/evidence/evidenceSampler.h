@@ -1,0 +1,54 @@
+// evidenceSampler.h - gathers the evidence, interval by interval.
+//
+// An interval is a quarter of a second, or longer where looking at so many threads would take more than its share of a
+// processor. Once a second the processes are looked through for engines, and what changes seldom is read.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "evidence/engineWatch.h"
+#include "evidence/evidence.h"
+#include "evidence/groups.h"
+#include "evidence/machine.h"
+#include "evidence/network.h"
+#include "evidence/processes.h"
+
+class EvidenceSampler {
+public:
+    EvidenceSampler(const EngineChoice& choice, IgnoredThreads ignored);
+
+    /// What happened since the last call. The first call begins the watch; its interval has no length.
+    Evidence take();
+
+    /// Looks at what was blocked lately; between two intervals, every 10 ms.
+    void look();
+
+    /// How long the next interval is to be, in seconds.
+    double interval() const { return interval_; }
+
+    /// Which of the names that were asked for have never been seen.
+    std::vector<std::string> missingNames() const;
+
+private:
+    void scan(double time);
+    void sampleEngines(Evidence& evidence, double time);
+    IntervalContext context(const MachineEvidence& machine) const;
+
+    EngineChoice choice_;
+    IgnoredThreads ignored_;
+    Processes processes_;
+    Groups groups_;
+    Network network_;
+    Machine machine_;
+    std::map<ProcessKey, std::unique_ptr<EngineWatch>> engines_;
+    std::vector<bool> nameSeen_;
+    double start_;
+    double last_ = 0;
+    double lastScan_ = -1e9;
+    double betweenScans_ = 1;
+    double interval_ = 0.25;
+    std::vector<ProgramTime> others_;
+};

@@ -1,0 +1,119 @@
+#include "evidence/groups.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace {
+
+std::vector<std::string> upwards(const std::optional<kernel::GroupPlace>& place) {
+    std::vector<std::string> directories;
+    if (!place) return directories;
+    std::string directory = place->directory;
+    while (directory.size() > place->top.size()) {
+        directories.push_back(directory);
+        directory.resize(directory.rfind('/'));
+    }
+    directories.push_back(place->top);
+    return directories;
+}
+
+std::optional<std::uint64_t> numberIn(const std::string& path) {
+    const auto text = kernel::readFile(path);
+    return text ? kernel::parseSingleNumber(*text) : std::nullopt;
+}
+
+std::optional<std::uint64_t> either(std::optional<std::uint64_t> first, std::optional<std::uint64_t> second) {
+    return first ? first : second;
+}
+
+// In version 1 a group without a quota has -1, which is no number here.
+std::optional<double> readQuota(const std::string& directory) {
+    if (const auto text = kernel::readFile(directory + "/cpu.max")) return kernel::parseCpuMax(*text);
+    const auto quota = numberIn(directory + "/cpu.cfs_quota_us"), period = numberIn(directory + "/cpu.cfs_period_us");
+    if (!quota || !period || *period == 0) return std::nullopt;
+    return static_cast<double>(*quota) / static_cast<double>(*period);
+}
+
+std::optional<std::uint64_t> readKills(const std::string& directory) {
+    for (const char* const file : {"/memory.events", "/memory.oom_control"}) {
+        const auto text = kernel::readFile(directory + file);
+        if (text) return kernel::parseMemoryKills(*text);
+    }
+    return std::nullopt;
+}
+
+// Version 1 writes a number near the largest where there is no limit.
+std::optional<double> readMemoryShare(const std::string& directory) {
+    const auto used = either(numberIn(directory + "/memory.current"), numberIn(directory + "/memory.usage_in_bytes"));
+    const auto limit = either(numberIn(directory + "/memory.max"), numberIn(directory + "/memory.limit_in_bytes"));
+    if (!used || !limit || *limit == 0) return std::nullopt;
+    return static_cast<double>(*used) / static_cast<double>(*limit);
+}
+
+void keepLarger(std::optional<double>& largest, std::optional<double> value) {
+    if (value && (!largest || *value > *largest)) largest = value;
+}
+
+}  // namespace
+
+Groups::Groups() {
+    constexpr std::size_t kMost = 1 << 20;
+    const auto text = kernel::readFile("/proc/self/mountinfo", kMost);
+    if (text) mounts_ = kernel::parseGroupMounts(*text);
+}
+
+// The mounts of this process are looked at, and not those of the other: through them the files are opened.
+GroupPlaces Groups::find(int pid) const {
+    const auto text = kernel::readFile("/proc/" + std::to_string(pid) + "/cgroup");
+    if (!text) return {};
+    const auto memberships = kernel::parseMemberships(*text);
+    return {upwards(kernel::findGroup(memberships, mounts_, "cpu")),
+            upwards(kernel::findGroup(memberships, mounts_, "memory"))};
+}
+
+void Groups::sample(bool memory) {
+    for (auto& [directory, group] : cpu_) sampleCpu(directory, group);
+    for (auto& [directory, group] : memory_) {
+        group.newKills = std::nullopt;
+        if (memory) sampleMemory(directory, group);
+    }
+}
+
+void Groups::sampleCpu(const std::string& directory, CpuGroup& group) {
+    const auto text = group.file.read();
+    const auto now = text ? kernel::parseThrottling(*text) : std::nullopt;
+    group.change = std::nullopt;
+    if (now && group.last) {
+        group.change = kernel::Throttling{now->nanoseconds - std::min(now->nanoseconds, group.last->nanoseconds),
+                                          now->times - std::min(now->times, group.last->times)};
+    }
+    group.last = now;
+    if (group.change && group.change->nanoseconds > 0 && !group.quota) group.quota = readQuota(directory);
+}
+
+void Groups::sampleMemory(const std::string& directory, MemoryGroup& group) {
+    const auto kills = readKills(directory);
+    if (kills && group.kills) group.newKills = *kills - std::min(*kills, *group.kills);
+    group.kills = kills;
+    group.share = readMemoryShare(directory);
+}
+
+GroupEvidence Groups::of(const GroupPlaces& places) {
+    GroupEvidence evidence;
+    for (const std::string& directory : places.cpu) {
+        const CpuGroup& group = cpu_.try_emplace(directory, directory).first->second;
+        if (!group.change) continue;
+        const double throttled = static_cast<double>(group.change->nanoseconds) * 1e-9;
+        if (evidence.throttled && *evidence.throttled >= throttled) continue;
+        evidence.throttled = throttled;
+        evidence.timesThrottled = group.change->times;
+        evidence.throttledGroup = directory;
+        evidence.quota = group.quota;
+    }
+    for (const std::string& directory : places.memory) {
+        const MemoryGroup& group = memory_.try_emplace(directory).first->second;
+        keepLarger(evidence.memoryShare, group.share);
+        if (group.newKills) evidence.memoryKills = std::max(evidence.memoryKills.value_or(0), *group.newKills);
+    }
+    return evidence;
+}

@@ -1,0 +1,29 @@
+// network.h - local ports in use, in the network namespace of an engine.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+
+class Network {
+public:
+    Network();
+
+    /// The share of the local ports that are in use; empty where it cannot be told. One answer a second and namespace.
+    std::optional<double> portShare(int pid);
+
+    /// Forgets the answers, so that the next are read anew.
+    void refresh();
+
+private:
+    struct Namespace {
+        std::optional<double> share;
+        bool fresh = false;
+        double counted = -1e9;  // when the ports were counted for each destination
+    };
+
+    std::optional<double> read(int pid, Namespace& space) const;
+
+    std::string own_;  // this process's namespace, whose range of ports can be read
+    std::map<std::string, Namespace> spaces_;
+};

@@ -1,0 +1,149 @@
+#include "evidence/threads.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include <unistd.h>
+
+namespace {
+
+constexpr double kBlockedLately = 5;  // seconds
+
+bool isIgnored(const std::string& name, const IgnoredThreads& ignored) {
+    constexpr std::size_t kKeptOfName = 15;
+    return isRuntimeThread(name) || std::any_of(ignored.begin(), ignored.end(), [&name](const std::string& each) {
+               return each.substr(0, kKeptOfName) == name;
+           });
+}
+
+double secondsOf(std::uint64_t ticks) {
+    static const double perSecond = static_cast<double>(std::max(1L, sysconf(_SC_CLK_TCK)));
+    return static_cast<double>(ticks) / perSecond;
+}
+
+double slackShare(const ThreadEvidence& thread) {
+    return thread.seconds > 0 ? 1 - thread.parts.sum() / thread.seconds : 1;
+}
+
+}  // namespace
+
+Threads::Thread::Thread(const std::string& directory, int tid)
+    : schedStatFile(directory + std::to_string(tid) + "/schedstat"),
+      statFile(directory + std::to_string(tid) + "/stat") {}
+
+Threads::Threads(int pid, IgnoredThreads ignored)
+    : pid_(pid), directory_("/proc/" + std::to_string(pid) + "/task/"), ignored_(std::move(ignored)) {}
+
+bool Threads::list() {
+    auto tids = kernel::listNumbers(directory_);
+    if (!tids) return !kernel::hasEnded(errno);
+    std::sort(tids->begin(), tids->end());
+    for (auto thread = threads_.begin(); thread != threads_.end();) {
+        const bool runs = std::binary_search(tids->begin(), tids->end(), thread->first);
+        thread = runs ? std::next(thread) : threads_.erase(thread);
+    }
+    for (const int tid : *tids) threads_.try_emplace(tid, directory_, tid);
+    return !threads_.empty();
+}
+
+// --- one interval ---------------------------------------------------------------------------------------------------
+
+bool Threads::sample(const IntervalContext& context, EngineEvidence* evidence) {
+    ++intervals_;
+    std::size_t index = intervals_;
+    for (auto entry = threads_.begin(); entry != threads_.end();) {
+        auto& [tid, thread] = *entry;
+        const bool looks = tid == pid_ || ++index % context.lookEvery == 0;
+        entry = sampleThread(tid, thread, looks, context, evidence) ? std::next(entry) : threads_.erase(entry);
+    }
+    evidence->readable = accountsKept_;
+    return !threads_.empty() || list();
+}
+
+// False when the thread has ended. A thread leaves its state only by running, so that the state of one that has not run
+// since it was looked at is known.
+bool Threads::sampleThread(int tid, Thread& thread, bool looks, const IntervalContext& context,
+                           EngineEvidence* evidence) {
+    const double time = kernel::clockSeconds();
+    const auto text = thread.schedStatFile.read();
+    if (!text) return !kernel::hasEnded(errno);
+    const auto now = kernel::parseSchedStat(*text);
+    if (!now) return true;
+    accountsKept_ = accountsKept_ || now->turns > 0;
+
+    const bool unchanged = thread.stateTurns == now->turns && thread.state != 'R' && thread.state != '?';
+    if (!unchanged) thread.state = '?';
+    if (!unchanged && (looks || thread.name.empty()) && !lookAt(thread)) return false;
+    thread.stateTurns = now->turns;
+    if (tid == pid_) leaderState_ = thread.state;
+
+    if (thread.last) {
+        const ThreadInterval interval{*thread.last,
+                                      *now,
+                                      time - thread.lastTime,
+                                      leaderState_ == 'T' ? 'T' : thread.state,
+                                      thread.samples,
+                                      context.delayAccounting ? thread.blockedSeconds : std::nullopt,
+                                      context.throttledSeconds,
+                                      context.stolenPerBusy};
+        if (!thread.ignored) mostTurns_ = std::max(mostTurns_, now->turns);
+        add(tid, thread, account(interval), evidence);
+    }
+    thread.last = now;
+    thread.lastTime = time;
+    thread.samples = {};
+    thread.blockedSeconds = std::nullopt;
+    return true;
+}
+
+// False when the thread has ended.
+bool Threads::lookAt(Thread& thread) {
+    const auto text = thread.statFile.read();
+    if (!text) return !kernel::hasEnded(errno);
+    const auto stat = kernel::parseTaskStat(*text);
+    if (!stat) return true;
+    if (thread.name != stat->name) {
+        thread.name = stat->name;
+        thread.ignored = isIgnored(thread.name, ignored_);
+    }
+    thread.state = stat->state;
+    ++thread.samples.looks;
+    if (stat->state == 'D') {
+        ++thread.samples.blocked;
+        thread.seenBlocked = kernel::clockSeconds();
+    }
+    if (stat->blockedTicks && thread.blockedTicks && *stat->blockedTicks >= *thread.blockedTicks) {
+        thread.blockedSeconds =
+            thread.blockedSeconds.value_or(0) + secondsOf(*stat->blockedTicks - *thread.blockedTicks);
+    }
+    thread.blockedTicks = stat->blockedTicks;
+    return true;
+}
+
+// A thread that is put on a processor much more seldom than others writes a log or keeps house, so that blocked times of
+// it keep no load back.
+void Threads::add(int tid, const Thread& thread, ThreadEvidence account, EngineEvidence* evidence) {
+    constexpr std::uint64_t kSeldom = 10;
+    evidence->ran += account.parts.running;
+    if (thread.ignored) return;
+    account.tid = tid;
+    account.name = thread.name;
+    evidence->waited += account.parts.waiting + account.parts.throttled + account.waitedBefore;
+    evidence->turns += account.turns;
+    if (thread.last->turns * kSeldom < mostTurns_) account.parts.blocked = 0;
+    if (evidence->busiest && slackShare(*evidence->busiest) <= slackShare(account)) return;
+    evidence->busiest = std::move(account);
+}
+
+// --- between two ----------------------------------------------------------------------------------------------------
+
+void Threads::lookAtBlocked(std::size_t most) {
+    const double now = kernel::clockSeconds();
+    for (auto& [tid, thread] : threads_) {
+        if (most == 0) return;
+        if (!thread.seenBlocked || now - *thread.seenBlocked > kBlockedLately) continue;
+        lookAt(thread);
+        --most;
+    }
+}

@@ -1,0 +1,75 @@
+// threads.h - the threads of one engine and their accounts, interval by interval.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "evidence/accounts.h"
+#include "evidence/evidence.h"
+#include "kernel/files.h"
+#include "kernel/taskFiles.h"
+
+/// What the intervals of all threads are measured against.
+struct IntervalContext {
+    double throttledSeconds = 0;
+    double stolenPerBusy = 0;
+    bool delayAccounting = false;  ///< the kernel measures how long threads wait for disks
+    std::size_t lookEvery = 1;     ///< a thread's state is read in every so manieth interval
+};
+
+/// Names of threads that do not count, beside those of runtimes.
+using IgnoredThreads = std::vector<std::string>;
+
+class Threads {
+public:
+    Threads(int pid, IgnoredThreads ignored);
+
+    /// Lists the threads anew. False when there are none left.
+    bool list();
+
+    /// Adds the interval since the last call to `evidence`: what the threads used, and what the busiest of them did. False
+    /// when there are none left.
+    bool sample(const IntervalContext& context, EngineEvidence* evidence);
+
+    /// Looks at the states of threads that were blocked lately, at most so many; between two samples this tells for how
+    /// long they are.
+    void lookAtBlocked(std::size_t most);
+
+    std::size_t size() const { return threads_.size(); }
+
+    /// True when the process has ended and nobody has asked for its status yet.
+    bool isZombie() const { return threads_.size() == 1 && leaderState_ == 'Z'; }
+
+private:
+    struct Thread {
+        Thread(const std::string& directory, int tid);
+
+        kernel::KeptFile schedStatFile;
+        kernel::KeptFile statFile;
+        std::string name;
+        bool ignored = false;
+        std::optional<kernel::SchedStat> last;
+        double lastTime = 0;
+        char state = '?';
+        std::uint64_t stateTurns = 0;  // its turns when the state was read
+        StateSamples samples;          // in this interval
+        std::optional<std::uint64_t> blockedTicks;
+        std::optional<double> blockedSeconds;  // in this interval
+        std::optional<double> seenBlocked;     // when it was blocked last
+    };
+
+    bool sampleThread(int tid, Thread& thread, bool looks, const IntervalContext& context, EngineEvidence* evidence);
+    bool lookAt(Thread& thread);
+    void add(int tid, const Thread& thread, ThreadEvidence account, EngineEvidence* evidence);
+
+    int pid_;
+    std::string directory_;
+    IgnoredThreads ignored_;
+    std::map<int, Thread> threads_;  // by id
+    std::size_t intervals_ = 0;
+    char leaderState_ = '?';       // of the first thread; T when the whole process is stopped
+    bool accountsKept_ = false;    // the kernel counts at all
+    std::uint64_t mostTurns_ = 0;  // of any thread that counts, since it began
+};

@@ -1,0 +1,239 @@
+// judge: watches the load engines of a run and says which percentiles of its results may be believed.
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+#include <ctime>
+#include <iostream>
+#include <limits>
+
+#include <unistd.h>
+
+#include "commandLine.h"
+#include "events.h"
+#include "evidence/evidenceSampler.h"
+#include "failure.h"
+#include "figures.h"
+#include "judgeFormats.h"
+#include "judgement/judgement.h"
+#include "kernel/files.h"
+#include "units.h"
+
+namespace {
+
+// --- options --------------------------------------------------------------------------------------------------------
+
+struct JudgeOptions {
+    std::optional<double> duration;
+    EngineChoice choice;
+    IgnoredThreads ignored;
+    JudgeLimits limits;
+    bool json = false;
+};
+
+std::optional<double> numberOf(const CommandLine& line, const char* option) {
+    return line.has(option) ? std::optional(line.number(option, 0)) : std::nullopt;
+}
+
+[[noreturn]] void refuse(const std::string& what) { throw Failure(what + "; see 'pmenv judge --help'", kExitUsage); }
+
+JudgeLimits limitsOf(const CommandLine& line) {
+    JudgeLimits limits;
+    limits.percentile = line.number("percentile", limits.percentile);
+    limits.tolerance = line.number("tolerance", 1000 * limits.tolerance) / 1000;
+    if (line.has("engines")) limits.engines = static_cast<std::size_t>(line.number("engines", 0));
+    limits.machinePercent = numberOf(line, "cpu-limit");
+    limits.enginePercent = numberOf(line, "engine-limit");
+    limits.sustain = line.number("sustain", limits.sustain);
+    limits.memoryPercent = numberOf(line, "memory-limit");
+    limits.swapMegabytes = numberOf(line, "swap-limit");
+    if (line.has("sustain") && !limits.machinePercent && !limits.enginePercent) {
+        refuse("--sustain needs --cpu-limit or --engine-limit");
+    }
+    return limits;
+}
+
+JudgeOptions optionsOf(const CommandLine& line) {
+    JudgeOptions options;
+    options.duration = numberOf(line, "duration");
+    options.choice.names = line.texts("engine");
+    if (line.has("pid")) options.choice.pid = static_cast<int>(line.number("pid", 0));
+    for (const std::string& name : options.choice.names) {
+        if (name.empty()) refuse("--engine needs a name");
+    }
+    options.ignored = line.texts("ignore-thread");
+    options.limits = limitsOf(line);
+    options.json = line.has("json");
+    return options;
+}
+
+// --- telling what is watched ----------------------------------------------------------------------------------------
+
+std::string whomText(const EngineChoice& choice) {
+    std::string text = std::string("load engines named ") + kEngineName;
+    for (const std::string& name : choice.names) text += ", " + name;
+    if (choice.pid) text += ", process " + std::to_string(*choice.pid) + " and what it starts";
+    return text;
+}
+
+std::string clockText(double inSeconds) {
+    const std::time_t end = std::time(nullptr) + static_cast<std::time_t>(inSeconds);
+    std::tm parts{};
+    localtime_r(&end, &parts);
+    char text[16];
+    return {text, std::strftime(text, sizeof text, "%H:%M:%S", &parts)};
+}
+
+// One line on standard error: counting down on a terminal, else written once.
+class Countdown {
+public:
+    explicit Countdown(const JudgeOptions& options) : options_(options), live_(isatty(STDERR_FILENO) != 0) {
+        std::string until = ", until SIGINT or SIGTERM";
+        if (options.duration) {
+            until = " for " + secondsText(*options.duration) + ", until " + clockText(*options.duration);
+        }
+        std::cerr << "pmenv: watching " + whomText(options.choice) + until + "\n" << std::flush;
+    }
+    ~Countdown() {
+        if (live_) std::cerr << "\r\033[K" << std::flush;
+    }
+    Countdown(const Countdown&) = delete;
+    Countdown& operator=(const Countdown&) = delete;
+
+    void show(double seconds, std::size_t engines) const {
+        if (!live_) return;
+        const std::string time = options_.duration
+                                     ? secondsText(std::max(0.0, std::round(*options_.duration - seconds))) + " left"
+                                     : secondsText(std::round(seconds));
+        std::cerr << "\r\033[K" + time + ", " + std::to_string(engines) + (engines == 1 ? " engine" : " engines")
+                  << std::flush;
+    }
+
+private:
+    const JudgeOptions& options_;
+    bool live_;
+};
+
+// --- watching -------------------------------------------------------------------------------------------------------
+
+constexpr double kTimer = 0.010;  // seconds; how late it wakes tells how late a light sleeper is woken here
+
+class RunWatch {
+public:
+    explicit RunWatch(const JudgeOptions& options)
+        : options_(options), sampler_(options.choice, options.ignored), judgement_(options.limits) {}
+
+    // Until the end of the duration, or until somebody ends it.
+    void run() {
+        Events events({SIGINT, SIGTERM, SIGHUP}, false);
+        const Countdown countdown(options_);
+        const double start = kernel::clockSeconds();
+        const double end = options_.duration ? start + *options_.duration : std::numeric_limits<double>::infinity();
+        take();
+        for (double now = start; now < end && sleepUntil(std::min(now + sampler_.interval(), end), events);) {
+            take();
+            now = kernel::clockSeconds();
+            countdown.show(now - start, engines_);
+        }
+    }
+
+    Judged judged() const { return judgement_.judged(!missingNames().empty()); }
+    std::vector<std::string> missingNames() const { return sampler_.missingNames(); }
+
+private:
+    void take() {
+        Evidence evidence = sampler_.take();
+        evidence.wakes = wakes_;
+        wakes_ = {};
+        engines_ = evidence.engines.size();
+        judgement_.add(evidence);
+    }
+
+    // In turns of the timer, with a look at what was blocked lately in each. False when somebody ends the watch; what
+    // there is of the interval is too short to be judged.
+    bool sleepUntil(double end, Events& events) {
+        for (double due = kernel::clockSeconds(); due < end;) {
+            due = std::min(due + kTimer, end);
+            if (events.wait(due - kernel::clockSeconds()).kind == Events::Kind::Signal) return false;
+            noteWake(kernel::clockSeconds() - due);
+            if (due < end) sampler_.look();
+            due = kernel::clockSeconds();
+        }
+        return true;
+    }
+
+    void noteWake(double late) {
+        ++wakes_.wakes;
+        if (late > options_.limits.tolerance) ++wakes_.late;
+        wakes_.longest = std::max(wakes_.longest, late);
+    }
+
+    const JudgeOptions& options_;
+    EvidenceSampler sampler_;
+    Judgement judgement_;
+    WakeEvidence wakes_;
+    std::size_t engines_ = 0;
+};
+
+std::string hostName() {
+    char name[256] = "";
+    gethostname(name, sizeof name - 1);
+    return name;
+}
+
+int run(const CommandLine& line) {
+    const JudgeOptions options = optionsOf(line);
+    JudgeContext context;
+    context.host = hostName();
+    context.start = std::chrono::system_clock::now();
+    const double cpuBefore = kernel::ownCpuSeconds();
+    RunWatch watch(options);
+    watch.run();
+    context.cpuSeconds = kernel::ownCpuSeconds() - cpuBefore;
+    context.missingNames = watch.missingNames();
+
+    const Judged judged = watch.judged();
+    if (options.json) {
+        printJson(judgeJson(judged, options.limits, context));
+    } else {
+        std::cout << judgeText(judged, options.limits, context, Style(STDOUT_FILENO));
+    }
+    return judgeExitCode(judged);
+}
+
+// --- grammar --------------------------------------------------------------------------------------------------------
+
+std::vector<Option> judgeOptions() {
+    constexpr Option::Kind kText = Option::Kind::Text;
+    constexpr Option::Kind kNumber = Option::Kind::Number;
+    constexpr double kMost = 1e9;
+    return {
+        {"duration", kNumber, "SECONDS", "watch for so long; until SIGINT or SIGTERM unless given", 2, kMost},
+        {"percentile", kNumber, "P", "the percentile that is to be believed; 99 unless given", 0, 100},
+        {"tolerance", kNumber, "MS", "milliseconds that a request may be late; 10 unless given", 1, 60000},
+        {"engine", kText, "NAME", "also watch programs of this command name or file name; may be given several times"},
+        {"pid", kNumber, "PID", "also watch this process and what it starts", 1, 4194304, true},
+        {"engines", kNumber, "N", "as many engines are to run throughout", 1, kMost, true},
+        {"ignore-thread", kText, "NAME", "threads of this name send no load; may be given several times"},
+        {"cpu-limit", kNumber, "PERCENT", "of the machine's processors; passing it for --sustain spoils the run", 0,
+         1000},
+        {"engine-limit", kNumber, "PERCENT", "of one processor, for one engine; the same", 0, 100000},
+        {"sustain", kNumber, "SECONDS", "how long in all these two may be passed; 10 unless given", 0, kMost},
+        {"memory-limit", kNumber, "PERCENT", "of the memory must stay available", 0, 100},
+        {"swap-limit", kNumber, "MIB", "by which swap in use may grow", 0, kMost},
+    };
+}
+
+}  // namespace
+
+Command judgeCommand() {
+    return {"judge",
+            "watch the load engines of a run: which percentiles of its results may be believed?",
+            {},
+            judgeOptions(),
+            "pmenv judge --duration 60                          exit code 0 clean, 3 spoiled, 4 cannot tell\n"
+            "pmenv judge --duration 60 --percentile 95 --json   as data, for a pipeline\n"
+            "pmenv judge --engine wrk --duration 60             another load generator\n"
+            "pmenv judge --pid 1234 --engines 2                 a process and its children, until Ctrl-C",
+            run};
+}

@@ -1,0 +1,56 @@
+#include "judgement/heldBack.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+constexpr double kMostlyRunning = 0.9;
+constexpr std::uint64_t kFewTurns = 3;  // make no average
+
+bool hadNoSlack(const ThreadEvidence& thread) {
+    return thread.seconds > 0 && thread.seconds - thread.parts.sum() < kNoSlack * thread.seconds;
+}
+
+bool wokenLate(const EngineEvidence& engine, double tolerance) {
+    return engine.turns >= kFewTurns && engine.waited / static_cast<double>(engine.turns) > tolerance;
+}
+
+// How long the quota kept the engine waiting at once.
+bool throttledLong(const GroupEvidence& group, double tolerance) {
+    if (!group.throttled || !group.timesThrottled || *group.timesThrottled == 0) return false;
+    return *group.throttled / static_cast<double>(*group.timesThrottled) > tolerance;
+}
+
+HeldBack partly(const EngineEvidence& engine, double tolerance) {
+    const Parts& parts = engine.busiest->parts;
+    const double throttled = throttledLong(engine.group, tolerance) ? parts.throttled : 0;
+    const double blocked = engine.busiest->blockedAtOnce > tolerance ? parts.blocked : 0;
+    const double seconds = throttled + blocked + parts.stopped;
+    if (seconds < tolerance) return {};
+    const std::pair<double, Reason> candidates[] = {
+        {throttled, Reason::Quota}, {blocked, Reason::Blocked}, {parts.stopped, Reason::Stopped}};
+    return {seconds, false, std::max_element(std::begin(candidates), std::end(candidates))->second};
+}
+
+}  // namespace
+
+HeldBack heldBackIn(const EngineEvidence& engine, double tolerance) {
+    const double length = engine.to - engine.from;
+    if (engine.busiest && hadNoSlack(*engine.busiest)) return {length, true, std::nullopt};
+    if (engine.descriptorShare.value_or(0) >= kDescriptorsUsedUp) return {length, false, Reason::Descriptors};
+    if (engine.portShare.value_or(0) >= kPortsUsedUp) return {length, false, Reason::Ports};
+    if (wokenLate(engine, tolerance)) return {length, false, Reason::WokenLate};
+    return engine.busiest ? partly(engine, tolerance) : HeldBack{};
+}
+
+Reason reasonOf(const Parts& parts, double enginesRan, double othersRan) {
+    if (parts.running >= kMostlyRunning * parts.sum()) return Reason::OwnWork;
+    const Reason waiting = enginesRan > othersRan ? Reason::Crowded : Reason::OtherPrograms;
+    const std::pair<double, Reason> candidates[] = {{parts.waiting, waiting},
+                                                    {parts.throttled, Reason::Quota},
+                                                    {parts.stolen, Reason::Stolen},
+                                                    {parts.blocked, Reason::Blocked},
+                                                    {parts.stopped, Reason::Stopped}};
+    return std::max_element(std::begin(candidates), std::end(candidates))->second;
+}

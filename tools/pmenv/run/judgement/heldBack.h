@@ -1,0 +1,46 @@
+// heldBack.h - in which intervals was an engine held back, and by what? Pure: no file, no clock.
+//
+// A thread keeps a schedule as long as it has slack: time in which it neither ran nor wanted to. So an engine is held back
+// - in an interval in which a thread of it had no slack, for all of it;
+// - in an interval in which its threads waited longer than the tolerance for a processor each time, on average, for all of
+//   it: many threads can be late at once and each of them have slack;
+// - for as long as its busiest thread was stopped, or was kept waiting by a quota or a disk for longer than the tolerance
+//   at once;
+// - in an interval in which it had no descriptors or ports left.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "evidence/evidence.h"
+
+enum class Reason {
+    OwnWork,
+    OtherPrograms,
+    Crowded,
+    Quota,
+    Stolen,
+    WokenLate,
+    Blocked,
+    Stopped,
+    Descriptors,
+    Ports,
+};
+
+/// The share of an interval under which a thread has no slack. The kernel adds the time of a running thread at its ticks,
+/// 1 to 10 ms apart, so that a thread without slack seems to have some.
+constexpr double kNoSlack = 0.05;
+/// The shares at which descriptors and ports are used up: a connection that ends gives its own back between two looks.
+constexpr double kDescriptorsUsedUp = 0.99;
+constexpr double kPortsUsedUp = 0.98;
+
+struct HeldBack {
+    double seconds = 0;            ///< of the interval; 0 for not at all
+    bool noSlack = false;          ///< the parts of the busiest thread tell the reason
+    std::optional<Reason> reason;  ///< where they do not
+};
+HeldBack heldBackIn(const EngineEvidence& engine, double tolerance);
+
+/// The reason of a stretch, by what the busiest threads did in it and what the machine's processors did: a thread that
+/// ran for most of the time has too much work of its own; else it is what took most of the rest.
+Reason reasonOf(const Parts& parts, double enginesRan, double othersRan);

@@ -1,0 +1,307 @@
+#include "judgement/judgement.h"
+
+#include <algorithm>
+#include <cmath>
+#include <csignal>
+
+#include <sys/wait.h>
+
+namespace {
+
+constexpr double kPause = 1;            // seconds; stretches that lie nearer to each other are one
+constexpr double kLongestInterval = 2;  // seconds; a longer one hides a disturbance of a second
+constexpr double kShortestRun = 2;      // seconds
+constexpr double kMegabyte = 1024.0 * 1024.0;
+
+template <class Number>
+void addTo(std::optional<Number>& sum, std::optional<Number> value) {
+    if (value) sum = sum.value_or(0) + *value;
+}
+
+template <class Number>
+void keepLargest(std::optional<Number>& largest, std::optional<Number> value) {
+    if (value && (!largest || *value > *largest)) largest = value;
+}
+
+template <class Number>
+void keepLeast(std::optional<Number>& least, std::optional<Number> value) {
+    if (value && (!least || *value < *least)) least = value;
+}
+
+void addTo(Parts& sum, const Parts& parts) {
+    sum.running += parts.running;
+    sum.waiting += parts.waiting;
+    sum.throttled += parts.throttled;
+    sum.stolen += parts.stolen;
+    sum.blocked += parts.blocked;
+    sum.stopped += parts.stopped;
+}
+
+}  // namespace
+
+// --- taking evidence ------------------------------------------------------------------------------------------------
+
+void Judgement::add(const Evidence& evidence) {
+    ++samples_;
+    seconds_ = evidence.to;
+    if (evidence.to - evidence.from > kLongestInterval) unseen_ += evidence.to - evidence.from;
+    wakes_.wakes += evidence.wakes.wakes;
+    wakes_.late += evidence.wakes.late;
+    wakes_.longest = std::max(wakes_.longest, evidence.wakes.longest);
+    addMachine(evidence.machine);
+    if (!evidence.others.empty()) machine_.others = evidence.others;
+
+    double enginesRan = 0;
+    for (const EngineEvidence& engine : evidence.engines) enginesRan += engine.ran;
+    machine_.enginesRan += enginesRan;
+    const double othersRan = std::max(0.0, evidence.machine.busy.value_or(0) - enginesRan);
+    for (const EngineEvidence& engine : evidence.engines) {
+        addEngine(engine);
+        addHeldBack(engines_[engine.key], engine, enginesRan, othersRan);
+    }
+    for (const EngineEnd& end : evidence.ends) {
+        ends_.push_back(end);
+        const auto watched = engines_.find(end.key);
+        if (watched != engines_.end()) watched->second.engine.ended = true;
+    }
+    followLimits(evidence);
+    for (const EngineEvidence& engine : evidence.engines) {
+        const auto kills = static_cast<double>(engine.group.memoryKills.value_or(0));
+        engines_[engine.key].memoryKills.add(kills, kills > 0, evidence);
+    }
+}
+
+void Judgement::addMachine(const MachineEvidence& machine) {
+    machine_.processors = machine.processors;
+    addTo(machine_.busy, machine.busy);
+    addTo(machine_.idle, machine.idle);
+    addTo(machine_.stolen, machine.stolen);
+    keepLeast(machine_.leastAvailable, machine.memoryAvailableShare);
+    keepLeast(leastSwap_, machine.swapUsedBytes);
+    if (machine.swapUsedBytes) keepLargest(machine_.swapGrowth, std::optional(*machine.swapUsedBytes - *leastSwap_));
+    addTo(machine_.droppedPackets, machine.droppedPackets);
+    addTo(machine_.segmentsSent, machine.segmentsSent);
+    addTo(machine_.segmentsSentAgain, machine.segmentsSentAgain);
+    addTo(machine_.cpuPressure, machine.cpuPressure);
+    addTo(machine_.ioPressure, machine.ioPressure);
+    addTo(machine_.memoryPressure, machine.memoryPressure);
+}
+
+void Judgement::addEngine(const EngineEvidence& evidence) {
+    const auto [place, isNew] = engines_.try_emplace(evidence.key);
+    Watched& watched = place->second;
+    JudgedEngine& engine = watched.engine;
+    if (isNew) engine.from = evidence.from;
+    engine.key = evidence.key;
+    engine.name = evidence.name;
+    engine.to = evidence.to;
+    engine.waited += evidence.waited;
+    engine.turns += evidence.turns;
+    engine.ran += evidence.ran;
+    addTo(engine.majorFaults, evidence.majorFaults);
+    addTo(engine.throttled, evidence.group.throttled);
+    addTo(engine.timesThrottled, evidence.group.timesThrottled);
+    addTo(engine.memoryKills, evidence.group.memoryKills);
+    keepLargest(engine.mostMemory, evidence.group.memoryShare);
+    keepLargest(engine.mostDescriptors, evidence.descriptorShare);
+    keepLargest(engine.mostPorts, evidence.portShare);
+    if (evidence.group.quota) {
+        engine.quota = evidence.group.quota;
+        engine.throttledGroup = evidence.group.throttledGroup;
+    }
+    if (!evidence.readable || !evidence.busiest) return;
+
+    engine.readable = true;
+    addTo(engine.parts, evidence.busiest->parts);
+    engine.slack += std::max(0.0, evidence.busiest->seconds - evidence.busiest->parts.sum());
+    auto& [times, name] = watched.deciders[evidence.busiest->tid];
+    ++times;
+    name = evidence.busiest->name;
+}
+
+void Judgement::addHeldBack(Watched& watched, const EngineEvidence& evidence, double enginesRan, double othersRan) {
+    if (watched.open && evidence.from - watched.open->to > kPause) close(watched);
+    const HeldBack held = heldBackIn(evidence, limits_.tolerance);
+    if (held.seconds == 0) return;
+    if (!watched.open) watched.open = OpenStretch{evidence.from, 0, 0, {}, 0, 0, {}};
+    OpenStretch& open = *watched.open;
+    open.to = evidence.to;
+    open.seconds += held.seconds;
+    open.enginesRan += enginesRan;
+    open.othersRan += othersRan;
+    if (held.noSlack) addTo(open.parts, evidence.busiest->parts);
+    if (held.reason) open.reasons[*held.reason] += held.seconds;
+}
+
+void Judgement::close(Watched& watched) {
+    const OpenStretch open = *watched.open;
+    watched.open.reset();
+    std::map<Reason, double> reasons = open.reasons;
+    if (open.parts.sum() > 0) reasons[reasonOf(open.parts, open.enginesRan, open.othersRan)] += open.parts.sum();
+    const auto most = std::max_element(reasons.begin(), reasons.end(),
+                                       [](const auto& left, const auto& right) { return left.second < right.second; });
+    watched.engine.stretches.push_back({open.from, open.to, open.seconds, most->first});
+}
+
+// --- limits that were set -------------------------------------------------------------------------------------------
+
+void Judgement::Beyond::add(double figure, bool beyond, const Evidence& evidence) {
+    if (!beyond) return;
+    if (!since) {
+        since = evidence.from;
+        worst = figure;
+    }
+    worst = std::max(worst, figure);
+    seconds += evidence.to - evidence.from;
+}
+
+void Judgement::followLimits(const Evidence& evidence) {
+    const MachineEvidence& machine = evidence.machine;
+    if (limits_.machinePercent && machine.busy && machine.idle && *machine.busy + *machine.idle > 0) {
+        const double percent = 100 * *machine.busy / (*machine.busy + *machine.idle);
+        machineCpu_.add(percent, percent >= *limits_.machinePercent, evidence);
+    }
+    for (const EngineEvidence& engine : evidence.engines) {
+        if (!limits_.enginePercent || engine.to <= engine.from) continue;
+        const double percent = 100 * engine.ran / (engine.to - engine.from);
+        engines_[engine.key].cpu.add(percent, percent >= *limits_.enginePercent, evidence);
+    }
+    if (limits_.memoryPercent && machine.memoryAvailableShare) {
+        const double missing = 100 * (1 - *machine.memoryAvailableShare);
+        memory_.add(missing, missing > 100 - *limits_.memoryPercent, evidence);
+    }
+    if (limits_.swapMegabytes && machine.swapUsedBytes) {
+        const double growth = static_cast<double>(*machine.swapUsedBytes - *leastSwap_);
+        swap_.add(growth, growth > *limits_.swapMegabytes * kMegabyte, evidence);
+    }
+    if (limits_.engines && evidence.engines.size() < *limits_.engines) {
+        missing_.add(static_cast<double>(*limits_.engines - evidence.engines.size()), true, evidence);
+    }
+}
+
+// --- judging --------------------------------------------------------------------------------------------------------
+
+Judged Judgement::judged(bool namesMissing) const {
+    Judged judged;
+    judged.seconds = seconds_;
+    judged.machine = machine_;
+    judged.wakes = wakes_;
+    judged.samples = samples_;
+    judged.engines = judgedEngines();
+    judged.incidents = incidents();
+    for (const JudgedEngine& engine : judged.engines) {
+        if (engine.readable) keepLargest(judged.share, std::optional(engine.share));
+    }
+    judged.doubt = doubtOf(judged, namesMissing);
+    const bool decided = judged.doubt != Doubt::TooShort && judged.doubt != Doubt::NoEngine && isSpoiled(judged);
+    if (decided) judged.doubt = Doubt::None;
+    judged.outcome = decided ? Outcome::Spoiled : judged.doubt == Doubt::None ? Outcome::Clean : Outcome::CannotTell;
+    if (judged.share && judged.doubt == Doubt::None)
+        judged.believed = std::floor(1000 * (1 - *judged.share) + 1e-9) / 10;
+    return judged;
+}
+
+// An engine that was seen for a moment only made a small part of the load, so that it counts as if it had run for a tenth
+// of the watch.
+std::vector<JudgedEngine> Judgement::judgedEngines() const {
+    constexpr double kLeastOfRun = 0.1;
+    std::vector<JudgedEngine> engines;
+    for (auto [key, watched] : engines_) {
+        if (watched.open) close(watched);
+        JudgedEngine& engine = watched.engine;
+        for (const Stretch& stretch : engine.stretches) engine.heldBack += stretch.seconds;
+        const double lived = std::max(engine.to - engine.from, seconds_ * kLeastOfRun);
+        if (lived > 0) engine.share = std::min(1.0, engine.heldBack / lived);
+        std::size_t most = 0;
+        for (const auto& [tid, decider] : watched.deciders) {
+            if (decider.first <= most) continue;
+            most = decider.first;
+            engine.tid = tid;
+            engine.thread = decider.second;
+        }
+        engines.push_back(std::move(engine));
+    }
+    std::stable_sort(engines.begin(), engines.end(),
+                     [](const JudgedEngine& left, const JudgedEngine& right) { return left.share > right.share; });
+    return engines;
+}
+
+bool Judgement::isSpoiled(const Judged& judged) const {
+    constexpr double kRounding = 1e-9;
+    if (judged.share && 100 * (1 - *judged.share) < limits_.percentile - kRounding) return true;
+    return std::any_of(judged.incidents.begin(), judged.incidents.end(),
+                       [](const Incident& incident) { return incident.spoils; });
+}
+
+Doubt Judgement::doubtOf(const Judged& judged, bool namesMissing) const {
+    const double allowed = 1 - limits_.percentile / 100;
+    if (judged.engines.empty()) return Doubt::NoEngine;
+    if (seconds_ < kShortestRun) return Doubt::TooShort;
+    if (namesMissing) return Doubt::NameNotSeen;
+    for (const JudgedEngine& engine : judged.engines) {
+        if (!engine.readable && engine.to - engine.from >= 1) return Doubt::NotReadable;
+    }
+    if (!judged.share) return Doubt::NotReadable;
+    if (unseen_ > allowed * seconds_) return Doubt::Unseen;
+    if (static_cast<double>(wakes_.late) > allowed * static_cast<double>(wakes_.wakes)) return Doubt::WatcherLate;
+    return Doubt::None;
+}
+
+// --- incidents ------------------------------------------------------------------------------------------------------
+
+std::vector<Incident> Judgement::incidents() const {
+    std::vector<Incident> incidents;
+    const auto addBeyond = [&incidents](Incident::Kind kind, const Beyond& beyond, double least,
+                                        const JudgedEngine& engine = {}) {
+        if (!beyond.since || beyond.seconds < least) return;
+        Incident incident;
+        incident.kind = kind;
+        incident.spoils = kind != Incident::Kind::OutOfMemory;  // an engine that it killed has its own incident
+        incident.since = *beyond.since;
+        incident.seconds = beyond.seconds;
+        incident.worst = beyond.worst;
+        incident.pid = engine.key.pid;
+        incident.name = engine.name;
+        incidents.push_back(incident);
+    };
+    for (const EngineEnd& end : ends_) {
+        if (!end.descendant) incidents.push_back(incidentOf(end));
+    }
+    addBeyond(Incident::Kind::Missing, missing_, (1 - limits_.percentile / 100) * seconds_);
+    addBeyond(Incident::Kind::MachineCpu, machineCpu_, limits_.sustain);
+    for (const auto& [key, watched] : engines_) {
+        addBeyond(Incident::Kind::EngineCpu, watched.cpu, limits_.sustain, watched.engine);
+        addBeyond(Incident::Kind::OutOfMemory, watched.memoryKills, 0, watched.engine);
+    }
+    addBeyond(Incident::Kind::Memory, memory_, 0);
+    addBeyond(Incident::Kind::Swap, swap_, 0);
+    return incidents;
+}
+
+// Who was ended by a signal that nobody sends to say "enough", or ended with an error, has crashed. Where it cannot be
+// known, an engine that ends while others go on is missing.
+Incident Judgement::incidentOf(const EngineEnd& end) const {
+    constexpr double kAtTheEnd = 2;  // seconds
+    Incident incident;
+    incident.kind = Incident::Kind::Ended;
+    incident.end = end;
+    incident.pid = end.key.pid;
+    incident.name = end.name;
+    incident.since = end.time;
+    incident.seconds = seconds_ - end.time;
+    bool othersGoOn = false;
+    for (const auto& [key, watched] : engines_) {
+        const JudgedEngine& other = watched.engine;
+        if (key == end.key) continue;
+        if (other.name == end.name && other.from >= end.time - 1) incident.replaced = true;
+        if (!other.ended && other.to - end.time > kAtTheEnd) othersGoOn = true;
+    }
+    incident.spoils = othersGoOn || incident.replaced;
+    if (end.status) {
+        const int status = *end.status;
+        const int signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+        const bool asked = signal == SIGTERM || signal == SIGINT || signal == SIGHUP;
+        incident.spoils = asked ? incident.replaced : status != 0;
+    }
+    return incident;
+}

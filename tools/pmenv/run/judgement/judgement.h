@@ -1,0 +1,174 @@
+// judgement.h - which percentiles of a run may be believed? Pure: evidence goes in, the judgement comes out; no file, no
+// clock, so that a recording is judged exactly as the run itself.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "evidence/evidence.h"
+#include "judgement/heldBack.h"
+
+struct JudgeLimits {
+    double percentile = 99;                ///< the one that is to be believed
+    double tolerance = 0.010;              ///< seconds that a request may be late
+    std::optional<std::size_t> engines;    ///< as many are to run throughout
+    std::optional<double> machinePercent;  ///< of the machine's processors; these and the following add findings
+    std::optional<double> enginePercent;   ///< of one processor
+    double sustain = 10;                   ///< for how many seconds in all these two are to be passed
+    std::optional<double> memoryPercent;   ///< of the memory must stay available
+    std::optional<double> swapMegabytes;   ///< by which swap in use may grow
+};
+
+/// A time in which an engine was held back for one reason. Short pauses between are part of it.
+struct Stretch {
+    double from = 0;
+    double to = 0;
+    double seconds = 0;  ///< of it, held back
+    Reason reason = Reason::OwnWork;
+};
+
+struct JudgedEngine {
+    ProcessKey key;
+    std::string name;
+    double from = 0;
+    double to = 0;
+    bool ended = false;
+    bool readable = false;
+    double heldBack = 0;  ///< seconds
+    double share = 0;     ///< held back, of the time in which it was watched
+    std::vector<Stretch> stretches;
+
+    int tid = 0;  ///< the thread that was the busiest most often
+    std::string thread;
+    Parts parts;  ///< of the busiest threads over all intervals
+    double slack = 0;
+    double waited = 0;
+    std::uint64_t turns = 0;
+    double ran = 0;
+    std::optional<double> throttled;  ///< of its control group
+    std::optional<std::uint64_t> timesThrottled;
+    std::string throttledGroup;
+    std::optional<double> quota;
+    std::optional<std::uint64_t> majorFaults;
+    std::optional<double> mostDescriptors;  ///< share
+    std::optional<double> mostPorts;        ///< share
+    std::optional<double> mostMemory;       ///< share of its control group's
+    std::optional<std::uint64_t> memoryKills;
+};
+
+/// Something to tell beside what held engines back.
+struct Incident {
+    enum class Kind { Ended, Missing, OutOfMemory, MachineCpu, EngineCpu, Memory, Swap };
+
+    Kind kind = Kind::Ended;
+    bool spoils = true;
+    double since = 0;
+    double seconds = 0;
+    std::optional<EngineEnd> end;
+    int pid = 0;
+    std::string name;
+    double worst = 0;       ///< per cent, bytes, or a number, as the kind says
+    bool replaced = false;  ///< another engine took its place
+};
+
+struct JudgedMachine {
+    int processors = 1;
+    std::optional<double> busy;  ///< processor seconds
+    std::optional<double> idle;
+    std::optional<double> stolen;
+    double enginesRan = 0;
+    std::optional<double> leastAvailable;  ///< share of the memory
+    std::optional<std::uint64_t> swapGrowth;
+    std::optional<std::uint64_t> droppedPackets;
+    std::optional<std::uint64_t> segmentsSent;
+    std::optional<std::uint64_t> segmentsSentAgain;
+    std::optional<double> cpuPressure;
+    std::optional<double> ioPressure;
+    std::optional<double> memoryPressure;
+    std::vector<ProgramTime> others;  ///< that took most
+};
+
+enum class Outcome { Clean, Spoiled, CannotTell };
+
+/// Why nothing can be told.
+enum class Doubt { None, TooShort, NoEngine, NameNotSeen, NotReadable, Unseen, WatcherLate };
+
+struct Judged {
+    Outcome outcome = Outcome::CannotTell;
+    Doubt doubt = Doubt::None;
+    double seconds = 0;
+    std::optional<double> share;        ///< of the worst engine
+    std::optional<double> believed;     ///< percentile, rounded down to a tenth
+    std::vector<JudgedEngine> engines;  ///< the worst first
+    std::vector<Incident> incidents;
+    JudgedMachine machine;
+    WakeEvidence wakes;
+    std::size_t samples = 0;
+};
+
+class Judgement {
+public:
+    explicit Judgement(const JudgeLimits& limits) : limits_(limits) {}
+
+    /// Takes the next interval; they follow each other.
+    void add(const Evidence& evidence);
+
+    /// What can be said so far. `namesMissing`: an engine that was asked for by its name has never been seen.
+    Judged judged(bool namesMissing) const;
+
+    const JudgeLimits& limits() const { return limits_; }
+
+private:
+    // Held-back time that is not ended yet, or may still grow together with what follows.
+    struct OpenStretch {
+        double from = 0;
+        double to = 0;
+        double seconds = 0;
+        Parts parts;
+        double enginesRan = 0;
+        double othersRan = 0;
+        std::map<Reason, double> reasons;
+    };
+    // The time in which a figure was beyond a limit that was set, however often it dipped.
+    struct Beyond {
+        std::optional<double> since;
+        double seconds = 0;
+        double worst = 0;
+        void add(double figure, bool beyond, const Evidence& evidence);
+    };
+    struct Watched {
+        JudgedEngine engine;
+        std::optional<OpenStretch> open;
+        std::map<int, std::pair<std::size_t, std::string>> deciders;  // by thread: how often, its name
+        Beyond cpu;
+        Beyond memoryKills;
+    };
+
+    void addMachine(const MachineEvidence& machine);
+    void addEngine(const EngineEvidence& evidence);
+    void addHeldBack(Watched& watched, const EngineEvidence& evidence, double enginesRan, double othersRan);
+    void followLimits(const Evidence& evidence);
+    static void close(Watched& watched);
+    std::vector<JudgedEngine> judgedEngines() const;
+    Doubt doubtOf(const Judged& judged, bool namesMissing) const;
+    bool isSpoiled(const Judged& judged) const;
+    std::vector<Incident> incidents() const;
+    Incident incidentOf(const EngineEnd& end) const;
+
+    JudgeLimits limits_;
+    std::map<ProcessKey, Watched> engines_;
+    std::vector<EngineEnd> ends_;
+    JudgedMachine machine_;
+    WakeEvidence wakes_;
+    std::size_t samples_ = 0;
+    double seconds_ = 0;
+    double unseen_ = 0;  // seconds in intervals that are too long to tell anything
+    std::optional<std::uint64_t> leastSwap_;
+    Beyond machineCpu_;
+    Beyond memory_;
+    Beyond swap_;
+    Beyond missing_;
+};

@@ -1,0 +1,95 @@
+#include "kernel/taskFiles.h"
+
+#include <array>
+#include <limits>
+
+#include "kernel/numbers.h"
+
+namespace kernel {
+
+namespace {
+
+constexpr std::size_t kFirst = 3;  // of the fields behind the name, as proc(5) numbers them
+constexpr std::size_t kLast = 52;
+constexpr std::size_t kNeeded = 22;
+
+// The fields behind the name; a few hold negative numbers, so they stay words until somebody asks.
+class Fields {
+public:
+    explicit Fields(std::string_view text) {
+        while (count_ < words_.size()) {
+            const std::string_view word = takeWord(&text);
+            if (word.empty()) break;
+            words_[count_++] = word;
+        }
+    }
+
+    bool complete() const { return kFirst + count_ > kNeeded; }
+    std::string_view word(std::size_t field) const { return words_[field - kFirst]; }
+    std::optional<std::uint64_t> number(std::size_t field) const { return kernel::number(word(field)); }
+
+private:
+    std::array<std::string_view, kLast - kFirst + 1> words_;
+    std::size_t count_ = 0;
+};
+
+std::optional<int> id(std::optional<std::uint64_t> value) {
+    if (!value || *value > static_cast<std::uint64_t>(std::numeric_limits<int>::max())) return std::nullopt;
+    return static_cast<int>(*value);
+}
+
+std::string_view withoutLineEnd(std::string_view text) { return takeLine(&text); }
+
+}  // namespace
+
+// "77 (a (b) c) S 1 77 ...": the name may hold blanks, parentheses and line ends, so it ends at the last ')'.
+std::optional<TaskStat> parseTaskStat(std::string_view text) {
+    const std::size_t open = text.find(" (");
+    const std::size_t close = text.rfind(')');
+    if (open == std::string_view::npos || close == std::string_view::npos || close < open + 2) return std::nullopt;
+    const Fields fields(withoutLineEnd(text.substr(close + 1)));
+    if (!fields.complete() || fields.word(3).size() != 1) return std::nullopt;
+
+    const auto ownId = id(number(text.substr(0, open)));
+    const auto parent = id(fields.number(4));
+    const auto majorFaults = fields.number(12), user = fields.number(14), system = fields.number(15);
+    const auto threads = fields.number(20), start = fields.number(22);
+    if (!ownId || !parent || !majorFaults || !user || !system || !threads || !start) return std::nullopt;
+
+    TaskStat stat;
+    stat.id = *ownId;
+    stat.name = text.substr(open + 2, close - open - 2);
+    stat.state = fields.word(3)[0];
+    stat.parent = *parent;
+    stat.majorFaults = *majorFaults;
+    stat.ticks = *user + *system;
+    stat.startTicks = *start;
+    stat.threads = *threads;
+    stat.blockedTicks = fields.number(42);
+    stat.exitStatus = fields.number(52);
+    return stat;
+}
+
+// "141054628 365492029 29"
+std::optional<SchedStat> parseSchedStat(std::string_view text) {
+    std::string_view line = takeLine(&text);
+    const auto ran = number(takeWord(&line)), waited = number(takeWord(&line)), turns = number(takeWord(&line));
+    if (!ran || !waited || !turns || !takeWord(&line).empty()) return std::nullopt;
+    return SchedStat{*ran, *waited, *turns};
+}
+
+// "Max open files            1024                 1048576              files"
+std::optional<std::uint64_t> parseDescriptorLimit(std::string_view text) {
+    constexpr std::string_view kName = "Max open files ";
+    while (!text.empty()) {
+        std::string_view line = takeLine(&text);
+        if (line.substr(0, kName.size()) != kName) continue;
+        line.remove_prefix(kName.size());
+        const std::string_view soft = takeWord(&line);
+        if (soft == "unlimited") return std::numeric_limits<std::uint64_t>::max();
+        return number(soft);
+    }
+    return std::nullopt;
+}
+
+}  // namespace kernel
