@@ -121,7 +121,9 @@ constexpr double kTimer = 0.010;  // seconds; how late it wakes tells how late a
 class RunWatch {
 public:
     explicit RunWatch(const JudgeOptions& options)
-        : options_(options), sampler_(options.choice, options.ignored), judgement_(options.limits) {}
+        : options_(options),
+          sampler_(options.choice, options.ignored, options.limits.tolerance),
+          judgement_(options.limits) {}
 
     // Until the end of the duration, or until somebody ends it.
     void run() {

@@ -1,6 +1,7 @@
 #include "evidence/accounts.h"
 
 #include <algorithm>
+#include <cmath>
 #include <string_view>
 
 namespace {
@@ -48,18 +49,55 @@ ThreadEvidence account(const ThreadInterval& interval) {
     if (isStopped(state)) parts.stopped = take(left);
     parts.blocked = take(blockedSeconds ? *blockedSeconds : seconds * blockedShare(interval, didNothing));
     parts.stolen = take(ran * stolenPerBusy);
-    if (parts.blocked > 0) thread.blockedAtOnce = parts.blocked / static_cast<double>(std::max<std::uint64_t>(thread.turns, 1));
+    if (parts.blocked > 0)
+        thread.blockedAtOnce = parts.blocked / static_cast<double>(std::max<std::uint64_t>(thread.turns, 1));
     return thread;
+}
+
+double lateTurns(const kernel::SchedStat& before, const kernel::SchedStat& now, double tolerance) {
+    constexpr double kFew = 3;
+    const double waited = secondsBetween(before.waited, now.waited);
+    const double turns = now.turns > before.turns ? static_cast<double>(now.turns - before.turns) : 0;
+    if (turns == 0 || waited <= tolerance) return 0;
+    if (turns <= kFew) return std::min(turns, std::floor(waited / tolerance));
+    return turns * std::exp(-tolerance * turns / waited);
 }
 
 // Names as the kernel keeps them, 15 characters at most. Java: "C2 CompilerThre", "GC Thread#0", "G1 Main Marker", "VM
 // Thread"; .NET: ".NET Tiered Com"; Node: "V8 Worker"; LuaJIT and Python have none, and Go gives its threads no names.
 bool isRuntimeThread(const std::string& name) {
     constexpr std::string_view kBeginnings[] = {
-        "C1 CompilerThre", "C2 CompilerThre", "JVMCI", "GC Thread#", "GC task thread", "G1 ", "ZGC", "ZWorker", "ZDriver",
-        "ZDirector", "Shenandoah", "Concurrent Mark", "ParGC", "CMS ", "VM Thread", "VM Periodic", "Sweeper thread",
-        "Signal Dispatch", "Finalizer", "Reference Handl", "Service Thread", "Monitor Deflat", "Common-Cleaner",
-        "Notification Th", "V8 Worker", "V8 DefaultWorke", "node-V8Worker", "DelayedTaskSche", ".NET ", "Finalizer thre", "GC Worker",
+        "C1 CompilerThre",
+        "C2 CompilerThre",
+        "JVMCI",
+        "GC Thread#",
+        "GC task thread",
+        "G1 ",
+        "ZGC",
+        "ZWorker",
+        "ZDriver",
+        "ZDirector",
+        "Shenandoah",
+        "Concurrent Mark",
+        "ParGC",
+        "CMS ",
+        "VM Thread",
+        "VM Periodic",
+        "Sweeper thread",
+        "Signal Dispatch",
+        "Finalizer",
+        "Reference Handl",
+        "Service Thread",
+        "Monitor Deflat",
+        "Common-Cleaner",
+        "Notification Th",
+        "V8 Worker",
+        "V8 DefaultWorke",
+        "node-V8Worker",
+        "DelayedTaskSche",
+        ".NET ",
+        "Finalizer thre",
+        "GC Worker",
     };
     return std::any_of(std::begin(kBeginnings), std::end(kBeginnings), [&name](std::string_view beginning) {
         return name.compare(0, beginning.size(), beginning) == 0;

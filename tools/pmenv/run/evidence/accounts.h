@@ -17,16 +17,21 @@ struct ThreadInterval {
     kernel::SchedStat before;
     kernel::SchedStat now;
     double seconds = 0;
-    char state = '?';                     ///< at its end
+    char state = '?';  ///< at its end
     StateSamples samples;
-    std::optional<double> blockedSeconds; ///< by delay accounting, where that is on
-    double throttledSeconds = 0;          ///< of its control groups
-    double stolenPerBusy = 0;             ///< stolen time for each second that the machine's processors were busy
+    std::optional<double> blockedSeconds;  ///< by delay accounting, where that is on
+    double throttledSeconds = 0;           ///< of its control groups
+    double stolenPerBusy = 0;              ///< stolen time for each second that the machine's processors were busy
 };
 
 /// Parts of the interval, their sum not longer than it. The kernel adds a wait when it is over, so one that began earlier
 /// comes too late; what does not fit is waitedBefore. A name and an id are not filled in.
 ThreadEvidence account(const ThreadInterval& interval);
+
+/// How many of the turns between two looks came later than the tolerance. Exact for a single turn. Waits of several are
+/// known as a sum only: of a few turns most waits are nothing beside the longest; of many they are taken to be spread as
+/// those of independent arrivals are.
+double lateTurns(const kernel::SchedStat& before, const kernel::SchedStat& now, double tolerance);
 
 /// True for threads that runtimes start beside the program's own: compilers, garbage collectors and the like.
 bool isRuntimeThread(const std::string& name);

@@ -26,7 +26,8 @@ public:
     /// How it ended.
     EngineEnd end(double time) const;
 
-    void lookAtBlocked(std::size_t most) { threads_.lookAtBlocked(most); }
+    /// Looks at its threads between two samples.
+    void look(double tolerance) { threads_.look(tolerance); }
     std::size_t threadCount() const { return threads_.size(); }
 
 private:

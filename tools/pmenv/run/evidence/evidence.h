@@ -58,7 +58,8 @@ struct EngineEvidence {
     bool readable = false;                  ///< whether any thread's accounts could be read
     std::optional<ThreadEvidence> busiest;  ///< the thread with the least slack; empty when none counts
     double waited = 0;                      ///< of all threads that count
-    std::uint64_t turns = 0;                ///< of these
+    std::uint64_t turns = 0;                ///< how often these were put on a processor
+    double lateTurns = 0;                   ///< how many of these turns came later than the tolerance
     double ran = 0;                         ///< processor time of all threads
     std::optional<std::uint64_t> majorFaults;
     GroupEvidence group;

@@ -13,19 +13,20 @@ constexpr double kLongestInterval = 1;
 constexpr double kBetweenScans = 1;
 constexpr double kLongestBetweenScans = 10;
 constexpr double kCostOfIntervals = 0.01;  // of one processor
+constexpr double kCostOfLooks = 0.006;     // of one processor
 constexpr double kCostOfScans = 0.005;     // of one processor
 constexpr std::size_t kLooksAtOnce = 250;  // at the states of threads, 4 microseconds each
-constexpr std::size_t kBlockedAtOnce = 10;
 constexpr std::size_t kOthersTold = 3;
 
 }  // namespace
 
-EvidenceSampler::EvidenceSampler(const EngineChoice& choice, IgnoredThreads ignored)
+EvidenceSampler::EvidenceSampler(const EngineChoice& choice, IgnoredThreads ignored, double tolerance)
     : choice_(choice),
       ignored_(std::move(ignored)),
       processes_(choice, getpid()),
       nameSeen_(choice.names.size()),
-      start_(kernel::clockSeconds()) {
+      start_(kernel::clockSeconds()),
+      tolerance_(tolerance) {
     kernel::allowManyFiles();
 }
 
@@ -83,6 +84,7 @@ IntervalContext EvidenceSampler::context(const MachineEvidence& machine) const {
     std::size_t threads = 0;
     for (const auto& [key, engine] : engines_) threads += engine->threadCount();
     IntervalContext context;
+    context.tolerance = tolerance_;
     context.delayAccounting = machine_.delayAccounting();
     context.lookEvery = threads / kLooksAtOnce + 1;
     if (machine.stolen && machine.busy && *machine.busy > 0) context.stolenPerBusy = *machine.stolen / *machine.busy;
@@ -90,7 +92,11 @@ IntervalContext EvidenceSampler::context(const MachineEvidence& machine) const {
 }
 
 void EvidenceSampler::look() {
-    for (const auto& [key, engine] : engines_) engine->lookAtBlocked(kBlockedAtOnce);
+    const double time = kernel::clockSeconds();
+    if (time < nextLook_) return;
+    const double before = kernel::ownCpuSeconds();
+    for (const auto& [key, engine] : engines_) engine->look(tolerance_);
+    nextLook_ = time + (kernel::ownCpuSeconds() - before) / kCostOfLooks;
 }
 
 std::vector<std::string> EvidenceSampler::missingNames() const {

@@ -1,7 +1,8 @@
 // evidenceSampler.h - gathers the evidence, interval by interval.
 //
-// An interval is a quarter of a second, or longer where looking at so many threads would take more than its share of a
-// processor. Once a second the processes are looked through for engines, and what changes seldom is read.
+// An interval is a quarter of a second; within it the threads are looked at every 10 ms. Both are longer where there are so
+// many threads that it would take more than its share of a processor. Once a second the processes are looked through for
+// engines, and what changes seldom is read.
 #pragma once
 
 #include <map>
@@ -18,12 +19,13 @@
 
 class EvidenceSampler {
 public:
-    EvidenceSampler(const EngineChoice& choice, IgnoredThreads ignored);
+    /// A turn on a processor is late when a thread has waited for it longer than the tolerance.
+    EvidenceSampler(const EngineChoice& choice, IgnoredThreads ignored, double tolerance);
 
     /// What happened since the last call. The first call begins the watch; its interval has no length.
     Evidence take();
 
-    /// Looks at what was blocked lately; between two intervals, every 10 ms.
+    /// Looks at the threads within an interval. To be called every 10 ms; does nothing where that is too often.
     void look();
 
     /// How long the next interval is to be, in seconds.
@@ -50,5 +52,7 @@ private:
     double lastScan_ = -1e9;
     double betweenScans_ = 1;
     double interval_ = 0.25;
+    double tolerance_;
+    double nextLook_ = 0;
     std::vector<ProgramTime> others_;
 };

@@ -66,10 +66,9 @@ bool Threads::sample(const IntervalContext& context, EngineEvidence* evidence) {
 bool Threads::sampleThread(int tid, Thread& thread, bool looks, const IntervalContext& context,
                            EngineEvidence* evidence) {
     const double time = kernel::clockSeconds();
-    const auto text = thread.schedStatFile.read();
-    if (!text) return !kernel::hasEnded(errno);
-    const auto now = kernel::parseSchedStat(*text);
-    if (!now) return true;
+    errno = 0;
+    const auto now = readTurns(thread, context.tolerance);
+    if (!now) return !kernel::hasEnded(errno);
     accountsKept_ = accountsKept_ || now->turns > 0;
 
     const bool unchanged = thread.stateTurns == now->turns && thread.state != 'R' && thread.state != '?';
@@ -92,9 +91,20 @@ bool Threads::sampleThread(int tid, Thread& thread, bool looks, const IntervalCo
     }
     thread.last = now;
     thread.lastTime = time;
+    thread.lateTurns = 0;
     thread.samples = {};
     thread.blockedSeconds = std::nullopt;
     return true;
+}
+
+// The thread's counters, with what they tell about its turns since the last look. Empty when they cannot be read.
+std::optional<kernel::SchedStat> Threads::readTurns(Thread& thread, double tolerance) {
+    const auto text = thread.schedStatFile.read();
+    const auto now = text ? kernel::parseSchedStat(*text) : std::nullopt;
+    if (!now) return std::nullopt;
+    if (thread.looked) thread.lateTurns += lateTurns(*thread.looked, *now, tolerance);
+    thread.looked = now;
+    return now;
 }
 
 // False when the thread has ended.
@@ -131,6 +141,7 @@ void Threads::add(int tid, const Thread& thread, ThreadEvidence account, EngineE
     account.name = thread.name;
     evidence->waited += account.parts.waiting + account.parts.throttled + account.waitedBefore;
     evidence->turns += account.turns;
+    evidence->lateTurns += thread.lateTurns;
     if (thread.last->turns * kSeldom < mostTurns_) account.parts.blocked = 0;
     if (evidence->busiest && slackShare(*evidence->busiest) <= slackShare(account)) return;
     evidence->busiest = std::move(account);
@@ -138,12 +149,14 @@ void Threads::add(int tid, const Thread& thread, ThreadEvidence account, EngineE
 
 // --- between two ----------------------------------------------------------------------------------------------------
 
-void Threads::lookAtBlocked(std::size_t most) {
+void Threads::look(double tolerance) {
+    constexpr int kMostBlocked = 10;  // reading a state takes four times as long as reading turns
     const double now = kernel::clockSeconds();
+    int left = kMostBlocked;
     for (auto& [tid, thread] : threads_) {
-        if (most == 0) return;
-        if (!thread.seenBlocked || now - *thread.seenBlocked > kBlockedLately) continue;
-        lookAt(thread);
-        --most;
+        if (thread.ignored) continue;
+        readTurns(thread, tolerance);
+        const bool blockedLately = thread.seenBlocked && now - *thread.seenBlocked < kBlockedLately;
+        if (blockedLately && left-- > 0) lookAt(thread);
     }
 }

@@ -15,6 +15,7 @@
 struct IntervalContext {
     double throttledSeconds = 0;
     double stolenPerBusy = 0;
+    double tolerance = 0.010;      ///< how late a thread may be put on a processor
     bool delayAccounting = false;  ///< the kernel measures how long threads wait for disks
     std::size_t lookEvery = 1;     ///< a thread's state is read in every so manieth interval
 };
@@ -33,9 +34,9 @@ public:
     /// when there are none left.
     bool sample(const IntervalContext& context, EngineEvidence* evidence);
 
-    /// Looks at the states of threads that were blocked lately, at most so many; between two samples this tells for how
-    /// long they are.
-    void lookAtBlocked(std::size_t most);
+    /// Looks at the threads between two samples: the shorter the time between two looks, the better is known how late each
+    /// turn came; and how long threads are blocked that were so lately.
+    void look(double tolerance);
 
     std::size_t size() const { return threads_.size(); }
 
@@ -50,7 +51,9 @@ private:
         kernel::KeptFile statFile;
         std::string name;
         bool ignored = false;
-        std::optional<kernel::SchedStat> last;
+        std::optional<kernel::SchedStat> last;    // at the end of the last interval
+        std::optional<kernel::SchedStat> looked;  // at the last look
+        double lateTurns = 0;                     // in this interval
         double lastTime = 0;
         char state = '?';
         std::uint64_t stateTurns = 0;  // its turns when the state was read
@@ -61,6 +64,7 @@ private:
     };
 
     bool sampleThread(int tid, Thread& thread, bool looks, const IntervalContext& context, EngineEvidence* evidence);
+    static std::optional<kernel::SchedStat> readTurns(Thread& thread, double tolerance);
     bool lookAt(Thread& thread);
     void add(int tid, const Thread& thread, ThreadEvidence account, EngineEvidence* evidence);
 

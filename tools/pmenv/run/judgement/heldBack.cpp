@@ -6,14 +6,14 @@
 namespace {
 
 constexpr double kMostlyRunning = 0.9;
-constexpr std::uint64_t kFewTurns = 3;  // make no average
 
 bool hadNoSlack(const ThreadEvidence& thread) {
     return thread.seconds > 0 && thread.seconds - thread.parts.sum() < kNoSlack * thread.seconds;
 }
 
-bool wokenLate(const EngineEvidence& engine, double tolerance) {
-    return engine.turns >= kFewTurns && engine.waited / static_cast<double>(engine.turns) > tolerance;
+// The requests of an interval are taken to be as late as the turns of the engine's threads are.
+double lateShare(const EngineEvidence& engine) {
+    return engine.turns == 0 ? 0 : std::min(1.0, engine.lateTurns / static_cast<double>(engine.turns));
 }
 
 // How long the quota kept the engine waiting at once.
@@ -22,14 +22,18 @@ bool throttledLong(const GroupEvidence& group, double tolerance) {
     return *group.throttled / static_cast<double>(*group.timesThrottled) > tolerance;
 }
 
+// Turns come late when the quota is used up as well, so that these two are not added.
 HeldBack partly(const EngineEvidence& engine, double tolerance) {
     const Parts& parts = engine.busiest->parts;
+    const double length = engine.to - engine.from;
     const double throttled = throttledLong(engine.group, tolerance) ? parts.throttled : 0;
     const double blocked = engine.busiest->blockedAtOnce > tolerance ? parts.blocked : 0;
-    const double seconds = throttled + blocked + parts.stopped;
-    if (seconds < tolerance) return {};
-    const std::pair<double, Reason> candidates[] = {
-        {throttled, Reason::Quota}, {blocked, Reason::Blocked}, {parts.stopped, Reason::Stopped}};
+    const double late = lateShare(engine) * length;
+    const double seconds = std::min(length, std::max(throttled, late) + blocked + parts.stopped);
+    const std::pair<double, Reason> candidates[] = {{throttled, Reason::Quota},
+                                                    {late, Reason::WokenLate},
+                                                    {blocked, Reason::Blocked},
+                                                    {parts.stopped, Reason::Stopped}};
     return {seconds, false, std::max_element(std::begin(candidates), std::end(candidates))->second};
 }
 
@@ -40,7 +44,6 @@ HeldBack heldBackIn(const EngineEvidence& engine, double tolerance) {
     if (engine.busiest && hadNoSlack(*engine.busiest)) return {length, true, std::nullopt};
     if (engine.descriptorShare.value_or(0) >= kDescriptorsUsedUp) return {length, false, Reason::Descriptors};
     if (engine.portShare.value_or(0) >= kPortsUsedUp) return {length, false, Reason::Ports};
-    if (wokenLate(engine, tolerance)) return {length, false, Reason::WokenLate};
     return engine.busiest ? partly(engine, tolerance) : HeldBack{};
 }
 

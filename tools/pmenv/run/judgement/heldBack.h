@@ -2,8 +2,8 @@
 //
 // A thread keeps a schedule as long as it has slack: time in which it neither ran nor wanted to. So an engine is held back
 // - in an interval in which a thread of it had no slack, for all of it;
-// - in an interval in which its threads waited longer than the tolerance for a processor each time, on average, for all of
-//   it: many threads can be late at once and each of them have slack;
+// - for the share of an interval in which its threads were put on a processor later than the tolerance, of all times that
+//   they were: threads that have slack can wait as well, beside others or because all of them are due at once;
 // - for as long as its busiest thread was stopped, or was kept waiting by a quota or a disk for longer than the tolerance
 //   at once;
 // - in an interval in which it had no descriptors or ports left.
