@@ -1,0 +1,133 @@
+// The reader of the kernel's files: kept and opened anew, what has gone, and what there is too much of.
+#include <algorithm>
+#include <cerrno>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "kernel/files.h"
+#include "support/OpenDescriptors.h"
+#include "support/TempDir.h"
+
+using namespace kernel;
+
+namespace {
+
+TEST(KeptFile, ReadsWhatItHoldsNow) {
+    const TempDir dir;
+    dir.writeFile("x", "one");
+    KeptFile file(dir / "x");
+    EXPECT_EQ(file.read(), "one");
+    dir.writeFile("x", "three");
+    EXPECT_EQ(file.read(), "three");
+    dir.writeFile("x", "");
+    EXPECT_EQ(file.read(), "");
+}
+
+TEST(KeptFile, IsKeptOpenAndClosedInTheEnd) {
+    const TempDir dir;
+    dir.writeFile("x", "one");
+    const std::size_t before = OpenDescriptors::count();
+    {
+        KeptFile file(dir / "x");
+        file.read();
+        file.read();
+        EXPECT_EQ(OpenDescriptors::count(), before + 1);
+        const KeptFile moved(std::move(file));
+        EXPECT_EQ(OpenDescriptors::count(), before + 1);
+    }
+    EXPECT_EQ(OpenDescriptors::count(), before);
+}
+
+TEST(KeptFile, TellsThatItsProcessHasEnded) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        char byte;
+        close(ends[1]);
+        _exit(read(ends[0], &byte, 1) == 0 ? 0 : 1);
+    }
+    close(ends[0]);
+    KeptFile file("/proc/" + std::to_string(child) + "/stat");
+    EXPECT_TRUE(file.read());
+    close(ends[1]);
+    waitpid(child, nullptr, 0);
+    EXPECT_FALSE(file.read());
+    EXPECT_TRUE(hasEnded(errno));
+    EXPECT_FALSE(file.read());
+    EXPECT_TRUE(hasEnded(errno));
+}
+
+// With few descriptors left the files are opened anew each time.
+TEST(KeptFile, ManyCanBeReadWithFewDescriptors) {
+    const pid_t child = fork();
+    if (child == 0) {
+        const rlimit few{100, 100};
+        setrlimit(RLIMIT_NOFILE, &few);
+        allowManyFiles();
+        std::vector<KeptFile> files;
+        for (int i = 0; i < 1000; ++i) files.emplace_back("/proc/self/stat");
+        for (int round = 0; round < 2; ++round) {
+            for (KeptFile& file : files) {
+                if (!file.read()) _exit(1);
+            }
+        }
+        _exit(OpenDescriptors::count() < 60 ? 0 : 2);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+TEST(ReadFile, TakesPiecesTogetherAndStopsAtTheLimit) {
+    const TempDir dir;
+    const std::string large(300000, 'x');
+    dir.writeFile("x", large);
+    EXPECT_EQ(readFile(dir / "x", 1 << 20), large);
+    EXPECT_EQ(readFile(dir / "x", 100000)->size(), 100000u);
+    EXPECT_EQ(readFile(dir / "x", 0), "");
+}
+
+TEST(ReadFile, WhatCannotBeReadIsEmptyAndLeavesNothingOpen) {
+    const TempDir dir;
+    const std::size_t before = OpenDescriptors::count();
+    EXPECT_FALSE(readFile(dir / "none"));
+    EXPECT_TRUE(hasEnded(errno));
+    EXPECT_FALSE(readFile(dir.path()));
+    EXPECT_FALSE(hasEnded(errno));
+    EXPECT_EQ(OpenDescriptors::count(), before);
+}
+
+TEST(ListNumbers, TakesWholeNumbersOnly) {
+    const TempDir dir;
+    for (const char* const name : {"12", "7", "x", "7x", "-7", "99999999999", ".hidden"}) dir.writeFile(name, "");
+    auto numbers = listNumbers(dir.path());
+    ASSERT_TRUE(numbers);
+    std::sort(numbers->begin(), numbers->end());
+    EXPECT_EQ(*numbers, (std::vector<int>{7, 12}));
+    EXPECT_FALSE(listNumbers(dir / "none"));
+}
+
+TEST(CountDescriptors, CountsThisProcesss) {
+    const auto before = countDescriptors(getpid());
+    ASSERT_TRUE(before);
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    EXPECT_EQ(countDescriptors(getpid()), *before + 2);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST(LinkTarget, IsEmptyForWhatIsNoLink) {
+    EXPECT_NE(linkTarget("/proc/self/exe").find("test"), std::string::npos);
+    EXPECT_EQ(linkTarget("/proc/self/stat"), "");
+}
+
+}  // namespace
