@@ -1,4 +1,4 @@
-// areas.h - what is measured; one file each.
+// areas.h - the areas that are measured; one source file each.
 #pragma once
 
 #include "measure.h"

@@ -1,4 +1,4 @@
-// Searching files and walking directories.
+// Measures file search and the directory walk.
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -22,7 +22,7 @@ constexpr int kFilesInEach = 20;
 
 struct SearchedDirectories {
     std::string list;
-    std::vector<std::string> examined;  // the paths that a search asks the system for, in order
+    std::vector<std::string> examined;  // the paths that a search looks up, in order
 
     explicit SearchedDirectories(const TempDir& dir) {
         for (int i = 0; i < 20; ++i) {
@@ -79,7 +79,7 @@ int openDirectory(const char* path) { return open(path, O_RDONLY | O_DIRECTORY |
 
 bool isDotEntry(const char* name) { return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0; }
 
-// The same two passes: each entry is opened to see what it is, and a directory that is entered stays open.
+// The same two passes as FindFile: each entry is opened to find out its type, and an entered directory stays open.
 int walkBare(char* path, std::size_t length) {
     int files = 0;
     const auto append = [&](const char* name) {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-/// Opens a file, reads its first `size` bytes at most and closes it. How many there were.
+/// Opens a file, reads at most its first `size` bytes and closes it. Returns how many bytes it read, -1 on failure.
 long readStart(const char* path, std::size_t size = 1024);
 
 /// Calls `use` with the name of each entry of the directory; false when it cannot be opened.
@@ -14,10 +14,11 @@ bool forEachEntry(const char* directory, Use use);
 /// Opens, reads and closes the stat file of every process.
 void readEveryProcess();
 
-/// What one collection reads: every process, three files for each engine, and the machine's.
+/// Reads what one collection reads: every process, three files for each engine, and the machine's.
 void readStatistics(const std::vector<int>& engines);
 
-// --- implementation ---------------------------------------------------------------------------------------------------
+// --- implementation
+// ---------------------------------------------------------------------------------------------------
 
 #include <cstdint>
 
@@ -30,7 +31,7 @@ template <class Use>
 bool forEachEntry(const char* directory, Use use) {
     const int listing = open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK);
     if (listing < 0) return false;
-    struct Entry {  // the kernel's
+    struct Entry {  // the kernel's layout
         std::uint64_t inode;
         std::int64_t offset;
         unsigned short length;

@@ -1,4 +1,4 @@
-// A log record whose level is off.
+// Measures a log record whose level is off.
 #include "Logging.h"
 #include "areas.h"
 
@@ -14,7 +14,7 @@ void logNothing() {
     }
 }
 
-// A branch on a variable that the compiler has to look at.
+// A branch on a variable that the compiler cannot optimise away.
 void branchOver() {
     for (int i = 0; i < kRecords; ++i) {
         if (never) keep(i);

@@ -1,5 +1,5 @@
-// krenv_bench run OUT.json [AREA...]     measures, and writes the figures
-// krenv_bench table OUT.json IN.json...  joins figures of several runs in one file and prints them as a table
+// krenv_bench run OUT.json [AREA...]     measures and writes the figures
+// krenv_bench table OUT.json IN.json...  joins the figures of several runs in one file and prints them as a table
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
@@ -37,7 +37,7 @@ void run(const char* out, const std::vector<std::string>& asked) {
     write(out, report.rows());
 }
 
-// Rows of the same operation and size stand together.
+// Rows of the same operation and size are put next to each other.
 void joinAndPrint(const char* out, const std::vector<std::string>& in) {
     nlohmann::json rows = nlohmann::json::array();
     for (const std::string& path : in) {

@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr double kSampleNs = 3e6;   // a sample is long enough for the clock not to matter
-constexpr double kRowNs = 3e9;      // what a row may take
+constexpr double kSampleNs = 3e6;   // long enough that the clock's resolution does not matter
+constexpr double kRowNs = 3e9;      // the time that a row may take
 constexpr std::size_t kFewest = 5;  // rounds
 constexpr std::size_t kMost = 41;
 
@@ -21,7 +21,7 @@ double nanoseconds(const timeval& time) {
     return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_usec) * 1e3;
 }
 
-// Of this process and of the children that it has waited for.
+// The processor time of this process and of the children that it has waited for.
 double processorNs() {
     timespec own{};
     rusage children{};
@@ -63,13 +63,13 @@ double median(std::vector<double> values) {
 // One way's samples.
 struct Samples {
     const Way* way;
-    std::size_t calls = 1;  // in a sample
+    std::size_t calls = 1;  // per sample
     std::vector<double> taken;
 
     void take(bool inChild) { taken.push_back(inChild ? sampleInChild(*way) : sample(*way, calls)); }
 };
 
-// The first calls, which fill caches, count for nothing but to learn how long a call takes. What a sample takes.
+// Makes the first calls, which fill caches; they only show how long a call takes. Returns the time that a sample takes.
 double warmUp(Samples* samples, bool inChild) {
     const double once = inChild ? sampleInChild(*samples->way) : sample(*samples->way, 1);
     if (inChild || once > kSampleNs) return once;

@@ -1,8 +1,8 @@
-// measure.h - several ways of doing the same, measured in one run.
+// measure.h - measures several ways of doing the same in one run.
 //
-// The ways of a row take turns, each round in another order, so that what else the machine does disturbs all of them
-// alike; the medians over the rounds are kept. Times are those of the processor, in the benchmark and in the children
-// that it waits for: other programs on a busy machine disturb them less than elapsed ones.
+// The ways of a row take turns, each round in another order, so that other work on the machine disturbs all of them
+// alike; the report keeps the medians over the rounds. Times are processor times of the benchmark and of the children
+// that it waits for, because other programs on a busy machine disturb them less than elapsed times.
 #pragma once
 
 #include <cstddef>
@@ -20,11 +20,11 @@ struct Way {
     std::function<void()> run;
 };
 
-/// What a row is to reach; 0 where nothing is asked.
+/// The goal of a row; 0 where there is none.
 struct Goal {
-    double timesAsFast = 0;   ///< as the fastest alternative, at least
-    double timesFloor = 0;    ///< at most
-    double aboveFloorNs = 0;  ///< nanoseconds over the floor, at most
+    double timesAsFast = 0;   ///< at least so many times as fast as the fastest alternative
+    double timesFloor = 0;    ///< at most so many times the floor
+    double aboveFloorNs = 0;  ///< at most so many nanoseconds over the floor
 };
 
 struct Row {
@@ -32,8 +32,8 @@ struct Row {
     std::string size;
     Goal goal;
     std::vector<Way> ways;
-    double operations = 1;  ///< in one call of a way
-    bool inChild = false;   ///< each call in a process of its own: it changes the process that it runs in
+    double operations = 1;  ///< how many operations one call of a way makes
+    bool inChild = false;   ///< run each call in a process of its own, because it changes the process that it runs in
 };
 
 /// The rows measured so far.
@@ -46,14 +46,14 @@ private:
     nlohmann::json rows_ = nlohmann::json::array();
 };
 
-/// Keeps the compiler from leaving out what nobody looks at.
+/// Keeps the compiler from removing a computation whose result is not used.
 template <class Value>
 void keep(const Value& value) {
     asm volatile("" : : "r,m"(value) : "memory");
 }
 
-/// Ends the program when the ways of a row would not do the same work.
+/// Ends the program unless `asExpected`, so that all ways of a row are known to do the same work.
 void check(bool asExpected, const std::string& what);
 
-/// The rows as a Markdown table.
+/// Formats the rows as a Markdown table.
 std::string tableOf(const nlohmann::json& rows);

@@ -1,4 +1,4 @@
-// Splitting and composing paths.
+// Measures splitting and composing paths.
 #include <filesystem>
 #include <string>
 
@@ -31,7 +31,7 @@ void examine(const char* path) {
 void makeWithOurs() { keep(container().KRPMakePath("/opt/pressmark/results", "report", "html")); }
 
 #ifdef ALTERNATIVES
-// With the same question to the system, whether the whole path is a directory.
+// Makes the same system call as the library, to see whether the whole path is a directory.
 void splitWithFilesystem(const std::string& text) {
     std::error_code ignored;
     const std::filesystem::path path(text);

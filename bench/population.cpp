@@ -19,7 +19,7 @@ namespace {
     for (;;) pause();
 }
 
-// Ends the children that it is given, on every way out of a scope.
+// Ends the given children when the scope is left, in whatever way.
 struct Children {
     std::vector<pid_t> pids;
 
@@ -29,7 +29,7 @@ struct Children {
     }
 };
 
-// A child has its name before its parent goes on: vfork's child would need exec, and a pipe for each too many.
+// Waits until a child has its name. vfork would need an exec, and a pipe for each child would be too many pipes.
 void waitForName(pid_t pid, const char* name) {
     const std::string path = "/proc/" + std::to_string(pid) + "/comm";
     for (;;) {

@@ -5,8 +5,8 @@
 
 #include <sys/types.h>
 
-/// `processes` sleeping processes, the first `engines` of them named like load engines, for the length of a scope. They
-/// are children of one keeper that ends them when this object, or the whole benchmark, goes away.
+/// Keeps `processes` sleeping processes for the length of a scope; the first `engines` of them are named like load
+/// engines. They are children of one keeper, which ends them when this object is destroyed or the benchmark ends.
 class Population {
 public:
     Population(int processes, int engines);
@@ -16,8 +16,8 @@ public:
 
 private:
     pid_t keeper_ = 0;
-    int end_ = -1;  // of the pipe that the keeper waits on
+    int end_ = -1;  // our end of the pipe that the keeper waits on
 };
 
-/// The keeper, a process of its own: `krenv_bench population PROCESSES ENGINES`. Its exit code.
+/// Runs the keeper, a process of its own: `krenv_bench population PROCESSES ENGINES`. Returns its exit code.
 int runPopulation(const std::string& processes, const std::string& engines);

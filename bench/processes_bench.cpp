@@ -1,4 +1,4 @@
-// The statistics, among many processes.
+// Measures the statistics among many processes.
 #include <string>
 #include <vector>
 
@@ -12,8 +12,9 @@
 #include <libproc2/pids.h>
 #endif
 
-// The samplers look at a process once a second. To them this clock passes more than that with each look, as it does for
-// a host that collects every other second; the library finds the program's clock before its own.
+// Replaces the library's clock: the program's function is found before the library's own. The samplers sample a process
+// once a second. This clock moves on by more than that at each call, as it does for a program that collects every other
+// second.
 std::uint64_t nRealtime::gCurrentRaw_compiler() {
     static std::uint64_t now = 0;
     return now += 2'000'000;
@@ -22,7 +23,7 @@ std::uint64_t nRealtime::gCurrentRaw_compiler() {
 namespace {
 
 #ifdef ALTERNATIVES
-// Lists the processes by libproc2 and keeps those with an engine's name.
+// Lists the processes with libproc2 and keeps those with an engine's name.
 std::vector<int> enginesByLibproc2() {
     pids_item items[] = {PIDS_ID_PID, PIDS_CMD};
     pids_info* info = nullptr;

@@ -1,4 +1,4 @@
-// Reading values through the container.
+// Measures reading values through the container.
 #include <cstdlib>
 #include <memory>
 #include <regex>
@@ -24,7 +24,7 @@ constexpr char kPlainValue[] = "/opt/pressmark/data/value.dat";
 
 std::string plainKey(int index) { return "PLAIN_KEY_" + std::to_string(index); }
 
-// The same settings for all sides.
+// The same settings for all ways.
 const std::unordered_map<std::string, std::string>& settings() {
     static const auto all = [] {
         std::unordered_map<std::string, std::string> map{
@@ -52,7 +52,7 @@ const char* read(const char* name) {
 #ifdef ALTERNATIVES
 // --- other ways -----------------------------------------------------------------------------------------------------
 
-// Each call asks for another of the plain settings.
+// Returns another of the plain settings at each call.
 const char* nextKey() {
     static const std::vector<std::string> keys = [] {
         std::vector<std::string> all;
@@ -118,11 +118,11 @@ void measureReferences(Report& report) {
     report.measure(row);
 }
 
-// --- the question for an observer -----------------------------------------------------------------------------------
+// --- the test for an observer ---------------------------------------------------------------------------------------
 
 using Read = const char* (*)(const char* name);
 
-// The reader of a copy of the library, which has loaded the settings.
+// Opens a copy of the library, makes it load the settings, and returns its reader.
 Read openVariant(const char* library, const std::string& file) {
     void* const handle = dlopen(library, RTLD_NOW | RTLD_LOCAL);
     check(handle != nullptr, library);

@@ -1,4 +1,4 @@
-// A copy of the library that is measured beside another one.
+// The entry points of a copy of the library that is measured beside another copy.
 #include "krenv.h"
 
 extern "C" __attribute__((visibility("default"))) int loadVariant(const char* path) { return KRELoadIniFile(path); }

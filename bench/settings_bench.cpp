@@ -1,4 +1,4 @@
-// Loading settings files.
+// Measures loading settings files.
 #include <cstring>
 #include <fstream>
 #include <memory>
@@ -37,7 +37,7 @@ void loadWithOurs(const std::string& path) {
     KRSDestroyTable(table);
 }
 
-// One read into memory of its own, and one pass for the line ends.
+// One read into newly allocated memory, and one pass for the line ends.
 void readAndCount(const std::string& path) {
     const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     struct stat status {};
@@ -106,7 +106,7 @@ void measureLoading(Report& report, const TempDir& dir, const char* size, int ke
     Row row{"load with the load filter", size, {5, 4}, {}};
     row.ways.push_back({Kind::Ours, "", [&path] { loadWithOurs(path); }});
 #ifdef ALTERNATIVES
-    // GKeyFile knows no keys outside a section.
+    // GKeyFile does not support keys outside a section.
     const std::string section = dir.writeFile("section.ini", "[settings]\n" + fileText(keys));
     row.ways.push_back({Kind::Alternative, "getline + unordered_map", [&path] { loadWithGetline(path); }});
     row.ways.push_back({Kind::Alternative, "GKeyFile", [&section] { loadWithGlib(section); }});

@@ -1,4 +1,4 @@
-// Initialisation, and the start of pmenv as a process.
+// Measures initialisation, and pmenv as a process.
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -32,7 +32,7 @@ void runAndRead(const char* command) {
     pclose(pipe);
 }
 
-// What the report asks of the system.
+// Makes the system calls of the start-up report.
 void askSystem(const std::string& settings) {
     struct stat status {};
     stat(settings.c_str(), &status);
@@ -49,7 +49,8 @@ void askSystem(const std::string& settings) {
     runAndRead("getconf LONG_BIT");
 }
 
-// Each in a process of its own, because KREInit reads the processor's name only once. The records go nowhere.
+// Each call runs in a process of its own, because KREInit reads the processor's name only once. The records are
+// dropped.
 void measureInit(Report& report, const TempDir& dir) {
     nLogging::gSetSink([](const nLogging::Record& record) { keep(record.text.data()); });
     const std::string directory = dir.path();
@@ -93,7 +94,7 @@ void measurePmenv(Report& report, const TempDir& dir) {
           {Kind::Floor, "", [] { runProgram({EMPTY_PROGRAM}); }}}});
 }
 
-// A third of the values refers to others, when loaded and when read.
+// A third of the values have references to others, in braces and in parentheses.
 std::string manySettings(int count) {
     std::string text;
     for (int i = 0; i < count; ++i) {
@@ -104,7 +105,7 @@ std::string manySettings(int count) {
     return text;
 }
 
-// The whole process: nothing is wrong with the file, so that it prints next to nothing.
+// Measures the whole process. The file has no mistakes, so that next to nothing is printed.
 void measureWholeFiles(Report& report, const TempDir& dir) {
     const std::string file = dir.writeFile("many.ini", manySettings(100'000));
     report.measure(

@@ -1,4 +1,4 @@
-// The measured rows as people read them.
+// Formats the measured rows for people.
 #include <algorithm>
 #include <cstdio>
 
@@ -29,7 +29,7 @@ std::string timeText(double nanoseconds) {
 // One row's figures; 0 where the row has none.
 struct Figures {
     double ours = 0;
-    double fastest = 0;  // of the alternatives
+    double fastest = 0;  // alternative
     double floor = 0;
     std::string alternatives;
 
@@ -51,7 +51,7 @@ private:
     }
 };
 
-// What was asked of a row, each with its verdict.
+// The goals of a row, and whether each was met.
 std::string verdicts(const Json& goal, const Figures& figures) {
     std::string text;
     const auto add = [&text](const std::string& asked, bool met) {

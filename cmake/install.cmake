@@ -1,5 +1,5 @@
-# What is installed, in three components: `runtime`, `development` and `tool`. The whole may lie anywhere and be moved.
-# An outside project finds it with find_package(krenv), which gives krenv::krenv and krenv::facilities, or with
+# Installs three components: `runtime`, `development` and `tool`. The installed tree may lie anywhere and be moved. An
+# outside project finds it with find_package(krenv), which defines krenv::krenv and krenv::facilities, or with
 # `pkg-config krenv` and `pkg-config krfacilities`.
 set(krenv_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/krenv)
 set(krenv_libraries krenv)
@@ -15,7 +15,7 @@ endif()
 install(TARGETS ${krenv_libraries} EXPORT krenvTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
 
-# --- What programs are built with -------------------------------------------------------------------------------------
+# --- Headers, and files for CMake and pkg-config ----------------------------------------------------------------------
 
 install(DIRECTORY ${krenv_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/krenv COMPONENT development
   FILES_MATCHING PATTERN "*.h")
@@ -27,7 +27,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/krenvConfigVersion.cmake 
 install(FILES ${PROJECT_BINARY_DIR}/krenvConfig.cmake ${PROJECT_BINARY_DIR}/krenvConfigVersion.cmake
   DESTINATION ${krenv_package_dir} COMPONENT development)
 
-# The way from the directory of the .pc files to the top of what is installed.
+# The relative path from the directory of the .pc files to the top of the installed tree.
 string(REGEX REPLACE "[^/]+" ".." krenv_up ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 foreach(library IN LISTS krenv_libraries)
   configure_file(cmake/${library}.pc.in ${PROJECT_BINARY_DIR}/${library}.pc @ONLY)

@@ -1,4 +1,4 @@
-# The build's switches and the compiler flags that follow from them.
+# The build options and the compiler flags that follow from them.
 set(KRENV_FACILITIES bundled CACHE STRING
     "The support facilities that libkrenv is built on: `bundled`, or an imported target that offers the same headers")
 option(KRENV_BUILD_TOOLS "Build pmenv" ${PROJECT_IS_TOP_LEVEL})
@@ -18,7 +18,7 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 
 add_library(krenv_options INTERFACE)
-# Files over 2 GiB, 64-bit inodes and dates after 2038, also on 32 bits.
+# Support files over 2 GiB, 64-bit inodes and dates after 2038, also on 32 bits.
 target_compile_definitions(krenv_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 target_compile_options(krenv_options INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow $<$<BOOL:${KRENV_WERROR}>:-Werror> -fstack-protector-strong)
@@ -34,22 +34,22 @@ if(KRENV_BUILD_FUZZ)
   target_compile_options(krenv_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 if(KRENV_COVERAGE)
-  # Threads count alike, so that no count is lost.
+  # Threads update the counters atomically, so that no count is lost.
   target_compile_options(krenv_options INTERFACE --coverage -fprofile-update=atomic)
-  # With the function that stores the counts of a child process that ends without cleaning up.
+  # Link the function that stores the counts of a child process that ends without cleaning up.
   target_link_options(krenv_options INTERFACE --coverage -Wl,-u,__gcov_dump)
 endif()
 
-# The names and layouts that the libraries' interfaces are compared by (`./dev abi`) come from the debugging information of
-# the release build. It changes no instruction and is stripped from the packages.
+# Adds debugging information to the release build. The names and layouts of the interface are read from it (`./dev
+# abi`). It changes no instruction and is stripped from the packages.
 function(krenv_describe_interface)
   foreach(target IN LISTS ARGN)
     target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-g>)
   endforeach()
 endfunction()
 
-# Makes a shared library offer what its export macros name, and nothing of the standard library's templates. Sanitizers
-# need those to be the same in all parts of a program.
+# Makes a shared library export the symbols that its export macros name, and none of the standard library's templates.
+# Builds with sanitizers still export the templates, because those must be the same in all parts of a program.
 function(krenv_hide_std library)
   if(NOT KRENV_SANITIZE)
     set(map ${PROJECT_SOURCE_DIR}/cmake/hide-std.map)

@@ -1,5 +1,5 @@
-# What `./dev package` makes of the installed files: an archive that unpacks anywhere, and a Debian package of each
-# component. packaging/debian/ adds to the latter what only Debian wants.
+# `./dev package` makes of the installed files an archive that unpacks anywhere, and a Debian package for each
+# component. packaging/debian/ adds to the packages what only Debian needs.
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   set(krenv_architecture i386)
 else()
@@ -22,12 +22,12 @@ set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${krenv_architecture})
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(krenv_debian_version ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
-# Also for i386: `./dev` sees to it that the libraries of that architecture are installed as packages.
+# This works for i386 too, because `./dev` installs the libraries of that architecture as packages.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/src ${PROJECT_BINARY_DIR}/facilities)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")   # would become the first line of all three descriptions
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")   # else it would become the first line of all three descriptions
 set(krenv_library_text
 "Settings from pressmark.ini with references that are expanded, paths and
 file search, facts about the host, and the memory and processor load of the

@@ -1,4 +1,4 @@
-// environment.h - a process environment for each input, in front of getenv.
+// environment.h - replaces getenv, so that each input has a process environment of its own.
 #pragma once
 
 #include <map>

@@ -1,4 +1,4 @@
-// fuzzing.h - what the fuzz targets share. Each target is a file with one LLVMFuzzerTestOneInput.
+// fuzzing.h - helpers that the fuzz targets share. Each target is a file with one LLVMFuzzerTestOneInput.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +13,7 @@
 
 #include "Logging.h"
 
-/// Ends the run with the input kept as a crash.
+/// Crashes unless `holds`, so that the fuzzer keeps the input.
 inline void require(bool holds, const std::string& what) {
     if (holds) return;
     std::fprintf(stderr, "not as it should be: %s\n", what.c_str());
@@ -25,7 +25,7 @@ inline void requireEqual(std::string_view expected, std::string_view actual, con
             what + "\n  expected: \"" + std::string(expected) + "\"\n  actual:   \"" + std::string(actual) + "\"");
 }
 
-/// Records are composed as ever, and shown to nobody.
+/// Drops the log's records, which are still composed.
 inline void hushLog() {
     static const bool hushed = [] {
         nLogging::gSetSink([](const nLogging::Record&) {});
@@ -57,7 +57,7 @@ inline std::string_view textOf(const std::uint8_t* data, std::size_t size) {
     return {reinterpret_cast<const char*>(data), size};
 }
 
-/// Takes what stands before the first `separator` off the front of `*rest`.
+/// Removes the text up to the first `separator` from the front of `*rest`, and the separator. Returns the text.
 inline std::string_view takeUntil(std::string_view* rest, char separator) {
     const std::size_t end = rest->find(separator);
     const std::string_view part = rest->substr(0, end);

@@ -1,5 +1,5 @@
-// The load filter and the two resolvers on any text, against the plain resolver of slowResolver.h. The settings and the
-// process environment refer to each other in all forms.
+// Passes any text to the load filter and the two resolvers, and compares them with the plain resolver of
+// slowResolver.h. The settings and the process environment refer to each other in all forms.
 #include "EnvSettings.h"
 #include "environment.h"
 #include "fuzzing.h"

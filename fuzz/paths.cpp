@@ -1,5 +1,5 @@
-// The path functions on any text and size. Results are compared with a plain reading of the rules; buffers are made
-// exactly as large as promised, so that the address sanitizer sees each character written outside.
+// Calls the path functions with any text and size. Results are compared with a plain implementation of the rules.
+// Buffers are exactly as large as promised, so that the address sanitizer detects each character written outside.
 #include <algorithm>
 #include <memory>
 #include <vector>
@@ -41,7 +41,7 @@ void checkSplit(KREnvContainerClass& env, const std::string& path) {
     requireEqual(expected.ext, ext, "the extension");
 }
 
-// What stood in the buffer before matters when the directory is empty.
+// When the directory is empty, the result depends on the earlier content of the buffer.
 void checkMake(KREnvContainerClass& env, const std::string& dir, const std::string& name, const std::string& ext,
                std::string* made) {
     std::string expected = dir.empty() ? *made : dir;
@@ -55,7 +55,7 @@ void checkMake(KREnvContainerClass& env, const std::string& dir, const std::stri
 }
 
 void checkShorten(KREnvContainerClass& env, const std::string& path, int width) {
-    // As much as the longest of both outcomes needs: the path itself, or `width` characters.
+    // Room for the longer of the two results: the path itself, or `width` characters.
     const std::size_t room = std::max<std::size_t>(path.size(), static_cast<std::size_t>(std::max(width, 0))) + 1;
     const std::unique_ptr<char[]> out(new char[room]);
     const char* const shortened = env.KRPAdjustPathLen(path.c_str(), out.get(), width);
@@ -84,7 +84,7 @@ void checkRest(KREnvContainerClass& env, const std::string& path, const std::str
     env.KRPPathFileExist(path.c_str(), other.c_str());
 }
 
-// "@N" at the front of a text repeats the rest of it: long paths take long inputs otherwise.
+// "@N" at the front of a text repeats the rest of it, because long paths would otherwise need long inputs.
 std::string expanded(std::string_view text) {
     std::size_t times = 1;
     if (text.size() > 2 && text[0] == '@') {
@@ -98,7 +98,7 @@ std::string expanded(std::string_view text) {
 
 }  // namespace
 
-// The input: a byte that says how wide, then texts ended by newlines.
+// The input: two bytes that give the width, then texts that end with newlines.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     hushLog();
     if (size < 2) return 0;

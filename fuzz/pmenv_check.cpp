@@ -1,4 +1,5 @@
-// pmenv check on any file: it ends, its findings lie in the file, and it refuses what the library refuses.
+// Runs pmenv check on any file: it must end, its findings must lie in the file, and it must refuse what the library
+// refuses.
 #include <clocale>
 
 #include "check.h"

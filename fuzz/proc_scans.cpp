@@ -1,7 +1,8 @@
-// What the statistics read from /proc, made of the input: the stat and statm of a process, the stat of the machine, and
-// the entries of /proc with the command names in their stat files.
+// Makes from the input everything that the statistics read from /proc: the stat and statm of a process, the stat of the
+// machine, and the entries of /proc with the command names in their stat files.
 //
-// The input is parts ended by NUL: the machine's stat, then for each process its directory's name, stat and statm.
+// The input consists of parts that end with NUL: the machine's stat, then for each process its directory's name, stat
+// and statm.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -20,12 +21,12 @@ std::vector<std::string> directories;
 std::size_t nextDirectory = 0;
 dirent entry;
 
-char directoryMark;  // what opendir gives; nothing of it is looked at
+char directoryMark;  // opendir returns its address; its value is not used
 
 std::FILE* openFuzzed(const char* path) {
     const auto found = files.find(path);
     if (found == files.end()) return nullptr;
-    // An empty text cannot be opened as memory.
+    // fmemopen refuses an empty text.
     return found->second.empty() ? std::fopen("/dev/null", "r")
                                  : fmemopen(found->second.data(), found->second.size(), "r");
 }
@@ -82,7 +83,7 @@ void makeFiles(std::string_view input) {
     }
 }
 
-// "77 (sh) S ...": the first word behind the parenthesis, less its last character, which is the closing one.
+// "77 (sh) S ...": the first word after the parenthesis without its last character, the closing parenthesis.
 std::string commandName(const std::string& stat) {
     unsigned id = 0;
     char word[256];

@@ -1,6 +1,6 @@
-// Loading pressmark.ini and reading every value of it, against the plain resolver of slowResolver.h.
+// Loads pressmark.ini, reads each of its values, and compares them with the plain resolver of slowResolver.h.
 //
-// The input is a settings file. Lines that begin with "%" are taken out first: %NAME=VALUE sets a process variable.
+// The input is a settings file. Lines that begin with "%" are removed first: %NAME=VALUE sets an environment variable.
 #include <map>
 
 #include "EnvSettings.h"
@@ -35,7 +35,7 @@ std::optional<std::string> lookUp(const Table& table, char sign, const std::stri
     return variableIn(sign == '$' ? fuzzedEnvironment() : table, name);
 }
 
-// What the load stores: entry by entry, so that each sees what stands above.
+// What the load must store: entry by entry, so that each entry sees those above it.
 Table loadSlowly(const SlowFile& file) {
     Table table;
     SlowResolver resolver('{', '}', [&](char sign, const std::string& name) { return lookUp(table, sign, name); });

@@ -1,4 +1,4 @@
-// The settings tables against the plain parser of slowSettings.h: the same entries, lines and errors.
+// Compares the settings tables with the plain parser of slowSettings.h: entries, lines and errors must be the same.
 #include <map>
 
 #include "fuzzing.h"
@@ -23,7 +23,7 @@ void compareEntries(int table, const SlowFile& expected) {
         requireEqual(expected.entries[index].value, KRSGetValue(table, key.c_str()), key);
 }
 
-// Line by line the same as the whole load, up to the first line that is refused.
+// Reading line by line must give the same as the whole load, up to the first line that is refused.
 void compareLines(const std::string& path, const std::string& text, const SlowFile& expected) {
     const std::vector<std::string> lines = slowLines(text);
     std::size_t line = 0;

@@ -1,5 +1,5 @@
-// slowResolver.h - the expansion of references step by step as it is meant: recursive, every match tried by hand, with
-// the same limits. The fuzz targets hold the library's resolvers against it.
+// slowResolver.h - a plain implementation of the expansion of references: recursive, with every match tried by hand and
+// with the same limits. The fuzz targets compare the library's resolvers with it.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +14,7 @@ public:
 
     SlowResolver(char open, char close, LookUp lookUp) : open_(open), close_(close), lookUp_(std::move(lookUp)) {}
 
-    /// The expanded text, or nothing when it goes round in a circle or takes too much.
+    /// The expanded text, or nothing when there is a cycle or a limit is passed.
     std::optional<std::string> operator()(std::string text) {
         inProgress_.clear();
         substitutions_ = searched_ = 0;
@@ -30,7 +30,7 @@ private:
 
     static bool isNameCharacter(char c) { return c != ' ' && c != '\t' && c != '\n' && c != '(' && c != ')'; }
 
-    // How long a reference at `position` is at most; 0 for none.
+    // The greatest length of a reference at `position`; 0 for none.
     std::size_t matchAt(const std::string& text, std::size_t position) const {
         if (text[position] != '$' && text[position] != '#') return 0;
         if (position + 1 >= text.size() || text[position + 1] != open_) return 0;

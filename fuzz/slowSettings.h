@@ -1,5 +1,5 @@
-// slowSettings.h - the grammar of settings files written down a second time, as plainly as possible and without a
-// thought for speed. The fuzz target holds the real tables against it.
+// slowSettings.h - a second implementation of the grammar of settings files, as plain as possible and not made for
+// speed. The fuzz target compares the real tables with it.
 #pragma once
 
 #include <algorithm>

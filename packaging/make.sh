@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Packs what has been built: an archive and the Debian packages.
+# Makes the archive and the Debian packages from a finished build.
 #
 #   make.sh BUILD-DIRECTORY OUTPUT-DIRECTORY
 set -euo pipefail
@@ -7,7 +7,7 @@ set -euo pipefail
 build=$(realpath "$1") output=$(realpath -m "$2")
 architecture=$(sed -n 's/^set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE "\(.*\)")/\1/p' "$build/CPackConfig.cmake")
 
-# The architecture is that of the packages among which the dependencies are looked for.
+# DEB_HOST_ARCH selects the packages in which the dependencies are searched.
 mkdir -p "$output"
 DEB_HOST_ARCH=$architecture cpack --config "$build/CPackConfig.cmake" -B "$output" >"$output/cpack.log" 2>&1 || {
     cat "$output/cpack.log"

@@ -1,5 +1,5 @@
-// A host program that shows its user where the value of a setting comes from: it watches the library's own resolution,
-// when pressmark.ini is loaded and when the value is read.
+// A host program that shows its user where the value of a setting comes from: it observes the library's resolver while
+// pressmark.ini is loaded and while the value is read.
 #include <cstdio>
 #include <string>
 #include <utility>
@@ -11,12 +11,12 @@
 
 namespace {
 
-// Prints each step, indented by how deep it lies.
+// Prints each step, indented by its depth.
 class Printer : public KRSLoadObserver {
 public:
     explicit Printer(std::string setting) : setting_(std::move(setting)) {}
 
-    // While the file is loaded all entries come by; one key is asked for.
+    // While the file is loaded, all of its entries are reported; only one key is printed.
     void begun(const char* key, const char* value) override {
         shows_ = setting_ == key;
         print("in the file: ", value);
@@ -32,10 +32,10 @@ public:
         print("read: ", value);
     }
 
-    // The references in braces at load, those in parentheses when the value is read.
+    // Called for references in braces at load, and for references in parentheses when the value is read.
     void found(const KRSReference& reference) override {
         ++depth_;
-        const char* const source = reference.isVariable() ? "process variable" : "setting";
+        const char* const source = reference.isVariable() ? "environment variable" : "setting";
         print((reference.written() + ", " + source + (reference.value != nullptr ? ": " : ", not defined")).c_str(),
               reference.value);
     }
@@ -70,7 +70,7 @@ bool explain(const char* name, Printer& printer) {
     KRSRuntimeResolve(inProgress, text);
 
     KREnvContainerClass env;
-    const char* const value = env.KREGetEnvValue(name);  // none when it is longer than 2047 characters
+    const char* const value = env.KREGetEnvValue(name);  // null when it is longer than 2047 characters
     return value != nullptr && std::printf("%s = %s\n", name, value) > 0;
 }
 

@@ -1,4 +1,4 @@
-// The settings tables by themselves, without the environment library: lists what a settings file holds, as it is stored.
+// Uses the settings tables without the environment library: lists the settings of a file as they are stored.
 #include <cstddef>
 #include <cstdio>
 

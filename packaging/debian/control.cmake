@@ -1,5 +1,5 @@
-# Run by CPack on the finished packages. CPack 3.25 has no variable for Multi-Arch, and where Debian wants the trigger for
-# ldconfig it writes scripts that call it; both are put right here.
+# CPack runs this on the finished packages. CPack 3.25 has no variable for Multi-Arch, and it writes scripts that call
+# ldconfig where Debian wants a trigger. This script corrects both.
 foreach(package IN LISTS CPACK_PACKAGE_FILES)
   if(NOT package MATCHES "/(libkrenv[^/]*)_[^/]*\\.deb$")
     continue()

@@ -1,5 +1,6 @@
-# Run by CPack between installing and packing. Adds to each Debian package its changelog, copyright and lintian
-# overrides, compresses its manual page and takes out the search path, which the system's directories need not.
+# CPack runs this between installing and packing. It adds to each Debian package its changelog, copyright and lintian
+# overrides, compresses its manual page and removes the run-time search path, which libraries in the system's
+# directories do not need.
 if(NOT CPACK_GENERATOR STREQUAL "DEB")
   return()
 endif()

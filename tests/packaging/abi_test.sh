@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Compares the binary interface of a shared library, its functions, types and their layout, with its checked-in description.
+# Compares the binary interface of a shared library (functions, types and their layout) with its checked-in description.
 #
-#   abi_test.sh LIBRARY DESCRIPTION     the comparison; prints what differs
-#   abi_test.sh LIBRARY                 prints the description as it should be (`./dev abi --accept` checks it in)
+#   abi_test.sh LIBRARY DESCRIPTION     compares and prints the differences
+#   abi_test.sh LIBRARY                 prints the description of the library (`./dev abi --accept` stores it)
 set -euo pipefail
 export LC_ALL=C
 
 suppressions=$(dirname "${BASH_SOURCE[0]}")/abi.suppressions
 
-# Without what differs from one checkout to the next, and without what others offer.
+# Omits what differs between checkouts, and the symbols of other libraries.
 describe() {
     abidw --suppressions "$suppressions" --exported-interfaces-only --drop-undefined-syms --no-elf-needed --no-corpus-path \
         --no-comp-dir-path --no-show-locs --no-parameter-names --type-id-style hash "$1" | sed -E "s|(<abi-instr .* path=')[^']*/|\1|"

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# The Debian packages of a build: makes them, looks at them with lintian, and installs, uses and removes them in a root
-# directory that holds nothing else but the packages that they say they depend on. The archive that is made with them is
-# unpacked and used.
+# Tests the Debian packages of a build: makes them, checks them with lintian, and installs, uses and removes them in a
+# root directory that contains only the packages that they declare as dependencies. Also unpacks and uses the archive
+# that is made with them.
 #
 #   debian_test.sh make|lintian|install|archive BUILD-DIRECTORY EXAMPLES-DIRECTORY
 set -euo pipefail
@@ -31,7 +31,7 @@ case $what in
     *) fail "unknown: $what" ;;
 esac
 
-# Root's rights may be had for the asking in a user namespace. Where they may not, the packages are unpacked only.
+# A user namespace may give us root's rights. Where it does not, the packages are only unpacked.
 if ((EUID != 0)) && unshare --map-root-user true 2>/dev/null; then exec unshare --map-root-user "$0" "$@"; fi
 
 cached() { sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt"; }
@@ -43,7 +43,7 @@ version=$(dpkg-deb -f "$pmenv_package" Version)
 root=$(mktemp -d /tmp/krenv-root-XXXXXX)
 trap 'rm -rf "$root"' EXIT
 
-# --- A root with the packages that ours depend on, and theirs ---------------------------------------------------------
+# --- A root directory with all direct and indirect dependencies of our packages ---------------------------------------
 
 depends_of() { sed 's/([^)]*)//g; s/|[^,]*//g; s/:any//g; s/[, ]\+/\n/g' | sed '/^$/d'; }
 
@@ -77,7 +77,7 @@ make_root() {
     dpkg --root="$root" --add-architecture "$architecture"
 }
 
-# --- With root's rights: the whole way through dpkg -------------------------------------------------------------------
+# --- With root's rights: installing and removing with dpkg ------------------------------------------------------------
 
 in_dpkg() { dpkg --root="$root" --log="$root/var/log/dpkg.log" "$@" >"$root/output" 2>&1; }
 
@@ -99,10 +99,11 @@ remove_packages() {
     files_in_root | diff "$root/var/before" - || fail "removing the packages leaves something behind"
 }
 
-# --- Using what is installed ------------------------------------------------------------------------------------------
+# --- Using the installed packages -------------------------------------------------------------------------------------
 
 run() { chroot "$root" "$@"; }
-# Without root's rights there is no other root directory: the programs run in this one, with the library's directory.
+# Without root's rights there is no chroot: the programs run in this root directory and are told the library's
+# directory.
 run_unpacked() { local program=$1; shift; LD_LIBRARY_PATH="$root/usr/$libdir" "$root$program" "$@"; }
 
 expect() { # TEXT COMMAND...

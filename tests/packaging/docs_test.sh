@@ -1,27 +1,32 @@
 #!/usr/bin/env bash
-# Runs what a page of the documentation shows: its commands and its code, in the order of the page, as the page's reader
-# would with the installed package.
+# Runs the commands and the code of a documentation page, in the order of the page and with the installed package, as a
+# reader of the page would.
 #
 #   docs_test.sh PAGE BUILD-DIRECTORY
-#   docs_test.sh --self BUILD-DIRECTORY    whether it notices all that is wrong on tests/packaging/docs_reader/wrong-page.txt
+#   docs_test.sh --self BUILD-DIRECTORY    checks that it notices every mistake on
+# tests/packaging/docs_reader/wrong-page.txt
 #
-# What becomes of a block depends on its language:
+# The language of a block decides how it is tested:
 #
-#   console   what follows `$ ` is run in a shell and must succeed; the lines below it, if any, must be what it prints.
-#             A line `...` stands for any lines. A comment that tells an exit code allows that one, and only that one
-#             unless it says `or 0`. Long measurements are shortened. A screen (--watch) is compared by its words.
-#   sh        run as a script; commands that build or change the machine (see checked_only) are looked at instead: that
-#             there is such a sub-command, preset, target or test
-#   cpp       a program with `main` is compiled, linked and run, and is main.cpp to the blocks below it; anything else is
-#             compiled and linked as the body of a function that has a container object `env`
-#   cmake     a project is built from it, with main.cpp as the target `host`
-#   ini       a settings file that can be loaded; it lies in the reader's directory under the name in its first comment
-#             (`; engine.ini`), or as pressmark.ini
-#   json      an object or a list that can be read
-#   text      drawings and forms, nothing that could be run
+#   console   The text after `$ ` is run in a shell and must succeed; it must print the lines below it, if there are
+# any.
+#             A line `...` stands for any number of lines. A comment `exit code N` requires that exit code; with `or 0`
+#             also 0 is allowed. Long measurements are shortened. A screen (--watch) is compared by its words.
+#   sh        The block is run as a script. Commands that build or change the machine (see checked_only) are not run;
+# the
+#             test only checks that the sub-command, preset, target or test that they name exists.
+#   cpp       A program with `main` is compiled, linked and run, and serves as main.cpp for the blocks below it.
+# Anything
+#             else is compiled and linked as the body of a function that has a container object `env`.
+#   cmake     A project is built from it, with main.cpp as the target `host`.
+#   ini       The block must be a settings file that can be loaded. It is stored in the reader's directory under the
+# name
+#             in its first comment (`; engine.ini`), or as pressmark.ini.
+#   json      The block must be an object or a list that can be read.
+#   text      Drawings and forms, which cannot be run.
 #
-# Other languages, blocks without one, and indented blocks fail. Links within the repository must lead somewhere, and
-# `./dev WORD` and `pmenv WORD` in running text must name sub-commands.
+# Other languages, blocks without a language, and indented blocks fail. Targets of links within the repository must
+# exist, and `./dev WORD` and `pmenv WORD` in running text must name sub-commands.
 set -euo pipefail
 export LC_ALL=C.UTF-8 TZ=UTC NO_COLOR=1
 
@@ -55,7 +60,7 @@ prepare() {
     mkdir -p "$here/bin"
     cp -r "$root/examples" "$root/README.md" "$here"
     cp -r "$root/tests/packaging/docs_reader/." "$here"
-    # The settings of the example, installed where this reader has the product.
+    # The example settings, as if the product were installed in the reader's directory.
     { cat "$root/examples/pressmark.ini"; printf '[]\nKR_BIN = %s\n' "$here/bin"; } >"$home/pressmark.ini"
     cp "$root/examples/host/main.cpp" "$here"
     export HOME=$home PATH=$prefix/bin:$PATH LD_LIBRARY_PATH=$prefix/$libdir KR_BIN=$here/bin
@@ -64,7 +69,8 @@ prepare() {
 
 # --- The page's blocks ------------------------------------------------------------------------------------------------
 
-# Writes each block to blocks/NUMBER.LANGUAGE, its first line's number to blocks/NUMBER.line; prints NUMBER.LANGUAGE.
+# Writes each block to blocks/NUMBER.LANGUAGE and the number of its first line to blocks/NUMBER.line. Prints
+# NUMBER.LANGUAGE.
 extract() {
     mkdir -p "$work/blocks"
     awk -v out="$work/blocks/" '
@@ -99,7 +105,7 @@ as_the_reader_sees_it() { sed -e "s|$here|/home/guest/krenv|g; s|$home|/home/gue
 words() { grep -oE '[A-Za-z_]{3,}' | grep -vxE '[KMGT]iB' | sort -u; }
 
 last=0
-run_in_shell() { # COMMAND: prints what it prints; its exit code is in $work/code
+run_in_shell() { # COMMAND: prints the command's output, and writes its exit code to $work/code
     local code=0
     (cd "$here" && timeout 60 bash -c "(exit $last); $1") </dev/null >"$work/printed" 2>&1 || code=$?
     echo "$code" >"$work/code"
@@ -110,8 +116,8 @@ same_words() { # EXPECTED-FILE PRINTED-FILE
     diff <(words <"$1") <(words <"$2") >"$work/differences"
 }
 
-# The screen is drawn when the first figures have been measured; a busy machine takes its time.
-shows_on_terminal() { # COMMAND EXPECTED-FILE; there is a process that looks like a load engine
+# The screen is drawn when the first figures have been measured, which takes longer on a busy machine.
+shows_on_terminal() { # COMMAND EXPECTED-FILE; while a process runs that looks like a load engine
     local socket=$work/tmux engine seconds fits=1
     ln -sf "$(command -v sleep)" "$work/PMLoadEngineMain"
     "$work/PMLoadEngineMain" 120 &
@@ -150,7 +156,7 @@ check_command() { # LINE COMMAND EXPECTED-FILE
     command=$(shortened <<<"$2")
     if [[ $command == *--watch* && -s $expected ]]; then
         shows_on_terminal "${command%%#*}" "$expected" ||
-            { complain "$line" "the screen has other words: $2"; cat "$work/differences" "$work/screen" >&2; }
+            { complain "$line" "the screen shows different words: $2"; cat "$work/differences" "$work/screen" >&2; }
         return
     fi
     [[ $command != *--watch* ]] || command=${command/--watch/--watch --count 1}
@@ -189,7 +195,7 @@ preset_exists() { grep -qF "\"$1\"" <<<"$(cd "$root" && cmake --list-presets=all
 target_exists() { grep -qE "(^|/)$1: " <<<"$(ninja -C "$build" -t targets all)"; }
 test_exists() { grep -qE 'Total Tests: [1-9]' <<<"$(ctest --test-dir "$build" -N -R "$1")"; }
 
-# Commands that would take the tests into themselves, or change the machine. Succeeds when it has dealt with one.
+# Checks commands that would run the tests recursively or change the machine. Succeeds when the command is one of these.
 checked_only() { # LINE COMMAND
     local line=$1 command=$2 preset target name
     preset=$(option --preset "$command")
@@ -208,7 +214,7 @@ checked_only() { # LINE COMMAND
             name=$(option -R "$command")
             [[ -z $name ]] || test_exists "$name" || complain "$line" "no test is called $name"
             ;;
-        "cmake -DKRENV_FACILITIES="*) ;; # needs a product's facilities; the test minimal_facilities builds with a set of its own
+        "cmake -DKRENV_FACILITIES="*) ;; # needs a product's facilities; see the test minimal_facilities
         *"apt install "* | *"apt-get install "* | "git "*) ;;
         *) return 1 ;;
     esac
@@ -226,7 +232,7 @@ treat_sh() { # BLOCK LINE
 
 # --- cpp and cmake ----------------------------------------------------------------------------------------------------
 
-compile() { # SOURCE PROGRAM OPTION...: with the installed package; complaints go to standard error
+compile() { # SOURCE PROGRAM OPTION...: with the installed package; prints the compiler's errors to standard error
     local source=$1 program=$2 options
     shift 2
     options="$flags -std=c++17 -Wall -Wextra -Werror $(pkg-config --cflags krenv)"
@@ -235,7 +241,7 @@ compile() { # SOURCE PROGRAM OPTION...: with the installed package; complaints g
         { sed "s|$work/||" "$work/errors" >&2; return 1; }
 }
 
-# Everything that is installed, and a function around the rest.
+# Includes all installed headers and puts the rest of the block into a function.
 as_function() { # BLOCK LINE
     (cd "$prefix/include/krenv" && printf '#include "%s"\n' *.h)
     printf '#include <cstdio>\n#include <string>\n#include <vector>\n'
@@ -295,7 +301,7 @@ treat_text() { # BLOCK LINE
 check_links() {
     local target
     while read -r target; do
-        [[ -e $(dirname "$page")/${target%%#*} ]] || complain 1 "a link to $target, which is not there"
+        [[ -e $(dirname "$page")/${target%%#*} ]] || complain 1 "a link to $target, which does not exist"
     done < <(grep -oE '\]\([^)#:]+[^):]*\)' "$page" | sed 's/^](//; s/)$//' | sort -u)
 }
 
@@ -319,8 +325,8 @@ for block in $(extract); do
         ini) treat_ini "$work/blocks/$block" "$line" ;;
         json) treat_json "$work/blocks/$block" "$line" ;;
         text) treat_text "$work/blocks/$block" "$line" ;;
-        none) complain "$line" "a block that does not tell its language" ;;
-        *) complain "$line" "nobody knows how to test $language" ;;
+        none) complain "$line" "a block without a language" ;;
+        *) complain "$line" "a block in $language, which this test cannot run" ;;
     esac
 done
 [[ ! -f $work/blocks/indented ]] ||

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Compares what a shared library exports with its checked-in list, in both directions.
+# Compares the symbols that a shared library exports with its checked-in list, in both directions.
 #
-#   exports_test.sh LIBRARY LIST      the comparison
-#   exports_test.sh LIBRARY           prints the list as it should be (`./dev exports` checks it in)
+#   exports_test.sh LIBRARY LIST      compares and prints the differences
+#   exports_test.sh LIBRARY           prints the list of the library (`./dev exports` stores it)
 set -euo pipefail
 export LC_ALL=C
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Looks whether shared libraries and programs were built and linked with the usual protections.
+# Checks that shared libraries and programs were built and linked with the usual hardening options.
 #
 #   hardening_test.sh FILE...
-#   hardening_test.sh --self COMPILER    whether it notices what a program lacks that is built without them
+#   hardening_test.sh --self COMPILER    checks that the test notices each option that a program was built without
 set -euo pipefail
 export LC_ALL=C
 
@@ -15,22 +15,22 @@ look_at() { # FILE
     local file=$1 dynamic segments symbols plain
     dynamic=$(readelf -dW "$file") segments=$(readelf -lW "$file") symbols=$(imported "$file")
 
-    # Return addresses are guarded where a function has buffers.
+    # Functions with buffers guard their return addresses.
     grep -qx __stack_chk_fail <<<"$symbols" || complain "$file" "no stack protector"
 
-    # Addresses of functions are settled at the start and read-only from then on.
+    # Addresses of functions are resolved at the start and read-only from then on.
     grep -q GNU_RELRO <<<"$segments" || complain "$file" "no read-only relocations"
     grep -qE '\(BIND_NOW\)|BIND_NOW|Flags:.* NOW' <<<"$dynamic" || complain "$file" "symbols are bound late"
 
-    # No memory is writable and executable, neither stack nor program.
+    # No memory is both writable and executable, neither the stack nor the program.
     grep -qE 'GNU_STACK .* RW +0x' <<<"$segments" || complain "$file" "the stack is executable"
     ! grep -qE 'LOAD .* RWE ' <<<"$segments" || complain "$file" "a segment is writable and executable"
     ! grep -q TEXTREL <<<"$dynamic" || complain "$file" "relocations in the program text"
     grep -qE 'Type: +DYN ' <<<"$(readelf -hW "$file")" || complain "$file" "not position-independent"
 
-    # Calls that write into a buffer of known size check it, and those that know no size are not used.
+    # Calls that write into a buffer of known size check that size, and calls that know no size are not used.
     grep -qE '^__.*_chk$' <<<"$symbols" || complain "$file" "no fortified call"
-    # (std::to_string takes the address of vsnprintf, which cannot be another function's.)
+    # (vsnprintf is allowed, because std::to_string takes its address, which fortifying cannot replace.)
     plain=$(grep -xE 's?n?printf|vs?printf|v?fprintf|gets|strcat|strncat' <<<"$symbols" || true)
     [[ -z $plain ]] || complain "$file" "calls that should be fortified: ${plain//$'\n'/ }"
 }
@@ -38,7 +38,7 @@ look_at() { # FILE
 self_test() { # COMPILER
     local work complaint
     work=$(mktemp -d /tmp/krenv-hardening-XXXXXX)
-    # shellcheck disable=SC2064 # the directory of now
+    # shellcheck disable=SC2064 # the directory is expanded now, on purpose
     trap "rm -rf '$work'" EXIT
     cat >"$work/bare.cpp" <<'END'
 #include <cstdio>

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the built package component by component into an empty directory with a blank in its name, moves it to
-# another, and builds the programs in examples/ against it there as outside projects would.
+# another directory, and builds the programs in examples/ against it as outside projects would.
 #
 #   package_test.sh cmake|pkg-config BUILD-DIRECTORY EXAMPLES-DIRECTORY
 set -euo pipefail
@@ -11,7 +11,7 @@ trap 'rm -rf "$work"' EXIT
 fail() { printf 'package_test.sh: %s\n' "$*" >&2; exit 1; }
 quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; fail "failed: $*"; }; }
 
-# What the package was built with decides the word size, and the sanitizers, which a program must share with it.
+# The build of the package decides the word size and the sanitizers, because a program must use the same ones.
 cached() { sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt"; }
 compiler=$(cached CMAKE_CXX_COMPILER)
 sanitize=$(cached KRENV_SANITIZE)
@@ -34,7 +34,7 @@ install_component() { # COMPONENT FILE-IN-IT...
 
 install_component runtime "$libdir/libkrenv.so.1" "$libdir/libkrfacilities.so.1"
 [[ ! -e $work/first/include && ! -e $work/first/$libdir/libkrenv.so ]] || fail "the runtime component has too much"
-# The libraries' links lead to the other component, so they are looked at afterwards.
+# The libraries' links point to the other component, so they are checked only now.
 install_component development include/krenv/krenv.h include/krenv/krs.h "$libdir/pkgconfig/krenv.pc"
 [[ -e $work/first/$libdir/libkrenv.so && -e $work/first/$libdir/libkrfacilities.so ]] || fail "there is nothing to link"
 if [[ $(cached KRENV_BUILD_TOOLS) == ON ]]; then
@@ -54,11 +54,11 @@ build_with_cmake() { # EXAMPLE
 }
 
 build_with_pkg_config() { # EXAMPLE MODULE
-    # Only the directory given here: a krenv that is installed on this machine must not be the one that is found.
+    # Searches only the given directory, so that a krenv that is installed on this machine is not found.
     local options
     options=$(PKG_CONFIG_LIBDIR="$prefix/$libdir/pkgconfig" pkg-config --cflags --libs "$2")
     mkdir "$work/$1"
-    # The options are written for a shell to read: blanks in them are quoted.
+    # The options are quoted for a shell, because they contain blanks.
     eval "'$compiler' $flags -std=c++17 '$examples/$1/main.cpp' -o '$work/$1/$1' $options '-Wl,-rpath,$prefix/$libdir'"
     cp "$examples/pressmark.ini" "$work/$1"
 }
@@ -68,7 +68,7 @@ case $method in
         for project in "$examples"/*/CMakeLists.txt; do build_with_cmake "$(basename "$(dirname "$project")")"; done
         steps=$(HOME=/home/guest "$work/explain/explain" "$examples/pressmark.ini" WORK_DIR)
         # shellcheck disable=SC2016 # the reference as it is written
-        [[ $steps == *'  ${HOME}, process variable: /home/guest'*'WORK_DIR = /home/guest/pressmark' ]] ||
+        [[ $steps == *'  ${HOME}, environment variable: /home/guest'*'WORK_DIR = /home/guest/pressmark' ]] ||
             fail "the explain program printed: $steps"
         grep -qF "set(PACKAGE_VERSION \"$version\")" "$prefix/$libdir/cmake/krenv/krenvConfigVersion.cmake" ||
             fail "the CMake package is not version $version"
@@ -86,7 +86,7 @@ esac
 
 # --- Using it ---------------------------------------------------------------------------------------------------------
 
-# The installed companion finds its libraries, wherever it lies.
+# The installed pmenv finds its libraries, wherever it lies.
 if [[ $(cached KRENV_BUILD_TOOLS) == ON ]]; then
     [[ $("$prefix/bin/pmenv" --version) == "pmenv $version" ]] || fail "the installed pmenv is not version $version"
     head -n 1 "$prefix/share/man/man1/pmenv.1" | grep -qF "\"pmenv $version\"" || fail "its page is not of version $version"
@@ -100,7 +100,7 @@ while read -r file; do
     [[ -e $prefix/share/doc/krenv/$file ]] || fail "the installed README.md points to $file, which is not there"
 done < <(grep -oE '\((docs|examples)/[^)]*\)' "$prefix/share/doc/krenv/README.md" | tr -d '()' | sort -u)
 
-# Another working directory, and no other place where settings could come from.
+# Runs in another working directory, where settings can come only from the directory of the program.
 output=$(cd / && env -u KR_BIN HOME=/home/guest "$work/host/host" 2>"$work/log") || { cat "$work/log"; fail "host failed"; }
 echo "$output"
 [[ $output == "RESULTS_DIR = /home/guest/pressmark/results/nightly" ]] || fail "the host program printed something else"

@@ -7,12 +7,12 @@
 
 namespace {
 
-// The blocks of the size that is watched. A table of fixed size, as it must not allocate itself.
+// The blocks of the watched size. The table has a fixed size, because it must not allocate.
 std::size_t g_watchedSize = 0;
 std::array<void*, 4096> g_blocks;
 std::size_t g_blockCount = 0;
 
-int g_untilFailure = 0;  // 0: none will fail
+int g_untilFailure = 0;  // counts down to the allocation that fails; 0: none will fail
 int g_pauses = 0;
 
 void remember(void* address) {
@@ -50,8 +50,8 @@ bool FailingAllocation::happened() const { return g_untilFailure == 0; }
 AllocationsAlwaysWork::AllocationsAlwaysWork() { ++g_pauses; }
 AllocationsAlwaysWork::~AllocationsAlwaysWork() { --g_pauses; }
 
-// size_t is unsigned int on 32 bits and unsigned long on 64, so each build uses one of every pair. Visible, because the
-// linker wants them so where a shared library uses the wrapped function too.
+// size_t is unsigned int on 32 bits and unsigned long on 64, so each build uses one of every pair. They are visible,
+// because the linker requires that where a shared library uses the wrapped function too.
 #pragma GCC visibility push(default)
 extern "C" {
 

@@ -1,12 +1,13 @@
-// Allocations.h - counts the blocks that the code under test holds, and lets its memory run out.
+// Allocations.h - counts the heap blocks that the code under test holds, and makes its allocations fail.
 //
 // Programs that link Allocations.cpp wrap operator new and operator delete (see krenv_proc_test in CMakeLists.txt), so
-// only what is linked into the program is seen, not what happens inside shared libraries.
+// they see only code that is linked into the program, not what happens inside shared libraries.
 #pragma once
 
 #include <cstddef>
 
-/// Counts the blocks of exactly `size` bytes that have been allocated, and not freed, since it was made. One at a time.
+/// Counts the blocks of exactly `size` bytes that were allocated since its construction and not freed. Only one object
+/// may exist at a time.
 class LiveBlocks {
 public:
     explicit LiveBlocks(std::size_t size);
@@ -17,7 +18,7 @@ public:
     std::size_t count() const;
 };
 
-/// The `nth` allocation from now on, counted from 1, throws std::bad_alloc; the others work.
+/// Makes the `nth` allocation from now on, counted from 1, throw std::bad_alloc; the others work.
 class FailingAllocation {
 public:
     explicit FailingAllocation(int nth);
@@ -25,11 +26,11 @@ public:
     FailingAllocation(const FailingAllocation&) = delete;
     FailingAllocation& operator=(const FailingAllocation&) = delete;
 
-    /// True when it has failed.
+    /// True when that allocation has failed.
     bool happened() const;
 };
 
-/// While one lives, no allocation fails or is counted.
+/// While an object of this class exists, no allocation fails or is counted.
 class AllocationsAlwaysWork {
 public:
     AllocationsAlwaysWork();

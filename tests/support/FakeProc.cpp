@@ -64,7 +64,7 @@ void FakeProc::unlist(const std::string& name) {
     const auto index = static_cast<std::size_t>(entry - entries_.begin());
     entries_.erase(entry);
     for (auto& [directory, position] : positions_) {
-        if (position > index) --position;  // whoever is past it misses none of the others
+        if (position > index) --position;  // so that a scan that is past the entry misses none of the others
     }
 }
 
@@ -112,14 +112,14 @@ void FakeProc::called(const std::string& call) {
 
 namespace {
 
-// Files with real descriptors, so that one left open can be counted.
+// Uses a real descriptor, so that a file that is left open can be counted.
 std::FILE* openText(const std::string& text) {
     const int descriptor = memfd_create("fake", 0);
     if (descriptor < 0 || pwrite(descriptor, text.data(), text.size(), 0) < 0) return nullptr;
     return fdopen(descriptor, "r");
 }
 
-// Nothing is mapped where this file begins.
+// Reading this file fails, because nothing is mapped where it begins.
 std::FILE* openUnreadable() { return __real_fopen("/proc/self/mem", "r"); }
 
 }  // namespace
@@ -168,11 +168,11 @@ void FakeProc::closeDirectory(DIR* directory) {
     called("closedir");
 }
 
-// --- what the linker puts in the place of the C library's functions -------------------------------------------------
+// --- the functions that replace those of the C library --------------------------------------------------------------
 
 namespace {
 
-// The fake that is to answer. Its own memory is not to run out when a test lets the library's do.
+// The fake that has to answer. Its own allocations work even when a test makes the library's fail.
 struct Answering : AllocationsAlwaysWork {
     FakeProc* const fake = FakeProc::current();
 };

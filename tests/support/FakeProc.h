@@ -1,7 +1,7 @@
-// FakeProc.h - a /proc made by hand, with the clock, the machine's memory and the process id that go with it.
+// FakeProc.h - a fake /proc, with a clock, the machine's memory and a process id to match.
 //
 // Programs that link FakeProc.cpp wrap the C library's functions (see krenv_proc_test in CMakeLists.txt). Calls go to
-// the real ones unless a FakeProc is alive and they concern /proc.
+// the real functions unless a FakeProc exists and the call concerns /proc.
 #pragma once
 
 #include <cstdint>
@@ -24,25 +24,25 @@ public:
     /// Creates or replaces a file.
     void write(const std::string& path, const std::string& text);
     void remove(const std::string& path);
-    /// The file still opens, but nothing can be read from it, as when its process has just ended.
+    /// Makes the file open but fail to be read, as when its process has just ended.
     void breakReads(const std::string& path);
-    /// The next `times` attempts to open the file fail.
+    /// Makes the next `times` attempts to open the file fail.
     void refuse(const std::string& path, int times);
 
-    /// Adds an entry to what the directory /proc/ lists, or takes it out.
+    /// Adds an entry to the listing of the directory /proc/, or removes it.
     void list(const std::string& name, unsigned char type = DT_DIR);
     void unlist(const std::string& name);
 
-    /// A process: its directory, and its stat and statm files. To call it again for a `pid` changes the figures.
+    /// Adds a process: its directory, and its stat and statm files. Calling it again for a `pid` changes the figures.
     void run(int pid, const std::string& name = "PMLoadEngineMai", unsigned userTicks = 0, unsigned systemTicks = 0,
              long pages = 0);
     void end(int pid);
 
-    /// The first line of /proc/stat: user, nice, system and idle ticks, and 0 for the rest.
+    /// Sets the first line of /proc/stat: user, nice, system and idle ticks, and 0 for the rest.
     void machineTicks(unsigned long long user, unsigned long long nice, unsigned long long system,
                       unsigned long long idle);
 
-    /// The figures of `struct sysinfo` that are used, in units of so many bytes.
+    /// The fields of `struct sysinfo` that are used, in units of mem_unit bytes.
     struct Memory {
         unsigned long totalram = 0;
         unsigned long freeram = 0;
@@ -50,13 +50,13 @@ public:
         unsigned mem_unit = 1;
     };
 
-    std::uint64_t now = 5'000'000;  ///< what the raw clock says
-    int ownPid = 4242;              ///< what getpid says
+    std::uint64_t now = 5'000'000;  ///< the raw clock's time
+    int ownPid = 4242;              ///< the result of getpid
     bool directoryOpens = true;     ///< whether opendir("/proc/") succeeds
-    bool sysinfoWorks = true;       ///< whether sysinfo tells anything
-    Memory memory;                  ///< what it tells
+    bool sysinfoWorks = true;       ///< whether sysinfo succeeds
+    Memory memory;                  ///< the result of sysinfo
 
-    /// Every call that came here, in order: "fopen /proc/77/stat r", "usleep 200", "opendir /proc/", "readdir",
+    /// Every call that the fake answered, in order: "fopen /proc/77/stat r", "usleep 200", "opendir /proc/", "readdir",
     /// "closedir", "clock", "sysinfo", "getpid".
     std::vector<std::string> calls;
     /// The calls that begin with `word`.
@@ -68,7 +68,7 @@ public:
     const std::set<std::FILE*>& leftOpen() const { return open_; }
     void closeLeftOpen();
 
-    // The fake side of the C library.
+    // Called by the functions that replace those of the C library.
     static FakeProc* current();
     void called(const std::string& call);
     std::FILE* open(const std::string& path, const std::string& mode);

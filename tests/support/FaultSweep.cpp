@@ -16,7 +16,7 @@
 #include "support/InChild.h"
 #include "support/OpenDescriptors.h"
 
-// Looks for blocks that nothing points to, in builds with the address sanitizer.
+// Finds blocks that nothing points to, in builds with the address sanitizer.
 extern "C" int __lsan_do_recoverable_leak_check() __attribute__((weak));
 
 const char* const kSame = "the same";
@@ -33,7 +33,7 @@ void writeProcess(const TempDir& dir, const std::string& pid) {
     dir.writeFile("proc/" + pid + "/statm", "600 400 300 1 0 200 0\n");
 }
 
-// Made once for all operations, which leave it as it is.
+// Created once for all operations, which do not change it.
 const TempDir& files() {
     static const TempDir dir;
     static const bool made = [] {
@@ -57,7 +57,7 @@ const TempDir& files() {
     return dir;
 }
 
-// In the child: where it works and what it sees.
+// In the child: sets its working directory and its surroundings.
 void enterHost() {
     const std::string& dir = files().path();
     if (chdir(dir.c_str()) != 0) std::abort();
@@ -95,10 +95,10 @@ std::string ask(const Operation& operation, Host& host) {
     return answer.text();
 }
 
-// What one run showed. Sent from the child as lines.
+// The result of one run. The child sends it as lines.
 struct Run {
     std::string answer;
-    std::string buffer;      // the watched one
+    std::string buffer;      // content of the watched buffer
     std::string afterwards;  // the answer of the following call
     std::size_t blocks = 0;  // that stay allocated
     std::size_t descriptors = 0;
@@ -129,7 +129,7 @@ Run parseRun(const std::string& text) {
 
 std::string bufferText(const char* buffer) { return buffer != nullptr ? (Answer() << buffer).text() : ""; }
 
-// Texts that a process keeps from its first failure on; brought into being so that the runs can be compared.
+// Creates the texts that a process keeps from its first failure on, so that the runs can be compared.
 void failALoad() {
     const UnderTest scope;
     KRSLoad("/there/is/no/file/of/this/name.ini", 0, nullptr);
@@ -172,7 +172,7 @@ std::string oldBuffer(const Operation& operation) {
     });
 }
 
-// --- what is permitted ----------------------------------------------------------------------------------------------
+// --- what is allowed ------------------------------------------------------------------------------------------------
 
 std::vector<std::string> permitted(const Operation& operation, const Fault& fault) {
     const std::string function = fault.function;
@@ -234,7 +234,7 @@ private:
         }
     }
 
-    // False when the operation makes no such call any more.
+    // False when the operation makes fewer calls than that.
     bool fail(const Fault& fault, int nth, bool lasting) {
         const Run run = runInChild(operation_, logs_, &fault, nth, lasting);
         const std::string where = std::string(fault.function) + " " + fault.manner + " at call " + std::to_string(nth) +

@@ -1,4 +1,4 @@
-// FaultSweep.h - runs an operation again and again, each time with another call of the C library failing.
+// FaultSweep.h - runs an operation repeatedly, each time with another call of the C library failing.
 #pragma once
 
 #include <functional>
@@ -12,7 +12,7 @@
 #include "support/Faults.h"
 #include "support/TempDir.h"
 
-/// What an operation answered, as text; the directory of the test's files is written as "@".
+/// The results of an operation, as text; the directory of the test's files is written as "@".
 class Answer {
 public:
     Answer& operator<<(const char* text);
@@ -27,15 +27,15 @@ private:
     std::string text_;
 };
 
-/// What an operation works on: a process of its own, whose working directory holds
-///     bin/pressmark.ini bin/file.txt docs/ home/ tree/ and proc/, which is seen as /proc
+/// The surroundings of an operation: a process of its own, whose working directory holds
+///     bin/pressmark.ini bin/file.txt docs/ home/ tree/ and proc/, which replaces /proc
 class Host {
 public:
     KREnvContainerClass env;
     char out[4096] = "old";
     int handle = 0;
 
-    /// Makes what it returns, undisturbed, when it is first asked for.
+    /// Each creates its result at the first call; no fault is injected there.
     MachineStats& collector();
     CPUUsage& sampler();
     KREnvMachineStats stats{};
@@ -47,35 +47,35 @@ private:
     std::unique_ptr<CPUUsage> sampler_;
 };
 
-/// What `work` returns in a process of its own that sees the host.
+/// Runs `work` in a process of its own in these surroundings and returns its result.
 std::string inHost(const std::function<std::string()>& work);
 
-/// What an operation answers when all is well; in the lists below.
+/// In the lists below: the answer that the operation gives without a fault.
 extern const char* const kSame;
 
-/// An operation of the library, with what it may answer when something fails.
+/// An operation of the library, with the answers that it may give when something fails.
 struct Operation {
     std::vector<std::string> shows;  ///< the exported symbols that it exercises
     std::function<void(Host&, Answer&)> run;
-    /// What it may answer when a function fails, by "function manner" or "function": kSame or shell patterns. Where
-    /// nothing is said it answers the same, or throws std::bad_alloc where memory runs out ("new").
+    /// The answers that are allowed when a function fails, by "function manner" or "function": kSame or shell patterns.
+    /// Without an entry the answer must be the same, or std::bad_alloc where memory runs out ("new").
     std::map<std::string, std::vector<std::string>> onFault = {};
-    /// Makes ready what it needs; the result buffer that is to be watched, holding an older text, or null.
+    /// Prepares the run. Returns the result buffer to watch, which holds an older text, or null.
     std::function<const char*(Host&)> prepare = {};
-    /// What it may answer the next time, when nothing fails.
+    /// The answers that are allowed at the next call, when nothing fails.
     std::vector<std::string> afterwards = {kSame};
-    /// How many descriptors it leaves open at most.
+    /// The greatest number of descriptors that it may leave open.
     std::size_t leavesOpen = 0;
 };
 
-/// What a sweep has done.
+/// The result of a sweep.
 struct SweepResult {
     int injected = 0;                   ///< runs in which a call failed
-    std::vector<std::string> problems;  ///< what should not have happened
+    std::vector<std::string> problems;  ///< answers and effects that are not allowed
 };
 
 /// Makes every call of every function that the operation uses fail, once and from then on.
 SweepResult sweep(const Operation& operation);
 
-/// The same in a host that wants no log, where each function fails from its first call on.
+/// The same in a host without a log, where each function fails from its first call on.
 SweepResult sweepWithoutLog(const Operation& operation);

@@ -22,7 +22,7 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
-// Calls are counted, and blocks remembered, without operator new.
+// The sets that remember blocks and directories allocate with this, not with operator new.
 template <class T>
 struct WithMalloc {
     using value_type = T;
@@ -39,7 +39,7 @@ using Watched = std::set<T, std::less<T>, WithMalloc<T>>;
 
 namespace {
 
-// --- the fault that is on -------------------------------------------------------------------------------------------
+// --- the current fault ----------------------------------------------------------------------------------------------
 
 const Fault* g_fault = nullptr;
 int g_nth = 0;
@@ -48,7 +48,7 @@ int g_calls = 0;  // of the fault's function
 bool g_underTest = false;
 int g_pauses = 0;
 
-// Never destroyed: blocks are freed until the very end.
+// Never destroyed, because blocks are freed until the very end.
 template <class T>
 T& immortal() {
     static T& object = *new (std::malloc(sizeof(T))) T;
@@ -68,7 +68,7 @@ void count(const char* function) {
     if (g_counts != nullptr) ++(*g_counts)[function];
 }
 
-// The fault, when this call of the function is to fail.
+// Returns the fault when this call of the function has to fail.
 const Fault* strike(const char* function) {
     if (!isWatching()) return nullptr;
     if (g_fault == nullptr) count(function);
@@ -81,7 +81,7 @@ const Fault* strike(const char* function) {
 
 bool isManner(const Fault* fault, const char* manner) { return std::strcmp(fault->manner, manner) == 0; }
 
-// What the C library does to a stream whose descriptor fails.
+// Does what the C library does to a stream whose descriptor fails.
 void markBroken(std::FILE* stream) { stream->_flags |= _IO_ERR_SEEN; }
 
 // "/proc/77/stat" -> the file of that name in the directory that stands in for /proc.
@@ -201,7 +201,7 @@ void operator delete(void* address, std::size_t) noexcept { release(address); }
 void operator delete[](void* address) noexcept { release(address); }
 void operator delete[](void* address, std::size_t) noexcept { release(address); }
 
-// --- the C library's border -----------------------------------------------------------------------------------------
+// --- the functions that replace those of the C library --------------------------------------------------------------
 
 // The 32-bit names: 64-bit file offsets and times have symbols of their own.
 extern "C" {
@@ -251,7 +251,7 @@ ssize_t __wrap_read(int descriptor, void* bytes, std::size_t size) {
     if (fault == nullptr) return __real_read(descriptor, bytes, size);
     return isManner(fault, "short") ? __real_read(descriptor, bytes, 1) : -1;
 }
-// What goes to standard error are log records, which nobody wants to see.
+// Only log records go to standard error; they are dropped.
 ssize_t __real_write(int descriptor, const void* bytes, std::size_t size);
 ssize_t __wrap_write(int descriptor, const void* bytes, std::size_t size) {
     const Fault* const fault = strike("write");
@@ -352,7 +352,7 @@ hostent* __wrap_gethostbyname(const char* name) {
     host.h_name = official;
     return &host;
 }
-// Two interfaces and one without an address, in a block that has to be given back.
+// Two interfaces and one without an address, in a block that the caller has to free.
 int __wrap_getifaddrs(ifaddrs** list) {
     static char names[][5] = {"eth0", "eth1", "eth2"};
     static sockaddr_in address{AF_INET, 0, {0x0302010A}, {}};
@@ -386,7 +386,7 @@ int __wrap_sysinfo(struct sysinfo* info) {
     return 0;
 }
 int __wrap_usleep(useconds_t /*microseconds*/) { return strike("usleep") != nullptr ? -1 : 0; }
-// Two seconds pass at each look at the clock, so that every sampler samples.
+// Two seconds pass at each call of the clock, so that every sampler samples.
 int __wrap___clock_gettime64(clockid_t /*clock*/, timespec* now) {
     static time_t seconds = 1000;
     if (strike("clock_gettime") != nullptr) return -1;

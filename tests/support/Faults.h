@@ -1,8 +1,8 @@
-// Faults.h - makes calls of the C library and of operator new fail, one at a time or from one on.
+// Faults.h - makes calls of the C library and of operator new fail: one call, or all from one call on.
 //
 // Programs that link Faults.cpp wrap the C library's functions (fault_functions in CMakeLists.txt) and get an operator
-// new of their own, which also serves the C++ library. No command is ever run in them: `system` only answers, and
-// `popen` reads what FaultBorder::commandOutput names.
+// new of their own, which also serves the C++ library. They never run a command: `system` only returns, and `popen`
+// reads the file that FaultBorder::output names.
 #pragma once
 
 #include <cstddef>
@@ -13,14 +13,14 @@
 /// A way in which a function fails.
 struct Fault {
     const char* function;  ///< as programs call it: "stat"; operator new is "new"
-    const char* manner;    ///< the error's name, or what else goes wrong: "short"
+    const char* manner;    ///< the error's name, or another way to fail: "short"
     int error;             ///< errno
-    bool lasts;            ///< may go on for ever; a call that a signal has interrupted is made again
+    bool lasts;            ///< whether it may fail forever; false where the caller repeats an interrupted call
 };
 
 const std::vector<Fault>& allFaults();
 
-/// While it lives, the `nth` call (from 1) of the fault's function fails, and with `lasting` all those behind it.
+/// While it exists, the `nth` call (from 1) of the fault's function fails, and with `lasting` all later calls too.
 class Injection {
 public:
     Injection(const Fault& fault, int nth, bool lasting);
@@ -31,7 +31,7 @@ public:
     bool reached() const;
 };
 
-/// While it lives, calls are counted and blocks are watched: they are those of the code under test.
+/// While it exists, calls are counted and heap blocks watched, because they are those of the code under test.
 class UnderTest {
 public:
     UnderTest();
@@ -39,13 +39,13 @@ public:
     UnderTest(const UnderTest&) = delete;
     UnderTest& operator=(const UnderTest&) = delete;
 
-    /// How often each function has been called so far, in all scopes of this kind.
+    /// The number of calls of each function so far, in all scopes of this kind.
     static const std::map<std::string, int>& calls();
-    /// How many blocks that were allocated in scopes of this kind have not been freed.
+    /// The number of blocks that were allocated in scopes of this kind and not freed.
     static std::size_t liveBlocks();
 };
 
-/// While it lives, inside such a scope, everything works and nothing is counted: it is the test's own.
+/// While it exists inside such a scope, everything works and nothing is counted, because the calls are the test's own.
 class Undisturbed {
 public:
     Undisturbed();
@@ -54,13 +54,13 @@ public:
     Undisturbed& operator=(const Undisturbed&) = delete;
 };
 
-/// What stands in for the outside world.
+/// The replacements for the outside world.
 struct FaultBorder {
-    std::string proc;                           ///< the directory that is seen as /proc
+    std::string proc;                           ///< the directory that replaces /proc
     std::map<std::string, std::string> output;  ///< the file with the output of each shell command
-    std::vector<std::string> commands;          ///< what `system` was asked to run, and did not
+    std::vector<std::string> commands;          ///< the commands that `system` was given; it runs none
     static FaultBorder& instance();
 };
 
-/// Closes the directory streams that the code under test has left open; how many there were.
+/// Closes the directory streams that the code under test has left open. Returns how many there were.
 std::size_t closeDirectoriesLeftOpen();

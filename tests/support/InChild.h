@@ -1,4 +1,4 @@
-// InChild.h - runs a piece of a test in a child process of its own, for state that a process builds up only once.
+// InChild.h - runs a part of a test in a child process of its own, for state that a process builds up only once.
 #pragma once
 
 #include <exception>
@@ -9,10 +9,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// There in builds that are instrumented for coverage: what the child has counted would be lost as it ends.
+// Exists in builds that are instrumented for coverage. Without calling it, the child's counts would be lost.
 extern "C" void __gcov_dump() __attribute__((weak));
 
-/// What `work` returned in the child. Failures inside are to be part of that text.
+/// Runs `work` in a child and returns its result. Failures inside have to be part of that text.
 inline std::string inChild(const std::function<std::string()>& work) {
     int ends[2];
     if (pipe(ends) != 0) throw std::runtime_error("cannot make a pipe");
@@ -21,7 +21,7 @@ inline std::string inChild(const std::function<std::string()>& work) {
         std::string text;
         try {
             text = work();
-        } catch (const std::exception& error) {  // must not leave the child: it would go on with the other tests
+        } catch (const std::exception& error) {  // must not escape, or the child would go on with the other tests
             text = std::string("<thrown: ") + error.what() + ">";
         }
         const ssize_t written = write(ends[1], text.data(), text.size());

@@ -1,4 +1,4 @@
-// LoadEngine.h - a process that the statistics take for a load engine; load_engine.cpp is its program.
+// LoadEngine.h - starts a process that the statistics take for a load engine; load_engine.cpp is its program.
 #pragma once
 
 #include <csignal>
@@ -10,7 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-/// A process named like a load engine, for the length of a scope. It is set up when the constructor returns.
+/// A process named like a load engine, for the length of a scope. It is ready when the constructor returns.
 class LoadEngine {
 public:
     explicit LoadEngine(const std::string& mode, const std::string& argument = {}) {
@@ -44,7 +44,7 @@ private:
     pid_t pid_ = 0;
 };
 
-/// The processor time that the process has used so far.
+/// The processor time that the process has used so far, in seconds.
 inline double secondsOfProcessor(int pid) {
     clockid_t clock{};
     timespec used{};

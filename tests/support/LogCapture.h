@@ -1,4 +1,4 @@
-// LogCapture.h - gathers the log's records for the length of a scope.
+// LogCapture.h - collects the log's records for the length of a scope.
 #pragma once
 
 #include <mutex>
@@ -7,7 +7,7 @@
 
 #include "Logging.h"
 
-/// While it lives, all levels are enabled and every record lands here. Afterwards the levels are as at the start.
+/// While it exists, all levels are enabled and it receives every record. Its destructor restores the levels.
 class LogCapture {
 public:
     struct Entry {

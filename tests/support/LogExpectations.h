@@ -1,4 +1,4 @@
-// LogExpectations.h - what tests expect of the log's records.
+// LogExpectations.h - expectations about the log's records.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 #include "LogCapture.h"
 
-/// Expects a record of the library's source `file`, with whatever line.
+/// Expects a record of the library's source `file`, with any line.
 inline void expectRecord(const LogCapture::Entry& entry, nLogging::Level level, const char* file,
                          const std::string& text) {
     EXPECT_EQ(level, entry.level);

@@ -1,4 +1,4 @@
-// OnThread.h - runs a piece of a test on a thread whose stack has a size of the test's choice.
+// OnThread.h - runs a part of a test on a thread with a given stack size.
 #pragma once
 
 #include <cstddef>

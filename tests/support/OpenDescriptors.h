@@ -1,4 +1,4 @@
-// OpenDescriptors.h - which descriptors a piece of code leaves open.
+// OpenDescriptors.h - finds the descriptors that a piece of code leaves open.
 #pragma once
 
 #include <algorithm>
@@ -12,7 +12,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-/// Remembers what is open at its construction, and closes at the end of its scope what was opened since.
+/// Remembers the descriptors that are open at its construction, and closes those opened since at the end of its scope.
 class OpenDescriptors {
 public:
     OpenDescriptors() : before_(all()) {}
@@ -25,7 +25,7 @@ public:
     /// How many are open now.
     static std::size_t count() { return all().size(); }
 
-    /// What the descriptors opened since refer to, sorted; a target comes as often as it is open.
+    /// The targets of the descriptors opened since, sorted; a target appears once for each descriptor.
     std::vector<std::string> addedTargets() const {
         std::vector<std::string> targets;
         for (const auto& [descriptor, target] : added()) targets.push_back(target);
@@ -42,7 +42,7 @@ private:
             std::error_code gone;
             found[std::stoi(entry.path().filename())] = std::filesystem::read_symlink(entry.path(), gone);
         }
-        // One of them listed the others and is closed again by now.
+        // One of them was used to list the others and is closed by now.
         for (auto i = found.begin(); i != found.end();) i = isOpen(i->first) ? std::next(i) : found.erase(i);
         return found;
     }

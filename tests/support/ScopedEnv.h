@@ -1,4 +1,4 @@
-// ScopedEnv.h - a process environment variable, and a working directory, changed for the length of a scope.
+// ScopedEnv.h - changes an environment variable, or the working directory, for the length of a scope.
 #pragma once
 
 #include <cstdlib>
@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-/// Sets (or with nullptr unsets) a variable and restores it at the end of the scope.
+/// Sets a variable, or unsets it with nullptr, and restores it at the end of the scope.
 class ScopedEnv {
 public:
     ScopedEnv(std::string name, const char* value) : name_(std::move(name)) {

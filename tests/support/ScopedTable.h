@@ -9,9 +9,9 @@
 
 class ScopedTable {
 public:
-    /// An empty one.
+    /// Creates an empty table.
     ScopedTable() = default;
-    /// One filled from the text of a settings file.
+    /// Creates a table from the text of a settings file.
     explicit ScopedTable(std::string_view text) {
         const TempDir dir;
         if (KRSLoad(dir.writeFile("table.ini", text).c_str(), handle_, nullptr) == 0) {

@@ -1,4 +1,4 @@
-// Settings.h - the library's process-wide tables, filled for the length of a scope.
+// Settings.h - fills the library's process-wide tables for the length of a scope.
 #pragma once
 
 #include <stdexcept>
@@ -10,7 +10,7 @@
 #include "krenvState.h"
 #include "krs.h"
 
-/// Loads `text` as pressmark.ini; afterwards no init file is loaded and the run-time table is empty, as at the start.
+/// Loads `text` as pressmark.ini. Its destructor restores the initial state: no file loaded, an empty run-time table.
 class Settings {
 public:
     explicit Settings(std::string_view text = {}) {

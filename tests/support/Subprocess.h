@@ -1,4 +1,4 @@
-// Subprocess.h - runs a program to its end and gathers what it writes.
+// Subprocess.h - runs a program to its end and collects its output.
 #pragma once
 
 #include <map>
@@ -13,7 +13,7 @@
 
 #include "TempDir.h"
 
-/// What a program left behind. `status` is its exit status, or minus the signal that ended it.
+/// The result of a program. `status` is its exit code, or minus the signal that ended it.
 struct ProgramResult {
     int status = 0;
     std::string out;

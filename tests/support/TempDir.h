@@ -1,4 +1,4 @@
-// TempDir.h - a directory that exists for the length of a scope, and the files that tests write and read.
+// TempDir.h - a directory that exists for the length of a scope, and functions to write and read files in it.
 #pragma once
 
 #include <cstdlib>
@@ -28,12 +28,12 @@ public:
     /// The path of `name` inside; nothing is created.
     std::string operator/(std::string_view name) const { return path_ + "/" + std::string(name); }
 
-    /// Creates the directory `name` and those above it; its path.
+    /// Creates the directory `name` and those above it. Returns its path.
     std::string makeDirectory(std::string_view name) const {
         std::filesystem::create_directories(*this / name);
         return *this / name;
     }
-    /// Creates or replaces the file `name`; its path.
+    /// Creates or replaces the file `name`. Returns its path.
     std::string writeFile(std::string_view name, std::string_view content = {}) const {
         std::ofstream file(*this / name, std::ios::binary);
         file << content;
@@ -45,7 +45,7 @@ private:
     std::string path_;
 };
 
-/// The whole file as it stands.
+/// The content of the whole file.
 inline std::string readFileText(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};

@@ -1,4 +1,4 @@
-// TerminalRun.h - runs a program on a terminal of its own, where it can be typed to and resized.
+// TerminalRun.h - runs a program on a terminal of its own, which the test can type on and resize.
 #pragma once
 
 #include <cerrno>
@@ -37,7 +37,7 @@ public:
     TerminalRun& operator=(const TerminalRun&) = delete;
 
     pid_t pid() const { return child_; }
-    /// The terminal's other side; tcgetattr on it tells how the program has set the terminal.
+    /// The terminal's other side; tcgetattr on it shows how the program has configured the terminal.
     int descriptor() const { return terminal_; }
 
     void type(const std::string& keys) const {
@@ -49,8 +49,8 @@ public:
         ioctl(terminal_, TIOCSWINSZ, &size);
     }
 
-    /// Waits until `wanted` appears in the output behind `from`; false when the program has ended or 20 seconds have
-    /// passed without it.
+    /// Waits until `wanted` appears in the output after position `from`. False when the program ends, or 20 seconds
+    /// pass, without it.
     bool waitFor(const std::string& wanted, std::size_t from = 0) {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while (output_.find(wanted, from) == std::string::npos) {
@@ -59,10 +59,10 @@ public:
         return output_.find(wanted, from) != std::string::npos;
     }
 
-    /// What the program has written so far, line ends as the terminal got them.
+    /// The program's output so far, with line ends as the terminal received them.
     const std::string& output() const { return output_; }
 
-    /// Waits for the end: the exit status, or minus the signal that ended it.
+    /// Waits for the end of the program. Returns the exit code, or minus the signal that ended it.
     int finish() {
         while (readSome()) {
         }

@@ -1,6 +1,6 @@
-// Stands in for a load engine: `load_engine idle`, `load_engine burn`, `load_engine memory MEGABYTES`.
+// Plays a load engine in tests: `load_engine idle`, `load_engine burn`, `load_engine memory MEGABYTES`.
 //
-// It takes the name that load engines have, prints a line when it is set up, and runs until it is killed or the program
+// It takes the name that load engines have, prints a line when it is ready, and runs until it is killed or the program
 // that started it ends.
 #include <csignal>
 #include <cstdio>
@@ -19,7 +19,7 @@ namespace {
 }
 
 [[noreturn]] void burn() {
-    setpriority(PRIO_PROCESS, 0, -20);  // against everything else on the machine, where that is permitted
+    setpriority(PRIO_PROCESS, 0, -20);  // so that it gets the processor before everything else, where that is permitted
     for (volatile unsigned turns = 0;;) turns = turns + 1;
 }
 

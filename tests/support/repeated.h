@@ -1,4 +1,4 @@
-// repeated.h - long texts.
+// repeated.h - makes long texts.
 #pragma once
 
 #include <cstddef>

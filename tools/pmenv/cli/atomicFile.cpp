@@ -12,7 +12,7 @@
 
 namespace {
 
-// A new file of its own name, removed unless it was renamed.
+// A new file with a unique name, which is removed unless it was renamed.
 class TemporaryFile {
 public:
     explicit TemporaryFile(std::string pattern) : name_(std::move(pattern)), descriptor_(mkstemp(name_.data())) {}
@@ -36,7 +36,7 @@ public:
         return true;
     }
 
-    // mkstemp makes it for the owner alone; the reader is usually another user.
+    // mkstemp makes the file readable for its owner only, but the reader is usually another user.
     bool allowReading() const {
         const mode_t mask = umask(0);
         umask(mask);
@@ -51,7 +51,8 @@ private:
     bool renamed_ = false;
 };
 
-// Hidden, and not ending as the file itself does, so that a collector that reads all files of a directory skips it.
+// The name is hidden and has another ending than `path`, so that a collector that reads a whole directory skips the
+// file.
 std::string patternBeside(const std::string& path) {
     const std::size_t name = path.rfind('/') + 1;  // 0 without a slash
     return path.substr(0, name) + "." + path.substr(name) + ".XXXXXX";

@@ -3,6 +3,6 @@
 
 #include <string>
 
-/// Writes `content` to a temporary file beside `path` and renames it to `path`, so that a reader sees the old file or
-/// the whole new one. Throws Failure; then `path` is as it was and the temporary file is gone.
+/// Writes `content` to a temporary file beside `path` and renames it to `path`, so that a reader sees either the old
+/// file or the whole new one. Throws Failure on an error; `path` is then unchanged and the temporary file removed.
 void replaceFile(const std::string& path, const std::string& content);

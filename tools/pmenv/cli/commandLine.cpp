@@ -17,7 +17,7 @@ namespace {
 
 // --- words ----------------------------------------------------------------------------------------------------------
 
-// What was typed, options and the rest apart, before a command is known.
+// The typed words, separated into options and the rest before the command is known.
 struct Words {
     struct Given {
         std::string name;
@@ -34,8 +34,8 @@ const Option* findOption(const std::vector<Option>& options, const std::string& 
     return nullptr;
 }
 
-// Whether --name takes the next word is the same in all commands, so that options can be read before the command is
-// known.
+// An option of the same name takes a value in all commands or in none, so that options can be read before the command
+// is known.
 const Option* findAnywhere(const Grammar& grammar, const std::string& name) {
     if (const Option* const found = findOption(grammar.globalOptions, name)) return found;
     for (const Command& command : grammar.commands) {

@@ -1,10 +1,10 @@
-// commandLine.h - the command line as data: what commands and options there are, and what the user typed.
+// commandLine.h - the command line as data: the commands and options that exist, and what the user typed.
 //
-// Arguments are taken byte for byte. Options may stand anywhere behind the program's name, as --name value or
+// Arguments are taken byte for byte. Options may stand anywhere after the program's name, as --name value or
 // --name=value; -- ends them.
 //
-// There is no parser library below this, because an argument is a file's name or a key of a settings file and may be
-// any bytes. CLI11 2.1.2, which Debian 12 has, splits [a,b] into two where a command takes several arguments, and
+// This does not use a parser library, because an argument is the name of a file or a key of a settings file and may
+// consist of any bytes. CLI11 2.1.2 of Debian 12 splits [a,b] into two where a command takes several arguments, and
 // refuses the -x of "get NAME -- -x" in a sub-command.
 #pragma once
 
@@ -13,11 +13,11 @@
 #include <string>
 #include <vector>
 
-/// What a shell's completion offers where a word is typed.
+/// What the shell's completion offers for a word.
 enum class Offer { Nothing, Files, Directories, Settings, PathVariables };
 
-/// An option of pmenv or of one command. File and FurtherFile are texts for which a shell offers files: of the working
-/// directory, or of the directory that the setting KR_BIN names.
+/// An option of pmenv or of one command. For File and FurtherFile the shell offers files: those of the working
+/// directory, or those of the directory that the setting KR_BIN names.
 struct Option {
     enum class Kind { Flag, Text, File, FurtherFile, Number };
 
@@ -25,7 +25,7 @@ struct Option {
     Kind kind;
     const char* argument;  ///< the argument's name in the help; null for a flag
     const char* help;
-    double least = 0;  ///< the range of a number
+    double least = 0;  ///< the range of a number: `least` to `most`
     double most = 0;
     bool whole = false;  ///< a number without a fraction
 };
@@ -48,7 +48,7 @@ struct Command {
     std::vector<Option> options;
     const char* examples;  ///< lines of the form "command   what it does"
     int (*run)(const CommandLine&);
-    const char* details = "";  ///< what only the manual page tells: paragraphs, an empty line between them
+    const char* details = "";  ///< text for the manual page only: paragraphs with an empty line between them
 };
 
 /// Everything that pmenv understands.
@@ -60,7 +60,7 @@ struct Grammar {
 /// What the user typed, checked against the grammar.
 class CommandLine {
 public:
-    /// Parses the arguments behind the program's name. Throws Failure with kExitUsage.
+    /// Parses the arguments after the program's name. Throws Failure with kExitUsage.
     static CommandLine parse(const Grammar& grammar, const std::vector<std::string>& words);
 
     /// True for --help and --version, which need nothing else.
@@ -69,14 +69,14 @@ public:
 
     /// The command; null only when help or the version is asked for.
     const Command* command() const { return command_; }
-    /// The first word alone of commands of two words, as in "pmenv path --help"; otherwise "".
+    /// The word before --help when it is only the first word of two-word commands, as in "pmenv path --help"; else "".
     const std::string& group() const { return group_; }
     const std::vector<std::string>& arguments() const { return arguments_; }
 
     bool has(const std::string& option) const { return options_.count(option) != 0; }
-    /// The option's text, the last one given, or `otherwise` when it was not given.
+    /// The option's value, the last one if given several times, or `otherwise` when it was not given.
     std::string text(const std::string& option, const std::string& otherwise = {}) const;
-    /// The texts of an option that may be given several times, in that order.
+    /// All values of an option that may be given several times, in the order given.
     const std::vector<std::string>& texts(const std::string& option) const;
     double number(const std::string& option, double otherwise) const;
 

@@ -1,10 +1,10 @@
-// events.h - waiting for the next sample, a key or a signal, whichever comes first.
+// events.h - waits for the next sample, a key or a signal, whichever comes first.
 #pragma once
 
 #include <csignal>
 #include <vector>
 
-/// While it lives, the given signals are not delivered but reported by wait; afterwards all is as before.
+/// While it exists, the given signals are not delivered but reported by wait. Its destructor restores the signal mask.
 class Events {
 public:
     enum class Kind { Timeout, Key, Signal };
@@ -13,7 +13,7 @@ public:
         int value;  ///< the key or the signal
     };
 
-    /// With `keys`, characters typed on standard input are reported too.
+    /// With `keys`, wait also reports characters typed on standard input.
     Events(const std::vector<int>& signals, bool keys);
     ~Events();
     Events(const Events&) = delete;
@@ -25,6 +25,6 @@ private:
     bool readKey(int* key);
 
     sigset_t before_;
-    int signals_;  // descriptor that the signals are read from
+    int signals_;  // the descriptor from which the signals are read
     bool keys_;
 };

@@ -1,4 +1,4 @@
-// failure.h - what ends a command early.
+// failure.h - the exception that ends a command early, and the exit codes.
 #pragma once
 
 #include <stdexcept>

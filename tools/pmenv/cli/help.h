@@ -5,8 +5,8 @@
 
 #include "commandLine.h"
 
-/// "pmenv --help": all commands. "pmenv path --help": those whose first word is `group`.
+/// The text of "pmenv --help", with all commands, or of "pmenv path --help", with those whose first word is `group`.
 std::string overviewHelp(const Grammar& grammar, const std::string& group);
 
-/// "pmenv get --help".
+/// The text of "pmenv get --help".
 std::string commandHelp(const Grammar& grammar, const Command& command);

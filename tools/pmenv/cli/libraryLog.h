@@ -1,14 +1,14 @@
-// libraryLog.h - the library's log records as pmenv shows them.
+// libraryLog.h - shows the library's log records as messages of pmenv.
 #pragma once
 
 #include <string>
 #include <vector>
 
-/// From now on the library's errors and warnings appear as "pmenv: error: text" on standard error, whatever PM_LOG
-/// says; records of other levels and records without a text do not appear.
+/// From now on prints the library's errors and warnings as "pmenv: error: text" to standard error, whatever PM_LOG
+/// says. Records of other levels and records without a text are not printed.
 void showLibraryLog();
 
-/// Keeps the records back while it lives, for a caller that reports in words of its own.
+/// While it exists, collects the records instead of printing them, for a caller that prints its own message.
 class LogPause {
 public:
     LogPause();

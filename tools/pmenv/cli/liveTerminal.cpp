@@ -32,7 +32,7 @@ void LiveTerminal::leave() const {
     if (hasKeys_) tcsetattr(STDIN_FILENO, TCSADRAIN, &before_);
 }
 
-// Each line is cleared before it is written: behind a line that fills the row, clearing would take its last character.
+// Each line is cleared before it is written: clearing after a line that fills the row would erase its last character.
 void LiveTerminal::draw(const std::vector<std::string>& lines, std::size_t rows) const {
     std::string drawing = "\x1b[H";
     for (std::size_t i = 0; i < lines.size(); ++i) drawing += (i == 0 ? "" : "\r\n") + ("\x1b[K" + lines[i]);

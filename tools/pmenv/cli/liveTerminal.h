@@ -1,4 +1,4 @@
-// liveTerminal.h - a terminal that is redrawn in place, and left as it was found.
+// liveTerminal.h - redraws a terminal in place, and restores it at the end.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@
 /// True when standard output is a terminal that can be redrawn.
 bool canDrawInPlace();
 
-/// Takes the terminal over while it lives: other screen, no cursor, keys without Enter and without echo.
+/// While it exists, controls the terminal: alternate screen, no cursor, keys without Enter and without echo.
 class LiveTerminal {
 public:
     LiveTerminal();
@@ -17,16 +17,16 @@ public:
     LiveTerminal(const LiveTerminal&) = delete;
     LiveTerminal& operator=(const LiveTerminal&) = delete;
 
-    /// Replaces what is shown; there are at most `rows` lines and none is wider than the terminal.
+    /// Replaces the content of the screen. There may be at most `rows` lines, none wider than the terminal.
     void draw(const std::vector<std::string>& lines, std::size_t rows) const;
 
-    /// Gives the terminal back and stops the process, as Ctrl-Z asks; takes it over again afterwards.
+    /// Restores the terminal and stops the process, as Ctrl-Z asks; takes control again when the process continues.
     void suspend();
 
 private:
     void enter();
     void leave() const;
 
-    bool hasKeys_ = false;  // standard input is a terminal, set as `before_` tells
+    bool hasKeys_ = false;  // standard input is a terminal, and `before_` holds its settings
     termios before_{};
 };

@@ -8,8 +8,8 @@ namespace {
 
 char lower(char character) { return static_cast<char>(std::tolower(static_cast<unsigned char>(character))); }
 
-// How many letters must be inserted, removed, changed or swapped with their neighbour to make `a` of `b`, case not
-// counting.
+// How many letters must be inserted, removed, changed or swapped with their neighbour to turn `b` into `a`, ignoring
+// case.
 std::size_t editDistance(const std::string& a, const std::string& b) {
     std::vector<std::size_t> beforeLast(b.size() + 1), last(b.size() + 1), row(b.size() + 1);
     for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;

@@ -4,8 +4,9 @@
 #include <string>
 #include <vector>
 
-/// Up to three of `known` that are probably meant by `name`, the nearest first: few letters away, case not counting.
+/// Up to three of `known` that `name` is probably meant to be, the nearest first: few letters differ, and case is
+/// ignored.
 std::vector<std::string> nearestNames(const std::string& name, const std::vector<std::string>& known);
 
-/// "; did you mean 'A' or 'B'?", or "" for none.
+/// "; did you mean 'A' or 'B'?", or "" for no names.
 std::string didYouMean(const std::vector<std::string>& names);

@@ -8,14 +8,14 @@
 namespace {
 
 constexpr std::size_t kGap = 2;
-constexpr std::size_t kNarrowest = 6;  // a column that is cut still shows this much
-constexpr std::size_t kWidest = 60;    // where nothing is cut, one long value does not push all others to the right
+constexpr std::size_t kNarrowest = 6;  // a column is never cut to less than this
+constexpr std::size_t kWidest = 60;    // without cutting: one long value does not push all others to the right
 
 std::size_t total(const std::vector<std::size_t>& widths) {
     return std::accumulate(widths.begin(), widths.end(), kGap * (widths.size() - 1));
 }
 
-// Takes columns off the widest until all fit or none can give more.
+// Narrows the widest column, step by step, until all fit or none can be narrowed.
 void shrink(std::vector<std::size_t>& widths, std::size_t width) {
     for (std::size_t& each : widths) each = std::min(each, std::max(width, kNarrowest));
     while (total(widths) > width) {

@@ -1,4 +1,4 @@
-// terminal.h - whether a person is looking, how wide the screen is, and how words are set off.
+// terminal.h - the size of the terminal, and colours for highlighting words.
 #pragma once
 
 #include <cstddef>
@@ -12,10 +12,10 @@ struct TerminalSize {
 };
 std::optional<TerminalSize> terminalSize();
 
-/// Sets words off with colour, or leaves them as they are.
+/// Highlights words with colour, or leaves them as they are.
 class Style {
 public:
-    /// Colour where `descriptor` is a terminal and NO_COLOR is unset or empty.
+    /// Uses colour if `descriptor` is a terminal and NO_COLOR is unset or empty.
     explicit Style(int descriptor);
 
     std::string bold(const std::string& text) const { return wrapped("1", text); }

@@ -17,7 +17,7 @@ struct Character {
 };
 
 Character characterAt(const std::string& text, std::size_t position) {
-    // Where characters are first looked at: a command that only prints a value starts sooner without it.
+    // Set when characters are first examined, because a command that only prints a value starts faster without it.
     static const char* const locale = std::setlocale(LC_CTYPE, "C.UTF-8");
     static_cast<void>(locale);
     std::mbstate_t state{};

@@ -1,17 +1,17 @@
-// text.h - texts as a terminal shows them.
+// text.h - measures and prepares texts for a terminal.
 //
-// Columns are counted with the locale's wcwidth; main chooses a UTF-8 locale.
+// Columns are counted with wcwidth in a UTF-8 locale.
 #pragma once
 
 #include <cstddef>
 #include <string>
 
-/// How many columns `text` takes.
+/// The number of columns that `text` takes.
 std::size_t displayWidth(const std::string& text);
 
-/// `text` cut to `width` columns, the last of them "…", when it is wider.
+/// `text`, cut to `width` columns when it is wider; the last column is then "…".
 std::string cutToWidth(const std::string& text, std::size_t width);
 
-/// Control characters and bytes that are no UTF-8 shown as \n, \t, \x1b, so that a value stays on its line and cannot
-/// steer the terminal.
+/// `text` with control characters and bytes that are not UTF-8 written as \n, \t, \x1b, so that a value stays on its
+/// line and cannot control the terminal.
 std::string printable(const std::string& text);
