@@ -97,7 +97,7 @@ fi
 
 # The pages that the installed readme points to are installed with it.
 while read -r file; do
-    [[ -e $prefix/share/doc/krenv/$file ]] || fail "the installed README.md points to $file, which is not there"
+    [[ -e $prefix/share/doc/krenv/${file%%#*} ]] || fail "the installed README.md points to $file, which is not there"
 done < <(grep -oE '\((docs|examples)/[^)]*\)' "$prefix/share/doc/krenv/README.md" | tr -d '()' | sort -u)
 
 # Runs in another working directory, where settings can come only from the directory of the program.
