@@ -1,7 +1,7 @@
 #include "commands.h"
 
-// One line for each command, in the order of the help. The command itself, with its arguments, options and examples,
-// stands in a file of that name in its room.
+// One line for each command, in the order of the help. The command itself, with its arguments, options and examples, is
+// defined in a file of that name in its room.
 #define PMENV_COMMANDS   \
     COMMAND(get)         \
     COMMAND(list)        \

@@ -1,6 +1,6 @@
-// pmenv - the command-line companion of the environment support library.
+// pmenv - the command-line tool of the environment support library.
 //
-// It opens no main scope, so that the library neither searches settings nor logs by itself.
+// It opens no main scope, so that the library neither searches for settings nor logs by itself.
 #include <algorithm>
 #include <exception>
 #include <iostream>
@@ -28,7 +28,7 @@ int printVersion() {
     return kExitDone;
 }
 
-// The arguments behind the program's name, which a caller may leave out.
+// The arguments after the program's name, which a caller may omit.
 std::vector<std::string> wordsOf(int argc, char** argv) { return {argv + std::min(argc, 1), argv + argc}; }
 
 int run(const CommandLine& line) {
