@@ -83,7 +83,9 @@ private:
 /// One load-engine process.
 struct KREnvSlaveStats {
     unsigned long long memoryBytes;  ///< resident memory; only the low 32 bits are kept
-    double cpuPercent;               ///< as CPUUsage::GetUsage; 0.0 at the first two collections that see the process
+    double cpuPercent;               ///< 0.0 at the first collection that sees the process, then as CPUUsage::GetUsage:
+                                     ///< 0.0 at its first sample, which is the second collection's if it succeeds; -1.0
+                                     ///< as long as none has
     int processId;                   ///< as the kernel numbers it
 };
 
@@ -94,7 +96,8 @@ struct KREnvMachineStats {
     unsigned long long totalMemoryBytes;     ///< sysinfo (totalram + totalswap) x mem_unit
     unsigned long long physicalMemoryBytes;  ///< sysinfo totalram x mem_unit
     unsigned long long freeMemoryBytes;      ///< sysinfo freeram x mem_unit (without caches; not MemAvailable)
-    long double cpuLoadPercent;              ///< /proc/stat, busy share of all processors, 0 to 100; may be NaN
+    long double cpuLoadPercent;              ///< /proc/stat, busy share of all processors, 0 to 100. Counters that have
+                                             ///< stepped back make it more than 100, infinite or NaN, never less than 0
     int processId;                           ///< of the collecting process
     std::vector<KREnvSlaveStats> slaves;     ///< one for each load engine found
 };
@@ -127,8 +130,8 @@ public:
                               unsigned long long& freeMemoryBytes, long double& cpuLoadPercent, int& processId);
 
     /// The busy share of all processors since the last call of any collector, 0 to 1 (user, nice and system against
-    /// those and idle, /proc/stat); NaN when no time lies between; -1.0 within a second of this collector's last sample
-    /// or when /proc/stat cannot be opened.
+    /// those and idle, /proc/stat). NaN when no time lies between; negative, above 1 or infinite where counters have
+    /// stepped back. -1.0 within a second of this collector's last sample or when /proc/stat cannot be opened.
     long double GetCPULoad();
 
     /// True when more than 1,000,000 clock ticks have passed since this collector's last GetCPULoad.

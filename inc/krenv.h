@@ -10,11 +10,27 @@
 // $ takes the process environment variable, # the setting; a name that does not exist expands to nothing.
 //
 // Results: a text comes back as a pointer into a buffer of the container object that was asked (or into a static
-// buffer, where the function says so). It is valid until the same function runs again on that object; it is never
-// freed by the caller. A null pointer, false, 0 or -1 tells of a failure, with a log record (category
-// "PMEnvironment") where the function says so.
+// buffer, where the function says so). It is valid until that buffer is written again; the caller never frees it. A
+// null pointer, false, 0 or -1 tells of a failure, with a log record (category "PMEnvironment") where the function says
+// so. Functions share the object's buffers:
 //
-// Limits: a path result holds at most 4095 characters, an expanded value 2047. Nothing is written past a buffer.
+//     buffer              written by
+//     found file          searchInPath, KRPSearchPath, KRPFindfile, KRPFindfileNoKREnv; KRPGetFullName of a bare name
+//     directory, name,    every function that splits: KRPSplitPath, KRPGetPath..., KRPConcatDirAndName, KRPReplacePath...,
+//       extension           KRPAdjustPathLen where it shortens, and all that write the found file or the made path
+//     made path           KRPMakePath, KRPConcatDirAndName, KRPReplacePath..., KRPPathFileExist, KRPResolveFilePath...,
+//                           KRPGetFullName, and all that write the found file
+//     resolved value      KREGetEnv, KREGetEnvValue, KREEnvDefined, KRERuntimeResolve, every path variable "#X", and
+//                           nEnvSettings::gFileInitTable
+//     resolved variable   KRPResolvePathVar..., and every function that takes a path variable
+//     home, documents     KRPGetUserDir and the path variable "HOME", KRPGetMyDocuments and "MYDOCUMENTS"
+//     working directory   KRPGetCwd
+//
+// Any result may be passed back to the object that it comes from: a function has read its arguments before it writes
+// over them.
+//
+// Limits: a path result holds at most 4095 characters, an expanded value 2047. Nothing is written past a buffer of the
+// library. KRPAbsPath and KRPGetFullName write up to 4096 bytes into the caller's, whatever size they are told.
 //
 // Threads: the library locks nothing but its file searches (KRPFindfile, KRPFindfileNoKREnv). Give each thread its own
 // container object, and change settings (KRESetEnvValue, KREInit) while no other thread reads them. The process
@@ -73,12 +89,15 @@ public:
     // it was; a longer path to split is cut.
 
     /// Splits `path` and stores the addresses of the three parts where the pointer is not null. An existing directory
-    /// (stat) is all directory.
+    /// (stat; a relative path means the working directory's) is all directory. Of a path of more than 4095 characters
+    /// the first 4095 are split, after an Error record that carries only the position when it has more than 4096. A
+    /// null `path` gets such a record too and has three empty parts.
     ///     "/usr/lib/x.tar.gz" -> "/usr/lib" "x.tar" "gz"     "a/b\c/d"  -> "a/b\c" "d" ""
     ///     "/x"                -> "" "x" ""                   ".profile" -> "" "" "profile"
     void KRPSplitPath(const char* path, char** dir, char** name, char** ext);
 
-    /// The directory of `path`, without its last separator. Each of these three splits anew and refreshes all parts.
+    /// The directory of `path`, without its last separator; null for a null `path`. Each of these three splits anew and
+    /// refreshes all parts.
     const char* KRPGetPathDirectory(const char* path);
     /// The last component of `path` without its extension.
     const char* KRPGetPathName(const char* path);
@@ -118,7 +137,9 @@ public:
     const char* KRPResolvePathVar(const char* var);
 
     /// The first existing `name` in the directories of `list`; null when there is none. Only the last component of
-    /// `name` is looked for.
+    /// `name` is looked for. A `name` that is also a directory's, as seen from the working directory, has no last
+    /// component: then the first directory of the list that exists is the answer, with a "/" behind it. This holds for
+    /// all searches and for KRPResolveFilePath.
     const char* searchInPath(const char* name, const char* list);
     /// searchInPath in the process variable PATH.
     const char* KRPSearchPath(const char* name);
@@ -139,8 +160,8 @@ public:
     const char* KRPResolveFilePathNoKREnv(const char* name, const char* var);
 
     /// The absolute form of `path` in `out`, which must hold 4096 bytes whatever `size` says. With a directory part,
-    /// that directory is made absolute and the file need not exist. A bare name is searched in the working directory
-    /// and then in the setting INCLUDE_PATH; it fails when the name found is longer than `size`, and `out` holds no
+    /// that directory is made absolute and the file need not exist. A bare name, and "/name" as well, whose directory
+    /// part is empty, is searched in the working directory and then in the setting INCLUDE_PATH; it fails when the name found is longer than `size`, and `out` holds no
     /// path when what was found has no absolute one (below a working directory deeper than any path, for example). Null
     /// on failure.
     char* KRPGetFullName(const char* path, char* out, int size);
@@ -152,20 +173,22 @@ public:
     /// The same; the flag has no effect.
     bool KRPFileExist(const char* path, bool flag);
 
-    /// The process variable HOME, or null when it is unset (the buffer keeps its text then).
+    /// The process variable HOME, or null, with the buffer as it was, when it is unset or longer than 4095 characters.
     const char* KRPGetUserDir();
     /// The process variable MYDOCUMENTS, in the same way.
     const char* KRPGetMyDocuments();
 
-    /// A file name that is not in use in the directory of the path variable `var` (tempnam, prefix "tmp"; /tmp where
-    /// there is no such directory), in a static buffer that all objects and threads share; null on failure. The file is
-    /// not created, so another process may take the name first.
+    /// A file name that is not in use in the directory of the path variable `var`, or in /tmp where there is no such
+    /// directory (tempnam, prefix "tmp"). Where the process variable TMPDIR names a directory, the name is in that one,
+    /// whatever `var` says. In a static buffer that all objects and threads share; null on failure. The file is not
+    /// created, so another process may take the name first.
     const char* KRPGetTempName(const char* var);
 
 private:
     using ResolveVariable = const char* (KREnvContainerClass::*)(const char* var);
 
-    KRENV_HIDDEN void splitText(std::string_view path);
+    KRENV_HIDDEN void storeParts(std::string_view dir, std::string_view name, std::string_view ext);
+    KRENV_HIDDEN const char* makePath(std::string_view dir, std::string_view name, std::string_view ext);
     KRENV_HIDDEN const char* valueOfPathVariable(const char* var);
     KRENV_HIDDEN const char* findInVariables(const char* name, const char* var, ResolveVariable resolve,
                                              std::va_list more);
@@ -196,7 +219,8 @@ private:
 /// host opens its main scope (Lifetime.h); a host may call it again.
 /// 1 on success. 0 after an Error record when there is no such file (the settings stay as they were) or when it cannot
 /// be parsed (then no setting is to be read until a later KREInit has succeeded; KRSLoadError() in krs.h tells line and
-/// reason). An empty `directory` finds nothing. A null one is a caller's bug: std::logic_error.
+/// reason). `directory` is a path variable like the others: "HOME" or "$X" stands for another directory, and a ":" in
+/// it parts a list. An empty one finds nothing. A null one is a caller's bug: std::logic_error.
 /// A value whose references go round in a circle is left out after an Error record; the rest is loaded.
 KRENV_EXPORT int KREInit(const char* directory);
 
@@ -257,17 +281,18 @@ KRENV_EXPORT int filelength(int fd);
 
 /// Creates the directory `path` with mode 0777 less the process's umask; its parents must exist. True when there is
 /// something of that name afterwards, be it a file that was there before. False after two Error records, the system's
-/// reason and the path.
+/// reason and the path, also for a null path.
 KRENV_EXPORT bool KRPCreateDirectory(const char* path);
 
 /// Removes `path` and everything below it with the shell command "/bin/rm -fr PATH". A path without "/tmp" in it gets
 /// an Error record that carries only the position, and is removed like any other. Trace records tell the command
-/// and its status; the caller is told nothing. An empty path removes nothing.
+/// and its status; the caller is told nothing. An empty path removes nothing, and neither does any without memory for
+/// the command.
 KRENV_EXPORT void KRPRemoveAllDirectories(const char* path);
 
 /// Copies the file `from` with the shell command "/bin/cp "FROM" "TO" > /dev/null"; `to` may be a directory. True when
-/// the command succeeded. False, without running it, when the names are equal but for upper and lower case or `from`
-/// does not exist. Also false, whatever became of the copy, in a host that ignores SIGCHLD: system() cannot learn the
+/// the command succeeded. False, without running it, when the names are equal but for upper and lower case, one of them
+/// is null, `from` does not exist or there is no memory for the command. Also false, whatever became of the copy, in a host that ignores SIGCHLD: system() cannot learn the
 /// command's status there.
 ///
 /// For both commands a name means exactly the file of that name. One that a shell or the command's options would take
@@ -280,7 +305,7 @@ KRENV_EXPORT bool KRPCopyFile(const char* from, const char* to);
 /// "/tmp", or "" when that cannot be opened as a directory. A static text.
 KRENV_EXPORT const char* KRPGetTempDirectory();
 
-/// Changes the process's working directory; true on success.
+/// Changes the process's working directory; true on success, false for a null path. Logs nothing.
 KRENV_EXPORT bool KRPChdir(const char* path);
 
 /// Writes the Error record "WHAT. Error: NUMBER:DESCRIPTION" about the thread's errno. To be called before anything

@@ -84,7 +84,8 @@ std::int32_t bytesOfPages(long pages, long pageSize) {
 // --- samples of one process -----------------------------------------------------------------------------------------
 
 // /proc/PID/stat, "77 (sh) S 1 77 77 0 -1 4194560 1000 0 0 0 12 34 0 0 20 0 1 0 5000 2617344 400 ...": fills what
-// is there. A name with a blank shifts the fields behind it. False when the text ends before the first one.
+// is there. A name with a blank shifts the fields behind it: where a number is expected and a word stands, the scan ends and
+// the rest is 0. False when the text ends before the first one.
 bool scanProcess(std::FILE* file, pstat* out) {
     unsigned long user = 0;
     unsigned long system = 0;
@@ -168,7 +169,9 @@ int getProcessRSS(int pid, bool /*flag*/) {
         return 0;
     }
     long pages = 0;
-    if (std::fscanf(file.get(), "%*s%ld", &pages) != 1) {
+    const int scanned = std::fscanf(file.get(), "%*s%ld", &pages);
+    file.close();  // before the record, so that a sink that counts descriptors does not see it
+    if (scanned != 1) {
         KR_LOG(Warning) << "getProcessRSS() - fscanf failed for file " << path;
         return 0;
     }
@@ -182,8 +185,8 @@ namespace {
 // The name of a load engine's process: as much of its executable's name as the kernel keeps.
 constexpr char kEngineName[] = "PMLoadEngineMai";
 
-// The kernel prints up to 63 characters, of a kernel thread's name for example, each escaped by up to four, and the
-// closing parenthesis.
+// The kernel prints up to 63 characters, of a kernel thread's name for example, and the closing parenthesis. It escapes
+// none of them here: a newline stands raw and ends the word as a blank does.
 constexpr std::size_t kWordSize = 256;
 
 // /proc/PID/stat, "77 (sh) S 1 77 ...": puts the name, or what stands before its first blank less one character, into
@@ -358,11 +361,13 @@ bool MachineStats::CollectSlavesInfo(std::vector<KREnvSlaveStats>& slaves, bool 
 }
 
 bool MachineStats::GetSpecificProcessInfo(int pid, unsigned long long& memoryBytes, double& cpuPercent, bool flag) {
-    CPUUsage*& sampler = usageByPid[pid];
-    if (sampler != nullptr) {
-        cpuPercent = sampler->GetUsage();
+    const auto known = usageByPid.find(pid);
+    if (known != usageByPid.end() && known->second != nullptr) {
+        cpuPercent = known->second->GetUsage();
     } else {
-        sampler = new CPUUsage(pid);
+        auto sampler = std::make_unique<CPUUsage>(pid);
+        usageByPid[pid] = sampler.get();
+        static_cast<void>(sampler.release());
         cpuPercent = 0.0;
     }
     memoryBytes = static_cast<std::uint32_t>(getProcessRSS(pid, flag));

@@ -11,6 +11,7 @@
 #include <iterator>
 #include <memory>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -110,30 +111,11 @@ bool hasReference(const char* text, std::size_t length, const RWCRegexp& referen
     return reference.search(text, length, &matched) != RWCRegexp::npos;
 }
 
-// Counts a nested level for the length of a scope.
-class LevelCount {
-public:
-    explicit LevelCount(AddDelSet& set) : set_(set) { ++set_.levels; }
-    ~LevelCount() { --set_.levels; }
-    LevelCount(const LevelCount&) = delete;
-    LevelCount& operator=(const LevelCount&) = delete;
-
-private:
-    AddDelSet& set_;
-};
-
 struct Match {
     std::size_t position;
     std::size_t length;
     explicit operator bool() const { return position != RWCRegexp::npos; }
 };
-
-Match findReference(AddDelSet& set, const RWCString& text, const RWCRegexp& reference) {
-    Match match{0, 0};
-    match.position = text.index(reference, &match.length);
-    set.searched += match ? match.position + match.length : text.length();
-    return match;
-}
 
 // "$(NAME)" -> the process variable NAME, "#(NAME)" -> the setting NAME; null when there is none.
 const char* valueOfReference(const RWCString& text, const Match& match) {
@@ -142,79 +124,70 @@ const char* valueOfReference(const RWCString& text, const Match& match) {
 }
 
 // One level of the chain: a text in progress, and the reference in it that is being replaced.
-struct Level {
-    Level(AddDelSet& set, RWCString& inProgress) : text(inProgress), count(set), guard(set, inProgress) {}
-
-    bool putValueInPlace() {
-        text.replace(match.position, match.length, value);
-        return text.length() <= kMaxText;
+class Level {
+public:
+    Level(AddDelSet& set, RWCString& inProgress) : text(inProgress), set_(set), guard_(set, inProgress) {
+        ++set_.levels;
     }
+    ~Level() { --set_.levels; }
+    Level(const Level&) = delete;
+    Level& operator=(const Level&) = delete;
+
+    void findNext(const RWCRegexp& reference) {
+        match.position = text.index(reference, &match.length);
+        set_.searched += match ? match.position + match.length : text.length();
+        if (match) ++set_.substitutions;
+    }
+
+    // What stands in the way of going on here, nothing as a rule. A long text is in nobody's way before it is expanded.
+    std::optional<KRSResolveFailure> obstacle() const {
+        if (guard_.isDuplicate()) return KRSResolveFailure::Cycle;
+        if (set_.levels > kMaxLevels) return KRSResolveFailure::Levels;
+        if (set_.substitutions > 0 && text.length() > kMaxText) return KRSResolveFailure::TextLength;
+        if (set_.searched > kMaxSearched) return KRSResolveFailure::Searching;
+        if (set_.substitutions > kMaxSubstitutions) return KRSResolveFailure::Substitutions;
+        return std::nullopt;
+    }
+
+    void putValueInPlace() { text.replace(match.position, match.length, value); }
 
     RWCString& text;  // the level outside's value, the outermost one's is the caller's
     Match match{0, 0};
     RWCString value;
-    LevelCount count;
-    AddDel guard;
+
+private:
+    AddDelSet& set_;
+    const AddDel guard_;
 };
-
-bool mayGoDeeper(const AddDelSet& set, const Level& level) {
-    return !level.guard.isDuplicate() && set.levels <= kMaxLevels;
-}
-
-bool maySubstitute(AddDelSet& set, const Level& level) {
-    return level.text.length() <= kMaxText && set.searched <= kMaxSearched && ++set.substitutions <= kMaxSubstitutions;
-}
-
-// Whom to tell what is done, rarely anybody. A benchmark leaves the question out, to see that it costs nothing.
-KRSResolveObserver* observerOf([[maybe_unused]] const AddDelSet& set) {
-#ifdef KRENV_UNOBSERVED
-    return nullptr;
-#else
-    return set.observer;
-#endif
-}
-
-KRSResolveFailure whyFailed(const AddDelSet& set, const Level& level) {
-    if (level.guard.isDuplicate()) return KRSResolveFailure::Cycle;
-    if (set.levels > kMaxLevels) return KRSResolveFailure::Levels;
-    if (level.text.length() > kMaxText) return KRSResolveFailure::TextLength;
-    return set.searched > kMaxSearched ? KRSResolveFailure::Searching : KRSResolveFailure::Substitutions;
-}
-
-// What a resolution that ends at `level` answers.
-bool failedAt(const AddDelSet& set, const Level& level) {
-    if (KRSResolveObserver* const observer = observerOf(set)) {
-        observer->failed(whyFailed(set, level), level.text.data());
-    }
-    return false;
-}
 
 // The search starts anew after each substitution, because what was put in may form a reference with the text around it.
 // The chain's texts are remembered whole: only the very same text again is a cycle, so "#(A)#(A)" is none.
 bool resolve(AddDelSet& set, RWCString& text, const RWCRegexp& reference) {
-    KRSResolveObserver* const observer = observerOf(set);
     // The innermost level in front. No recursion: a small thread's stack has no room for the longest chain.
     std::forward_list<Level> chain;
     chain.emplace_front(set, text);
-    while (mayGoDeeper(set, chain.front())) {
+    for (;;) {
         Level& level = chain.front();
-        level.match = findReference(set, level.text, reference);
+        level.findNext(reference);
+        if (const auto obstacle = level.obstacle()) {
+            if (set.observer != nullptr) set.observer->failed(*obstacle, level.text.data());
+            return false;
+        }
         if (level.match) {
-            if (!maySubstitute(set, level)) break;
             const char* const value = valueOfReference(level.text, level.match);
-            if (observer != nullptr)
-                observer->found({level.text.data(), level.match.position, level.match.length, value});
+            if (set.observer != nullptr) {
+                set.observer->found({level.text.data(), level.match.position, level.match.length, value});
+            }
             level.value = value;
             chain.emplace_front(set, level.value);
         } else if (std::next(chain.begin()) == chain.end()) {
-            return set.searched <= kMaxSearched || failedAt(set, level);
+            return true;
         } else {
-            if (observer != nullptr) observer->resolved(level.text.data());
+            if (set.observer != nullptr) set.observer->resolved(level.text.data());
             chain.pop_front();
-            if (!chain.front().putValueInPlace()) break;
+            chain.front().putValueInPlace();
         }
     }
-    return failedAt(set, chain.front());
 }
 
 // --- addresses ------------------------------------------------------------------------------------------------------
@@ -281,10 +254,13 @@ const char* KREnvContainerClass::KREGetEnv(const char* name) { return KRERuntime
 
 // Asks pressmark.ini alone, on purpose: a run-time value does not define a setting.
 bool KREnvContainerClass::KREEnvDefined(const char* name, const char* text, bool ignoreCase) {
+    char wanted[sizeof m_szResolvedValue];  // a copy, as `text` may lie in the buffer that the value is read into
+    const bool mayBeContained = text != nullptr && std::strlen(text) < sizeof wanted;
+    if (mayBeContained) std::strcpy(wanted, text);
     const char* const value = KREGetEnv(name);
-    if (value == nullptr || text == nullptr) return false;
-    if (*text == '\0') return true;
-    return ignoreCase ? containsIgnoringCase(value, text) : std::strstr(value, text) != nullptr;
+    if (value == nullptr || !mayBeContained) return false;
+    if (*wanted == '\0') return true;
+    return ignoreCase ? containsIgnoringCase(value, wanted) : std::strstr(value, wanted) != nullptr;
 }
 
 const char* KREnvContainerClass::KRERuntimeResolve(const char* text) {
@@ -312,14 +288,21 @@ const char* KREnvContainerClass::storeResolved(const char* text, std::size_t len
 
 namespace {
 
-// Who watches the load that is running; one load runs at a time.
+// Puts what the filter answers into its one text, where it stays until the next answer.
+const RWCString& keepFiltered(const char* text) {
+    static RWCString resolvedVal;
+    resolvedVal = text;
+    return resolvedVal;
+}
+
+// Who watches the load that is running. A load that a sink or an observer starts meanwhile has its own.
 KRSLoadObserver* g_loadObserver = nullptr;
 
 // Watches as long as a scope lasts.
 class LoadObservation {
 public:
-    explicit LoadObservation(KRSLoadObserver* observer) { g_loadObserver = observer; }
-    ~LoadObservation() { g_loadObserver = nullptr; }
+    explicit LoadObservation(KRSLoadObserver* observer) : outer_(g_loadObserver) { g_loadObserver = observer; }
+    ~LoadObservation() { g_loadObserver = outer_; }
     LoadObservation(const LoadObservation&) = delete;
     LoadObservation& operator=(const LoadObservation&) = delete;
 
@@ -328,11 +311,19 @@ public:
 
 private:
     static const char* observedFilter(const char* key, const char* value) {
-        g_loadObserver->begun(key, value);
-        const char* const stored = KRSLoadFilter(key, value);
-        g_loadObserver->ended(stored);
-        return stored;
+        KRSLoadObserver* const observer = g_loadObserver;
+        observer->begun(key, value);
+        const char* const filtered = KRSLoadFilter(key, value);
+        if (filtered == nullptr) {
+            observer->ended(nullptr);
+            return nullptr;
+        }
+        const RWCString stored(filtered);  // a load that the observer starts rewrites the filter's text
+        observer->ended(stored.data());
+        return keepFiltered(stored.data()).data();
     }
+
+    KRSLoadObserver* const outer_;
 };
 
 }  // namespace
@@ -347,13 +338,13 @@ bool KRSRuntimeResolve(AddDelSet& set, RWCString& text) { return resolve(set, te
 bool KRSLoadResolve(AddDelSet& set, RWCString& text) { return resolve(set, text, loadReference()); }
 
 const char* KRSLoadFilter(const char* /*key*/, const char* value) {
-    static RWCString resolvedVal;
-    resolvedVal = value;
-    if (!hasReference(resolvedVal.data(), resolvedVal.length(), loadReference())) return resolvedVal.data();
+    const RWCString& kept = keepFiltered(value);
+    if (!hasReference(kept.data(), kept.length(), loadReference())) return kept.data();
 
     AddDelSet inProgress;
     inProgress.observer = g_loadObserver;
-    if (KRSLoadResolve(inProgress, resolvedVal)) return resolvedVal.data();
+    RWCString resolved(kept);  // apart, because an observer may start a load of its own
+    if (KRSLoadResolve(inProgress, resolved)) return keepFiltered(resolved.data()).data();
     // The value is left out on purpose: it can be a megabyte long.
     KR_LOG(Error) << "\n endless loop while resolving value ";
     return nullptr;
@@ -493,13 +484,14 @@ int KRELoadIniFile(const char* path, KRSLoadObserver* observer) {
         return 0;
     }
     // Stored before loading, so that #{NAME} finds what stands above it. An earlier table stays: its texts are in use.
-    IniTable = KRSCreateTable();
+    const int created = KRSCreateTable();
+    IniTable = created;
     const LoadObservation observation(observer);
-    if (KRSLoad(path, IniTable, observation.filter()) != 0) return 1;
+    if (KRSLoad(path, created, observation.filter()) != 0) return 1;
 
     KR_LOG(Error) << "Failed to load. The file contains a syntax error " << path;
     // IniTable keeps the handle: a released table simply has no values, which shows a host that went on regardless.
-    KRSDestroyTable(IniTable);
+    KRSDestroyTable(created);
     return 0;
 }
 

@@ -6,7 +6,10 @@
 #include <cstring>
 #include <initializer_list>
 #include <memory>
+#include <new>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include <dirent.h>
 #include <strings.h>
@@ -40,16 +43,24 @@ void copyCut(char (&buffer)[kPathBytes], std::string_view text) {
     buffer[length] = '\0';
 }
 
+// The process variable `name` in a path buffer; null, with the buffer as it was, when it is unset or does not fit. A part
+// of it would be another directory.
+const char* storeVariable(const char* name, char (&buffer)[kPathBytes]) {
+    const char* const value = std::getenv(name);
+    if (value == nullptr || std::strlen(value) > kMaxPath) return nullptr;
+    copyCut(buffer, value);
+    return buffer;
+}
+
 // A path in the making. It is composed beside the result buffer, so that one that does not fit leaves that buffer as it
 // was, and the parts may lie in that buffer.
 class PathComposition {
 public:
-    void append(const char* part) {
-        const std::size_t length = std::strlen(part);
-        fits_ = fits_ && length <= kMaxPath - length_;
+    void append(std::string_view part) {
+        fits_ = fits_ && part.size() <= kMaxPath - length_;
         if (!fits_) return;
-        std::memcpy(text_ + length_, part, length);
-        length_ += length;
+        std::memcpy(text_ + length_, part.data(), part.size());
+        length_ += part.size();
     }
 
     bool endsInSlash() const { return length_ > 0 && text_[length_ - 1] == '/'; }
@@ -75,6 +86,52 @@ std::size_t startOfLastComponent(std::string_view path) {
     return start;
 }
 
+// A path cut into its parts, apart from the object's buffers, because callers pass paths that lie in these.
+class SplitPath {
+public:
+    explicit SplitPath(std::string_view path) {
+        copyCut(text_, path);
+        if (path.size() > kPathBytes) KR_LOG(Error);
+        const std::string_view kept(text_, std::min(path.size(), kMaxPath));
+        if (path.size() <= kMaxPath && KRPIsClosedFileADirectory(text_)) {
+            dir = kept;
+        } else {
+            cut(kept);
+        }
+    }
+    SplitPath(const SplitPath&) = delete;
+    SplitPath& operator=(const SplitPath&) = delete;
+
+    std::string_view dir = "";
+    std::string_view name = "";
+    std::string_view ext = "";
+
+private:
+    // At the last separator, and at the last dot behind it.
+    void cut(std::string_view path) {
+        const std::size_t start = startOfLastComponent(path);
+        if (start > 0) dir = path.substr(0, start - 1);
+        name = path.substr(start);
+        const std::size_t dot = name.rfind('.');
+        if (dot == name.npos) return;
+        ext = name.substr(dot + 1);
+        name = name.substr(0, dot);
+    }
+
+    char text_[kPathBytes];
+};
+
+// A copy of an argument, null included, for functions that rewrite the object's buffers before they have read it.
+class KeptArgument {
+public:
+    explicit KeptArgument(const char* text) : isNull_(text == nullptr), text_(isNull_ ? "" : text) {}
+    const char* get() const { return isNull_ ? nullptr : text_.c_str(); }
+
+private:
+    bool isNull_;
+    std::string text_;
+};
+
 // The bit, not the whole file type, is what programs have always been told by: block devices and sockets share it.
 bool hasDirectoryBit(mode_t mode) { return (mode & 0x4000) != 0; }
 
@@ -88,6 +145,18 @@ void forEachDirectory(const char* list, Use use) {
     for (char* entry = strtok_r(copy.data(), ":", &rest); entry != nullptr; entry = strtok_r(nullptr, ":", &rest)) {
         if (KRPIsClosedFileADirectory(entry) && use(entry)) return;
     }
+}
+
+bool endsList(const char* variable) { return variable == nullptr || *variable == '\0'; }
+
+// The variables that follow `var` in an argument list, up to its end.
+std::vector<std::string> variablesBehind(const char* var, std::va_list more) {
+    std::vector<std::string> variables;
+    while (!endsList(var)) {
+        var = va_arg(more, const char*);
+        if (!endsList(var)) variables.emplace_back(var);
+    }
+    return variables;
 }
 
 // --- names in shell commands ----------------------------------------------------------------------------------------
@@ -126,68 +195,65 @@ std::string quotedArgument(const char* name) {
     return isHarmlessInDoubleQuotes(name) ? '"' + operand + '"' : inSingleQuotes(operand);
 }
 
+// The file operations throw nothing: without memory for its command or its text an operation is not done.
+template <class Operation>
+void unlessOutOfMemory(Operation operation) {
+    try {
+        operation();
+    } catch (const std::bad_alloc&) {
+    }
+}
+
+void removeTree(const char* path, const std::string& command) {
+    KR_LOG(Trace) << "KRPRemoveAllDirectories before\t" << path << "\t" << command << "\t";
+    const int status = std::system(command.c_str());
+    KR_LOG(Trace) << "KRPRemoveAllDirectories after\t" << status << "\t" << path << "\t";
+}
+
 }  // namespace
 
 // --- path texts -----------------------------------------------------------------------------------------------------
 
 void KREnvContainerClass::KRPSplitPath(const char* path, char** dir, char** name, char** ext) {
-    char work[kPathBytes];
-    const std::string_view whole = path != nullptr ? path : "";
-    const std::size_t length = whole.size();
-    copyCut(work, whole);  // before the parts are cleared: `path` may be one of them
-    m_szDir[0] = m_szName[0] = m_szExt[0] = '\0';
-    if (anyNull(__LINE__, {path})) return;
-    if (length > kPathBytes) KR_LOG(Error);
-
-    if (length <= kMaxPath && KRPIsClosedFileADirectory(work)) {
-        copyCut(m_szDir, {work, length});
-    } else {
-        splitText({work, std::min(length, kMaxPath)});
-    }
+    const SplitPath split(anyNull(__LINE__, {path}) ? "" : path);
+    storeParts(split.dir, split.name, split.ext);
     if (dir != nullptr) *dir = m_szDir;
     if (name != nullptr) *name = m_szName;
     if (ext != nullptr) *ext = m_szExt;
 }
 
-// Cuts `path` at its last separator and the last dot behind it, and copies the pieces.
-void KREnvContainerClass::splitText(std::string_view path) {
-    const std::size_t start = startOfLastComponent(path);
-    if (start > 0) copyCut(m_szDir, path.substr(0, start - 1));
-    std::string_view component = path.substr(start);
-    const std::size_t dot = component.rfind('.');
-    if (dot != component.npos) {
-        copyCut(m_szExt, component.substr(dot + 1));
-        component = component.substr(0, dot);
-    }
-    copyCut(m_szName, component);
+void KREnvContainerClass::storeParts(std::string_view dir, std::string_view name, std::string_view ext) {
+    copyCut(m_szDir, dir);
+    copyCut(m_szName, name);
+    copyCut(m_szExt, ext);
 }
 
 const char* KREnvContainerClass::KRPGetPathDirectory(const char* path) {
-    char* dir = nullptr;
-    KRPSplitPath(path, &dir, nullptr, nullptr);
-    return dir;
+    KRPSplitPath(path, nullptr, nullptr, nullptr);
+    return path != nullptr ? m_szDir : nullptr;
 }
 
 const char* KREnvContainerClass::KRPGetPathName(const char* path) {
-    char* name = nullptr;
-    KRPSplitPath(path, nullptr, &name, nullptr);
-    return name;
+    KRPSplitPath(path, nullptr, nullptr, nullptr);
+    return path != nullptr ? m_szName : nullptr;
 }
 
 const char* KREnvContainerClass::KRPGetPathExt(const char* path) {
-    char* ext = nullptr;
-    KRPSplitPath(path, nullptr, nullptr, &ext);
-    return ext;
+    KRPSplitPath(path, nullptr, nullptr, nullptr);
+    return path != nullptr ? m_szExt : nullptr;
 }
 
 const char* KREnvContainerClass::KRPMakePath(const char* dir, const char* name, const char* ext) {
-    if (anyNull(__LINE__, {dir, name, ext})) return nullptr;
+    return anyNull(__LINE__, {dir, name, ext}) ? nullptr : makePath(dir, name, ext);
+}
+
+const char* KREnvContainerClass::makePath(std::string_view dir, std::string_view name, std::string_view ext) {
     PathComposition path;
     // Without a directory the name goes on where the last composition ended: programs compose in steps that way.
-    path.append(*dir != '\0' ? dir : m_szMadePath);
-    if (*dir != '\0' && !path.endsInSlash()) path.append("/");
+    path.append(dir.empty() ? m_szMadePath : dir);
+    if (!dir.empty() && !path.endsInSlash()) path.append("/");
     path.append(name);
-    if (*ext != '\0') {
+    if (!ext.empty()) {
         path.append(".");
         path.append(ext);
     }
@@ -196,22 +262,30 @@ const char* KREnvContainerClass::KRPMakePath(const char* dir, const char* name, 
     return made;
 }
 
+// These three compose before they store the parts, because their arguments may be parts of the last split.
+
 const char* KREnvContainerClass::KRPConcatDirAndName(const char* dir, const char* path) {
     if (anyNull(__LINE__, {dir, path})) return nullptr;
-    KRPSplitPath(path, nullptr, nullptr, nullptr);
-    return KRPMakePath(dir, m_szName, m_szExt);
+    const SplitPath split(path);
+    const char* const made = makePath(dir, split.name, split.ext);
+    storeParts(split.dir, split.name, split.ext);
+    return made;
 }
 
 const char* KREnvContainerClass::KRPReplacePathExt(const char* path, const char* ext) {
     if (anyNull(__LINE__, {path, ext})) return nullptr;
-    KRPSplitPath(path, nullptr, nullptr, nullptr);
-    return KRPMakePath(m_szDir, m_szName, ext);
+    const SplitPath split(path);
+    const char* const made = makePath(split.dir, split.name, ext);
+    storeParts(split.dir, split.name, split.ext);
+    return made;
 }
 
 const char* KREnvContainerClass::KRPReplacePathName(const char* path, const char* name) {
     if (anyNull(__LINE__, {path, name})) return nullptr;
-    KRPSplitPath(path, nullptr, nullptr, nullptr);
-    return KRPMakePath(m_szDir, name, m_szExt);
+    const SplitPath split(path);
+    const char* const made = makePath(split.dir, name, split.ext);
+    storeParts(split.dir, split.name, split.ext);
+    return made;
 }
 
 char* KREnvContainerClass::KRPAdjustPathLen(const char* path, char* out, int maxLen) {
@@ -224,17 +298,18 @@ char* KREnvContainerClass::KRPAdjustPathLen(const char* path, char* out, int max
         std::memmove(out, path, length + 1);
         return out;
     }
-    KRPSplitPath(path, nullptr, nullptr, nullptr);
-    const int keep = maxLen - static_cast<int>(std::strlen(m_szName)) - static_cast<int>(std::strlen(m_szExt)) - 5;
-    if (keep < 0) return nullptr;
-
-    std::memmove(out, path, static_cast<std::size_t>(keep));
-    char* end = out + keep;
-    for (const char* const piece :
-         {"...\\", static_cast<const char*>(m_szName), ".", static_cast<const char*>(m_szExt)}) {
-        end = stpcpy(end, piece);
+    const SplitPath split(path);
+    const int keep = maxLen - static_cast<int>(split.name.size()) - static_cast<int>(split.ext.size()) - 5;
+    if (keep >= 0) {
+        std::memmove(out, path, static_cast<std::size_t>(keep));
+        char* end = out + keep;
+        for (const std::string_view piece : {std::string_view("...\\"), split.name, std::string_view("."), split.ext}) {
+            end = std::copy(piece.begin(), piece.end(), end);
+        }
+        *end = '\0';
     }
-    return out;
+    storeParts(split.dir, split.name, split.ext);
+    return keep >= 0 ? out : nullptr;
 }
 
 const char* KREnvContainerClass::KRPGetCwd() { return getcwd(m_szCwd, sizeof m_szCwd); }
@@ -281,9 +356,10 @@ const char* KREnvContainerClass::KRPResolvePathVar(const char* var) {
 
 const char* KREnvContainerClass::searchInPath(const char* name, const char* list) {
     if (list == nullptr) return nullptr;
+    const KeptArgument keptName(name);
     const char* found = nullptr;
     forEachDirectory(list, [&](const char* directory) {
-        const char* const candidate = KRPPathFileExist(directory, name);
+        const char* const candidate = KRPPathFileExist(directory, keptName.get());
         if (candidate == nullptr) return false;
         copyCut(m_szFound, candidate);
         found = m_szFound;
@@ -317,24 +393,30 @@ const char* KREnvContainerClass::KRPFindfileNoKREnv(const char* name, const char
     return found;
 }
 
-// The first variable is always consulted, and ends the list itself when it is empty or null.
+// The first variable is always consulted, and ends the list itself when it is empty or null. All arguments are read
+// before the search, because they may lie in buffers that it rewrites.
 const char* KREnvContainerClass::findInVariables(const char* name, const char* var, ResolveVariable resolve,
                                                  std::va_list more) {
+    const KeptArgument keptName(name);
+    const std::vector<std::string> further = variablesBehind(var, more);
     const RWMutexLock::LockGuard lock(gIniFileMutex);
-    const char* found = searchInPath(name, (this->*resolve)(var));
-    while (found == nullptr && var != nullptr && *var != '\0') {
-        var = va_arg(more, const char*);
-        if (var != nullptr && *var != '\0') found = searchInPath(name, (this->*resolve)(var));
+    const char* found = searchInPath(keptName.get(), (this->*resolve)(var));
+    for (auto next = further.begin(); found == nullptr && next != further.end(); ++next) {
+        found = searchInPath(keptName.get(), (this->*resolve)(next->c_str()));
     }
     return found;
 }
 
 const char* KREnvContainerClass::KRPResolveFilePath(const char* name, const char* var) {
-    return anyNull(__LINE__, {name, var}) ? nullptr : placeInDirectory(name, KRPResolvePathVar(var));
+    if (anyNull(__LINE__, {name, var})) return nullptr;
+    const KeptArgument keptName(name);
+    return placeInDirectory(keptName.get(), KRPResolvePathVar(var));
 }
 
 const char* KREnvContainerClass::KRPResolveFilePathNoKREnv(const char* name, const char* var) {
-    return anyNull(__LINE__, {name, var}) ? nullptr : placeInDirectory(name, KRPResolvePathVarNoKREnv(var));
+    if (anyNull(__LINE__, {name, var})) return nullptr;
+    const KeptArgument keptName(name);
+    return placeInDirectory(keptName.get(), KRPResolvePathVarNoKREnv(var));
 }
 
 const char* KREnvContainerClass::placeInDirectory(const char* name, const char* list) {
@@ -348,9 +430,10 @@ const char* KREnvContainerClass::placeInDirectory(const char* name, const char* 
 }
 
 char* KREnvContainerClass::KRPGetFullName(const char* path, char* out, int size) {
+    const KeptArgument whole(path);
     const char* const dir = KRPGetPathDirectory(path);
     if (dir == nullptr || out == nullptr) return nullptr;
-    return *dir != '\0' ? fullNameInDirectory(dir, out) : fullNameOfBareName(path, out, size);
+    return *dir != '\0' ? fullNameInDirectory(dir, out) : fullNameOfBareName(whole.get(), out, size);
 }
 
 // The name and the extension are those of the last split. `out` is taken to hold any path, whatever size its caller
@@ -402,26 +485,19 @@ int filelength(int fd) {
     return length <= INT32_MAX ? static_cast<int>(length) : -1;
 }
 
-const char* KREnvContainerClass::KRPGetUserDir() {
-    const char* const home = std::getenv("HOME");
-    if (home == nullptr) return nullptr;
-    copyCut(m_szUserDir, home);
-    return m_szUserDir;
-}
+const char* KREnvContainerClass::KRPGetUserDir() { return storeVariable("HOME", m_szUserDir); }
 
-const char* KREnvContainerClass::KRPGetMyDocuments() {
-    const char* const documents = std::getenv("MYDOCUMENTS");
-    if (documents == nullptr) return nullptr;
-    copyCut(m_szMyDocuments, documents);
-    return m_szMyDocuments;
-}
+const char* KREnvContainerClass::KRPGetMyDocuments() { return storeVariable("MYDOCUMENTS", m_szMyDocuments); }
 
 // --- file-system operations -----------------------------------------------------------------------------------------
 
 bool KRPCreateDirectory(const char* path) {
-    if (anyNull(__LINE__, {path})) return false;
     if (KREnvContainerClass().KRPFileExist(path)) return true;
-    if (mkdir(path, 0777) == 0) return true;
+    if (path == nullptr) {
+        errno = EFAULT;  // what the system says of a path that it cannot read
+    } else if (mkdir(path, 0777) == 0) {
+        return true;
+    }
 
     LogLastError("Failed to create dir");
     KR_LOG(Error) << "Failed to create directory " << path;
@@ -431,21 +507,19 @@ bool KRPCreateDirectory(const char* path) {
 void KRPRemoveAllDirectories(const char* path) {
     const bool mentionsTmp = path != nullptr && std::strstr(path, "/tmp") != nullptr;
     if (!mentionsTmp) KR_LOG(Error);  // reported, but no reason to stop
-    if (path == nullptr) return;
-
-    const std::string command = "/bin/rm -fr " + argument(path);
-    KR_LOG(Trace) << "KRPRemoveAllDirectories before\t" << path << "\t" << command << "\t";
-    const int status = std::system(command.c_str());
-    KR_LOG(Trace) << "KRPRemoveAllDirectories after\t" << status << "\t" << path << "\t";
+    if (path != nullptr) unlessOutOfMemory([&] { removeTree(path, "/bin/rm -fr " + argument(path)); });
 }
 
 bool KRPCopyFile(const char* from, const char* to) {
-    if (anyNull(__LINE__, {from, to})) return false;
-    if (strcasecmp(from, to) == 0) return false;
+    if (from == nullptr || to == nullptr || strcasecmp(from, to) == 0) return false;
     if (!KREnvContainerClass().KRPFileExist(from)) return false;
 
-    const std::string command = "/bin/cp " + quotedArgument(from) + " " + quotedArgument(to) + " > /dev/null";
-    return std::system(command.c_str()) == 0;
+    int status = -1;
+    unlessOutOfMemory([&] {
+        const std::string command = "/bin/cp " + quotedArgument(from) + " " + quotedArgument(to) + " > /dev/null";
+        status = std::system(command.c_str());
+    });
+    return status == 0;
 }
 
 // --- places ---------------------------------------------------------------------------------------------------------
@@ -461,15 +535,16 @@ const char* KRPGetTempDirectory() {
 // so; they want a name and not a file, hence no mkstemp.
 const char* KREnvContainerClass::KRPGetTempName(const char* var) {
     static char name[4096];
-    const std::unique_ptr<char, decltype(&std::free)> picked(tempnam(KRPResolvePathVar(var), "tmp"), &std::free);
-    if (picked == nullptr || std::strlen(picked.get()) >= sizeof name) return nullptr;
-    return std::strcpy(name, picked.get());
+    const char* result = nullptr;
+    unlessOutOfMemory([&] {
+        const std::unique_ptr<char, decltype(&std::free)> picked(tempnam(KRPResolvePathVar(var), "tmp"), &std::free);
+        if (picked == nullptr || std::strlen(picked.get()) >= sizeof name) return;
+        result = std::strcpy(name, picked.get());
+    });
+    return result;
 }
 
-bool KRPChdir(const char* path) {
-    if (anyNull(__LINE__, {path})) return false;
-    return chdir(path) == 0;
-}
+bool KRPChdir(const char* path) { return path != nullptr && chdir(path) == 0; }
 
 // --- the last system error ------------------------------------------------------------------------------------------
 

@@ -2,9 +2,11 @@
 //
 // File grammar:
 //
-//   bytes                     a UTF-8 byte-order mark at the start is skipped; lines end in LF or CRLF
+//   bytes                     a UTF-8 byte-order mark at the start is skipped; lines end in LF or CRLF; a CR that is
+//                             the last byte is cut too
 //   blank line, ; or # first  skipped
-//   [name]                    section: the keys below are stored as name.KEY; [] goes back to plain keys
+//   [name]                    section: the keys below are stored as name.KEY, blanks around the name cut; [] goes back
+//                             to plain keys
 //   KEY = value               blanks and tabs around both are cut; the first = parts them; a value may be empty
 //   KEY = "  value "          one pair of surrounding double quotes is removed, what is inside is kept as it is
 //   ; or # inside a value     belongs to the value
@@ -12,7 +14,7 @@
 //
 // A line without =, an empty key, an unclosed [, text behind a section's ] that is no comment, a NUL byte, anything
 // that is not a readable regular file of at most 256 MiB: the load fails and the table is as it was before. A table
-// holds at most 512 MiB of texts.
+// holds at most 512 MiB of texts, those of all its loads together.
 //
 // Keys match exactly, byte by byte. A table keeps the file's text in one piece and its keys in one hash index (seeded
 // per process, so that no file can provoke collisions); it loads in linear time.
@@ -45,7 +47,8 @@ KRF_EXPORT int KRSCreateTable();
 KRF_EXPORT int KRSLoad(const char* path, int handle, KRSFilter filter);
 
 /// The calling thread's last failed KRSLoad: "PATH:LINE:COLUMN: reason", or "PATH: reason" where no line is to blame;
-/// "" if none has failed. Lines and columns count from 1, columns in bytes. Valid until the thread's next failure.
+/// "" if none has failed. Lines and columns count from 1, columns in bytes and from behind a byte-order mark. Valid until
+/// the thread's next failure or its end. The end of the process keeps it: destructors at exit may load files and ask.
 KRF_EXPORT const char* KRSLoadError();
 
 /// The value stored for `key`, or null when the table has no such key, `key` is null, or `handle` is 0, unknown or

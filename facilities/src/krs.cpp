@@ -18,6 +18,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -28,7 +29,18 @@ namespace {
 
 // --- failures -------------------------------------------------------------------------------------------------------
 
-thread_local std::string lastLoadError;
+// The calling thread's last failure. A thread's end releases its text, the process's end does not: thread_local objects
+// are destroyed before static ones, whose destructors may still load files.
+std::string& lastLoadError() {
+    static const pthread_key_t atThreadEnd = [] {
+        pthread_key_t made{};
+        pthread_key_create(&made, [](void* text) { std::string().swap(*static_cast<std::string*>(text)); });
+        return made;
+    }();
+    thread_local Immortal<std::string> text;
+    pthread_setspecific(atThreadEnd, &*text);
+    return *text;
+}
 
 // Thrown inside a load, turned into KRSLoadError's text at its border.
 struct LoadFailure {
@@ -136,12 +148,14 @@ public:
     }
 
     void adopt(std::unique_ptr<char[]> chunk, std::size_t size) {
+        checkRoom(size);
         chunks_.push_back(std::move(chunk));
         bytes_ += size;
     }
 
-    // Takes over the other's texts, which stay where they are.
+    // Takes over the other's texts, all or none, which stay where they are.
     void adopt(Arena&& other) {
+        checkRoom(other.bytes_);
         chunks_.insert(chunks_.end(), std::make_move_iterator(other.chunks_.begin()),
                        std::make_move_iterator(other.chunks_.end()));
         bytes_ += other.bytes_;
@@ -150,12 +164,15 @@ public:
 private:
     static constexpr std::size_t kChunkBytes = 64 * 1024;
 
+    void checkRoom(std::size_t more) const {
+        if (more <= kMaxTableBytes - bytes_) return;
+        throw LoadFailure{
+            ": the table's texts need more than 512 MiB; look for a very long section name or value in use"};
+    }
+
     void addChunk(std::size_t needed) {
         const std::size_t size = std::max(needed, kChunkBytes);
-        if (size > kMaxTableBytes - std::min(bytes_, kMaxTableBytes)) {
-            throw LoadFailure{
-                ": the table's texts need more than 512 MiB; look for a very long section name or value in use"};
-        }
+        checkRoom(size);  // before memory is taken
         adopt(std::unique_ptr<char[]>(new char[size]), size);
         next_ = chunks_.back().get();
         left_ = size;
@@ -579,13 +596,13 @@ int describeFailure(const char* path, Reading reading) {
         reading();
         return 1;
     } catch (const LoadFailure& failure) {
-        lastLoadError = path + failure.reason;
+        lastLoadError() = path + failure.reason;
     } catch (const LineFailure& failure) {
-        lastLoadError = path + failure.text();
+        lastLoadError() = path + failure.text();
     } catch (const std::bad_alloc&) {
-        lastLoadError = path + std::string(": not enough memory");
+        lastLoadError() = path + std::string(": not enough memory");
     } catch (const std::length_error&) {
-        lastLoadError = path + std::string(": not enough address space");
+        lastLoadError() = path + std::string(": not enough address space");
     }
     return 0;
 }
@@ -593,13 +610,13 @@ int describeFailure(const char* path, Reading reading) {
 template <class Reading>
 int noteFailure(const char* path, Reading reading) {
     if (path == nullptr || *path == '\0') {
-        lastLoadError = "no path given";
+        lastLoadError() = "no path given";
         return 0;
     }
     try {
         return describeFailure(path, reading);
     } catch (const std::bad_alloc&) {
-        lastLoadError = "out of memory";  // so short that it needs no block of its own
+        lastLoadError() = "out of memory";  // so short that it needs no block of its own
         return 0;
     }
 }
@@ -618,7 +635,7 @@ int KRSLoad(const char* path, int handle, KRSFilter filter) {
     return noteFailure(path, [=] { load(path, handle, filter); });
 }
 
-const char* KRSLoadError() { return lastLoadError.c_str(); }
+const char* KRSLoadError() { return lastLoadError().c_str(); }
 
 const char* KRSGetValue(int handle, const char* key) {
     const Table* const table = registry().find(handle);

@@ -273,6 +273,20 @@ TEST(SettingsOddFile, ManyBlankLines) {
     EXPECT_EQ("16777217 A=1\n", entriesOf(table.handle()));
 }
 
+// The limit held for one load only; the table grew with each.
+TEST(SettingsOddFile, LoadsIntoOneTableAreBoundedTogether) {
+    const TempDir dir;
+    std::string text = "[" + std::string(1U << 20, 's') + "]\n";
+    for (int i = 0; i < 200; ++i) text += "a=\n";
+    const std::string path = dir.writeFile("large.ini", text);
+    const ScopedTable table;
+    for (int i = 0; i < 2; ++i) EXPECT_NE(0, KRSLoad(path.c_str(), table.handle(), nullptr)) << KRSLoadError();
+    EXPECT_EQ(0, KRSLoad(path.c_str(), table.handle(), nullptr));
+    EXPECT_EQ(path + ": the table's texts need more than 512 MiB; look for a very long section name or value in use",
+              KRSLoadError());
+    EXPECT_EQ(400U, KRSEntryCount(table.handle())) << "the table is as it was";
+}
+
 // Two megabytes that would have needed 340 GiB: a long section name above many keys.
 TEST(SettingsOddFile, SectionNameAboveManyKeysIsBounded) {
     const TempDir dir;

@@ -578,6 +578,29 @@ TEST_F(CollectorTest, MemoryMayRunOutAtAnyPoint) {
                 Contains("CollectSlavesInfo() - failed with error: std::bad_alloc").Times(failures));
 }
 
+// An engine for whose sampler there was no memory had an entry all the same, and was told as removed when it ended.
+TEST_F(CollectorTest, AnEngineWithoutASamplerIsNotKnown) {
+    bool happened = true;
+    for (int nth = 1; happened; ++nth) {
+        SCOPED_TRACE(nth);
+        collector = std::make_unique<MachineStats>();
+        proc.run(9);
+        {
+            nLogging::gEnable(Level::Trace, false);  // so that no allocation is the log's
+            const FailingAllocation failing(nth);
+            std::vector<KREnvSlaveStats> slaves;
+            collector->CollectSlavesInfo(slaves, false);
+            happened = failing.happened();
+        }
+        nLogging::gEnable(Level::Trace, true);
+        const std::size_t known = samplers.count();
+        log.clear();
+        proc.end(9);
+        EXPECT_THAT(collectIds(), testing::IsEmpty());
+        EXPECT_THAT(log.records(), Contains("Trace: Removed slave process. id: 9").Times(known));
+    }
+}
+
 // --- engines that vanish --------------------------------------------------------------------------------------------
 
 // A process that ends when any call of the collection is about to be answered: after this collection, which may or may

@@ -378,6 +378,8 @@ TEST(GetProcessRSS, WarnsAboutAFileWithoutTheNumber) {
         LogCapture log;
         proc.write("/proc/77/statm", text);
         const std::size_t descriptors = OpenDescriptors::count();
+        const auto& open = proc.leftOpen();
+        log.onRecord = [&] { EXPECT_THAT(open, testing::IsEmpty()) << "the file is closed before the record"; };
         EXPECT_EQ(0, getProcessRSS(kPid, false)) << text;
         EXPECT_EQ(descriptors, OpenDescriptors::count());
         EXPECT_THAT(log.texts(Level::Warning), ElementsAre("getProcessRSS() - fscanf failed for file /proc/77/statm"));

@@ -300,7 +300,7 @@ Operations pathOperations() {
              const char* const name = host.env.KRPGetTempName("HOME");
              answer << (name == nullptr ? "null" : std::strstr(name, "/home/tmp") != nullptr ? "in home" : "in /tmp");
          },
-         {{"tempnam", {"null"}}, {"getenv", {"in /tmp"}}}},
+         {{"new", sameOr("null")}, {"tempnam", {"null"}}, {"getenv", {"in /tmp"}}}},
         {{"KRPIsClosedFileADirectory(char const*)"},
          [](Host&, Answer& answer) { answer << KRPIsClosedFileADirectory("bin"); },
          {{"stat", {"false"}}}},
@@ -331,13 +331,13 @@ Operations pathOperations() {
              KRPRemoveAllDirectories("/tmp/a directory; and more");
              answer << commands.first();
          },
-         {{"system", {"nothing"}}}},
+         {{"new", sameOr("nothing")}, {"system", {"nothing"}}}},
         {{"KRPCopyFile(char const*, char const*)"},
          [](Host&, Answer& answer) {
              const CommandsAsked commands;
              answer << KRPCopyFile("bin/file.txt", "a directory; and more") << commands.first();
          },
-         {{"stat", {"false nothing"}}, {"system", {"false nothing"}}}},
+         {{"new", sameOr("false nothing")}, {"stat", {"false nothing"}}, {"system", {"false nothing"}}}},
         {{"KRPGetTempDirectory()"},
          [](Host&, Answer& answer) { answer << KRPGetTempDirectory(); },
          {{"opendir", {""}}}},

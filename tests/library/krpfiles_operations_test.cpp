@@ -270,10 +270,11 @@ TEST(KRPCreateDirectory, RecordsTellTheSystemsReason) {
     }
 }
 
-TEST(KRPCreateDirectory, NullIsRefused) {
+TEST(KRPCreateDirectory, NullFailsLikeAnyOtherPathThatCannotBeCreated) {
     const LogCapture log;
     EXPECT_FALSE(KRPCreateDirectory(nullptr));
-    expectBareErrors(log, 1);
+    EXPECT_THAT(log.records(), ElementsAre("Error: Failed to create dir. Error: 14:Bad address",
+                                           "Error: Failed to create directory <NullChar*>"));
 }
 
 TEST(KRPCreateDirectory, NoRecordIsMadeWhileErrorsAreDisabled) {
@@ -602,18 +603,15 @@ TEST(KRPCopyFile, FailingCommandIsFalse) {
     EXPECT_THAT(namesIn(dir.path()), ElementsAre("from"));
 }
 
-TEST(KRPCopyFile, NullIsRefused) {
+TEST(KRPCopyFile, NullIsRefusedSilently) {
     const TempDir dir;
     const std::string from = dir.writeFile("from");
     Shell shell;
     for (const auto& [first, second] : {std::pair<const char*, const char*>{nullptr, "to"}, {from.c_str(), nullptr}}) {
         const LogCapture log;
         EXPECT_FALSE(KRPCopyFile(first, second));
-        expectBareErrors(log, 1);
+        EXPECT_THAT(log.entries(), IsEmpty());
     }
-    const LogCapture log;
-    EXPECT_FALSE(KRPCopyFile(nullptr, nullptr));
-    EXPECT_THAT(log.texts(Level::Error), ElementsAre("", "")) << "one record for each null argument";
     EXPECT_THAT(shell.commands, IsEmpty());
 }
 
@@ -784,10 +782,10 @@ TEST(KRPChdir, FailureIsFalseAndChangesNothing) {
     EXPECT_THAT(log.entries(), IsEmpty());
 }
 
-TEST(KRPChdir, NullIsRefused) {
+TEST(KRPChdir, NullIsRefusedSilently) {
     const LogCapture log;
     EXPECT_FALSE(KRPChdir(nullptr));
-    expectBareErrors(log, 1);
+    EXPECT_THAT(log.entries(), IsEmpty());
 }
 
 // --- LogLastError ---------------------------------------------------------------------------------------------------

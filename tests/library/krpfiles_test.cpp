@@ -28,7 +28,7 @@ constexpr const char* kEnd = nullptr;  // ends a variable list: a pointer, not a
 
 // "dir|name|ext"
 std::string split(KREnvContainerClass& env, const char* path) {
-    char *dir = nullptr, *name = nullptr, *ext = nullptr;
+    char wild[] = "wild", *dir = wild, *name = wild, *ext = wild;
     env.KRPSplitPath(path, &dir, &name, &ext);
     return std::string(dir) + "|" + name + "|" + ext;
 }
@@ -117,12 +117,11 @@ TEST_F(KRPSplitPath, APartOfTheLastSplitCanBeSplit) {
     EXPECT_STREQ("y", env.KRPGetPathExt(env.KRPGetPathName("x.y.z")));
 }
 
-TEST_F(KRPSplitPath, NullIsAnErrorThatClearsTheParts) {
+// The caller's pointers were left as they were, wild as a rule.
+TEST_F(KRPSplitPath, NullIsAnErrorAndThreeEmptyParts) {
     const char* const name = env.KRPGetPathName("a/b.c");
     LogCapture log;
-    char* out = const_cast<char*>("kept");
-    env.KRPSplitPath(nullptr, &out, nullptr, nullptr);
-    EXPECT_STREQ("kept", out);
+    EXPECT_EQ("||", split(env, nullptr));
     EXPECT_STREQ("", name);
     expectBareErrors(log, 1);
     log.clear();
@@ -419,9 +418,19 @@ TEST_F(KRPResolvePathVar, KRPGetUserDirAndMyDocumentsKeepTheirBufferWhenUnset) {
     EXPECT_STREQ("/docs", documents);
 }
 
-TEST_F(KRPResolvePathVar, AHomeThatDoesNotFitIsCut) {
-    const ScopedEnv home("HOME", std::string(5000, 'h').c_str());
-    EXPECT_EQ(std::string(4095, 'h'), orNull(env.KRPGetUserDir()));
+// It was cut, and what was left of it was searched: another directory.
+TEST_F(KRPResolvePathVar, AHomeThatDoesNotFitIsNone) {
+    const std::string longest(4095, 'h');
+    for (const char* const name : {"HOME", "MYDOCUMENTS"}) {
+        const auto get = [&] { return name[0] == 'H' ? env.KRPGetUserDir() : env.KRPGetMyDocuments(); };
+        const ScopedEnv fits(name, longest.c_str());
+        const char* const kept = get();
+        EXPECT_EQ(longest, orNull(kept));
+        const ScopedEnv tooLong(name, (longest + "x").c_str());
+        EXPECT_EQ(nullptr, get());
+        EXPECT_EQ(nullptr, env.KRPResolvePathVar(name));
+        EXPECT_EQ(longest, kept) << "the buffer is as it was";
+    }
 }
 
 // --- file search ----------------------------------------------------------------------------------------------------

@@ -497,6 +497,80 @@ TEST(KRSLoadObserver, WatchesOneLoadOnly) {
     EXPECT_EQ(told, notes.lines.size());
 }
 
+// The load inside took the observer away from the one outside, and its filter's text.
+TEST(KRSLoadObserver, MayStartALoadOfItsOwn) {
+    class Loader : public Notes {
+    public:
+        explicit Loader(std::string inner) : inner_(std::move(inner)) {}
+        void found(const KRSReference& reference) override { Notes::found(reference), loadAnother(); }
+        void resolved(const char* value) override { Notes::resolved(value), loadAnother(); }
+        void begun(const char* key, const char* value) override {
+            if (outer == 0) outer = IniTable;
+            Notes::begun(key, value), loadAnother();
+        }
+        void ended(const char* value) override { Notes::ended(value), loadAnother(); }
+        int outer = 0;
+
+    private:
+        void loadAnother() {
+            Notes told;
+            EXPECT_EQ(1, KRELoadIniFile(inner_.c_str(), loads_++ % 2 == 0 ? &told : nullptr));
+            EXPECT_STREQ("[x]", KRSGetValue(IniTable, "N"));
+            KRSDestroyTable(IniTable);
+        }
+        std::string inner_;
+        int loads_ = 0;
+    };
+    const ScopedEnv x("KRENV_TEST_X", "x");
+    const Settings settings;
+    const TempDir dir;
+    Loader loader(dir.writeFile("inner.ini", "N = [${KRENV_TEST_X}]\n"));
+    const std::string outer = dir.writeFile("outer.ini", "A = <${KRENV_TEST_X}>\nB = plain\n");
+    ASSERT_EQ(1, KRELoadIniFile(outer.c_str(), &loader));
+    EXPECT_THAT(loader.lines,
+                ElementsAre("A = <${KRENV_TEST_X}>", "found ${KRENV_TEST_X} in <${KRENV_TEST_X}> $KRENV_TEST_X = x",
+                            "resolved x", "stored <x>", "B = plain", "stored plain"));
+    EXPECT_STREQ("<x>", KRSGetValue(loader.outer, "A"));
+    EXPECT_STREQ("plain", KRSGetValue(loader.outer, "B"));
+    KRSDestroyTable(loader.outer);
+}
+
+TEST(KRSLoadObserver, IsToldOnThoughASinkLoadsAFile) {
+    const ScopedEnv loop("KRENV_TEST_LOOP", "${KRENV_TEST_LOOP}");
+    const Settings settings;
+    const TempDir dir;
+    const std::string inner = dir.writeFile("inner.ini", "N = inside\n");
+    LogCapture log;
+    log.onRecord = [&] {
+        EXPECT_EQ(1, KRELoadIniFile(inner.c_str()));
+        KRSDestroyTable(IniTable);
+    };
+    Notes notes;
+    ASSERT_EQ(1, KRELoadIniFile(dir.writeFile("outer.ini", "A = ${KRENV_TEST_LOOP}\nB = b\n").c_str(), &notes));
+    EXPECT_THAT(notes.lines, testing::IsSupersetOf({"stored (nothing)", "B = b", "stored b"}));
+}
+
+// It destroyed the table of the load that had come between.
+TEST(KRSLoadObserver, AFailingLoadReleasesItsOwnTable) {
+    class Failing : public Notes {
+    public:
+        explicit Failing(std::string inner) : inner_(std::move(inner)) {}
+        void ended(const char*) override {
+            EXPECT_EQ(1, KRELoadIniFile(inner_.c_str()));
+            throw std::bad_alloc();
+        }
+
+    private:
+        std::string inner_;
+    };
+    const Settings settings;
+    const TempDir dir;
+    Failing failing(dir.writeFile("inner.ini", "N = inside\n"));
+    LogCapture log;
+    EXPECT_EQ(0, KRELoadIniFile(dir.writeFile("outer.ini", "A = a\n").c_str(), &failing));
+    EXPECT_STREQ("inside", KREnvContainerClass().KREGetEnv("N"));
+}
+
 TEST(KRSLoadObserver, WhatItThrowsPassesThroughAndEndsTheWatch) {
     class Thrower : public Notes {
         void begun(const char*, const char*) override { throw std::runtime_error("enough"); }

@@ -1,6 +1,7 @@
 // LogCapture.h - collects the log's records for the length of a scope.
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -24,6 +25,7 @@ public:
             nLogging::gEnable(levelAt(i), true);
         }
         nLogging::gSetSink([this](const nLogging::Record& record) {
+            if (onRecord) onRecord();
             const std::lock_guard<std::mutex> lock(mutex_);
             entries_.push_back({record.level, record.category, record.file, record.line, record.text});
         });
@@ -34,6 +36,9 @@ public:
     }
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
+
+    /// Runs while each record is delivered, before it is gathered; to be set while nobody logs.
+    std::function<void()> onRecord;
 
     /// All records so far.
     std::vector<Entry> entries() const {
