@@ -86,16 +86,15 @@ Registry& registry() {
 
 // --- failures -------------------------------------------------------------------------------------------------------
 
+void releaseText(void* text) { std::string().swap(*static_cast<std::string*>(text)); }
+
 // The calling thread's last failure. A thread's end releases its text, the process's end does not: thread_local objects
 // are destroyed before static ones, whose destructors may still load files.
 std::string& lastLoadError() {
-    static const pthread_key_t atThreadEnd = [] {
-        pthread_key_t made{};
-        pthread_key_create(&made, [](void* text) { std::string().swap(*static_cast<std::string*>(text)); });
-        return made;
-    }();
+    static pthread_key_t atThreadEnd;
+    static const bool releases = pthread_key_create(&atThreadEnd, &releaseText) == 0;
     thread_local Immortal<std::string> text;
-    pthread_setspecific(atThreadEnd, &*text);
+    if (releases) pthread_setspecific(atThreadEnd, &*text);  // where either fails, a text stays allocated
     return *text;
 }
 

@@ -5,7 +5,7 @@ set(fault_functions
   fopen64 fclose fgets __isoc99_fscanf open64 __fstat64_time64 read write perror close lseek64 __fcntl_time64
   __stat64_time64 opendir readdir64 closedir mkdir chdir getcwd realpath readlink tempnam getenv system popen pclose
   gethostname gethostbyname getifaddrs freeifaddrs inet_ntop uname sysinfo usleep __clock_gettime64 __gmtime64_r
-  strerror_r getrandom)
+  strerror_r getrandom pthread_key_create pthread_setspecific)
 
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   # The facilities' own sources, so that their calls can be made to fail as well.

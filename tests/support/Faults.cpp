@@ -16,6 +16,7 @@
 #include <ifaddrs.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysinfo.h>
@@ -153,6 +154,8 @@ const std::vector<Fault>& allFaults() {
         {"gmtime_r", "EOVERFLOW", EOVERFLOW, true},
         {"strerror_r", "unknown", 0, true},
         {"getrandom", "EAGAIN", EAGAIN, true},
+        {"pthread_key_create", "EAGAIN", EAGAIN, true},
+        {"pthread_setspecific", "ENOMEM", ENOMEM, true},
     };
     return faults;
 }
@@ -402,6 +405,18 @@ char* __real_strerror_r(int error, char* text, std::size_t size);
 char* __wrap_strerror_r(int error, char* text, std::size_t size) {
     return __real_strerror_r(strike("strerror_r") != nullptr ? 98765 : error, text, size);
 }
+int __real_pthread_key_create(pthread_key_t* key, void (*release)(void*));
+int __wrap_pthread_key_create(pthread_key_t* key, void (*release)(void*)) {
+    const Fault* const fault = strike("pthread_key_create");
+    return fault != nullptr ? fault->error : __real_pthread_key_create(key, release);
+}
+
+int __real_pthread_setspecific(pthread_key_t key, const void* value);
+int __wrap_pthread_setspecific(pthread_key_t key, const void* value) {
+    const Fault* const fault = strike("pthread_setspecific");
+    return fault != nullptr ? fault->error : __real_pthread_setspecific(key, value);
+}
+
 ssize_t __real_getrandom(void* bytes, std::size_t size, unsigned flags);
 ssize_t __wrap_getrandom(void* bytes, std::size_t size, unsigned flags) {
     return strike("getrandom") != nullptr ? -1 : __real_getrandom(bytes, size, flags);
