@@ -33,12 +33,12 @@ int run(const CommandLine& line) {
 Command findCommand() {
     return {"find",
             "print the first existing FILE in the directories that the variables stand for",
-            {{"FILE", "the file's name; of a path, only its last component counts", false, false, Offer::Files},
+            {{"FILE", "the name of the file; of a path only the last component is used", false, false, Offer::Files},
              pathVariableArgument(true)},
             {},
             "pmenv find engine.cfg . '$KR_BIN' '#INCLUDE_PATH' HOME\n"
             "pmenv find sh PATH        prints /usr/bin/sh",
             run,
-            "The variables are tried in order. When there is no such file, every place that was tried is "
-            "named, with what was wrong with it."};
+            "The variables are tried in order. When there is no such file, the message lists every place that was "
+            "tried, and what was wrong with it."};
 }

@@ -100,11 +100,11 @@ int run(const CommandLine& line) {
 Command identityCommand() {
     return {"identity",
             "print the product's names, versions and numbers",
-            {{"FILE", "the settings file that holds them", false, false, Offer::Files}},
+            {{"FILE", "the settings file that contains them", false, false, Offer::Files}},
             {},
-            "pmenv identity product.ini          a table; what the file does not hold is marked (absent)\n"
-            "pmenv identity product.ini --json   by key; null for what is absent",
+            "pmenv identity product.ini          a table; a key that is not in the file is marked (absent)\n"
+            "pmenv identity product.ini --json   by key; a key that is not in the file is null",
             run,
-            "The value of each of the eighteen keys that the library knows. A number is what the value begins "
-            "with, 640 of 640px. What the file does not hold is marked (absent)."};
+            "Prints the value of each of the eighteen keys that the library knows. A number is the one that the value "
+            "begins with: 640 of 640px. A key that is not in the file is marked (absent)."};
 }

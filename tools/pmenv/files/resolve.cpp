@@ -33,9 +33,9 @@ Command resolveCommand() {
             "print what a path variable stands for",
             {pathVariableArgument(false)},
             {},
-            "pmenv resolve '$KR_BIN'            prints the process variable KR_BIN\n"
+            "pmenv resolve '$KR_BIN'            prints the environment variable KR_BIN\n"
             "pmenv resolve '#INCLUDE_PATH'      prints the setting, expanded\n"
-            "pmenv resolve PATH --json          tells what is wrong with each directory",
+            "pmenv resolve PATH --json          shows what is wrong with each directory",
             run,
-            "With --json also what is wrong with each of its directories."};
+            "With --json the answer also says what is wrong with each of its directories."};
 }

@@ -178,19 +178,19 @@ Command walkCommand() {
             "print the path of every file in a directory",
             {{"DIR", "a directory", false, false, Offer::Directories}},
             {{"recurse", Option::Kind::Flag, nullptr,
-              "also the files in its subdirectories, links to directories followed"},
+              "print the files in its subdirectories too, and follow links to directories"},
              {"skip", Option::Kind::Text, "NAME",
-              "leave out files of exactly this name; directories of this name are entered"},
-             {"null", Option::Kind::Flag, nullptr, "end each path with a NUL byte, for names that hold a newline"}},
+              "skip files of exactly this name; directories of this name are still entered"},
+             {"null", Option::Kind::Flag, nullptr, "end each path with a NUL byte, for names that contain a newline"}},
             "pmenv walk /opt/pm/scripts                           the files of this directory, in no order\n"
-            "pmenv walk /opt/pm/scripts --recurse --skip README   with all below it, but no README\n"
-            "pmenv walk logs --recurse --null | xargs -0 ls -ld   any name survives",
+            "pmenv walk /opt/pm/scripts --recurse --skip README   also all files below it, but no README\n"
+            "pmenv walk logs --recurse --null | xargs -0 ls -ld   works with any name",
             run,
-            "The paths come in no order. A file is whatever cannot be opened as a directory, so a directory "
-            "without permission is one, and a link to a directory is none. Paths longer than 4095 characters "
-            "are left out. On a terminal, control characters in a name are shown escaped.\n\n"
-            "With --recurse, directory by directory; a loop of links ends where the system ends it, at 40 "
-            "links. Each directory that has been entered stays open until pmenv ends. It raises its limit of "
-            "open files as far as it may, up to 65536, and when even that is too low for the tree, it says so "
-            "and exits with 1."};
+            "The paths come in no particular order. A file is anything that cannot be opened as a directory, so a "
+            "directory without permission counts as a file, and a link to a directory does not. Paths longer than "
+            "4095 characters are skipped. On a terminal, control characters in a name are escaped.\n\n"
+            "--recurse goes through the tree directory by directory. The system ends a loop of links after 40 "
+            "links. Each directory that was entered stays open until pmenv ends. pmenv raises its limit of open "
+            "files as far as it may, up to 65536. If even that is too low for the tree, it prints an error and "
+            "exits with 1."};
 }

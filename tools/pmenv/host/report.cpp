@@ -91,7 +91,7 @@ Command reportCommand() {
             {},
             {},
             "pmenv report                  the lines that every program's log begins with\n"
-            "pmenv report --json           the same by name",
+            "pmenv report --json           the same values by name",
             run,
-            "These are the lines that the log of every program begins with."};
+            "Prints the lines that the log of every program begins with."};
 }
