@@ -25,21 +25,4 @@ TEST(Units, BytesForPeople) {
     for (const auto& row : rows) EXPECT_EQ(bytesText(row.bytes), row.text);
 }
 
-TEST(Units, BarIsFilledToItsShare) {
-    EXPECT_EQ(bar(0.0, 10), "[        ]");
-    EXPECT_EQ(bar(0.5, 10), "[||||    ]");
-    EXPECT_EQ(bar(1.0, 10), "[||||||||]");
-    EXPECT_EQ(bar(7.0, 10), "[||||||||]");
-    EXPECT_EQ(bar(std::nullopt, 10), "[        ]");
-    EXPECT_EQ(bar(0.5, 0), "[]");
-}
-
-TEST(Units, SparklineShowsTheLastFigures) {
-    EXPECT_EQ(sparkline({0.0, 50.0, 100.0}, 10), "▁▅█");
-    EXPECT_EQ(sparkline({0.0, 50.0, 100.0}, 2), "▅█");
-    EXPECT_EQ(sparkline({std::nullopt, 0.0}, 10), " ▁");
-    EXPECT_EQ(sparkline({100.0, 400.0}, 10), "▃█") << "an engine with several busy threads";
-    EXPECT_EQ(sparkline({}, 10), "");
-}
-
 }  // namespace

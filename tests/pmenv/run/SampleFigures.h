@@ -15,6 +15,7 @@ inline Figures figuresAt(double seconds) {
     Figures figures{};
     figures.time = std::chrono::system_clock::time_point(std::chrono::milliseconds(1'000'000'000'123));
     figures.seconds = seconds;
+    figures.host = "loadhost";
     figures.processors = 4;
     figures.cpuPercent = 5.0;
     figures.memoryBytes = 10 * kGiB;

@@ -1,5 +1,6 @@
 // statsFormats: a sample and a verdict as programs read them.
 #include <algorithm>
+#include <array>
 #include <optional>
 #include <string>
 
@@ -16,6 +17,7 @@ using nlohmann::json;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
+using testing::StartsWith;
 
 namespace {
 
@@ -39,8 +41,8 @@ TEST(StatsFormats, TimeIsUtcToTheMillisecond) { EXPECT_EQ(isoTime(figuresAt(0).t
 TEST(StatsFormats, JsonIsExactAndUnknownIsNull) {
     EXPECT_EQ(
         statsJson(sample()).dump(),
-        R"({"time":"2001-09-09T01:46:40.123Z","processors":4,"cpuPercent":12.5,"memoryBytes":10737418240,)"
-        R"("freeBytes":8589934592,"availableBytes":10737418240,"swapBytes":2147483648,"swapUsedBytes":0,"engines":[)"
+        R"({"time":"2001-09-09T01:46:40.123Z","host":"loadhost","processors":4,"cpuPercent":12.5,)"
+        R"("memoryBytes":10737418240,"freeBytes":8589934592,"availableBytes":10737418240,"swapBytes":2147483648,"swapUsedBytes":0,"engines":[)"
         R"({"pid":7,"name":"PMLoadEngineMai","cpuPercentOfOne":null,"residentBytes":null},)"
         R"({"pid":8,"name":"PMLoadEngineMai","cpuPercentOfOne":25.0,"residentBytes":1000},)"
         R"({"pid":9,"name":"PMLoadEngineMai","cpuPercentOfOne":75.0,"residentBytes":3000}]})");
@@ -50,11 +52,54 @@ TEST(StatsFormats, JsonIsExactAndUnknownIsNull) {
 }
 
 TEST(StatsFormats, CsvHasALineForEachEngine) {
-    const std::string machine = "2001-09-09T01:46:40.123Z,4,12.5,10737418240,8589934592,10737418240,2147483648,0,";
+    const std::string machine =
+        "2001-09-09T01:46:40.123Z,loadhost,4,12.5,10737418240,8589934592,10737418240,2147483648,0,";
     EXPECT_EQ(statsCsv(sample()), machine + "7,,\n" + machine + "8,25.0,1000\n" + machine + "9,75.0,3000\n");
-    EXPECT_EQ(statsCsv(unknownSample()), "2001-09-09T01:46:40.123Z,4,,10737418240,8589934592,,2147483648,,,,\n");
+    EXPECT_EQ(statsCsv(unknownSample()),
+              "2001-09-09T01:46:40.123Z,loadhost,4,,10737418240,8589934592,,2147483648,,,,\n");
     const auto commas = [](const std::string& line) { return std::count(line.begin(), line.end(), ','); };
     EXPECT_EQ(commas(csvHeader()), commas(statsCsv(unknownSample())));
+}
+
+TEST(StatsFormats, CsvKeepsAnOddHostNameInItsField) {
+    Figures figures = figuresAt(0);
+    figures.host = "a,\"b\"";
+    EXPECT_THAT(statsCsv(figures), HasSubstr("Z,\"a,\"\"b\"\"\",4,"));
+    figures.host = "a\nb";
+    EXPECT_THAT(statsCsv(figures), HasSubstr("Z,\"a\nb\",4,"));
+}
+
+TEST(StatsFormats, TableNamesItsColumns) {
+    Figures figures = figuresAt(0);
+    figures.swapUsedBytes = kMiB;
+    EXPECT_EQ(
+        statsTable(figures, Style(-1), std::nullopt),
+        "TIME                        CPU  PROCESSORS    MEMORY  AVAILABLE     FREE     SWAP  SWAP USED  ENGINES\n"
+        "2001-09-09T01:46:40.123Z  5.0 %           4  10.0 GiB   10.0 GiB  8.0 GiB  2.0 GiB    1.0 MiB        0\n");
+}
+
+// Every figure of the machine has a value of its own, so that none can stand in for another.
+TEST(StatsFormats, ExpositionHasAllFiguresOfTheMachine) {
+    Figures figures = figuresAt(0);
+    figures.cpuPercent = 12.5;
+    figures.memoryBytes = 5000;
+    figures.freeBytes = 1000;
+    figures.availableBytes = 2000;
+    figures.swapBytes = 700;
+    figures.swapUsedBytes = 300;
+    std::string machine;
+    for (const auto& [name, help, value] :
+         {std::array{"pmenv_machine_processors", "Processors that are online.", " 4"},
+          std::array{"pmenv_machine_cpu_ratio", "Busy share of all processors, 0 to 1.", " 0.125"},
+          std::array{"pmenv_machine_memory_bytes", "Physical memory.", " 5000"},
+          std::array{"pmenv_machine_memory_free_bytes", "Memory that nothing uses, caches not counted.", " 1000"},
+          std::array{"pmenv_machine_memory_available_bytes", "Memory that programs can still get.", " 2000"},
+          std::array{"pmenv_machine_swap_bytes", "Swap space.", " 700"},
+          std::array{"pmenv_machine_swap_used_bytes", "Swap space in use.", " 300"},
+          std::array{"pmenv_host_info", "The machine's name; always 1.", "{host=\"loadhost\"} 1"}}) {
+        machine += std::string("# HELP ") + name + " " + help + "\n# TYPE " + name + " gauge\n" + name + value + "\n";
+    }
+    EXPECT_THAT(statsOpenMetrics(figures, false), StartsWith(machine + "# HELP pmenv_engines "));
 }
 
 TEST(StatsFormats, ExpositionSumsTheEnginesOfAName) {
@@ -107,6 +152,21 @@ TEST(StatsFormats, VerdictAsJson) {
     EXPECT_EQ(json["findings"][0].at("kind"), "engineCpu");
     EXPECT_EQ(json["findings"][0].at("pid"), 7);
     EXPECT_EQ(json["findings"][0].at("worst"), 99.0);
+}
+
+TEST(StatsFormats, VerdictAsJsonTellsOfSwap) {
+    Verdict verdict{VerdictLimits{}};
+    verdict.add(figuresAt(0));
+    Figures swapping = figuresAt(2);
+    swapping.swapUsedBytes = 3 * kMiB;
+    verdict.add(swapping);
+    const Json json = verdictJson(verdict);
+    EXPECT_EQ(json.at("swapGrowthBytes"), 3 * kMiB);
+    ASSERT_EQ(json.at("findings").size(), 1u);
+    EXPECT_EQ(json["findings"][0].at("kind"), "swap");
+    EXPECT_TRUE(json["findings"][0].at("pid").is_null());
+    EXPECT_EQ(json["findings"][0].at("worst"), 3.0 * kMiB);
+    EXPECT_EQ(json["findings"][0].at("since"), 2.0);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "units.h"
 
-#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
@@ -34,26 +33,4 @@ std::string percentText(std::optional<double> percent) { return percent ? fixed(
 std::string secondsText(double seconds) {
     const bool whole = std::fabs(seconds - std::round(seconds)) < 0.05;
     return fixed(seconds, whole ? 0 : 1) + " s";
-}
-
-std::string bar(std::optional<double> share, std::size_t width) {
-    const std::size_t room = std::max<std::size_t>(width, 2) - 2;
-    const double filled = std::min(1.0, std::max(0.0, share.value_or(0))) * static_cast<double>(room);
-    const auto strokes = static_cast<std::size_t>(std::lround(filled));
-    return "[" + std::string(strokes, '|') + std::string(room - strokes, ' ') + "]";
-}
-
-std::string sparkline(const std::deque<std::optional<double>>& percentages, std::size_t width) {
-    constexpr std::array<const char*, 8> heights{"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
-    const std::size_t shown = std::min(width, percentages.size());
-    double full = 100;
-    for (std::size_t i = percentages.size() - shown; i < percentages.size(); ++i) {
-        full = std::max(full, percentages[i].value_or(0));
-    }
-    std::string line;
-    for (std::size_t i = percentages.size() - shown; i < percentages.size(); ++i) {
-        const double share = std::max(0.0, percentages[i].value_or(0)) / full;
-        line += percentages[i] ? heights[static_cast<std::size_t>(std::lround(share * 7))] : " ";
-    }
-    return line;
 }

@@ -1,9 +1,7 @@
-// units.h - figures as people read them, and drawn as bars and lines.
+// units.h - figures as people read them.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <optional>
 #include <string>
 
@@ -15,10 +13,3 @@ std::string percentText(std::optional<double> percent);
 
 /// "12 s", "1.5 s".
 std::string secondsText(double seconds);
-
-/// "[||||    ]", `width` columns in all, filled to `share` (0 to 1); empty when it is not known.
-std::string bar(std::optional<double> share, std::size_t width);
-
-/// The last `width` percentages, one column each, as blocks of eight heights. Full height is 100 or the largest of
-/// them, whichever is more; what is not known is a blank.
-std::string sparkline(const std::deque<std::optional<double>>& percentages, std::size_t width);

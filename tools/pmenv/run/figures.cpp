@@ -1,133 +1,161 @@
 #include "figures.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
-#include <fstream>
-#include <limits>
-#include <sstream>
+#include <cerrno>
+#include <cstring>
 #include <utility>
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include "libraryLog.h"
+#include "failure.h"
+#include "kernel/files.h"
 
 namespace {
 
-// --- /proc ----------------------------------------------------------------------------------------------------------
+int countProcessors() { return std::max(1, static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN))); }
 
-std::string readFile(const std::string& path) {
-    std::ifstream file(path);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-// "MemAvailable:   24492268 kB"
-std::optional<std::uint64_t> memInfoBytes(std::string_view text, const std::string& name) {
-    const std::size_t line = text.find("\n" + name + ":");
-    if (line == std::string_view::npos) return std::nullopt;
-    std::string_view rest = text.substr(line + name.size() + 2);
-    rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
-    std::uint64_t kilobytes = 0;
-    const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), kilobytes);
-    if (error != std::errc() || kilobytes > std::numeric_limits<std::uint64_t>::max() / 1024) return std::nullopt;
-    if (rest.substr(static_cast<std::size_t>(end - rest.data()), 3) != " kB") return std::nullopt;
-    return kilobytes * 1024;
-}
-
-// Empty when the process has gone.
-std::string commandName(int processId) {
-    std::string name = readFile("/proc/" + std::to_string(processId) + "/comm");
-    if (!name.empty() && name.back() == '\n') name.pop_back();
+std::string hostName() {
+    char name[256] = {};
+    gethostname(name, sizeof name - 1);
     return name;
 }
 
-int countProcessors() { return std::max(1, static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN))); }
+// The text of a file that every machine has.
+std::string machineFile(const std::string& path, Figures& figures) {
+    const auto text = kernel::readFile(path);
+    if (!text) figures.warnings.push_back("cannot read " + path + ": " + std::strerror(errno));
+    return std::string(text.value_or(""));
+}
 
-// Standard error leads nowhere while it lives: the library writes there about a process that ends while it is looked
-// at.
-class SilentErrors {
-public:
-    SilentErrors() : before_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)) {
-        const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-        if (before_ >= 0 && nowhere >= 0) dup2(nowhere, STDERR_FILENO);
-        if (nowhere >= 0) close(nowhere);
-    }
-    ~SilentErrors() {
-        if (before_ < 0) return;
-        dup2(before_, STDERR_FILENO);
-        close(before_);
-    }
-    SilentErrors(const SilentErrors&) = delete;
-    SilentErrors& operator=(const SilentErrors&) = delete;
+// --- engines --------------------------------------------------------------------------------------------------------
 
-private:
-    int before_;
-};
+std::optional<std::uint64_t> residentBytes(const std::string& directory) {
+    const auto text = kernel::readFile(directory + "/statm");
+    if (!text) return std::nullopt;
+    return kernel::parseResidentBytes(*text, static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)));
+}
 
-// --- figures --------------------------------------------------------------------------------------------------------
+// A process that has ended and waits for its parent to notice does not run any more.
+bool runs(const kernel::TaskStat& stat) { return stat.state != 'Z' && stat.state != 'X' && stat.state != 'x'; }
 
-std::optional<double> ifMeasured(long double figure) {
-    if (!std::isfinite(figure)) return std::nullopt;
-    return static_cast<double>(figure);
+// Between finding and reading, a process may end and another one get its id.
+bool isEngine(const kernel::TaskStat& stat) { return runs(stat) && stat.name.find(kEngineName) != std::string::npos; }
+
+// Empty when it has ended, or `why` tells what went wrong.
+std::optional<EngineLook> lookAt(int processId, std::string* why) {
+    const std::string directory = "/proc/" + std::to_string(processId);
+    EngineLook look;
+    look.begun = kernel::clockSeconds();
+    const auto text = kernel::readFile(directory + "/stat");
+    const int error = errno;
+    look.ended = kernel::clockSeconds();
+    auto stat = text ? kernel::parseTaskStat(*text) : std::nullopt;
+    if (!text && !kernel::hasEnded(error)) *why = std::strerror(error);
+    if (text && !stat) *why = "it is not as proc(5) describes it";
+    if (!why->empty()) *why = "cannot read " + directory + "/stat: " + *why;
+    if (!stat || !isEngine(*stat)) return std::nullopt;
+    look.stat = std::move(*stat);
+    look.residentBytes = residentBytes(directory);
+    return look;
 }
 
 }  // namespace
 
-MemInfo parseMemInfo(std::string_view text) {
-    const auto total = memInfoBytes(text, "SwapTotal");
-    const auto free = memInfoBytes(text, "SwapFree");
-    MemInfo info;
-    info.availableBytes = memInfoBytes(text, "MemAvailable");
-    if (total && free && *free <= *total) info.swapUsedBytes = *total - *free;
-    return info;
+// --- percentages ----------------------------------------------------------------------------------------------------
+
+std::optional<CpuParts> cpuParts(const Figures& figures) {
+    if (!figures.cpuPercent) return std::nullopt;
+    double engines = 0;
+    for (const EngineFigures& engine : figures.engines) {
+        if (!engine.cpuPercent) return std::nullopt;
+        engines += *engine.cpuPercent / figures.processors;
+    }
+    // They are not read at the same moment, so the engines may seem to use a little more than all.
+    engines = std::min(engines, *figures.cpuPercent);
+    return CpuParts{engines, *figures.cpuPercent - engines};
+}
+
+std::optional<double> busyPercent(const kernel::MachineTicks& before, const kernel::MachineTicks& now) {
+    const std::uint64_t stolenBefore = before.stolen.value_or(0);
+    const std::uint64_t stolenNow = now.stolen.value_or(0);
+    if (now.busy < before.busy || now.idle < before.idle || stolenNow < stolenBefore) return std::nullopt;
+    const std::uint64_t busy = now.busy - before.busy;
+    const std::uint64_t all = busy + (now.idle - before.idle) + (stolenNow - stolenBefore);
+    if (all == 0) return std::nullopt;
+    return 100 * static_cast<double>(busy) / static_cast<double>(all);
+}
+
+std::optional<double> enginePercent(const EngineLook& before, const EngineLook& now, int processors) {
+    constexpr double kRounding = 2;  // ticks, one at each end
+    static const double ticksPerSecond = static_cast<double>(sysconf(_SC_CLK_TCK));
+    if (now.stat.ticks < before.stat.ticks || now.ended <= before.begun) return std::nullopt;
+    const auto used = static_cast<double>(now.stat.ticks - before.stat.ticks);
+    const double passed = (now.ended - before.begun) * ticksPerSecond;
+    if (used > passed * processors + kRounding) return std::nullopt;
+    return 100 * used / passed;
+}
+
+EngineFigures engineFigures(const EngineLook* before, const EngineLook& now, int processors,
+                            std::vector<std::string>* warnings) {
+    EngineFigures engine{now.stat.id, now.stat.name, std::nullopt, now.residentBytes, now.stat.startTicks};
+    if (before == nullptr || before->stat.startTicks != now.stat.startTicks) return engine;
+    engine.cpuPercent = enginePercent(*before, now, processors);
+    if (!engine.cpuPercent) {
+        warnings->push_back("the processor time of load engine " + std::to_string(engine.processId) +
+                            " is not known: its count went back, or rose by more than the machine has");
+    }
+    return engine;
+}
+
+// --- samples --------------------------------------------------------------------------------------------------------
+
+double Sampler::seconds() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
 }
 
 Figures Sampler::take() {
-    KREnvMachineStats stats{};
-    stats.cpuLoadPercent = std::numeric_limits<long double>::quiet_NaN();  // stays when nothing could be measured
-    std::vector<std::string> warnings;
-    measure(&stats, &warnings);
-    const MemInfo info = parseMemInfo(readFile("/proc/meminfo"));
-
     Figures figures{};
     figures.time = std::chrono::system_clock::now();
-    figures.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+    figures.seconds = seconds();
+    figures.host = hostName();
     figures.processors = countProcessors();
-    figures.cpuPercent = ifMeasured(stats.cpuLoadPercent);
-    figures.memoryBytes = stats.physicalMemoryBytes;
-    figures.freeBytes = stats.freeMemoryBytes;
-    figures.availableBytes = info.availableBytes;
-    figures.swapBytes = stats.totalSwapBytes;
-    figures.swapUsedBytes = info.swapUsedBytes;
-    figures.engines = engines(stats.slaves, figures.processors);
-    // When an engine has gone meanwhile, the warnings are about its files, and that is no trouble.
-    if (figures.engines.size() == stats.slaves.size()) figures.warnings = std::move(warnings);
+    addProcessors(figures);
+    addEngines(figures);
+    addMemory(figures);
     return figures;
 }
 
-void Sampler::measure(KREnvMachineStats* stats, std::vector<std::string>* warnings) {
-    const SilentErrors silent;
-    LogPause log;
-    collector_.CollectMachineStats(*stats, false);
-    *warnings = log.texts();
+void Sampler::addProcessors(Figures& figures) {
+    const auto ticks = kernel::parseMachineTicks(machineFile("/proc/stat", figures));
+    if (ticks_ && ticks) figures.cpuPercent = busyPercent(*ticks_, *ticks);
+    ticks_ = ticks;
 }
 
-// The collector's first two percentages of a process are 0 and mean that nothing was measured yet; 0 bytes mean that
-// its memory could not be read.
-std::vector<EngineFigures> Sampler::engines(const std::vector<KREnvSlaveStats>& slaves, int processors) {
-    std::map<int, int> timesSeen;
-    std::vector<EngineFigures> engines;
-    for (const KREnvSlaveStats& slave : slaves) {
-        EngineFigures engine{slave.processId, commandName(slave.processId), std::nullopt, std::nullopt};
-        if (engine.name.empty()) continue;
-        timesSeen[slave.processId] = timesSeen_[slave.processId] + 1;
-        if (timesSeen[slave.processId] > 2) engine.cpuPercent = ifMeasured(slave.cpuPercent * processors);
-        if (slave.memoryBytes > 0) engine.residentBytes = slave.memoryBytes;
-        engines.push_back(std::move(engine));
+void Sampler::addEngines(Figures& figures) {
+    std::vector<int> processIds;
+    if (getSlavesList(processIds, GetProcessID()) == 0) throw Failure("cannot look for load engines in /proc");
+    std::map<int, EngineLook> looks;
+    for (const int processId : processIds) {
+        std::string why;
+        auto look = lookAt(processId, &why);
+        if (!why.empty()) figures.warnings.push_back(why);
+        if (!look) continue;
+        const auto before = engines_.find(processId);
+        figures.engines.push_back(engineFigures(before != engines_.end() ? &before->second : nullptr, *look,
+                                                figures.processors, &figures.warnings));
+        looks[processId] = std::move(*look);
     }
-    timesSeen_ = std::move(timesSeen);
-    return engines;
+    engines_ = std::move(looks);
+}
+
+void Sampler::addMemory(Figures& figures) {
+    KREnvMachineStats stats{};
+    collector_.getBasicMachineStats(stats.reservedValue, stats.physicalMemoryBytes, stats.totalMemoryBytes,
+                                    stats.totalSwapBytes, stats.freeMemoryBytes, stats.cpuLoadPercent, stats.processId);
+    const kernel::MemoryBytes memory = kernel::parseMemInfo(machineFile("/proc/meminfo", figures));
+    figures.memoryBytes = stats.physicalMemoryBytes;
+    figures.freeBytes = stats.freeMemoryBytes;
+    figures.availableBytes = memory.available;
+    figures.swapBytes = stats.totalSwapBytes;
+    figures.swapUsedBytes = memory.swapUsed;
 }

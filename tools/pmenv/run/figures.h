@@ -1,6 +1,11 @@
 // figures.h - one sample of the machine and its load engines.
 //
 // Unknown is not zero: a figure that could not be measured is empty.
+//
+// The library finds the engines and tells the machine's memory. Processor time and resident memory are read here, from
+// the same files of the kernel: the library's collector keeps a percentage for a second and more, so it has none on every
+// full second, repeats the last one when a sample fails, takes a process id that is used again for the same process, and
+// counts memory in 32 bits.
 #pragma once
 
 #include <chrono>
@@ -8,10 +13,11 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "MachineStats.h"
+#include "kernel/machineFiles.h"
+#include "kernel/taskFiles.h"
 
 /// What the kernel keeps of the load engines' command name.
 constexpr char kEngineName[] = "PMLoadEngineMai";
@@ -21,11 +27,13 @@ struct EngineFigures {
     std::string name;                  ///< its command name
     std::optional<double> cpuPercent;  ///< of ONE processor; one that runs several threads may pass 100
     std::optional<std::uint64_t> residentBytes;
+    std::uint64_t startTicks = 0;  ///< when it started, since boot; tells an id that is used again
 };
 
 struct Figures {
     std::chrono::system_clock::time_point time;
-    double seconds;  ///< since the sampler was made, on a clock that never goes back
+    double seconds;    ///< since the sampler was made, on a clock that never goes back
+    std::string host;  ///< the machine's name
     int processors;
     std::optional<double> cpuPercent;  ///< of all processors together, 0 to 100
     std::uint64_t memoryBytes;
@@ -34,30 +42,55 @@ struct Figures {
     std::uint64_t swapBytes;
     std::optional<std::uint64_t> swapUsedBytes;
     std::vector<EngineFigures> engines;
-    std::vector<std::string> warnings;  ///< what the library logged as it measured
+    std::vector<std::string> warnings;  ///< what could not be measured, and why
 };
 
-/// What /proc/meminfo tells beyond the library's figures.
-struct MemInfo {
-    std::optional<std::uint64_t> availableBytes;
-    std::optional<std::uint64_t> swapUsedBytes;
+/// The machine's processor time in two parts, in per cent of all processors.
+struct CpuParts {
+    double engines;
+    double others;  ///< everything that is no load engine
 };
-MemInfo parseMemInfo(std::string_view text);
+/// Empty while the machine's figure or that of an engine is not known.
+std::optional<CpuParts> cpuParts(const Figures& figures);
 
-/// Takes samples. An engine that ends while it is looked at is not in them. Percentages need earlier samples: the
-/// machine's is known from the second, an engine's from the third that sees it. Samples lie more than a second apart,
-/// as the library's collector wants it.
+/// The share of all processors' time between two moments in which they were busy, in per cent. Empty when no time lies
+/// between them, or a count has gone back.
+std::optional<double> busyPercent(const kernel::MachineTicks& before, const kernel::MachineTicks& now);
+
+/// What the kernel tells about a load engine.
+struct EngineLook {
+    kernel::TaskStat stat;
+    double begun = 0;  ///< seconds, before it was read ...
+    double ended = 0;  ///< ... and afterwards
+    std::optional<std::uint64_t> residentBytes;
+};
+
+/// The processor time that one process used between two looks, in per cent of one processor, against the longest time
+/// that can lie between them. Empty when its count went back or rose by more than `processors` can give: such a figure is
+/// none.
+std::optional<double> enginePercent(const EngineLook& before, const EngineLook& now, int processors);
+
+/// The figures of an engine that was looked at `before` too, or not (null). Another process with the same id is not the
+/// one from before, so its processor time is not known yet. A warning tells of a figure that is none.
+EngineFigures engineFigures(const EngineLook* before, const EngineLook& now, int processors,
+                            std::vector<std::string>* warnings);
+
+/// Takes samples. Percentages are known from the second sample that sees the same process on. An engine that ends while
+/// it is looked at is not in them, and neither is one that has ended and waits for its parent to notice.
 class Sampler {
 public:
-    static constexpr double kShortestInterval = 1.01;  // seconds
-
     Figures take();
 
+    /// Since it was made.
+    double seconds() const;
+
 private:
-    void measure(KREnvMachineStats* stats, std::vector<std::string>* warnings);
-    std::vector<EngineFigures> engines(const std::vector<KREnvSlaveStats>& slaves, int processors);
+    void addMemory(Figures& figures);
+    void addProcessors(Figures& figures);
+    void addEngines(Figures& figures);
 
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     MachineStats collector_;
-    std::map<int, int> timesSeen_;  // by process id
+    std::optional<kernel::MachineTicks> ticks_;
+    std::map<int, EngineLook> engines_;  // as they were last looked at, by process id
 };

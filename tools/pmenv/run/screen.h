@@ -2,25 +2,42 @@
 #pragma once
 
 #include <deque>
-#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "figures.h"
+#include "keys.h"
 #include "terminal.h"
-#include "verdict.h"
 
-/// The processor time of each engine over the last samples.
-class History {
+/// The machine's bars, and its engines with the processor time of their last samples, the busiest first. An engine moves
+/// in the list only when what it uses has clearly changed, so that a reader finds it where it was.
+class Screen {
 public:
-    /// Appends the figures of a sample; an engine that has gone is forgotten.
-    void add(const std::vector<EngineFigures>& engines);
-    const std::deque<std::optional<double>>& of(int processId) const;
+    /// Shows the next sample. An engine that has gone is forgotten.
+    void add(const Figures& figures);
+
+    /// Scrolls the engines. False for a key that changes nothing.
+    bool scroll(Key key);
+
+    /// The lines, none wider and not more than `size` allows. Warnings are shortened before the first engines give way.
+    std::vector<std::string> lines(const std::vector<std::string>& warnings, const TerminalSize& size,
+                                   const Style& style);
 
 private:
-    std::map<int, std::deque<std::optional<double>>> percentages_;
-};
+    struct Row {
+        EngineFigures engine;
+        std::deque<std::optional<double>> past;  // per cent of one processor
+        std::optional<double> sortedBy;  // the same over the last samples, as it was when it had clearly changed
+    };
 
-/// The lines of the screen, none wider and not more than `size` allows. Findings that last are among them as warnings.
-std::vector<std::string> screenLines(const Figures& figures, const History& history, const Verdict& verdict,
-                                     const TerminalSize& size, const Style& style);
+    void keep(const std::vector<EngineFigures>& engines);
+    static void remember(Row& row);
+    std::vector<std::string> engineLines(const TerminalSize& size, std::size_t room, const Style& style);
+    std::string totalLine(std::size_t columns) const;
+
+    Figures figures_{};
+    std::vector<Row> rows_;
+    std::size_t first_ = 0;  // of the engines shown
+    std::size_t shown_ = 0;  // at the last drawing
+};

@@ -9,7 +9,9 @@
 #include "commandLine.h"
 #include "events.h"
 #include "failure.h"
+#include "keys.h"
 #include "liveTerminal.h"
+#include "schedule.h"
 #include "screen.h"
 #include "statsFormats.h"
 #include "statsOptions.h"
@@ -26,39 +28,55 @@ public:
 
     const Figures& sample() {
         figures_ = sampler_.take();
+        if (taken_ == 0) begin_ = figures_.seconds;
         verdict_.add(figures_);
         ++taken_;
         return figures_;
     }
 
-    // Two samples that nobody sees, so that the first one shown knows the percentages.
-    void warmUp() {
-        for (int i = 0; i < 2; ++i) {
-            sampler_.take();
-            usleep(static_cast<useconds_t>(Sampler::kShortestInterval * 1'000'000));
-        }
+    // A sample in which no percentage is known yet, and which does not count. The first one that does is due on the next
+    // full second.
+    const Figures& warmUp() {
+        figures_ = sampler_.take();
+        return figures_;
     }
+    static double pauseAfterWarmUp() { return untilNextSample(clock(), 1); }
 
     const Figures& figures() const { return figures_; }
     const Verdict& verdict() const { return verdict_; }
 
+    // What a reader of the figures has to know beside them.
+    std::vector<std::string> warnings() const {
+        std::vector<std::string> texts;
+        for (const Finding& finding : verdict_.findings()) {
+            if (finding.lasting) texts.push_back(findingText(finding, verdict_.limits()));
+        }
+        texts.insert(texts.end(), figures_.warnings.begin(), figures_.warnings.end());
+        return texts;
+    }
+
     bool finished() const {
-        if (options_.duration) return verdict_.seconds() >= *options_.duration;
+        if (options_.duration) return figures_.seconds - begin_ >= *options_.duration;
         return options_.count != 0 && taken_ >= options_.count;
     }
 
-    // The time to the next sample; the last one of a duration comes at its end.
+    // The time to the next sample.
     double pause() const {
-        double pause = options_.interval;
-        if (options_.duration) pause = std::min(pause, *options_.duration - verdict_.seconds());
-        return std::max(pause, Sampler::kShortestInterval);
+        std::optional<double> left;
+        if (options_.duration) left = *options_.duration - (sampler_.seconds() - begin_);
+        return untilNextSample(clock(), options_.interval, left);
     }
 
 private:
+    static double clock() {
+        return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+    }
+
     const StatsOptions& options_;
     Sampler sampler_;
     Verdict verdict_;
     Figures figures_{};
+    double begin_ = 0;  // when the first sample was taken
     std::size_t taken_ = 0;
 };
 
@@ -119,7 +137,10 @@ int runPlain(const StatsOptions& options) {
     const bool printsSamples = !options.verdict || options.watch;
     Run run(options);
     Events events(options.verdict ? std::vector<int>{SIGINT} : std::vector<int>{}, false);
-    if (!options.verdict) run.warmUp();
+    if (!options.verdict) {
+        run.warmUp();
+        events.wait(Run::pauseAfterWarmUp());
+    }
     for (bool first = true;; first = false) {
         for (const std::string& warning : run.sample().warnings) printWarning(warning);
         if (printsSamples) print(options, run.figures(), first);
@@ -138,35 +159,48 @@ public:
     // Returns the signal that ends the program, 0 when the user or the options ended the watch, or the terminal has
     // gone.
     int show() {
-        do {
-            history_.add(run_.sample().engines);
-            draw();
-        } while (std::cout && !run_.finished() && pause());
+        show(run_.warmUp());
+        for (bool goesOn = pause(Run::pauseAfterWarmUp()); goesOn && std::cout; goesOn = pause(run_.pause())) {
+            show(run_.sample());
+            if (run_.finished()) break;
+        }
         return endedBy_;
     }
 
     const Verdict& verdict() const { return run_.verdict(); }
 
 private:
-    void draw() const {
+    void show(const Figures& figures) {
+        screen_.add(figures);
+        draw();
+    }
+
+    void draw() {
         const TerminalSize size = terminalSize().value_or(TerminalSize{80, 24});
-        terminal_.draw(screenLines(run_.figures(), history_, run_.verdict(), size, Style(STDOUT_FILENO)), size.rows);
+        terminal_.draw(screen_.lines(run_.warnings(), size, Style(STDOUT_FILENO)), size.rows);
     }
 
     // Until the next sample; false when the watch is to end.
-    bool pause() {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(run_.pause());
+    bool pause(double seconds) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
         for (;;) {
             const std::chrono::duration<double> left = end - std::chrono::steady_clock::now();
             const Events::Event event = events_.wait(left.count());
             if (event.kind == Events::Kind::Timeout) return true;
-            if (event.kind == Events::Kind::Key && (event.value == 'q' || event.value == 'Q')) return false;
-            if (event.kind == Events::Kind::Signal && !handle(event.value)) return false;
+            if (event.kind == Events::Kind::Key && !handleKey(event.value)) return false;
+            if (event.kind == Events::Kind::Signal && !handleSignal(event.value)) return false;
         }
     }
 
+    // False for a key that ends the watch.
+    bool handleKey(int byte) {
+        const std::optional<Key> key = keys_.add(byte);
+        if (key && screen_.scroll(*key)) draw();
+        return key != Key::Quit;
+    }
+
     // False for a signal that ends the watch.
-    bool handle(int signal) {
+    bool handleSignal(int signal) {
         if (signal == SIGTERM || signal == SIGHUP) endedBy_ = signal;
         if (signal != SIGWINCH && signal != SIGTSTP) return false;
         if (signal == SIGTSTP) terminal_.suspend();
@@ -177,7 +211,8 @@ private:
     Run run_;
     Events events_;  // before the terminal is taken over and after it is given back, so that no signal comes between
     LiveTerminal terminal_;
-    History history_;
+    KeyReader keys_;
+    Screen screen_;
     int endedBy_ = 0;
 };
 
@@ -203,7 +238,8 @@ int run(const CommandLine& line) {
 std::vector<Option> statsOptions() {
     constexpr double kMost = 1e9;
     return {
-        {"interval", Option::Kind::Number, "SECONDS", "time between samples, 1 or more; 1 unless given", 1, 86400},
+        {"interval", Option::Kind::Number, "SECONDS",
+         "between samples, which are taken on full intervals of the clock; 1 unless given", 1, 86400},
         {"count", Option::Kind::Number, "N", "how many samples, 0 for no end; 1 unless given", 0, kMost, true},
         {"duration", Option::Kind::Number, "SECONDS", "sample for so long, instead of --count", 1, kMost},
         {"csv", Option::Kind::Flag, nullptr, "one line for each sample and engine, exact numbers"},
@@ -231,28 +267,34 @@ Command statsCommand() {
             "print figures of the machine and its load engines, or judge a run",
             {},
             statsOptions(),
-            "pmenv stats                                        one table; takes two seconds to measure\n"
+            "pmenv stats                                        one table; takes about a second to measure\n"
             "pmenv stats --json --interval 5 --count 12         a minute, one object a line\n"
             "pmenv stats --watch                                a live screen\n"
             "pmenv stats --openmetrics --output /var/lib/node_exporter/pmenv.prom\n"
             "pmenv stats --duration 60 --verdict || exit 1      refuse a run on a saturated load generator (exit 3)",
             run,
-            "The load engines are the processes named PMLoadEngineMai... . The percentages need about two "
-            "seconds of measuring. Without one of --json, --csv, --openmetrics, --watch and --verdict a table "
-            "for people is printed.\n\n"
-            "What is not known yet, as the processor time of an engine at its first two samples, is - in a "
-            "table, null in JSON, an empty field in CSV, and left out of an exposition. An engine's processor "
-            "time is in per cent of one processor and may pass 100 when several of its threads are busy; its "
-            "memory is a 32-bit figure and wraps at 4 GiB.\n\n"
+            "The load engines are the processes named PMLoadEngineMai... that run; one that has ended and waits for "
+            "its parent to notice does not. Percentages need two looks, about a second apart. Without one of --json, "
+            "--csv, --openmetrics, --watch and --verdict a table for people is printed.\n\n"
+            "Samples are taken when the clock shows full intervals: with --interval 10 at :00, :10, :20. They do not "
+            "drift, and those of several hosts, whose name is in --json and --csv, can be laid side by side. The last "
+            "one of --duration comes at its end.\n\n"
+            "What is not known, as the processor time of an engine at its first sample, is - in a table, null in "
+            "JSON, an empty field in CSV, and left out of an exposition. An engine's processor time is in per cent of "
+            "one processor and may pass 100 when several of its threads are busy. A figure beyond what the machine "
+            "has is not known either, and a warning tells of it.\n\n"
             "With --csv there is a line for each sample and engine, one for a sample without engines; the "
             "names of the fields stand once, before them. With --openmetrics figures are bytes and ratios (1 "
             "is all processors for the machine, one processor for an engine) without times; engines are "
             "summed by name, with their number and the largest. With --output a temporary file beside FILE is "
             "written and renamed, so that a reader never sees half of it.\n\n"
-            "With --watch the screen is redrawn with each sample: bars for processors, memory and swap, and "
-            "the engines with their last figures as a line, the busiest first. The warnings of --verdict "
-            "appear while they last. q or Ctrl-C ends it, Ctrl-Z suspends it. On a pipe a table is printed "
-            "for each sample.\n\n"
+            "With --watch the screen is redrawn with each sample. Bars show processors, memory and swap; in the "
+            "first, # is the part of the load engines and | that of everything else. Below are the engines, the "
+            "busiest first, with their sum and with their history: each character is a sample, and the heading tells "
+            "from how many per cent on each height is drawn. An engine moves in the list when what it uses has "
+            "clearly changed. Arrow keys, Page Up, Page Down, Home and End scroll, as do k, j, b, Space, g and G. "
+            "The warnings of --verdict appear while they last. q or Ctrl-C ends it, Ctrl-Z suspends it. On a pipe a "
+            "table is printed for each sample.\n\n"
             "With --verdict, Ctrl-C ends the run early; with --watch too, the verdict follows when the watch "
             "has ended."};
 }

@@ -21,6 +21,14 @@ std::string exact(double number) { return Json(number).dump(); }
 std::string exact(std::optional<double> figure) { return figure ? exact(*figure) : ""; }
 std::string exact(std::optional<std::uint64_t> figure) { return figure ? std::to_string(*figure) : ""; }
 
+// In quotation marks when its characters would part the line; those within are doubled.
+std::string csvField(const std::string& text) {
+    if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+    std::string field = "\"";
+    for (const char character : text) field += character == '"' ? "\"\"" : std::string(1, character);
+    return field + "\"";
+}
+
 // --- exposition -----------------------------------------------------------------------------------------------------
 
 std::string escapedLabel(const std::string& text) {
@@ -80,7 +88,8 @@ std::string machineGauges(const Figures& figures) {
                .add("", exact(figures.availableBytes))
                .text() +
            Gauge("pmenv_machine_swap_bytes", "Swap space.").add("", std::to_string(figures.swapBytes)).text() +
-           Gauge("pmenv_machine_swap_used_bytes", "Swap space in use.").add("", exact(figures.swapUsedBytes)).text();
+           Gauge("pmenv_machine_swap_used_bytes", "Swap space in use.").add("", exact(figures.swapUsedBytes)).text() +
+           Gauge("pmenv_host_info", "The machine's name; always 1.").add(label("host", figures.host), "1").text();
 }
 
 // The engines of one name: how many, and the sum and the largest of what is known.
@@ -142,20 +151,6 @@ std::string processGauges(const std::vector<EngineFigures>& engines) {
     return cpu.text() + memory.text();
 }
 
-const char* kindName(Finding::Kind kind) {
-    switch (kind) {
-        case Finding::Kind::MachineCpu:
-            return "machineCpu";
-        case Finding::Kind::EngineCpu:
-            return "engineCpu";
-        case Finding::Kind::Memory:
-            return "memory";
-        case Finding::Kind::Swap:
-            return "swap";
-    }
-    return "";
-}
-
 }  // namespace
 
 std::string isoTime(std::chrono::system_clock::time_point time) {
@@ -186,7 +181,7 @@ std::string statsTable(const Figures& figures, const Style& style, std::optional
                    {"AVAILABLE", true},
                    {"FREE", true},
                    {"SWAP", true},
-                   {"IN USE", true},
+                   {"SWAP USED", true},
                    {"ENGINES", true}});
     machine.add({isoTime(figures.time), percentText(figures.cpuPercent), std::to_string(figures.processors),
                  bytesText(figures.memoryBytes), bytesText(figures.availableBytes), bytesText(figures.freeBytes),
@@ -205,6 +200,7 @@ std::string statsTable(const Figures& figures, const Style& style, std::optional
 
 Json statsJson(const Figures& figures) {
     Json json{{"time", isoTime(figures.time)},
+              {"host", figures.host},
               {"processors", figures.processors},
               {"cpuPercent", orNull(figures.cpuPercent)},
               {"memoryBytes", figures.memoryBytes},
@@ -223,15 +219,16 @@ Json statsJson(const Figures& figures) {
 }
 
 std::string csvHeader() {
-    return "time,processors,cpu_percent,memory_bytes,free_bytes,available_bytes,swap_bytes,swap_used_bytes,"
+    return "time,host,processors,cpu_percent,memory_bytes,free_bytes,available_bytes,swap_bytes,swap_used_bytes,"
            "engine_pid,engine_cpu_percent_of_one,engine_resident_bytes\n";
 }
 
 std::string statsCsv(const Figures& figures) {
-    const std::string machine = isoTime(figures.time) + "," + std::to_string(figures.processors) + "," +
-                                exact(figures.cpuPercent) + "," + std::to_string(figures.memoryBytes) + "," +
-                                std::to_string(figures.freeBytes) + "," + exact(figures.availableBytes) + "," +
-                                std::to_string(figures.swapBytes) + "," + exact(figures.swapUsedBytes) + ",";
+    const std::string machine = isoTime(figures.time) + "," + csvField(figures.host) + "," +
+                                std::to_string(figures.processors) + "," + exact(figures.cpuPercent) + "," +
+                                std::to_string(figures.memoryBytes) + "," + std::to_string(figures.freeBytes) + "," +
+                                exact(figures.availableBytes) + "," + std::to_string(figures.swapBytes) + "," +
+                                exact(figures.swapUsedBytes) + ",";
     if (figures.engines.empty()) return machine + ",,\n";
     std::string lines;
     for (const EngineFigures& engine : figures.engines) {
@@ -244,25 +241,4 @@ std::string statsCsv(const Figures& figures) {
 std::string statsOpenMetrics(const Figures& figures, bool perProcess) {
     return machineGauges(figures) + engineGauges(figures.engines) + (perProcess ? processGauges(figures.engines) : "") +
            "# EOF\n";
-}
-
-Json verdictJson(const Verdict& verdict) {
-    Json json{{"verdict", verdict.saturated() ? "saturated" : "healthy"},
-              {"seconds", verdict.seconds()},
-              {"engines", verdict.engineCount()},
-              {"busiestMachinePercent", orNull(verdict.busiestMachine())},
-              {"busiestEnginePercentOfOne", orNull(verdict.busiestEngine())},
-              {"leastAvailablePercent", orNull(verdict.leastMemory())},
-              {"swapGrowthBytes", orNull(verdict.swapGrowth())},
-              {"findings", Json::array()}};
-    for (const Finding& finding : verdict.findings()) {
-        const bool ofEngine = finding.kind == Finding::Kind::EngineCpu;
-        json["findings"].push_back({{"kind", kindName(finding.kind)},
-                                    {"pid", ofEngine ? Json(finding.processId) : Json()},
-                                    {"worst", finding.worst},
-                                    {"since", finding.since},
-                                    {"seconds", finding.seconds},
-                                    {"text", findingText(finding, verdict.limits())}});
-    }
-    return json;
 }

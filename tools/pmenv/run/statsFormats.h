@@ -9,7 +9,6 @@
 #include "figures.h"
 #include "output.h"
 #include "terminal.h"
-#include "verdict.h"
 
 /// "2026-11-21T02:20:33.123Z".
 std::string isoTime(std::chrono::system_clock::time_point time);
@@ -29,5 +28,3 @@ std::string statsCsv(const Figures& figures);
 /// The text exposition format that a metrics collector scrapes, in base units. With `perProcess` also one series for
 /// each engine, labelled with its pid.
 std::string statsOpenMetrics(const Figures& figures, bool perProcess);
-
-Json verdictJson(const Verdict& verdict);

@@ -9,6 +9,23 @@ namespace {
 
 constexpr double kMegabyte = 1024.0 * 1024.0;
 
+const char* kindName(Finding::Kind kind) {
+    switch (kind) {
+        case Finding::Kind::MachineCpu:
+            return "machineCpu";
+        case Finding::Kind::EngineCpu:
+            return "engineCpu";
+        case Finding::Kind::Memory:
+            return "memory";
+        case Finding::Kind::Swap:
+            return "swap";
+    }
+    return "";
+}
+
+Json orNull(std::optional<double> figure) { return figure ? Json(*figure) : Json(); }
+Json orNull(std::optional<std::uint64_t> figure) { return figure ? Json(*figure) : Json(); }
+
 void keepLargest(std::optional<double>& largest, std::optional<double> figure) {
     if (figure && (!largest || *figure > *largest)) largest = figure;
 }
@@ -145,4 +162,25 @@ std::string verdictText(const Verdict& verdict) {
     std::string text = "Saturated: this load generator was itself the bottleneck (" + watched + ").\n";
     for (const Finding& finding : findings) text += "  - " + findingText(finding, verdict.limits()) + "\n";
     return text;
+}
+
+Json verdictJson(const Verdict& verdict) {
+    Json json{{"verdict", verdict.saturated() ? "saturated" : "healthy"},
+              {"seconds", verdict.seconds()},
+              {"engines", verdict.engineCount()},
+              {"busiestMachinePercent", orNull(verdict.busiestMachine())},
+              {"busiestEnginePercentOfOne", orNull(verdict.busiestEngine())},
+              {"leastAvailablePercent", orNull(verdict.leastMemory())},
+              {"swapGrowthBytes", orNull(verdict.swapGrowth())},
+              {"findings", Json::array()}};
+    for (const Finding& finding : verdict.findings()) {
+        const bool ofEngine = finding.kind == Finding::Kind::EngineCpu;
+        json["findings"].push_back({{"kind", kindName(finding.kind)},
+                                    {"pid", ofEngine ? Json(finding.processId) : Json()},
+                                    {"worst", finding.worst},
+                                    {"since", finding.since},
+                                    {"seconds", finding.seconds},
+                                    {"text", findingText(finding, verdict.limits())}});
+    }
+    return json;
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "figures.h"
+#include "output.h"
 
 struct VerdictLimits {
     double machinePercent = 90;  ///< processor time of the machine, at or over which ...
@@ -86,3 +87,4 @@ std::string findingText(const Finding& finding, const VerdictLimits& limits);
 
 /// The whole judgement in words, several lines.
 std::string verdictText(const Verdict& verdict);
+Json verdictJson(const Verdict& verdict);

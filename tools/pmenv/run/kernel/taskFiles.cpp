@@ -70,6 +70,14 @@ std::optional<TaskStat> parseTaskStat(std::string_view text) {
     return stat;
 }
 
+// "2569 1281 1180 210 0 343 0": size, resident, shared, ..., in pages
+std::optional<std::uint64_t> parseResidentBytes(std::string_view text, std::uint64_t pageSize) {
+    std::string_view line = takeLine(&text);
+    const auto size = number(takeWord(&line)), resident = number(takeWord(&line));
+    if (!size || !resident || *resident > std::numeric_limits<std::uint64_t>::max() / pageSize) return std::nullopt;
+    return *resident * pageSize;
+}
+
 // "141054628 365492029 29"
 std::optional<SchedStat> parseSchedStat(std::string_view text) {
     std::string_view line = takeLine(&text);

@@ -23,6 +23,9 @@ struct TaskStat {
 };
 std::optional<TaskStat> parseTaskStat(std::string_view text);
 
+/// /proc/PID/statm, whose pages are of so many bytes: the memory that the process holds. Empty for more than 64 bits.
+std::optional<std::uint64_t> parseResidentBytes(std::string_view text, std::uint64_t pageSize);
+
 /// /proc/PID/task/TID/schedstat.
 struct SchedStat {
     std::uint64_t ran = 0;     ///< nanoseconds on a processor
