@@ -63,6 +63,14 @@ TEST(CommandLineArguments, RecordsNoneForNullOrNegative) {
     EXPECT_EQ("", gGet(1));
 }
 
+TEST(CommandLineArguments, TakesNoMoreThanTheGivenNumber) {
+    const char* const arguments[] = {"/bin/program", "one", "behind", nullptr};
+    gSet(2, arguments);
+    EXPECT_EQ(2, gCount());
+    EXPECT_EQ("one", gGet(1));
+    EXPECT_EQ("", gGet(2));
+}
+
 TEST(CommandLineArguments, StopsAtNullArgument) {
     const char* const arguments[] = {"/bin/program", nullptr, "behind"};
     gSet(3, arguments);

@@ -1,5 +1,6 @@
 // A host program that logs once at each level, for tests of what the process environment changes. It prints the enabled
 // levels. Its only argument, if any, names a further thing to do.
+#include <cerrno>
 #include <iostream>
 #include <string>
 
@@ -26,11 +27,19 @@ void logAtEachLevel() {
     }
 }
 
+void logDisabledWithErrno(int error) {
+    errno = error;
+    PM_LOG_RECORD(nLogging::Level::Trace, "Host", "host", 3) << "text";
+    const int after = errno;
+    std::cout << "errno " << after << '\n';
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     const std::string what = argc > 1 ? argv[1] : "";
     if (what == "close-stderr") close(STDERR_FILENO);
+    if (what == "errno") logDisabledWithErrno(EACCES);
     logsAtExit.armed = what == "log-at-exit";
     logAtEachLevel();
     return 0;

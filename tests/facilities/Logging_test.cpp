@@ -311,6 +311,7 @@ TEST(DefaultSink, EscapesControlCharacters) {
         {"\r\n\t", "] \\r\\n\\t\n"},
         {std::string("\0x", 2), "] \\x00x\n"},
         {"\x1b[31m\x7f", "] \\x1b[31m\\x7f\n"},
+        {"\x1f and a blank", "] \\x1f and a blank\n"},
         {"a\\nb", "] a\\\\nb\n"},
         {"\xc3\xa4", "] \xc3\xa4\n"},
     };
@@ -407,6 +408,12 @@ TEST(LogEnvironment, PmLogFileThatIsAPipeWithoutReaderFallsBack) {
     const ProgramResult host = runHost({{"PM_LOG_FILE", (dir / "pipe").c_str()}});
     EXPECT_EQ(0, host.status);
     EXPECT_THAT(host.err, HasSubstr("' (No such device or address), logging to standard error\n"));
+}
+
+// The first call reads the process environment and opens the log's file, here one that cannot be opened.
+TEST(LogProcess, TheFirstCallLeavesErrnoAlsoWhereItsLevelIsDisabled) {
+    const ProgramResult host = runHost({{"PM_LOG", "Error"}, {"PM_LOG_FILE", "/no/such/directory/log"}}, "errno");
+    EXPECT_THAT(host.out, testing::StartsWith("errno 13\n"));
 }
 
 TEST(LogProcess, SurvivesClosedStandardError) { EXPECT_EQ(0, runHost({}, "close-stderr").status); }

@@ -69,6 +69,8 @@ TEST(RWCRegexpSearch, FindsLeftmostMatchWithLongestRun) {
         {"[ab]+", "xabbay", {1, 4}},
         {"[^ab]+", "abxyza", {2, 3}},
         {"[^a]", "\xff", {0, 1}},
+        {"[a^]+", "x^a^", {1, 3}},
+        {"[^a^]+", "^axy^", {2, 2}},
         {"[ab]+b", "ababx", {0, 4}},
         {"ab+c+", "xabbbccccd", {1, 8}},
         {"(a)", "((a))", {1, 3}},
@@ -91,11 +93,12 @@ TEST(RWCRegexpSearch, FindsRuntimeReferences) {
         const char* text;
         Match match;
     } rows[] = {
-        {"$(A)", {0, 4}},        {"x#(A)y$(B)", {1, 4}},  {"$()", {npos, 0}},  {"$( A)", {npos, 0}},
-        {"$(A", {npos, 0}},      {"$HOME", {npos, 0}},    {"$$(A)", {1, 4}},   {"$(A$(B)", {3, 4}},
-        {"$(A B)", {npos, 0}},   {"${A}", {npos, 0}},     {"$({A})", {0, 6}},  {"#($#)", {0, 5}},
-        {"$(A\tB)$(C)", {6, 4}}, {"$((A))", {npos, 0}},   {"(A)", {npos, 0}},  {"$(A))", {0, 4}},
-        {"$(A\nB)", {npos, 0}},  {"$(\xc3\xa4)", {0, 5}}, {"a$(b)c)", {1, 4}},
+        {"$(A)", {0, 4}},      {"x#(A)y$(B)", {1, 4}}, {"$()", {npos, 0}},      {"$( A)", {npos, 0}},
+        {"$(A", {npos, 0}},    {"$HOME", {npos, 0}},   {"$$(A)", {1, 4}},       {"$(A$(B)", {3, 4}},
+        {"$(A B)", {npos, 0}}, {"${A}", {npos, 0}},    {"$({A})", {0, 6}},      {"#($#)", {0, 5}},
+        {"$(A^B)", {0, 6}},    {"$(^)", {0, 4}},       {"$(A\tB)$(C)", {6, 4}}, {"$((A))", {npos, 0}},
+        {"(A)", {npos, 0}},    {"$(A))", {0, 4}},      {"$(A\nB)", {npos, 0}},  {"$(\xc3\xa4)", {0, 5}},
+        {"a$(b)c)", {1, 4}},
     };
     for (const auto& row : rows) EXPECT_EQ(row.match, searchIn(row.text, kRuntimeReference)) << row.text;
 }

@@ -1,4 +1,6 @@
 // The small facilities: RWSet, RWMutexLock, the executable directory, the clock, OptionalValue and ScratchBuffer.
+#include <atomic>
+#include <chrono>
 #include <cstring>
 #include <ctime>
 #include <stdexcept>
@@ -68,18 +70,23 @@ TEST(RWSetInsert, GrowsBeyondItsCapacity) {
 
 TEST(RWMutexLock, ExcludesOtherThreads) {
     RWMutexLock lock;
-    int counter = 0;  // not atomic on purpose
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&] {
-            for (int k = 0; k < 5000; ++k) {
-                const RWMutexLock::LockGuard guard(lock);
-                ++counter;
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(20'000, counter);
+    std::atomic<bool> asking{false}, given{false};
+    bool wasGiven = false;
+    lock.acquire();
+    std::thread other([&] {
+        EXPECT_FALSE(lock.tryAcquire());
+        asking = true;
+        const RWMutexLock::LockGuard guard(lock);
+        wasGiven = given;
+    });
+    while (!asking) std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // time to come in, for one that does not wait
+    given = true;
+    lock.release();
+    other.join();
+    EXPECT_TRUE(wasGiven);
+    EXPECT_TRUE(lock.tryAcquire());
+    lock.release();
 }
 
 TEST(RWMutexLock, GuardReleasesWhenAnExceptionPasses) {

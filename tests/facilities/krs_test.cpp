@@ -382,6 +382,13 @@ TEST_F(KRSFilterTest, ResultIsCopiedBeforeTheNextCall) {
     EXPECT_EQ("<2>", value("B"));
 }
 
+TEST_F(KRSFilterTest, TheFirstTextThatItChangesMayBecomeEmpty) {
+    filterBody = [](const char*, const char*) { return ""; };
+    ASSERT_NE(0, load("A=1\nB=2", filter));
+    EXPECT_EQ("", value("A"));
+    EXPECT_EQ("", value("B"));
+}
+
 TEST_F(KRSFilterTest, IsNotCalledForAFileWithErrors) {
     int calls = 0;
     filterBody = [&](const char*, const char* value) {

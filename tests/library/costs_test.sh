@@ -31,6 +31,13 @@ count_one() { # OPERATION
     echo $(((many[0] - few[0]) / (2 * CALLS))) $(((many[1] - few[1] + CALLS) / (2 * CALLS)))
 }
 
+# Complains when a call costs so much less than its limit that nothing can have been measured, or the limit is stale.
+check_measured() { # OPERATION COUNTED LIMIT
+    (($2 * 2 < $3)) || return 0
+    echo "$1: $2 instructions a call are less than half of the limit of $3: nothing was measured, or the limit is stale"
+    return 1
+}
+
 # Complains when `counted` is over `limit`.
 compare() { # OPERATION WHAT COUNTED LIMIT
     (($3 > $4)) || return 0
@@ -45,6 +52,7 @@ while read -r operation instructions calls; do
     echo "$operation: ${counted[0]} instructions (limit $instructions), ${counted[1]} system calls (limit $calls)"
     renewed+="$operation $((counted[0] * (100 + HEADROOM_PERCENT) / 100)) ${counted[1]}"$'\n'
     [[ -z $renew ]] || continue
+    check_measured "$operation" "${counted[0]}" "$instructions" || status=1
     compare "$operation" instructions "${counted[0]}" "$instructions" || status=1
     compare "$operation" "system calls" "${counted[1]}" "$calls" || status=1
 done <"$limits"

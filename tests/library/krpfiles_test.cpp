@@ -267,6 +267,9 @@ TEST_F(KRPAdjustPathLen, AWidthThatIsNotPositiveIsAnErrorAndGoesOn) {
     expectBareErrors(log, 2);
     EXPECT_EQ(out, env.KRPAdjustPathLen("/other", out, INT_MIN));
     EXPECT_STREQ("/other", out);
+    log.clear();
+    EXPECT_EQ(nullptr, env.KRPAdjustPathLen("/some/path", out, 1));
+    expectBareErrors(log, 0);
 }
 
 TEST_F(KRPAdjustPathLen, RefusesNullArguments) {

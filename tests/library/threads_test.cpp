@@ -11,7 +11,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "CommandLineArguments.h"
 #include "EnvSettings.h"
+#include "ExecutableDirectory.h"
+#include "Lifetime.h"
 #include "Logging.h"
 #include "MachineStats.h"
 #include "krenv.h"
@@ -182,6 +185,43 @@ TEST_F(ThreadsTest, TablesAreReadTogetherWhileOthersComeAndGo) {
 
 TEST_F(ThreadsTest, EnginesAreLookedForIntoSeparateVectors) {
     EXPECT_EQ("", onThreads([](int) { return discover(); }).wrong);
+}
+
+TEST_F(ThreadsTest, ArgumentsAndTheExecutablesDirectoryChangeWhileOthersAsk) {
+    const char* const arguments[] = {"/bin/program", "an argument that is too long for a string without memory"};
+    const std::string directory = "/a/directory/that/is/too/long/for/a/string/without/memory";
+    nCommandLineArguments::gSet(2, arguments);
+    n_debug::nExecutableDirectory::gInitialize(directory);
+    EXPECT_EQ("", onThreads([&](int number) -> std::string {
+                      if (number % 2 == 0) {
+                          nCommandLineArguments::gSet(2, arguments);
+                          n_debug::nExecutableDirectory::gInitialize(directory);
+                      }
+                      if (nCommandLineArguments::gCount() != 2) return "another number of arguments";
+                      const std::string wrong = differs(arguments[1], nCommandLineArguments::gGet(1).c_str());
+                      return wrong.empty() ? differs(directory, n_debug::nExecutableDirectory::gGet().c_str()) : wrong;
+                  }).wrong);
+}
+
+TEST_F(ThreadsTest, MainScopesOpenAndObjectsAreRegisteredTogether) {
+    struct Counted {
+        Counted() { ++count(); }
+        ~Counted() { --count(); }
+        static int& count() {
+            static int objects = 0;  // not atomic on purpose: the scope's lock guards it
+            return objects;
+        }
+    };
+    const char* const arguments[] = {"/bin/program"};
+    onThreads([&](int number) {
+        if (number % 2 == 0) {
+            const nLifetime::MainScope scope(1, arguments);
+        } else {
+            const nLifetime::StaticObject<Counted> object;
+        }
+        return "";
+    });
+    EXPECT_EQ(0, Counted::count());
 }
 
 TEST_F(ThreadsTest, AllOfItAtOnce) {

@@ -46,8 +46,14 @@ TEST_F(PmenvReport, PrintsTheElevenLines) {
     EXPECT_EQ(outcome.err, "");
     const auto lines = linesOf(outcome.out);
     ASSERT_EQ(lines.size(), 11u);
-    EXPECT_EQ(lines[0], "/" + std::string(72, '*') + "/");
+    const std::string banner = "/" + std::string(72, '*') + "/";
+    for (const std::size_t line : {0, 8, 10}) EXPECT_EQ(lines[line], banner);
     EXPECT_THAT(lines[1], StartsWith("Machine Name "));
+    EXPECT_THAT(lines[2], StartsWith("Machine IP: "));
+    EXPECT_THAT(lines[3], StartsWith("Operating System:  Linux (Linux "));
+    EXPECT_THAT(lines[4], StartsWith("CPU: "));
+    EXPECT_EQ(lines[5], "Memory size: " + std::to_string(static_cast<unsigned long long>(bytesOfMemory())));
+    EXPECT_THAT(lines[6], AnyOf("Bits: 64 bit OS", "Bits: 32 bit OS"));
     EXPECT_EQ(lines[7], "Pressmark Release 12.345");
     EXPECT_EQ(lines[9], "KR_VERSION\t12\tKR_BUILD\t345\t");
 }

@@ -208,7 +208,7 @@ TEST_F(PmenvCheck, EndsOnFilesThatAreMadeToKeepItBusy) {
          {doubling, doubling + repeated("X = #(B30)\n", 1000), "P = (P)(P)##\n" + repeated("X = ##(P)\n", 1000),
           loading, "X = 0123456789abcde\nV = " + repeated("#(X)", 60'000) + "\n",
           "V = " + repeated("${", 500'000) + "\nW = " + repeated("$(", 500'000) + "\n"}) {
-        EXPECT_GE(runOn(text).status, 0);
+        EXPECT_THAT(runOn(text).status, testing::AnyOf(0, 1));
     }
     EXPECT_THAT(runOn(doubling).out, HasSubstr("[too-much-work]"));
 }
