@@ -1,13 +1,13 @@
-// EnvSettings.h - reading properties of settings files.
+// EnvSettings.h - reads properties of settings files.
 //
-// A settings table is a handle of the settings-table library (krs.h), 0 for none. Values are stored as the file gives
-// them; their $() and #() references are expanded when a property is read, always against the process environment and
-// pressmark.ini, never against the table that holds the value.
+// A settings table is given by its handle (krs.h); 0 means no table. Values are stored as the file has them. Their $()
+// and #() references are expanded when a property is read, always with environment variables and settings of
+// pressmark.ini, never with entries of the table that holds the value.
 //
 // Reading a property takes about 40 KB of stack, for the container object that expands it.
 //
-// Failures are Error records of category "PMEnvironment". Threads: nothing is locked; reading the same table on several
-// threads is safe, see krs.h.
+// Failures are reported as Error records of category "PMEnvironment". Threads: nothing is locked; reading the same
+// table on several threads is safe, see krs.h.
 #pragma once
 
 #include <string>
@@ -22,13 +22,13 @@ namespace nEnvSettings {
 KRENV_EXPORT int gPressmarkIniTable();
 
 /// Creates a table in `handle` and loads the file `fileName` of the directory that the setting KR_BIN names (as `env`
-/// reads it: the setting, not the process variable). The caller owns the table in every case and releases it with
+/// reads it: the setting, not the environment variable). The caller owns the table in every case and releases it with
 /// KRSDestroyTable. It stays empty when KR_BIN is not set (nothing is logged), and after an Error record when the file
 /// cannot be loaded or its path is longer than 4095 characters.
 KRENV_EXPORT void gFileInitTable(KREnvContainerClass& env, const char* fileName, int& handle);
 
-/// Puts the expanded value of `key` into `out`, which is to be empty; leaves it alone when there is no such key or its
-/// expansion fails.
+/// Puts the expanded value of `key` into `out`, which must be empty. Leaves `out` unchanged when there is no such key
+/// or its expansion fails.
 KRENV_EXPORT void gGetPropertyString(OptionalValue<std::string>& out, int handle, const char* key);
 
 /// The expanded value of `key`; "" after an Error record when there is no such key or its expansion fails.

@@ -1,18 +1,19 @@
 // MachineStats.h - memory, processor load and load-engine processes of this machine, sampled from /proc.
 //
-// A host that wants figures owns a MachineStats object and calls CollectMachineStats at intervals longer than a second;
-// within a second (1,000,000 ticks of nRealtime::gCurrentRaw_compiler) of the last sample the earlier figure is kept.
+// A program that wants figures owns a MachineStats object and calls CollectMachineStats at intervals longer than a
+// second. Within a second (1,000,000 ticks of nRealtime::gCurrentRaw_compiler) of the last sample the earlier figure is
+// kept.
 //
 //     MachineStats collector;
 //     KREnvMachineStats stats{};
 //     collector.CollectMachineStats(stats, false);     // again and again
 //
 // A load engine is a process whose command name contains "PMLoadEngineMai". Percentages of a process are of all
-// processors together: one that keeps one of four busy scores 25.
+// processors together: a process that keeps one of four processors busy has 25.
 //
 // Failures: an unreadable /proc file gives 0 bytes or the last percentage and a Warning record, no error.
-// Threads: one collector belongs to one thread at a time, and as the machine's processor samples are shared by all
-// collectors of the process, two collectors must not collect at the same moment either.
+// Threads: one collector belongs to one thread at a time. All collectors of the process share the machine's processor
+// samples, so two collectors must not collect at the same moment either.
 #pragma once
 
 #include <cstddef>
@@ -33,24 +34,26 @@ struct pstat {
     std::uint64_t cpu_total_ticks;    ///< sum of the first ten columns of the first line of /proc/stat
 };
 
-/// Takes a sample of process `pid` into `*out`. 0 on success; -1 when /proc/PID/stat (standard error tells) or
-/// /proc/stat (after one retry, 200 microseconds later) cannot be opened or is empty. In the case of /proc/stat not
-/// opening, the process's file stays open and `*out` is as it was. A null `out` gets an Error record and -1.
+/// Takes a sample of process `pid` into `*out`. 0 on success; -1 when /proc/PID/stat (with a message on standard error)
+/// or /proc/stat (after one retry, 200 microseconds later) cannot be opened or is empty. When /proc/stat cannot be
+/// opened, the process's file stays open and `*out` is unchanged. A null `out` gets an Error record and -1.
 KRENV_EXPORT int get_usage(int pid, pstat* out);
 
 /// The percentage of all processor time between two samples that the process used, in user and system mode. NaN when
-/// no time and no work lie between them, infinity for work in no time; -1.0 after an Error record for a null sample.
+/// neither time nor work lies between the samples, infinity for work without time; -1.0 after an Error record for a
+/// null sample.
 KRENV_EXPORT long double calc_cpu(const pstat* cur, const pstat* prev);
 
 /// The resident memory of process `pid` in bytes (/proc/PID/statm, second field, times sysconf(_SC_PAGESIZE)), as a
 /// 32-bit number that wraps at 2 GiB. 0 after a Warning record when the file cannot be read. The flag has no effect.
 KRENV_EXPORT int getProcessRSS(int pid, bool flag);
 
-/// Appends the ids of the load-engine processes on this machine to `pids`, but for `excludedPid`, in the order of the
-/// directory /proc. 1; or 0, with `pids` untouched and the reason on standard error, when /proc cannot be opened.
+/// Appends the ids of the load-engine processes on this machine, except `excludedPid`, to `pids`, in the order of the
+/// directory /proc. Returns 1; or 0, with `pids` unchanged and the reason on standard error, when /proc cannot be
+/// opened.
 KRENV_EXPORT int getSlavesList(std::vector<int>& pids, int excludedPid);
 
-/// True when every character of `s` is a decimal digit, so also for the empty text. Null: an Error record and false.
+/// True when every character of `s` is a decimal digit, and for the empty text. Null gets an Error record and false.
 KRENV_EXPORT bool IsNumeric(const char* s);
 
 /// The calling process's id (getpid).
@@ -59,7 +62,7 @@ KRENV_EXPORT int GetProcessID();
 /// The processor sampler of one process. Belongs to one thread at a time.
 class KRENV_EXPORT CPUUsage {
 public:
-    /// A sampler of process `pid` that has sampled nothing yet.
+    /// Creates a sampler of process `pid`; takes no sample yet.
     explicit CPUUsage(int pid);
     /// Holds no files or memory besides itself.
     ~CPUUsage();
@@ -68,8 +71,8 @@ public:
     bool EnoughTimePassed();
 
     /// The percentage between the last two samples, see calc_cpu: -1.0 until the first sample succeeds, 0.0 at that
-    /// one, perhaps NaN or infinity afterwards. Samples when enough time has passed, else returns the last value. A
-    /// sample that fails gets a Warning record and the last value, and the next call samples again at once.
+    /// one, and possibly NaN or infinity afterwards. Samples if enough time has passed, else returns the last value. A
+    /// sample that fails gets a Warning record and returns the last value; the next call then samples again at once.
     double GetUsage();
 
 private:
@@ -96,8 +99,8 @@ struct KREnvMachineStats {
     unsigned long long totalMemoryBytes;     ///< sysinfo (totalram + totalswap) x mem_unit
     unsigned long long physicalMemoryBytes;  ///< sysinfo totalram x mem_unit
     unsigned long long freeMemoryBytes;      ///< sysinfo freeram x mem_unit (without caches; not MemAvailable)
-    long double cpuLoadPercent;              ///< /proc/stat, busy share of all processors, 0 to 100. Counters that have
-                                             ///< stepped back make it more than 100, infinite or NaN, never less than 0
+    long double cpuLoadPercent;              ///< /proc/stat, busy share of all processors, 0 to 100. More than 100,
+                                             ///< infinite or NaN, but never below 0, if counters have stepped back
     int processId;                           ///< of the collecting process
     std::vector<KREnvSlaveStats> slaves;     ///< one for each load engine found
 };
@@ -106,22 +109,24 @@ struct KREnvMachineStats {
 /// calls, because a percentage needs two samples, and drops it when the process has gone.
 class KRENV_EXPORT MachineStats {
 public:
-    /// Takes the machine's first processor sample. An Error record tells when that fails; the object is usable.
+    /// Takes the machine's first processor sample. If that fails, there is an Error record and the object is still
+    /// usable.
     MachineStats();
     /// Releases the engines' samplers.
     ~MachineStats();
     MachineStats(const MachineStats&) = delete;
     MachineStats& operator=(const MachineStats&) = delete;
 
-    /// Fills `stats`: the engines, then the machine. Always true; what goes wrong is in the log, and the fields
-    /// concerned keep their values. While the last sample is less than a second old, so also right after construction,
-    /// `cpuLoadPercent` keeps the caller's value, set to 0 when it is less.
+    /// Fills `stats`: the engines, then the machine. Always true; failures are logged, and the fields concerned keep
+    /// their values. While the last sample is less than a second old, which includes the time right after construction,
+    /// `cpuLoadPercent` keeps the caller's value, raised to 0 when it is negative.
     bool CollectMachineStats(KREnvMachineStats& stats, bool flag);
 
-    /// Replaces the contents of `slaves` by the load engines that run now. False after a log record on an exception.
+    /// Replaces the contents of `slaves` with the load engines that run now. False, after a log record, on an
+    /// exception.
     bool CollectSlavesInfo(std::vector<KREnvSlaveStats>& slaves, bool flag);
 
-    /// Resident memory and percentage of one process; the first call for a `pid` makes its sampler. Always true.
+    /// Resident memory and percentage of one process; the first call for a `pid` creates its sampler. Always true.
     bool GetSpecificProcessInfo(int pid, unsigned long long& memoryBytes, double& cpuPercent, bool flag);
 
     /// The machine's figures, each described at KREnvMachineStats. Always true.
@@ -129,9 +134,10 @@ public:
                               unsigned long long& totalMemoryBytes, unsigned long long& totalSwapBytes,
                               unsigned long long& freeMemoryBytes, long double& cpuLoadPercent, int& processId);
 
-    /// The busy share of all processors since the last call of any collector, 0 to 1 (user, nice and system against
-    /// those and idle, /proc/stat). NaN when no time lies between; negative, above 1 or infinite where counters have
-    /// stepped back. -1.0 within a second of this collector's last sample or when /proc/stat cannot be opened.
+    /// The busy share of all processors since the last call of any collector, 0 to 1: user, nice and system time
+    /// divided by these plus idle time (/proc/stat). NaN when no time lies between the calls; negative, above 1 or
+    /// infinite when counters have stepped back. -1.0 within a second of this collector's last sample, or when
+    /// /proc/stat cannot be opened.
     long double GetCPULoad();
 
     /// True when more than 1,000,000 clock ticks have passed since this collector's last GetCPULoad.
@@ -149,8 +155,8 @@ private:
     int ownPid;                           // never reported as an engine
 };
 
-// Programs are built apart from the library, and compiler options that align or shorten numbers differently would let
-// the two disagree in silence.
+// Programs are built separately from the library. Compiler options that change the alignment or size of numbers would
+// otherwise make the two disagree silently.
 #ifdef __i386__
 static_assert(offsetof(pstat, cpu_total_ticks) == 24 && sizeof(pstat) == 32, "the sample is read by programs");
 static_assert(sizeof(CPUUsage) == 84, "two numbers, the last sample's time and two samples");

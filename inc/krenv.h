@@ -7,17 +7,18 @@
 //     ${NAME} #{NAME}   expanded once, when pressmark.ini is loaded
 //     $(NAME) #(NAME)   expanded each time the value is read
 //
-// $ takes the process environment variable, # the setting; a name that does not exist expands to nothing.
+// $ refers to an environment variable, # to a setting. A name that does not exist expands to nothing.
 //
-// Results: a text comes back as a pointer into a buffer of the container object that was asked (or into a static
+// Results: a text is returned as a pointer into a buffer of the container object that was asked (or into a static
 // buffer, where the function says so). It is valid until that buffer is written again; the caller never frees it. A
-// null pointer, false, 0 or -1 tells of a failure, with a log record (category "PMEnvironment") where the function says
+// null pointer, false, 0 or -1 means a failure, with a log record (category "PMEnvironment") where the function says
 // so. Functions share the object's buffers:
 //
 //     buffer              written by
 //     found file          searchInPath, KRPSearchPath, KRPFindfile, KRPFindfileNoKREnv; KRPGetFullName of a bare name
-//     directory, name,    every function that splits: KRPSplitPath, KRPGetPath..., KRPConcatDirAndName, KRPReplacePath...,
-//       extension           KRPAdjustPathLen where it shortens, and all that write the found file or the made path
+//     directory, name,    every function that splits a path: KRPSplitPath, KRPGetPath..., KRPConcatDirAndName,
+//       extension           KRPReplacePath..., KRPAdjustPathLen where it shortens, and all that write the found file or
+//                           the made path
 //     made path           KRPMakePath, KRPConcatDirAndName, KRPReplacePath..., KRPPathFileExist, KRPResolveFilePath...,
 //                           KRPGetFullName, and all that write the found file
 //     resolved value      KREGetEnv, KREGetEnvValue, KREEnvDefined, KRERuntimeResolve, every path variable "#X", and
@@ -26,15 +27,16 @@
 //     home, documents     KRPGetUserDir and the path variable "HOME", KRPGetMyDocuments and "MYDOCUMENTS"
 //     working directory   KRPGetCwd
 //
-// Any result may be passed back to the object that it comes from: a function has read its arguments before it writes
-// over them.
+// Any result may be passed back to the object that it comes from: a function reads its arguments before it writes over
+// them.
 //
 // Limits: a path result holds at most 4095 characters, an expanded value 2047. Nothing is written past a buffer of the
-// library. KRPAbsPath and KRPGetFullName write up to 4096 bytes into the caller's, whatever size they are told.
+// library. KRPAbsPath and KRPGetFullName write up to 4096 bytes into the caller's buffer, whatever size the caller
+// passes.
 //
-// Threads: the library locks nothing but its file searches (KRPFindfile, KRPFindfileNoKREnv). Give each thread its own
-// container object, and change settings (KRESetEnvValue, KREInit) while no other thread reads them. The process
-// environment is read with getenv, so changing it on another thread is a race as everywhere else.
+// Threads: the library locks only its file searches (KRPFindfile, KRPFindfileNoKREnv). Give each thread its own
+// container object, and change settings (KRESetEnvValue, KREInit) only while no other thread reads them. The process
+// environment is read with getenv, so changing it on another thread at the same time is a data race, as in any program.
 #pragma once
 
 #include <cstdarg>
@@ -47,11 +49,11 @@
 
 class KRSLoadObserver;
 
-/// The container through which settings and paths are asked for. It owns result buffers and nothing else, so as many
-/// may be made as are needed; one takes about 39 KB, mind the stack of small threads.
+/// The container that answers questions about settings and paths. It owns only result buffers, so a program may create
+/// as many as it needs. One takes about 39 KB: mind the stack size of small threads.
 class KRENV_EXPORT KREnvContainerClass {
 public:
-    /// Empty buffers; reads nothing.
+    /// Creates an object with empty buffers; reads nothing.
     KREnvContainerClass();
     /// Releases the buffers and with them the texts that this object has returned.
     ~KREnvContainerClass();
@@ -60,13 +62,14 @@ public:
 
     // --- settings ---------------------------------------------------------------------------------------------------
 
-    /// Sets `name` in the run-time table, replacing its earlier value. Returns the stored value, which stays where it
-    /// is to the end of the process. Null, with the table unchanged, when an argument is null, name or value is longer
-    /// than 255 characters, or `name` would be the 1025th. Logs nothing.
+    /// Sets `name` in the run-time table, replacing its earlier value. Returns the stored value, which stays at its
+    /// address until the end of the process. Null, with the table unchanged, when an argument is null, name or value is
+    /// longer than 255 characters, or `name` would be the 1025th. Logs nothing.
     const char* KRESetEnvValue(const char* name, const char* value);
 
-    /// The full look-up: the run-time value of `name` exactly as it was set, references included, in the table where it
-    /// stays to the end of the process; otherwise what KREGetEnv gives. Null when neither has one. Logs nothing.
+    /// The full lookup: the run-time value of `name` exactly as it was set, references included, in the table, where it
+    /// stays until the end of the process; otherwise the result of KREGetEnv. Null when neither has a value. Logs
+    /// nothing.
     const char* KREGetEnvValue(const char* name);
 
     /// The value of `name` in pressmark.ini, its $() and #() references expanded, in this object's 2048-byte buffer.
@@ -75,37 +78,38 @@ public:
     const char* KREGetEnv(const char* name);
 
     /// True when pressmark.ini defines `name` (the run-time table does not count) and its expanded value contains
-    /// `text`, with `ignoreCase` in either case. An empty text asks for the definition alone.
+    /// `text`; `ignoreCase` ignores the case of letters. With an empty text only the definition counts.
     bool KREEnvDefined(const char* name, const char* text, bool ignoreCase);
 
-    /// Expands the $() and #() references in `text` into this object's 2048-byte buffer. Null, with the buffer as it
-    /// was, when `text` is null, a reference leads back to itself, or a limit is met: a result over 2047 characters,
-    /// more than 1 MiB of text, 512 levels, 65,536 substitutions or 256 Mi characters of searching. Logs nothing.
+    /// Expands the $() and #() references in `text` into this object's 2048-byte buffer. Null, with the buffer
+    /// unchanged, when `text` is null, a reference leads back to itself, or a limit is passed: a result over 2047
+    /// characters, more than 1 MiB of text, 512 levels, 65,536 substitutions or 256 Mi characters of searching. Logs
+    /// nothing.
     const char* KRERuntimeResolve(const char* text);
 
     // --- path texts -------------------------------------------------------------------------------------------------
-    // Splitting knows / and \ as separators, composing writes /. Null arguments are refused after an Error record that
-    // carries only the position. A result over 4095 characters is refused with null, such a record, and the buffer as
-    // it was; a longer path to split is cut.
+    // Splitting accepts / and \ as separators, composing writes /. Null arguments are refused after an Error record
+    // that carries only the position. A result over 4095 characters is refused with null, such a record, and the buffer
+    // unchanged; a longer path to split is cut.
 
-    /// Splits `path` and stores the addresses of the three parts where the pointer is not null. An existing directory
-    /// (stat; a relative path means the working directory's) is all directory. Of a path of more than 4095 characters
-    /// the first 4095 are split, after an Error record that carries only the position when it has more than 4096. A
-    /// null `path` gets such a record too and has three empty parts.
+    /// Splits `path` and stores the address of each part whose pointer is not null. The path of an existing directory
+    /// (stat; a relative path counts from the working directory) is split into a directory alone, without a name. Of a
+    /// path of more than 4095 characters the first 4095 are split, after an Error record that carries only the position
+    /// when it has more than 4096. A null `path` gets such a record too and has three empty parts.
     ///     "/usr/lib/x.tar.gz" -> "/usr/lib" "x.tar" "gz"     "a/b\c/d"  -> "a/b\c" "d" ""
     ///     "/x"                -> "" "x" ""                   ".profile" -> "" "" "profile"
     void KRPSplitPath(const char* path, char** dir, char** name, char** ext);
 
-    /// The directory of `path`, without its last separator; null for a null `path`. Each of these three splits anew and
-    /// refreshes all parts.
+    /// The directory of `path`, without its last separator; null for a null `path`. Each of these three functions
+    /// splits the path anew and overwrites all three parts.
     const char* KRPGetPathDirectory(const char* path);
     /// The last component of `path` without its extension.
     const char* KRPGetPathName(const char* path);
-    /// The text behind the last dot of the last component of `path`.
+    /// The text after the last dot of the last component of `path`.
     const char* KRPGetPathExt(const char* path);
 
-    /// Composes dir/name.ext. With an empty `dir` the name is appended to what the last composition on this object left
-    /// (programs compose in steps that way); an empty `ext` adds no dot.
+    /// Composes dir/name.ext. With an empty `dir` the name is appended to the result of the last composition on this
+    /// object, so that programs can compose in steps; an empty `ext` adds no dot.
     const char* KRPMakePath(const char* dir, const char* name, const char* ext);
     /// `dir` joined with the name and extension of `path`:   ("dir", "sub/x.txt") -> "dir/x.txt"
     const char* KRPConcatDirAndName(const char* dir, const char* path);
@@ -117,33 +121,33 @@ public:
     /// Shortens `path` for display by cutting its middle: a path of `maxLen` characters or more becomes exactly
     /// `maxLen` characters in `out`, which must hold one more:
     ///     ("/home/user/projects/reports/weekly.md", 30) -> "/home/user/projec...\weekly.md"
-    /// The dot is written even without an extension. A shorter path is copied whole, as it is for a negative `maxLen`
-    /// (an Error record tells of one that is not positive). Null, with `out` untouched, when name and extension leave
-    /// fewer than 5 characters.
+    /// The dot is written even without an extension. A shorter path is copied whole, and so is any path for a negative
+    /// `maxLen` (a `maxLen` that is not positive gets an Error record). Null, with `out` unchanged, when name and
+    /// extension leave fewer than 5 characters.
     char* KRPAdjustPathLen(const char* path, char* out, int maxLen);
 
     /// The working directory (getcwd), or null when it cannot be read.
     const char* KRPGetCwd();
 
     // --- path variables and file search -----------------------------------------------------------------------------
-    // A path variable is "PATH", "HOME" or "MYDOCUMENTS" (those process variables), "$X" (process variable X), "#X"
-    // (setting X; not in the NoKREnv family, which works before settings exist), or else the text itself. It stands for
-    // a list of directories parted by ":"; empty entries vanish.
+    // A path variable is "PATH", "HOME" or "MYDOCUMENTS" (those environment variables), "$X" (the environment variable
+    // X), "#X" (the setting X; not in the NoKREnv functions, which work before settings exist), or else the text
+    // itself. It stands for a list of directories separated by ":"; empty entries are ignored.
 
-    /// What the path variable stands for, or null when it is unset or empty. Owned by this object until it resolves
-    /// the next variable. A null `var` gets an Error record without text.
+    /// The list that the path variable stands for, or null when it is unset or empty. Owned by this object until it
+    /// resolves the next variable. A null `var` gets an Error record without text.
     const char* KRPResolvePathVarNoKREnv(const char* var);
-    /// The same with "#X", for which it is KREGetEnv's result.
+    /// The same with "#X", which stands for the result of KREGetEnv.
     const char* KRPResolvePathVar(const char* var);
 
     /// The first existing `name` in the directories of `list`; null when there is none. Only the last component of
-    /// `name` is looked for. A `name` that is also a directory's, as seen from the working directory, has no last
-    /// component: then the first directory of the list that exists is the answer, with a "/" behind it. This holds for
-    /// all searches and for KRPResolveFilePath.
+    /// `name` is searched for. A `name` that is also the path of an existing directory, seen from the working
+    /// directory, has no last component: the result is then the first directory of the list that exists, followed by
+    /// "/". This holds for all searches and for KRPResolveFilePath.
     const char* searchInPath(const char* name, const char* list);
-    /// searchInPath in the process variable PATH.
+    /// searchInPath in the environment variable PATH.
     const char* KRPSearchPath(const char* name);
-    /// The path of `name` (its last component) in `dir` when it exists, whatever it is; null otherwise.
+    /// The path of `name` (its last component) in `dir` if anything of that name exists; null otherwise.
     const char* KRPPathFileExist(const char* dir, const char* name);
 
     /// The first existing `name` in the given path variables, tried in order. The list ends with a null pointer (of a
@@ -160,28 +164,29 @@ public:
     const char* KRPResolveFilePathNoKREnv(const char* name, const char* var);
 
     /// The absolute form of `path` in `out`, which must hold 4096 bytes whatever `size` says. With a directory part,
-    /// that directory is made absolute and the file need not exist. A bare name, and "/name" as well, whose directory
-    /// part is empty, is searched in the working directory and then in the setting INCLUDE_PATH; it fails when the name found is longer than `size`, and `out` holds no
-    /// path when what was found has no absolute one (below a working directory deeper than any path, for example). Null
-    /// on failure.
+    /// that directory is made absolute and the file need not exist. A bare name, and "/name" too, because its directory
+    /// part is empty, is searched in the working directory and then in the setting INCLUDE_PATH; this fails when the
+    /// name found is longer than `size`, and `out` holds no path when the file found has no absolute path (below a
+    /// working directory deeper than any path, for example). Null on failure.
     char* KRPGetFullName(const char* path, char* out, int size);
 
-    // --- file tests and the user's places ---------------------------------------------------------------------------
+    // --- file tests and the user's directories ----------------------------------------------------------------------
 
     /// True when stat can examine `path`, whatever kind of file it is.
     bool KRPFileExist(const char* path);
     /// The same; the flag has no effect.
     bool KRPFileExist(const char* path, bool flag);
 
-    /// The process variable HOME, or null, with the buffer as it was, when it is unset or longer than 4095 characters.
+    /// The environment variable HOME, or null, with the buffer unchanged, when it is unset or longer than 4095
+    /// characters.
     const char* KRPGetUserDir();
-    /// The process variable MYDOCUMENTS, in the same way.
+    /// The environment variable MYDOCUMENTS, in the same way.
     const char* KRPGetMyDocuments();
 
-    /// A file name that is not in use in the directory of the path variable `var`, or in /tmp where there is no such
-    /// directory (tempnam, prefix "tmp"). Where the process variable TMPDIR names a directory, the name is in that one,
-    /// whatever `var` says. In a static buffer that all objects and threads share; null on failure. The file is not
-    /// created, so another process may take the name first.
+    /// A file name that is not in use in the directory of the path variable `var`, or in /tmp if there is no such
+    /// directory (tempnam, prefix "tmp"). If the environment variable TMPDIR names a directory, the name is in that
+    /// one, whatever `var` says. The name is in a static buffer that all objects and threads share; null on failure.
+    /// The file is not created, so another process may take the name first.
     const char* KRPGetTempName(const char* var);
 
 private:
@@ -213,62 +218,65 @@ private:
 
 // --- initialisation -------------------------------------------------------------------------------------------------
 
-/// Finds pressmark.ini in `directory`, then in the directories of the process variable KR_BIN, then in HOME; loads it
-/// into the settings, ${} and #{} references expanded; registers `directory` as the executable's; and writes the
-/// start-up report to the log (level Execution). The library calls it by itself with the program's directory when the
-/// host opens its main scope (Lifetime.h); a host may call it again.
-/// 1 on success. 0 after an Error record when there is no such file (the settings stay as they were) or when it cannot
-/// be parsed (then no setting is to be read until a later KREInit has succeeded; KRSLoadError() in krs.h tells line and
-/// reason). `directory` is a path variable like the others: "HOME" or "$X" stands for another directory, and a ":" in
-/// it parts a list. An empty one finds nothing. A null one is a caller's bug: std::logic_error.
-/// A value whose references go round in a circle is left out after an Error record; the rest is loaded.
+/// Searches for pressmark.ini in `directory`, then in the directories of the environment variable KR_BIN, then in HOME.
+/// Loads it as the settings, with ${} and #{} references expanded, registers `directory` as the executable's directory,
+/// and writes the start-up report to the log (level Execution). The library calls this function itself with the
+/// program's directory when the host program opens its main scope (Lifetime.h); the program may call it again. 1 on
+/// success. 0 after an Error record when there is no such file (the settings stay unchanged) or when it cannot be
+/// parsed (then no setting may be read until a later KREInit has succeeded; KRSLoadError() in krs.h gives line and
+/// reason). `directory` is a path variable like the others: "HOME" or "$X" stands for another directory, and ":"
+/// separates the directories of a list. An empty one finds nothing. A null one is a caller's bug: std::logic_error. A
+/// setting whose references form a cycle is left out after an Error record; the others are loaded.
 KRENV_EXPORT int KREInit(const char* directory);
 
-/// Loads the settings file `path` in the place of pressmark.ini, with the same outcome and Error record as KREInit for
-/// a file that was found; searches nothing and writes no report. For tools that are told which file to use. `observer`
-/// (krresolve.h), if any, is told of each entry and of the references in it; it is not kept.
+/// Loads the settings file `path` in place of pressmark.ini, with the same outcome and Error record as KREInit for a
+/// file that was found. Searches nothing and writes no report. For tools whose user names the file. `observer`
+/// (krresolve.h), if not null, receives each entry and the references in it; it is not kept.
 KRENV_EXPORT int KRELoadIniFile(const char* path, KRSLoadObserver* observer = nullptr);
 
-/// The value that KRESetEnvValue has set for `name`, null when there is none: tells a run-time value from a setting.
+/// The value that KRESetEnvValue has set for `name`, or null when there is none. Distinguishes a run-time value from a
+/// setting.
 KRENV_EXPORT const char* KREGetRuntimeValue(const char* name);
 
 // --- host facts -----------------------------------------------------------------------------------------------------
-// For one thread, at start-up. Texts lie in static storage of the function and may be rewritten by its next call.
-// Nothing is logged.
+// Call these on one thread, at start-up. Texts are in static storage of the function, and its next call may overwrite
+// them. Nothing is logged.
 
-/// Everything that the shell command `command` writes to its standard output; its status is not looked at.
+/// Everything that the shell command `command` writes to its standard output; its exit code is ignored. Throws
 /// std::runtime_error "popen() failed!" when it cannot be started.
 KRENV_EXPORT std::string exec(const char* command);
 
 /// The resolver's official name for this host (gethostname, gethostbyname), or the plain host name; at most 149
-/// characters. Asks anew at every call.
+/// characters. Each call asks the system again.
 KRENV_EXPORT char* KRPGetMachineName();
 
-/// The model name of the first processor in /proc/cpuinfo. To be called once: each further call takes off another
-/// leading character. std::out_of_range when there is no model name; std::runtime_error as exec.
+/// The model name of the first processor in /proc/cpuinfo. Call it once: each further call removes another leading
+/// character. Throws std::out_of_range when there is no model name, and std::runtime_error like exec.
 KRENV_EXPORT const char* KRPGetCPUInfo();
 
-/// True when the system's word size is 64 bits (`getconf LONG_BIT`, run at every call). std::runtime_error as exec.
+/// True when the system's word size is 64 bits (`getconf LONG_BIT`, run at every call). Throws std::runtime_error like
+/// exec.
 KRENV_EXPORT bool KRPIs64BitEnv();
 
-/// The addresses of all interfaces but "lo" (getifaddrs), each as "IP4: 10.1.2.3 " or "IP6: fe80::1 ". Each call
-/// appends them once more to what the calls before it have returned.
+/// The addresses of all interfaces except "lo" (getifaddrs), each as "IP4: 10.1.2.3 " or "IP6: fe80::1 ". Each call
+/// appends them once more to the text of the earlier calls.
 KRENV_EXPORT const char* KRPGetIPAddress();
 
 /// "Linux (SYSTEM RELEASE)" from uname:   "Linux (Linux 5.15.0)"
 KRENV_EXPORT char* KRPGetOSInfo();
 
-// Fixed answers, kept for programs that ask on every platform.
+// Fixed answers, kept for programs that call these functions on every platform.
 KRENV_EXPORT bool IsNT();                 ///< false: not the NT family
 KRENV_EXPORT int GetProcessHandle();      ///< 0: no process handle
 KRENV_EXPORT int KRPGetWorkingSetSize();  ///< 0: no working set
 
 // --- paths and files ------------------------------------------------------------------------------------------------
 
-/// The working directory in the `size` bytes at `buf` (getcwd); `buf`, or null when it does not fit or cannot be read.
+/// Writes the working directory to the `size` bytes at `buf` (getcwd). Returns `buf`, or null when the directory does
+/// not fit or cannot be read.
 KRENV_EXPORT char* KRPGetCurrentDir(char* buf, int size);
-/// The absolute path of an existing `path`, links followed (realpath), in `resolved`, which must hold 4096 bytes
-/// whatever `size` says. False when there is no such file.
+/// Writes the absolute path of an existing `path`, with links followed (realpath), to `resolved`, which must hold 4096
+/// bytes whatever `size` says. False when there is no such file.
 KRENV_EXPORT bool KRPAbsPath(const char* path, char* resolved, int size);
 
 /// True when the path's mode (stat) has the directory bit. Block devices and sockets share that bit and count too.
@@ -276,30 +284,31 @@ KRENV_EXPORT bool KRPAbsPath(const char* path, char* resolved, int size);
 KRENV_EXPORT bool KRPIsClosedFileADirectory(const char* path);
 /// The same test on an open stream (fstat).
 KRENV_EXPORT bool KRPIsOpenFileADirectory(std::FILE* stream);
-/// The length in bytes of the open file `fd`, its offset kept; -1 when it cannot seek or is longer than 2^31 - 1 bytes.
+/// The length in bytes of the open file `fd`; -1 when it cannot seek or is longer than 2^31 - 1 bytes. Keeps its
+/// offset.
 KRENV_EXPORT int filelength(int fd);
 
-/// Creates the directory `path` with mode 0777 less the process's umask; its parents must exist. True when there is
-/// something of that name afterwards, be it a file that was there before. False after two Error records, the system's
-/// reason and the path, also for a null path.
+/// Creates the directory `path` with mode 0777 less the process's umask; its parents must exist. True when something of
+/// that name exists afterwards, even a file that was there before. False after two Error records, with the system's
+/// reason and the path; also for a null path.
 KRENV_EXPORT bool KRPCreateDirectory(const char* path);
 
 /// Removes `path` and everything below it with the shell command "/bin/rm -fr PATH". A path without "/tmp" in it gets
-/// an Error record that carries only the position, and is removed like any other. Trace records tell the command
-/// and its status; the caller is told nothing. An empty path removes nothing, and neither does any without memory for
-/// the command.
+/// an Error record that carries only the position, and is removed like any other. Trace records contain the command
+/// and its status; the caller gets no result. An empty path removes nothing, and without memory for the command nothing
+/// is removed either.
 KRENV_EXPORT void KRPRemoveAllDirectories(const char* path);
 
 /// Copies the file `from` with the shell command "/bin/cp "FROM" "TO" > /dev/null"; `to` may be a directory. True when
-/// the command succeeded. False, without running it, when the names are equal but for upper and lower case, one of them
-/// is null, `from` does not exist or there is no memory for the command. Also false, whatever became of the copy, in a host that ignores SIGCHLD: system() cannot learn the
-/// command's status there.
+/// the command succeeded. False, without running it, when the names are equal except for upper and lower case, one of
+/// them is null, `from` does not exist or there is no memory for the command. Also false, even if the copy was made, in
+/// a program that ignores SIGCHLD: system() cannot find out the command's status there.
 ///
-/// For both commands a name means exactly the file of that name. One that a shell or the command's options would take
-/// for something else is quoted, or gets "./" in front:
+/// For both commands a name means exactly the file of that name. A name that the shell or the command would take for
+/// something else is quoted, or gets "./" in front:
 ///     "/tmp/run7"  -> /bin/rm -fr /tmp/run7            "/tmp/a $b"  -> /bin/rm -fr '/tmp/a $b'
 ///     "-x" to "/y" -> /bin/cp "./-x" "/y" > /dev/null  "/a$b" to "/c d" -> /bin/cp '/a$b' "/c d" > /dev/null
-/// No command is ever cut; one that the system finds too long fails.
+/// No command is ever cut; a command that is too long for the system fails.
 KRENV_EXPORT bool KRPCopyFile(const char* from, const char* to);
 
 /// "/tmp", or "" when that cannot be opened as a directory. A static text.
@@ -308,15 +317,17 @@ KRENV_EXPORT const char* KRPGetTempDirectory();
 /// Changes the process's working directory; true on success, false for a null path. Logs nothing.
 KRENV_EXPORT bool KRPChdir(const char* path);
 
-/// Writes the Error record "WHAT. Error: NUMBER:DESCRIPTION" about the thread's errno. To be called before anything
-/// else can change that.    'Failed to create dir. Error: 13:Permission denied'
+/// Writes the Error record "WHAT. Error: NUMBER:DESCRIPTION" about the thread's errno. Call it before anything else can
+/// change errno.    'Failed to create dir. Error: 13:Permission denied'
 KRENV_EXPORT void LogLastError(const char* what);
 
 // --- product identity -----------------------------------------------------------------------------------------------
-// The product's names, versions and numbers are the values of a settings table that the host loads. The texts come as
-// stored, owned by the table, null when it lacks the key; nothing is logged. Safe from any thread once `table` is set.
+// The product's names, versions and numbers are the values of a settings table that the host program loads. The texts
+// are returned as stored and owned by the table; null when the table lacks the key. Nothing is logged. Any thread may
+// call these functions once `table` is set.
 
-/// The settings table (krs.h) of the product's identity. The host sets it; the library reads it at each call. 0: none.
+/// The settings table (krs.h) of the product's identity. The host program sets it; the library reads it at each call.
+/// 0: none.
 extern KRENV_EXPORT int table;
 
 /// The value of `key` in `table`.
@@ -337,8 +348,8 @@ KRENV_EXPORT const char* KRVProductIniBackup();     ///< PRODUCT_INI_BACKUP
 KRENV_EXPORT const char* KRVProductHelpFile();      ///< PRODUCT_HELP_FILE
 KRENV_EXPORT const char* KRVProductFrmFile();       ///< PRODUCT_FRM_FILE
 
-// The number at the start of the value, blanks and a sign in front allowed ("640px" -> 640, "abc" -> 0). One that does
-// not fit becomes INT_MAX or INT_MIN; 0 when the table lacks the key.
+// The number at the start of the value, with blanks and a sign allowed in front ("640px" -> 640, "abc" -> 0). A number
+// that does not fit becomes INT_MAX or INT_MIN; 0 when the table lacks the key.
 KRENV_EXPORT int KRVProductCoverX();      ///< BMP_X_SIZE, the splash image's width
 KRENV_EXPORT int KRVProductCoverY();      ///< BMP_Y_SIZE, its height
 KRENV_EXPORT int KRVProductIconNumber();  ///< PRODUCT_ICON_NUMBER
@@ -346,25 +357,25 @@ KRENV_EXPORT int KRVProductType();        ///< PRODUCT_TYPE
 
 // --- directory walk -------------------------------------------------------------------------------------------------
 
-/// Receives the files that FindFile finds. The call operator is the first and only slot of the table of virtual
-/// functions, also in hosts built against earlier releases, so no virtual destructor stands beside it.
+/// Receives the files that FindFile finds. The call operator is the first and only slot of the virtual function table,
+/// also in host programs built against earlier releases, so there is no virtual destructor.
 class KRENV_EXPORT CFindFileFunctor {
 public:
-    /// Gets the path of one file, valid during the call. True goes on, false ends the whole walk.
+    /// Receives the path of one file, valid during the call. True continues the walk, false ends all of it.
     virtual bool operator()(const char* path) = 0;
 
 protected:
     ~CFindFileFunctor() = default;
 };
 
-/// Hands `directory`/NAME to `functor` for every entry that cannot be opened as a directory, for whatever reason: first
-/// the files of the directory itself, in the order in which the system lists them, then with `recurse` those of each
-/// subdirectory with all below it. Files named exactly `skipName` are left out, directories of that name are entered.
-/// False when the functor ended the walk, else true, also for a directory that cannot be opened. Nothing is logged;
-/// what the functor throws passes through. Entries whose path is longer than 4095 characters are left out.
+/// Passes `directory`/NAME to `functor` for every entry that cannot be opened as a directory, for whatever reason:
+/// first the files of the directory itself, in the order in which the system lists them, then with `recurse` those of
+/// each subdirectory and everything below it. Files named exactly `skipName` are skipped; directories of that name are
+/// entered. False when the functor ended the walk, else true, also for a directory that cannot be opened. Nothing is
+/// logged. What the functor throws passes through. Entries whose path is longer than 4095 characters are skipped.
 ///
-/// Symbolic links to directories are followed and loops are not looked for: the system ends them at 40 links, but two
-/// links to the same place multiply. What ends every walk is that it leaves a descriptor open for each directory that
-/// it enters, besides the ones that are open when the functor ends it. Once the process has no more, directories cannot
-/// be opened either and count as files.
+/// Symbolic links to directories are followed, and loops are not detected: the system ends them at 40 links, but two
+/// links to the same place multiply. Every walk ends, because it leaves a descriptor open for each directory that it
+/// enters, in addition to those that are open when the functor ends it. Once the process has no descriptors left,
+/// directories cannot be opened and count as files.
 KRENV_EXPORT bool FindFile(const char* directory, const char* skipName, bool recurse, CFindFileFunctor* functor);

@@ -1,7 +1,7 @@
-// krexport.h - marks what libkrenv.so offers; everything else in it stays hidden.
+// krexport.h - marks the symbols that libkrenv.so exports; all others stay hidden.
 #pragma once
 
 #define KRENV_EXPORT __attribute__((visibility("default")))
 
-/// For the private functions of a class that is marked: programs do not come to depend on them.
+/// Hides the private functions of an exported class, so that programs cannot depend on them.
 #define KRENV_HIDDEN __attribute__((visibility("hidden")))

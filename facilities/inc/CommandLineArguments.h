@@ -12,12 +12,12 @@ namespace nCommandLineArguments {
 /// Records the arguments, replacing earlier ones. A null `argv` or a negative `argc` records none.
 KRF_EXPORT void gSet(int argc, const char* const* argv);
 
-/// How many arguments were recorded, the program's own name included.
+/// The number of recorded arguments, including the program's own name.
 KRF_EXPORT int gCount();
 
 /// Argument `index`, or "" when there is none.
-/// Argument 0 is the program's path. Where it was recorded without a slash (the shell found the program through PATH),
-/// as an empty text or not at all, it is the target of /proc/self/exe, so that its directory is the program's.
+/// Argument 0 is the program's path. If it was recorded without a slash (the shell found the program through PATH), as
+/// an empty text or not at all, the target of /proc/self/exe is returned, so that its directory is the program's.
 KRF_EXPORT std::string gGet(int index);
 
 }  // namespace nCommandLineArguments

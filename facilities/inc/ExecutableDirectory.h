@@ -1,6 +1,6 @@
 // ExecutableDirectory.h - the directory of the running program, as the environment library registered it.
 //
-// Threads: may be set and read on any thread.
+// Threads: any thread may set and read it.
 #pragma once
 
 #include <string>

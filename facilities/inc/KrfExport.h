@@ -1,7 +1,7 @@
-// KrfExport.h - marks what libkrfacilities.so offers; everything else in it stays hidden.
+// KrfExport.h - marks the symbols that libkrfacilities.so exports; all others stay hidden.
 #pragma once
 
 #define KRF_EXPORT __attribute__((visibility("default")))
 
-/// For the private functions of a class that is marked: programs do not come to depend on them.
+/// Hides the private functions of an exported class, so that programs cannot depend on them.
 #define KRF_HIDDEN __attribute__((visibility("hidden")))

@@ -6,9 +6,10 @@
 //   PM_LOG       the enabled levels, separated by commas: level names, `all` or `none` (PM_LOG=Error,Trace)
 //   PM_LOG_FILE  the file that the default sink appends to instead of writing to standard error
 //
-// Both are read once, at the first use of the log; an empty one counts as not set, a PM_LOG without a known level too.
-// The default sink writes one line per record in one write, with control characters escaped: whatever a text holds, one
-// record stays one line. Numbers are written alike in every locale, and a log call leaves errno as it was.
+// Both are read once, at the first use of the log. An empty variable counts as not set, and so does a PM_LOG without a
+// known level.
+// The default sink writes one line per record in one write and escapes control characters, so that one record is always
+// one line. Numbers are written the same in every locale, and a log call does not change errno.
 //
 // Threads: everything here may be called from any thread at any time, also from destructors at process exit. A thread
 // that is cancelled (pthread_cancel) while it delivers a record delivers it and ends at its next cancellation point.
@@ -24,10 +25,10 @@
 
 namespace nLogging {
 
-/// What a record is about. Error, Warning and Execution are delivered unless the host or PM_LOG says otherwise.
+/// The level of a record. Error, Warning and Execution are delivered unless the host program or PM_LOG says otherwise.
 enum class Level { Error, Warning, Trace, TraceDebugInfo, Execution, Incomplete, ErrorPerformance, WarningPerformance };
 
-/// One record as a sink receives it. The C strings live as long as the program that logged them.
+/// One record as a sink receives it. The C strings are valid as long as the program that logged them.
 struct Record {
     std::chrono::system_clock::time_point time;  ///< when the record was completed
     Level level;                                 ///< one that is enabled
@@ -38,12 +39,12 @@ struct Record {
     std::string text;                            ///< the message; may hold any byte, may be empty
 };
 
-/// Receives every enabled record, on the thread that logged it, on several threads at once when several log. What it
-/// logs itself goes to the default sink; what it throws is dropped.
+/// Receives every enabled record on the thread that logged it, so it may be called on several threads at once. Records
+/// that the sink itself logs go to the default sink; exceptions that it throws are dropped.
 using Sink = std::function<void(const Record&)>;
 
-/// Sends all further records to `sink`; an empty function brings the default sink back. Another thread that is in the
-/// old sink at that moment finishes its call of it.
+/// Sends all further records to `sink`; an empty function restores the default sink. Another thread that is in the old
+/// sink at that moment finishes its call.
 KRF_EXPORT void gSetSink(Sink sink);
 
 /// Enables or disables one level from now on.
@@ -55,10 +56,10 @@ KRF_EXPORT bool gIsEnabled(Level level);
 /// The level's name as PM_LOG and the default sink write it: "Error", "Warning", ...; "?" for no level at all.
 KRF_EXPORT const char* gLevelName(Level level);
 
-/// Gathers the pieces of one record and delivers it when it goes out of scope. Use it through PM_LOG_RECORD.
+/// Collects the pieces of one record and delivers it when it goes out of scope. Use it through PM_LOG_RECORD.
 class KRF_EXPORT RecordWriter {
 public:
-    /// Begins a record. The texts are not copied; string literals are meant.
+    /// Begins a record. The texts are not copied; pass string literals.
     RecordWriter(Level level, const char* category, const char* file, int line);
     /// Delivers the record to the sink.
     ~RecordWriter();
@@ -77,7 +78,7 @@ public:
         text_ << (piece != nullptr ? piece : "<NullChar*>");
         return *this;
     }
-    /// The same for a text that could be changed.
+    /// The same for a C string that is not const.
     RecordWriter& operator<<(char* piece) { return *this << static_cast<const char*>(piece); }
 
 private:
@@ -89,7 +90,7 @@ private:
     std::ostringstream text_;
 };
 
-/// Makes the two sides of PM_LOG_RECORD's choice alike; & binds weaker than <<.
+/// Gives both sides of PM_LOG_RECORD's conditional the same type; & binds weaker than <<.
 struct RecordEnd {
     /// Does nothing.
     void operator&(const RecordWriter&) const {}

@@ -1,4 +1,4 @@
-// OptionalValue.h - a holder that is empty or has one value, and reports being filled twice.
+// OptionalValue.h - a holder that is empty or has one value, and reports when it is filled twice.
 #pragma once
 
 #include <optional>
@@ -13,10 +13,10 @@ public:
     /// True when a value is held.
     bool has() const { return value_.has_value(); }
 
-    /// The held value; only to be called while has() is true. The reference lives until the value is replaced or reset.
+    /// The held value; call it only while has() is true. The reference is valid until the value is replaced or reset.
     const T& get() const { return *value_; }
 
-    /// Holds `value`. Filling a holder that is full is a caller's mistake: an Error record says so, and the new value
+    /// Stores `value`. Filling a full holder is a mistake of the caller: it gets an Error record, and the new value
     /// replaces the old one.
     void set(T value) {
         if (has()) {

@@ -1,4 +1,4 @@
-// RWCString.h - the string of the resolution code: a growable text that can be searched and spliced in place.
+// RWCString.h - the string of the resolver: a growable text that can be searched and edited in place.
 #pragma once
 
 #include <algorithm>
@@ -17,7 +17,7 @@ public:
     RWCString() = default;
     /// Copies `text`; null counts as the empty text.
     RWCString(const char* text) : room_(text != nullptr ? text : "") {}
-    /// A copy of its own.
+    /// Makes a deep copy.
     RWCString(const RWCString& other) : room_(other.view()) {}
     /// Takes the text over and leaves the other one empty.
     RWCString(RWCString&& other) noexcept { swap(other); }
@@ -26,7 +26,7 @@ public:
         swap(other);
         return *this;
     }
-    /// Copies `text`, which may be part of this text; null counts as the empty text. Keeps the memory that it has.
+    /// Copies `text`, which may be part of this text; null counts as the empty text. Keeps its memory.
     RWCString& operator=(const char* text) {
         room_ = text != nullptr ? text : "";
         begin_ = 0;
@@ -34,9 +34,9 @@ public:
     }
     ~RWCString() = default;
 
-    /// The characters, ended by NUL. Valid until the text is changed.
+    /// The characters, with a NUL at the end. Valid until the text is changed.
     const char* data() const { return room_.c_str() + begin_; }
-    /// How many characters the text has, the NUL at its end not counted.
+    /// The number of characters, without the NUL at the end.
     std::size_t length() const { return room_.size() - begin_; }
     /// The character at `position`; NUL at length().
     char operator[](std::size_t position) const { return data()[position]; }
@@ -46,16 +46,16 @@ public:
         return pattern.search(data(), length(), matched, start);
     }
 
-    /// The `count` characters from `position` on, or as many as there are, as a text of their own.
-    /// Throws std::out_of_range for a position behind the end.
+    /// A copy of the `count` characters from `position` on, or of as many as there are.
+    /// Throws std::out_of_range for a position beyond the end.
     RWCString operator()(std::size_t position, std::size_t count) const {
         return RWCString(view().substr(position, count));
     }
 
-    /// Puts `replacement`, which may be this text itself, in the place of the `count` characters from `position` on, or
-    /// of as many as there are. Throws std::out_of_range for a position behind the end.
-    /// Moves the text on the shorter side of the place, so that many replacements near either end of a long text, all
-    /// at its front for example, do not move the whole text each time.
+    /// Replaces the `count` characters from `position` on, or as many as there are, with `replacement`, which may be
+    /// this text itself. Throws std::out_of_range for a position beyond the end. Moves only the shorter side of the
+    /// text, so that many replacements near either end of a long text, all at its front for example, do not move the
+    /// whole text each time.
     RWCString& replace(std::size_t position, std::size_t count, const RWCString& replacement) {
         if (position > length()) throw std::out_of_range("RWCString::replace: the position is behind the end");
         if (&replacement == this) return replace(position, count, RWCString(replacement));
@@ -75,7 +75,7 @@ public:
         return *this;
     }
 
-    /// Both texts, one behind the other; null counts as the empty text.
+    /// `left` followed by `right`; null counts as the empty text.
     friend RWCString operator+(RWCString left, const char* right) {
         left += right;
         return left;
@@ -102,13 +102,13 @@ private:
         std::char_traits<char>::copy(to + position, replacement.data(), replacement.size());
     }
 
-    // At least as much as the text is long, so that growing it piece by piece moves each character a few times only.
+    // Adds at least the length of the text, so that growing it piece by piece moves each character only a few times.
     void growAtFront(std::size_t needed) {
         const std::size_t more = std::max(needed, length());
         room_.insert(0, more, '\0');
         begin_ += more;
     }
 
-    std::string room_;       // the text, behind the room that it may grow into at its front
+    std::string room_;       // free space at the front, into which the text may grow, and then the text
     std::size_t begin_ = 0;  // where the text begins
 };

@@ -4,19 +4,20 @@
 #include <mutex>
 
 /// A mutex that is ready before any constructor runs, so that static initialisation may already use it.
-/// It is recursive: code that runs under it and comes back (a log sink that searches a file) must not wait for itself.
+/// It is recursive, so that code that runs under it and acquires it again (a log sink that searches a file) does not
+/// wait for itself.
 class RWMutexLock {
 public:
     constexpr RWMutexLock() = default;
 
     /// Waits until no other thread holds the mutex, and holds it.
     void acquire() { mutex_.lock(); }
-    /// Gives the mutex back, once for each time that this thread acquired it.
+    /// Releases the mutex; call it once for each time that this thread acquired it.
     void release() { mutex_.unlock(); }
-    /// Acquires the mutex unless another thread holds it; true when it did.
+    /// Acquires the mutex unless another thread holds it. True when it was acquired.
     bool tryAcquire() { return mutex_.try_lock(); }
 
-    /// Holds the mutex from its construction to the end of its scope, also when an exception leaves the scope.
+    /// Holds the mutex from construction to the end of the scope, also when an exception leaves the scope.
     class LockGuard {
     public:
         /// Waits for `lock` and holds it.

@@ -1,4 +1,4 @@
-// RWSet.h - a hash set of strings that holds what it is given, without owning it.
+// RWSet.h - a set of strings that it does not own, compared by hash.
 #pragma once
 
 #include <algorithm>
@@ -18,19 +18,19 @@ public:
     explicit RWCollectableString(const RWCString& text) : RWCString(text) {}
 };
 
-/// What the collections have in common.
+/// Constants of the collections.
 struct RWCollection {
     static constexpr std::size_t DEFAULT_CAPACITY = 64;  ///< strings that a set holds before it first grows
 };
 
-/// A set of pointers to strings that are equal to no other in the set. It never copies or deletes a string; whoever
-/// inserts one keeps it alive while it is in the set. Belongs to one thread at a time.
+/// A set of pointers to strings, no two of which are equal. It never copies or deletes a string; the caller keeps an
+/// inserted string alive while it is in the set. Belongs to one thread at a time.
 class RWSet {
 public:
-    /// An empty set with room for `capacity` strings; it grows when there are more.
+    /// Creates an empty set with room for `capacity` strings; it grows when there are more.
     explicit RWSet(std::size_t capacity = RWCollection::DEFAULT_CAPACITY) { members_.reserve(capacity); }
 
-    /// Inserts `string`, unless an equal one is there already; returns the one that is in the set.
+    /// Inserts `string` unless the set has an equal one. Returns the one that is in the set.
     RWCollectableString* insert(RWCollectableString* string) {
         const std::size_t hash = hashOf(*string);
         const auto present = find(*string, hash);
@@ -39,7 +39,7 @@ public:
         return string;
     }
 
-    /// Takes the string that equals `*string` out of the set and returns it; null when there is none.
+    /// Removes the string that equals `*string` from the set and returns it; null when there is none.
     RWCollectableString* remove(const RWCollectableString* string) {
         const auto present =
             !members_.empty() && members_.back().string == string ? members_.rbegin() : find(*string, hashOf(*string));
@@ -49,7 +49,7 @@ public:
         return removed;
     }
 
-    /// How many strings the set holds.
+    /// The number of strings in the set.
     std::size_t entries() const { return members_.size(); }
 
 private:
@@ -67,7 +67,7 @@ private:
                             [&](const Member& member) { return member.hash == hash && *member.string == string; });
     }
 
-    // The newest last. The texts of one chain of references are few and come and go at the end, so looking through their
-    // hashes from there takes less time than buckets would.
+    // Ordered by age, the newest last. The texts of a chain of references are few and come and go at the end, so
+    // searching their hashes from the end takes less time than buckets would.
     std::vector<Member> members_;
 };

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <memory>
 
-/// Owns `size` bytes, not cleared, and releases them on every path out of its scope. Belongs to one thread.
+/// Owns `size` uninitialised bytes and releases them however its scope is left. Belongs to one thread.
 class ScratchBuffer {
 public:
     /// Throws std::bad_alloc when there is no memory.
@@ -13,9 +13,9 @@ public:
     ScratchBuffer(const ScratchBuffer&) = delete;
     ScratchBuffer& operator=(const ScratchBuffer&) = delete;
 
-    /// The bytes; they go with the buffer.
+    /// The bytes; they are released with the buffer.
     char* data() { return bytes_.get(); }
-    /// How many there are.
+    /// The number of bytes.
     std::size_t size() const { return size_; }
 
 private:
