@@ -9,13 +9,11 @@
 #include <string>
 #include <string_view>
 
-/// A new directory below /tmp, removed with its contents at the end of the scope.
+/// A new directory, removed with its contents at the end of the scope.
 class TempDir {
 public:
-    TempDir() {
-        char name[] = "/tmp/krenv-test-XXXXXX";
-        if (mkdtemp(name) == nullptr) throw std::runtime_error("cannot make a directory below /tmp");
-        path_ = name;
+    explicit TempDir(const std::string& above = "/tmp") : path_(above + "/krenv-test-XXXXXX") {
+        if (mkdtemp(path_.data()) == nullptr) throw std::runtime_error("cannot make a directory below " + above);
     }
     ~TempDir() {
         std::error_code ignored;

@@ -15,10 +15,11 @@ double secondsBetween(std::uint64_t before, std::uint64_t now) {
 
 bool isStopped(char state) { return state == 'T' || state == 't'; }
 
-// With no more than one look, that tells something only of a thread that did nothing else.
+// A thread that is blocked and did nothing was blocked all the time. Of another, a look or two tell nothing.
 double blockedShare(const ThreadInterval& interval, bool didNothing) {
-    if (interval.samples.blocked == 0) return 0;
-    if (interval.samples.looks < 3) return didNothing ? 1 : 0;
+    constexpr int kFewLooks = 3;
+    if (didNothing && interval.state == 'D') return 1;
+    if (interval.samples.looks < kFewLooks) return 0;
     return static_cast<double>(interval.samples.blocked) / interval.samples.looks;
 }
 
@@ -47,7 +48,7 @@ ThreadEvidence account(const ThreadInterval& interval) {
     parts.throttled = std::min(ready, throttled);
     parts.waiting = ready - parts.throttled;
     if (isStopped(state)) parts.stopped = take(left);
-    parts.blocked = take(blockedSeconds ? *blockedSeconds : seconds * blockedShare(interval, didNothing));
+    parts.blocked = take(std::max(blockedSeconds.value_or(0), seconds * blockedShare(interval, didNothing)));
     parts.stolen = take(ran * stolenPerBusy);
     if (parts.blocked > 0)
         thread.blockedAtOnce = parts.blocked / static_cast<double>(std::max<std::uint64_t>(thread.turns, 1));

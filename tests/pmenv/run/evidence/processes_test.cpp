@@ -1,0 +1,159 @@
+// Which processes are engines, and what the others used.
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "evidence/processes.h"
+#include "support/FakeKernel.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr int kPid = FakeKernel::kPid;
+
+class ProcessesTest : public testing::Test {
+protected:
+    void run(int pid, const std::string& name, int parent = 1, double ran = 0, std::uint64_t start = 5000,
+             char state = 'S') {
+        FakeKernel::Thread process;
+        process.pid = process.tid = pid;
+        process.name = name;
+        process.parent = parent;
+        process.ran = ran;
+        process.startTicks = start;
+        process.state = state;
+        kernel.run(process);
+    }
+
+    static std::vector<int> pids(const Processes& processes) {
+        std::vector<int> found;
+        for (const FoundEngine& engine : processes.engines()) found.push_back(engine.key.pid);
+        std::sort(found.begin(), found.end());
+        return found;
+    }
+
+    std::vector<int> scanned(Processes& processes) const {
+        EXPECT_TRUE(processes.scan());
+        return pids(processes);
+    }
+
+    FakeKernel kernel;
+};
+
+TEST_F(ProcessesTest, FindsEnginesByTheLibrarysRule) {
+    run(kPid, "PMLoadEngineMai");
+    run(kPid + 1, "xPMLoadEngineMai");
+    run(kPid + 2, "PMLoadEngineMa");
+    run(kPid + 3, "PMLoadEngineMai");  // this process itself
+    Processes processes({}, kPid + 3);
+    EXPECT_THAT(scanned(processes), ElementsAre(kPid, kPid + 1));
+}
+
+TEST_F(ProcessesTest, FindsOthersByCommandNameOrFileName) {
+    run(kPid, "wrk");
+    run(kPid + 1, "wrk2");
+    run(kPid + 2, "python3");
+    kernel.link("/proc/" + std::to_string(kPid + 2) + "/exe", "/opt/bin/locust-runner-long-name");
+    run(kPid + 3, "sh");
+    kernel.link("/proc/" + std::to_string(kPid + 3) + "/exe", "/usr/bin/dash (deleted)");
+    run(kPid + 4, "a-very-long-nam");
+    run(kPid + 5, "PMLoadEngineMai");
+    Processes processes({{"wrk", "locust-runner-long-name", "dash", "a-very-long-name-of-a-program"}, {}}, 1);
+    EXPECT_THAT(scanned(processes), ElementsAre(kPid, kPid + 2, kPid + 3, kPid + 4, kPid + 5));
+    for (const FoundEngine& engine : processes.engines()) {
+        EXPECT_EQ(engine.chosenBy == 1, engine.key.pid == kPid + 2);
+    }
+}
+
+TEST_F(ProcessesTest, FindsAProcessWithItsDescendants) {
+    run(kPid, "runner");
+    run(kPid + 1, "worker", kPid);
+    run(kPid - 5, "grandchild", kPid + 1);  // stands before its parent
+    run(kPid + 2, "stranger");
+    Processes processes({{}, kPid}, 1);
+    EXPECT_THAT(scanned(processes), ElementsAre(kPid - 5, kPid, kPid + 1));
+
+    // A child whose parent has ended still belongs to it; a new one of it as well.
+    kernel.end(kPid + 1);
+    run(kPid - 5, "grandchild", 1);
+    run(kPid + 7, "new", kPid - 5);
+    EXPECT_THAT(scanned(processes), ElementsAre(kPid - 5, kPid, kPid + 7));
+}
+
+TEST_F(ProcessesTest, AnIdThatIsUsedAgainIsAnotherProcess) {
+    run(kPid, "runner", 1, 0, 5000);
+    Processes processes({{}, kPid}, 1);
+    EXPECT_THAT(scanned(processes), ElementsAre(kPid));
+    kernel.end(kPid);
+    run(kPid, "runner", 1, 0, 6000);
+    EXPECT_THAT(scanned(processes), IsEmpty());
+}
+
+TEST_F(ProcessesTest, ZombiesAreNoEngines) {
+    run(kPid, "PMLoadEngineMai", 1, 0, 5000, 'Z');
+    Processes processes({}, 1);
+    EXPECT_THAT(scanned(processes), IsEmpty());
+}
+
+TEST_F(ProcessesTest, WhatCannotBeReadIsLeftOut) {
+    run(kPid, "PMLoadEngineMai");
+    run(kPid + 1, "PMLoadEngineMai");
+    kernel.write("/proc/" + std::to_string(kPid + 2) + "/stat", "");
+    kernel.write("/proc/" + std::to_string(kPid + 3) + "/stat", "12 (PMLoadEngineMai) S 1");
+    kernel.write("/proc/" + std::to_string(kPid + 4) + "/comm", "no stat\n");
+    kernel.hide("/proc/" + std::to_string(kPid + 1));
+    Processes processes({}, 1);
+    EXPECT_THAT(scanned(processes), ElementsAre(kPid));
+}
+
+TEST_F(ProcessesTest, ProcessesMayEndWhileTheyAreLookedAt) {
+    for (int i = 0; i < 3; ++i) run(kPid + i, "PMLoadEngineMai");
+    kernel.before = [this](const std::string& path) {
+        if (path == "/proc/" + std::to_string(kPid + 1) + "/stat") kernel.end(kPid + 1);
+    };
+    Processes processes({}, 1);
+    EXPECT_THAT(scanned(processes), ElementsAre(kPid, kPid + 2));
+}
+
+TEST_F(ProcessesTest, WithoutAListItKnowsWhatItKnew) {
+    run(kPid, "PMLoadEngineMai");
+    Processes processes({}, 1);
+    EXPECT_THAT(scanned(processes), ElementsAre(kPid));
+    kernel.hide("/proc");
+    EXPECT_FALSE(processes.scan());
+    EXPECT_THAT(pids(processes), ElementsAre(kPid));
+}
+
+TEST_F(ProcessesTest, TellsWhatOthersUsedSinceTheFirstScan) {
+    run(kPid, "PMLoadEngineMai", 1, 50);
+    run(kPid + 1, "old", 1, 100);
+    run(kPid + 2, "idle", 1, 7);
+    Processes processes({}, 1);
+    ASSERT_TRUE(processes.scan());
+    EXPECT_THAT(processes.others(3), IsEmpty());
+
+    run(kPid, "PMLoadEngineMai", 1, 90);
+    run(kPid + 1, "old", 1, 102);
+    run(kPid + 3, "cc1plus", 1, 1.5);
+    run(kPid + 4, "cc1plus", 1, 1);
+    ASSERT_TRUE(processes.scan());
+    kernel.end(kPid + 3);  // what has ended is not forgotten
+    run(kPid + 5, "cc1plus", 1, 0.5);
+    ASSERT_TRUE(processes.scan());
+
+    const std::vector<ProgramTime> others = processes.others(3);
+    ASSERT_EQ(others.size(), 2u);
+    EXPECT_EQ(others[0].name, "cc1plus");
+    EXPECT_NEAR(others[0].seconds, 3, 1e-9);
+    EXPECT_EQ(others[0].processes, 3);
+    EXPECT_EQ(others[1].name, "old");
+    EXPECT_NEAR(others[1].seconds, 2, 1e-9);
+    EXPECT_EQ(processes.others(1).size(), 1u);
+}
+
+}  // namespace
