@@ -1,0 +1,183 @@
+// A judgement in words and as signals.
+#include <csignal>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Runs.h"
+#include "judgement/findings.h"
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+const JudgeLimits kLimits;
+
+Signal signalOf(const Judged& judged, const std::string& name) {
+    for (const Signal& signal : signalsOf(judged, kLimits)) {
+        if (signal.name == name) return signal;
+    }
+    ADD_FAILURE() << "no signal " << name;
+    return {};
+}
+
+TEST(Findings, ACleanRunHasNone) { EXPECT_THAT(findingsOf(MadeRun().engine(10, {5, 0}).judged(), kLimits), IsEmpty()); }
+
+TEST(Findings, TellWhoSinceWhenForHowLongWhyAndWhatToDo) {
+    const Judged judged = MadeRun().engine(4, {5, 0}).engine(6, {100, 0}).judged();
+    const auto findings = findingsOf(judged, kLimits);
+    ASSERT_EQ(findings.size(), 1u);
+    EXPECT_STREQ(findings[0].kind, "ownWork");
+    EXPECT_TRUE(findings[0].spoils);
+    EXPECT_EQ(findings[0].pid, 100);
+    EXPECT_NEAR(findings[0].since, 4, 1e-9);
+    EXPECT_NEAR(findings[0].seconds, 6, 1e-9);
+    EXPECT_THAT(findings[0].text, HasSubstr("load engine 100 (PMLoadEngineMai)"));
+    EXPECT_THAT(findings[0].text, HasSubstr("thread 100 (sender)"));
+    EXPECT_THAT(findings[0].advice, HasSubstr("--ignore-thread"));
+}
+
+TEST(Findings, NameTheProgramsThatTookTheProcessors) {
+    const Judged judged = MadeRun()
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({40, 60}, evidence.from));
+                                        evidence.machine.busy = 0.1 + 1.3 * kInterval;
+                                        evidence.others = {{"cc1plus", 13, 9}, {"ld", 0.01, 1}};
+                                    })
+                              .judged();
+    EXPECT_THAT(findingsOf(judged, kLimits).at(0).text,
+                HasSubstr("the engines used 0.4 of 2 processors, others 1.3 (cc1plus 1.3)"));
+}
+
+TEST(Findings, NameTheQuotaThatWasUsedUp) {
+    const Judged judged = MadeRun()
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({20, 0, 80}, evidence.from));
+                                        evidence.engines[0].group.throttledGroup = "/sys/fs/cgroup/cpu/team";
+                                        evidence.engines[0].group.quota = 0.2;
+                                    })
+                              .judged();
+    EXPECT_THAT(findingsOf(judged, kLimits).at(0).text,
+                HasSubstr("/sys/fs/cgroup/cpu/team (0.20 processors) was used up 80 times"));
+}
+
+TEST(Findings, ManyEnginesAreOneFinding) {
+    const Judged judged = MadeRun()
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        for (int pid = 1; pid <= 50; ++pid)
+                                            evidence.engines.push_back(engineThat({50, 50}, evidence.from, pid));
+                                    })
+                              .judged();
+    const auto findings = findingsOf(judged, kLimits);
+    ASSERT_EQ(findings.size(), 1u);
+    EXPECT_THAT(findings[0].text, HasSubstr("and 49 others"));
+}
+
+TEST(Findings, WhatSpoilsStandsFirst) {
+    MadeRun run;
+    run.each(60, [](Evidence& evidence) {
+        evidence.engines.push_back(engineThat({5, 0}, evidence.from, 1));
+        evidence.engines.push_back(engineThat(evidence.from < 2 ? Did{100, 0} : Did{5, 0}, evidence.from, 2));
+    });
+    run.each(0.25, [](Evidence& evidence) {
+        EngineEnd end;
+        end.key = {1, 5000};
+        end.name = "\x1b[31m";
+        end.time = 1;
+        end.status = 0;
+        evidence.ends.push_back(end);
+    });
+    const auto findings = findingsOf(run.judged(), kLimits);
+    ASSERT_EQ(findings.size(), 2u);
+    EXPECT_TRUE(findings[0].spoils);
+    EXPECT_FALSE(findings[1].spoils);
+    EXPECT_THAT(findings[1].text, HasSubstr("(\\x1b[31m) ended with exit code 0"));
+}
+
+TEST(Findings, EndsAreToldWithTheirSignal) {
+    MadeRun run;
+    run.engine(5, {5, 0});
+    run.each(0.25, [](Evidence& evidence) {
+        EngineEnd end;
+        end.key = {100, 5000};
+        end.name = "PMLoadEngineMai";
+        end.time = evidence.to;
+        end.status = SIGSEGV;
+        end.zombie = true;
+        evidence.ends.push_back(end);
+    });
+    const auto findings = findingsOf(run.judged(), kLimits);
+    ASSERT_EQ(findings.size(), 1u);
+    EXPECT_THAT(findings[0].text, HasSubstr("ended by signal SIGSEGV"));
+    EXPECT_THAT(findings[0].text, HasSubstr("zombie"));
+}
+
+// --- signals --------------------------------------------------------------------------------------------------------
+
+TEST(Signals, WhatIsOverStandsBeforeWhatCouldNotBeReadAndWhatIsFine) {
+    const auto signals = signalsOf(MadeRun().engine(10, {100, 0}).judged(), kLimits);
+    EXPECT_STREQ(signals[0].name, "held back");
+    for (std::size_t i = 1; i < signals.size(); ++i) EXPECT_LE(signals[i - 1].state, signals[i].state);
+}
+
+TEST(Signals, WhatCouldNotBeReadIsNotZero) {
+    const Judged judged = MadeRun()
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+                                    })
+                              .judged();
+    for (const char* const name :
+         {"by a quota", "by the hypervisor", "throttled", "descriptors", "local ports", "pages from disk",
+          "group's memory", "killed for memory", "processors", "available memory", "packets dropped",
+          "segments sent again", "pressure: processors"}) {
+        const Signal signal = signalOf(judged, name);
+        EXPECT_EQ(signal.state, Signal::State::NotReadable) << name;
+        EXPECT_FALSE(signal.value) << name;
+    }
+    EXPECT_EQ(signalOf(judged, "by its own work").state, Signal::State::Ok);
+    EXPECT_EQ(signalOf(judged, "by its own work").value, 0);
+}
+
+TEST(Signals, WithoutAnEngineNoneIsFine) {
+    for (const Signal& signal : signalsOf(MadeRun().each(10, [](Evidence&) {}).judged(), kLimits)) {
+        EXPECT_TRUE(signal.state == Signal::State::NotReadable || std::string(signal.name) == "pmenv woke late")
+            << signal.name;
+    }
+}
+
+TEST(Signals, AreTheWorstEngines) {
+    const Judged judged = MadeRun()
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({5, 0}, evidence.from, 1));
+                                        evidence.engines.push_back(engineThat({5, 0}, evidence.from, 2));
+                                        evidence.engines[0].descriptorShare = 0.2;
+                                        evidence.engines[1].descriptorShare = 0.7;
+                                        evidence.engines[1].majorFaults = 2;
+                                    })
+                              .judged();
+    EXPECT_NEAR(*signalOf(judged, "descriptors").value, 70, 1e-9);
+    EXPECT_EQ(signalOf(judged, "pages from disk").value, 80);
+}
+
+// --- the verdict ----------------------------------------------------------------------------------------------------
+
+TEST(ReasonText, NamesThePercentileThatCanBeBelieved) {
+    EXPECT_EQ(reasonText(MadeRun().engine(59, {5, 0}).engine(1, {100, 0}).judged(), kLimits),
+              "percentiles up to p98.3 can be believed; p99 was asked for");
+    EXPECT_EQ(reasonText(MadeRun().engine(10, {5, 0}).judged(), kLimits),
+              "no percentile is in doubt; p99 was asked for");
+}
+
+TEST(ReasonText, SaysWhyNothingCanBeTold) {
+    EXPECT_EQ(reasonText(MadeRun().each(9, [](Evidence&) {}).judged(), kLimits), "no load engine was seen");
+    EXPECT_EQ(reasonText(MadeRun().engine(1, {5, 0}).judged(), kLimits), "the watch was too short: 1 s");
+}
+
+}  // namespace

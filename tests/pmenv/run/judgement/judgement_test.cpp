@@ -1,0 +1,435 @@
+// Judging made-up runs: the share in which engines were held back, why, and the outcome.
+#include <csignal>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Runs.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+std::vector<Reason> reasons(const Judged& judged) {
+    std::vector<Reason> found;
+    for (const Stretch& stretch : judged.engines.at(0).stretches) found.push_back(stretch.reason);
+    return found;
+}
+
+// --- single situations ----------------------------------------------------------------------------------------------
+
+// What was measured with engines that know how late they sent: ran and waited in per cent, and whether they were late.
+TEST(Judgement, TellsTheMeasuredSituationsApart) {
+    const struct {
+        const char* situation;
+        Did did;
+        double othersBusy;  // processors
+        bool late;
+        Reason reason;
+    } rows[] = {
+        {"light", {5, 0}, 0, false, {}},
+        {"busy but on time", {55, 0.3}, 0.5, false, {}},
+        {"beside two hogs of low priority", {10, 0.1}, 1.9, false, {}},
+        {"twenty engines that share the processors", {8.5, 12.4}, 1.6, false, {}},
+        {"one thread asked for more than a processor", {100, 0}, 0, true, Reason::OwnWork},
+        {"four equal hogs", {42, 58}, 1.6, true, Reason::OtherPrograms},
+        {"one hog on the engine's only processor", {50, 50}, 0.6, true, Reason::OtherPrograms},
+        {"another engine's threads have the processors", {50, 50}, 0.4, true, Reason::Crowded},
+        {"quota of 20 %, 30 % needed", {20, 11, 69}, 0, true, Reason::Quota},
+        {"stopped", {0, 0, 0, 0, 100}, 0, true, Reason::Stopped},
+        {"blocked", {1, 0, 0, 99}, 0, true, Reason::Blocked},
+        {"a hypervisor that leaves half", {50, 0, 0, 0, 0, 50}, 0, true, Reason::Stolen},
+    };
+    for (const auto& row : rows) {
+        const Judged judged = MadeRun().engine(10, row.did, row.othersBusy).judged();
+        EXPECT_EQ(judged.outcome, row.late ? Outcome::Spoiled : Outcome::Clean) << row.situation;
+        EXPECT_NEAR(judged.share.value_or(-1), row.late ? 1 : 0, 1e-9) << row.situation;
+        if (row.late) {
+            EXPECT_THAT(reasons(judged), ElementsAre(row.reason)) << row.situation;
+        } else {
+            EXPECT_THAT(reasons(judged), IsEmpty()) << row.situation;
+        }
+    }
+}
+
+// Six hogs for two seconds of ten: no slack while they are there and while the engine catches up.
+TEST(Judgement, AShortDisturbanceCountsWithTheTimeItTakesToCatchUp) {
+    const Judged judged =
+        MadeRun().engine(4, {30, 1}).engine(2, {30, 70}, 1.7).engine(0.5, {100, 0}).engine(3.5, {30, 1}).judged();
+    EXPECT_EQ(judged.outcome, Outcome::Spoiled);
+    EXPECT_NEAR(*judged.share, 0.25, 1e-9);
+    EXPECT_EQ(judged.believed, 75.0);
+    ASSERT_EQ(judged.engines[0].stretches.size(), 1u);
+    EXPECT_EQ(judged.engines[0].stretches[0].reason, Reason::OtherPrograms);
+    EXPECT_NEAR(judged.engines[0].stretches[0].from, 4, 1e-9);
+    EXPECT_NEAR(judged.engines[0].stretches[0].to, 6.5, 1e-9);
+}
+
+TEST(Judgement, FourSecondsOfFullStopInAMinuteSpoilTheNinetyNinthPercentile) {
+    const Judged judged = MadeRun().engine(30, {5, 0}).engine(4, {0, 0, 0, 0, 100}).engine(26, {5, 0}).judged();
+    EXPECT_EQ(judged.outcome, Outcome::Spoiled);
+    EXPECT_EQ(judged.believed, 93.3);
+}
+
+TEST(Judgement, ThePercentileAskedForDecides) {
+    const auto judgedFor = [](double percentile) {
+        JudgeLimits limits;
+        limits.percentile = percentile;
+        return MadeRun(limits).engine(59, {5, 0}).engine(1, {100, 0}).judged().outcome;
+    };
+    EXPECT_EQ(judgedFor(98), Outcome::Clean);
+    EXPECT_EQ(judgedFor(98.4), Outcome::Spoiled);
+    EXPECT_EQ(judgedFor(99.9), Outcome::Spoiled);
+}
+
+TEST(Judgement, ThePercentileIsRoundedDown) {
+    EXPECT_EQ(MadeRun().engine(59, {5, 0}).engine(1, {100, 0}).judged().believed, 98.3);
+    EXPECT_EQ(MadeRun().engine(99, {5, 0}).engine(1, {100, 0}).judged().believed, 99.0);
+    EXPECT_EQ(MadeRun().engine(99, {5, 0}).engine(1, {100, 0}).judged().outcome, Outcome::Clean);
+    EXPECT_EQ(MadeRun().engine(10, {5, 0}).judged().believed, 100.0);
+}
+
+TEST(Judgement, LateTurnsSpoilTheirShareOfAnInterval) {
+    const Judged judged = MadeRun()
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({5, 10}, evidence.from));
+                                        evidence.engines[0].lateTurns = 23;
+                                    })
+                              .judged();
+    EXPECT_NEAR(*judged.share, 0.23, 1e-9);
+    EXPECT_THAT(reasons(judged), ElementsAre(Reason::WokenLate));
+}
+
+// Throttled for 40 ms at once: what is due in that time is late, whatever slack there is.
+TEST(Judgement, AQuotaSpoilsTheTimeInWhichItIsUsedUp) {
+    const auto judgedWith = [](std::uint64_t times) {
+        return MadeRun()
+            .each(10,
+                  [times](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat({15, 0, 40}, evidence.from));
+                      evidence.engines[0].group.timesThrottled = times;
+                  })
+            .judged();
+    };
+    EXPECT_NEAR(*judgedWith(2).share, 0.4, 1e-9);
+    EXPECT_THAT(reasons(judgedWith(2)), ElementsAre(Reason::Quota));
+    EXPECT_EQ(judgedWith(50).share, 0);  // 2 ms at once
+}
+
+TEST(Judgement, BlockedTimesCountWhereTheyAreLong) {
+    const auto judgedWith = [](double atOnce) {
+        return MadeRun()
+            .each(10,
+                  [atOnce](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat({5, 0, 0, 30}, evidence.from));
+                      evidence.engines[0].busiest->blockedAtOnce = atOnce;
+                  })
+            .judged();
+    };
+    EXPECT_NEAR(*judgedWith(0.02).share, 0.3, 1e-9);
+    EXPECT_EQ(judgedWith(0.002).share, 0);
+}
+
+TEST(Judgement, UsedUpDescriptorsAndPortsHoldBackAnIdleEngine) {
+    const auto judgedWith = [](double descriptors, double ports) {
+        return MadeRun()
+            .each(10,
+                  [=](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+                      evidence.engines[0].descriptorShare = descriptors;
+                      evidence.engines[0].portShare = ports;
+                  })
+            .judged();
+    };
+    EXPECT_THAT(reasons(judgedWith(1, 0.5)), ElementsAre(Reason::Descriptors));
+    EXPECT_THAT(reasons(judgedWith(0.5, 1)), ElementsAre(Reason::Ports));
+    EXPECT_EQ(judgedWith(0.9, 0.9).outcome, Outcome::Clean);
+}
+
+// --- several engines ------------------------------------------------------------------------------------------------
+
+TEST(Judgement, TheWorstEngineDecidesAndStandsFirst) {
+    const Judged judged = MadeRun()
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({5, 0}, evidence.from, 1));
+                                        evidence.engines.push_back(engineThat({100, 0}, evidence.from, 2));
+                                        evidence.engines.push_back(engineThat({5, 0}, evidence.from, 3));
+                                    })
+                              .judged();
+    EXPECT_EQ(judged.outcome, Outcome::Spoiled);
+    EXPECT_EQ(judged.engines[0].key.pid, 2);
+    EXPECT_EQ(judged.share, 1);
+}
+
+// A helper that works for a moment and ends made no tenth of the load.
+TEST(Judgement, AnEngineOfAMomentCountsLittle) {
+    MadeRun run;
+    run.each(1, [](Evidence& evidence) {
+        evidence.engines.push_back(engineThat({5, 0}, evidence.from, 1));
+        evidence.engines.push_back(engineThat({100, 0}, evidence.from, 2));
+    });
+    run.each(99, [](Evidence& evidence) { evidence.engines.push_back(engineThat({5, 0}, evidence.from, 1)); });
+    EXPECT_NEAR(*run.judged().share, 0.1, 1e-9);
+}
+
+TEST(Judgement, AnIdThatIsUsedAgainIsAnotherEngine) {
+    MadeRun run;
+    run.engine(5, {5, 0});
+    run.each(5, [](Evidence& evidence) {
+        evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+        evidence.engines[0].key.startTicks = 9000;
+    });
+    EXPECT_EQ(run.judged().engines.size(), 2u);
+}
+
+TEST(Judgement, StretchesThatLieNearAreOne) {
+    MadeRun near, far;
+    for (int i = 0; i < 10; ++i) near.engine(0.25, {100, 0}).engine(0.75, {5, 0});
+    for (int i = 0; i < 10; ++i) far.engine(0.25, {100, 0}).engine(1.75, {5, 0});
+    EXPECT_EQ(near.judged().engines[0].stretches.size(), 1u);
+    EXPECT_NEAR(near.judged().engines[0].stretches[0].seconds, 2.5, 1e-9);
+    EXPECT_EQ(far.judged().engines[0].stretches.size(), 10u);
+}
+
+TEST(Judgement, AskingInTheMiddleChangesNothing) {
+    MadeRun run;
+    run.engine(2, {100, 0});
+    EXPECT_EQ(run.judged().engines[0].stretches.size(), 1u);
+    run.engine(2, {100, 0}).engine(6, {5, 0});
+    EXPECT_EQ(run.judged().engines[0].stretches.size(), 1u);
+    EXPECT_NEAR(*run.judged().share, 0.4, 1e-9);
+}
+
+// --- what cannot be told --------------------------------------------------------------------------------------------
+
+TEST(Judgement, WithoutAnEngineNothingCanBeTold) {
+    const Judged judged = MadeRun().each(60, [](Evidence&) {}).judged();
+    EXPECT_EQ(judged.outcome, Outcome::CannotTell);
+    EXPECT_EQ(judged.doubt, Doubt::NoEngine);
+    EXPECT_FALSE(judged.believed);
+    EXPECT_FALSE(judged.share);
+}
+
+TEST(Judgement, AShortWatchTellsNothing) {
+    for (const Did& did : {Did{5, 0}, Did{100, 0}}) {
+        const Judged judged = MadeRun().engine(1.5, did).judged();
+        EXPECT_EQ(judged.outcome, Outcome::CannotTell);
+        EXPECT_EQ(judged.doubt, Doubt::TooShort);
+        EXPECT_FALSE(judged.believed);
+    }
+}
+
+TEST(Judgement, ANameThatWasNotSeenCannotBeClean) {
+    EXPECT_EQ(MadeRun().engine(10, {5, 0}).judged(true).doubt, Doubt::NameNotSeen);
+    EXPECT_EQ(MadeRun().engine(10, {100, 0}).judged(true).outcome, Outcome::Spoiled);
+}
+
+TEST(Judgement, AnEngineThatCannotBeReadCannotBeClean) {
+    const auto withUnreadable = [](const Did& did) {
+        return MadeRun()
+            .each(10,
+                  [&did](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat(did, evidence.from, 1));
+                      evidence.engines.push_back(engineThat({}, evidence.from, 2));
+                      evidence.engines[1].readable = false;
+                      evidence.engines[1].busiest = std::nullopt;
+                  })
+            .judged();
+    };
+    EXPECT_EQ(withUnreadable({5, 0}).outcome, Outcome::CannotTell);
+    EXPECT_EQ(withUnreadable({5, 0}).doubt, Doubt::NotReadable);
+    EXPECT_EQ(withUnreadable({100, 0}).outcome, Outcome::Spoiled);
+}
+
+TEST(Judgement, AnEngineWhoseThreadsAreAllIgnoredCannotBeClean) {
+    const Judged judged = MadeRun()
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+                                        evidence.engines[0].busiest = std::nullopt;
+                                    })
+                              .judged();
+    EXPECT_EQ(judged.doubt, Doubt::NotReadable);
+}
+
+// Between two samples five seconds apart a disturbance of a second cannot be seen.
+TEST(Judgement, WhatWasNotSeenCannotBeClean) {
+    MadeRun run;
+    run.engine(50, {5, 0});
+    Evidence gap;
+    gap.from = run.now();
+    gap.to = gap.from + 5;
+    gap.engines.push_back(engineThat({5, 0}, gap.from));
+    gap.engines[0].to = gap.to;
+    run.add(gap).engine(50, {5, 0});
+    EXPECT_EQ(run.judged().doubt, Doubt::Unseen);
+}
+
+TEST(Judgement, AWatcherThatWakesLateCannotCallARunClean) {
+    const auto withLate = [](std::uint64_t late) {
+        return MadeRun()
+            .each(10,
+                  [late](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+                      evidence.wakes.wakes = 100;
+                      evidence.wakes.late = late;
+                  })
+            .judged();
+    };
+    EXPECT_EQ(withLate(1).outcome, Outcome::Clean);
+    EXPECT_EQ(withLate(2).doubt, Doubt::WatcherLate);
+}
+
+// --- incidents ------------------------------------------------------------------------------------------------------
+
+EngineEnd endOf(int pid, double time, std::optional<int> status) {
+    EngineEnd end;
+    end.key = {pid, 5000};
+    end.name = "PMLoadEngineMai";
+    end.time = time;
+    end.status = status;
+    return end;
+}
+
+// Two engines for ten seconds; the first ends, and the second goes on as long as the third argument says.
+Judged withEnd(std::optional<int> status, bool othersGoOn, bool replaced = false) {
+    MadeRun run;
+    run.each(10, [](Evidence& evidence) {
+        for (const int pid : {1, 2}) evidence.engines.push_back(engineThat({5, 0}, evidence.from, pid));
+    });
+    run.each(0.25, [&](Evidence& evidence) { evidence.ends.push_back(endOf(1, evidence.to, status)); });
+    run.each(10, [&](Evidence& evidence) {
+        if (othersGoOn) evidence.engines.push_back(engineThat({5, 0}, evidence.from, 2));
+        if (replaced) evidence.engines.push_back(engineThat({5, 0}, evidence.from, 3));
+    });
+    return run.judged();
+}
+
+TEST(Judgement, AnEngineThatCrashesSpoilsTheRun) {
+    for (const int status : {SIGSEGV, SIGKILL, SIGABRT | 0x80, 1 << 8}) {
+        const Judged judged = withEnd(status, false);
+        EXPECT_EQ(judged.outcome, Outcome::Spoiled) << status;
+        ASSERT_EQ(judged.incidents.size(), 1u) << status;
+        EXPECT_EQ(judged.incidents[0].pid, 1) << status;
+        EXPECT_NEAR(judged.incidents[0].since, 10.25, 1e-9) << status;
+    }
+}
+
+TEST(Judgement, AnEngineThatEndsOrderlyIsToldOnly) {
+    for (const int status : {0, SIGTERM, SIGINT, SIGHUP}) {
+        const Judged judged = withEnd(status, true);
+        EXPECT_EQ(judged.outcome, Outcome::Clean) << status;
+        EXPECT_EQ(judged.incidents.size(), 1u) << status;
+    }
+}
+
+TEST(Judgement, AnEngineThatEndsUnexplainedIsMissingWhereOthersGoOn) {
+    EXPECT_EQ(withEnd(std::nullopt, true).outcome, Outcome::Spoiled);
+    EXPECT_EQ(withEnd(std::nullopt, false).outcome, Outcome::Clean);
+}
+
+TEST(Judgement, AnEngineThatIsReplacedIsTold) {
+    const Judged judged = withEnd(SIGTERM, false, true);
+    EXPECT_TRUE(judged.incidents.at(0).replaced);
+    EXPECT_EQ(judged.outcome, Outcome::Spoiled);
+}
+
+TEST(Judgement, EndsOfDescendantsAreNotTold) {
+    MadeRun run;
+    run.engine(5, {5, 0});
+    run.each(5, [](Evidence& evidence) {
+        evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+        EngineEnd end = endOf(7, evidence.to, SIGKILL);
+        end.descendant = true;
+        evidence.ends.push_back(end);
+    });
+    EXPECT_THAT(run.judged().incidents, IsEmpty());
+}
+
+TEST(Judgement, MissingEnginesSpoilTheRun) {
+    JudgeLimits limits;
+    limits.engines = 2;
+    const auto with = [&limits](double seconds) {
+        MadeRun run(limits);
+        run.each(10, [](Evidence& evidence) {
+            for (const int pid : {1, 2}) evidence.engines.push_back(engineThat({5, 0}, evidence.from, pid));
+        });
+        return run.engine(seconds, {5, 0}).judged();
+    };
+    EXPECT_EQ(with(0).outcome, Outcome::Clean);
+    EXPECT_EQ(with(5).outcome, Outcome::Spoiled);
+    EXPECT_EQ(with(5).incidents.at(0).worst, 1);
+    EXPECT_NEAR(with(5).incidents.at(0).since, 10, 1e-9);
+}
+
+// --- limits that were set -------------------------------------------------------------------------------------------
+
+TEST(Judgement, LimitsAddNothingUnlessTheyAreSet) {
+    const Judged judged = MadeRun().engine(60, {94, 0}, 1.06).judged();
+    EXPECT_EQ(judged.outcome, Outcome::Clean);
+    EXPECT_THAT(judged.incidents, IsEmpty());
+}
+
+// A dip does not begin the time anew.
+TEST(Judgement, PassingALimitForLongEnoughInAllSpoilsTheRun) {
+    JudgeLimits limits;
+    limits.machinePercent = 90;
+    const auto with = [&limits](int times) {
+        MadeRun run(limits);
+        for (int i = 0; i < times; ++i) run.engine(2, {50, 0}, 1.45).engine(1, {50, 0}, 0);
+        return run.judged();
+    };
+    EXPECT_EQ(with(4).outcome, Outcome::Clean);
+    EXPECT_EQ(with(5).outcome, Outcome::Spoiled);
+    EXPECT_NEAR(with(5).incidents.at(0).seconds, 10, 1e-9);
+    EXPECT_NEAR(with(5).incidents.at(0).worst, 97.5, 1e-9);
+}
+
+TEST(Judgement, AnEnginesLimitIsOfOneProcessor) {
+    JudgeLimits limits;
+    limits.enginePercent = 60;
+    EXPECT_EQ(MadeRun(limits).engine(20, {59, 0}).judged().outcome, Outcome::Clean);
+    const Judged judged = MadeRun(limits).engine(20, {61, 0}).judged();
+    EXPECT_EQ(judged.outcome, Outcome::Spoiled);
+    EXPECT_EQ(judged.incidents.at(0).kind, Incident::Kind::EngineCpu);
+    EXPECT_EQ(judged.incidents.at(0).pid, 100);
+}
+
+TEST(Judgement, MemoryAndSwapHaveLimits) {
+    JudgeLimits limits;
+    limits.memoryPercent = 10;
+    limits.swapMegabytes = 1;
+    const auto with = [&limits](double available, std::uint64_t swap) {
+        MadeRun run(limits);
+        const auto fill = [](double share, std::uint64_t used) {
+            return [share, used](Evidence& evidence) {
+                evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+                evidence.machine.memoryAvailableShare = share;
+                evidence.machine.swapUsedBytes = used;
+            };
+        };
+        return run.each(5, fill(0.5, 1000)).each(1, fill(available, 1000 + swap)).each(5, fill(0.5, 1000)).judged();
+    };
+    EXPECT_EQ(with(0.11, 1 << 20).outcome, Outcome::Clean);
+    EXPECT_EQ(with(0.09, 0).incidents.at(0).kind, Incident::Kind::Memory);
+    EXPECT_EQ(with(0.5, (1 << 20) + 1).incidents.at(0).kind, Incident::Kind::Swap);
+}
+
+TEST(Judgement, AKilledNeighbourInTheGroupIsToldOnly) {
+    const Judged judged = MadeRun()
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+                                        evidence.engines[0].group.memoryKills = evidence.from == 5 ? 1 : 0;
+                                    })
+                              .judged();
+    EXPECT_EQ(judged.incidents.at(0).kind, Incident::Kind::OutOfMemory);
+    EXPECT_EQ(judged.outcome, Outcome::Clean);
+}
+
+}  // namespace
