@@ -120,6 +120,21 @@ TEST(Judgement, AQuotaSpoilsTheTimeInWhichItIsUsedUp) {
     EXPECT_EQ(judgedWith(50).share, 0);  // 2 ms at once
 }
 
+// Bursts that use the quota up in each period in which there are any: what is due then waits for the next period.
+TEST(Judgement, AQuotaThatIsUsedUpInEachPeriodSpoilsAllOfIt) {
+    const auto judgedWith = [](std::uint64_t periods) {
+        return MadeRun()
+            .each(10,
+                  [periods](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat({15, 0, 40}, evidence.from));
+                      evidence.engines[0].group.periods = periods;
+                  })
+            .judged();
+    };
+    EXPECT_NEAR(*judgedWith(2).share, 1, 1e-9);
+    EXPECT_NEAR(*judgedWith(4).share, 0.4, 1e-9);
+}
+
 TEST(Judgement, BlockedTimesCountWhereTheyAreLong) {
     const auto judgedWith = [](double atOnce) {
         return MadeRun()
@@ -131,6 +146,22 @@ TEST(Judgement, BlockedTimesCountWhereTheyAreLong) {
             .judged();
     };
     EXPECT_NEAR(*judgedWith(0.02).share, 0.3, 1e-9);
+    EXPECT_EQ(judgedWith(0.002).share, 0);
+}
+
+// A request can meet several pages.
+TEST(Judgement, ShortBlockedTimesCountWherePagesAreReadFromADisk) {
+    const auto judgedWith = [](double atOnce) {
+        return MadeRun()
+            .each(10,
+                  [atOnce](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat({5, 0, 0, 30}, evidence.from));
+                      evidence.engines[0].busiest->blockedAtOnce = atOnce;
+                      evidence.engines[0].faulting = true;
+                  })
+            .judged();
+    };
+    EXPECT_NEAR(*judgedWith(0.003).share, 0.3, 1e-9);
     EXPECT_EQ(judgedWith(0.002).share, 0);
 }
 
@@ -317,6 +348,7 @@ TEST(Judgement, AnEngineThatCrashesSpoilsTheRun) {
         ASSERT_EQ(judged.incidents.size(), 1u) << status;
         EXPECT_EQ(judged.incidents[0].pid, 1) << status;
         EXPECT_NEAR(judged.incidents[0].since, 10.25, 1e-9) << status;
+        EXPECT_NEAR(*judged.share, 10 / 20.25, 1e-9) << status;  // its load is missing for the rest of the run
     }
 }
 

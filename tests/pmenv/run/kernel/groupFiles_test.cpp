@@ -93,6 +93,7 @@ TEST(ParseThrottling, OfBothVersionsInNanoseconds) {
     ASSERT_TRUE(first);
     EXPECT_EQ(first->nanoseconds, 2880000000u);
     EXPECT_EQ(first->times, 36u);
+    EXPECT_EQ(first->periods, 37u);
     const auto second = parseThrottling(
         "usage_usec 5\nuser_usec 3\nsystem_usec 2\nnr_periods 9\nnr_throttled 4\nthrottled_usec 1500\nnr_bursts 0\n");
     ASSERT_TRUE(second);
@@ -109,12 +110,14 @@ TEST(ParseThrottling, AGroupWithoutAQuotaIsNeverThrottled) {
 
 TEST(ParseThrottling, RefusesOtherTexts) {
     for (const char* const row :
-         {"", "\n", "nr_throttled 4\n", "throttled_time 4\n", "throttled_time x\nnr_throttled 4\n",
-          "throttled_time 5\nnr_throttled -4\n", "xthrottled_usec 5\nnr_throttled 4\n"}) {
+         {"", "\n", "nr_throttled 4\n", "throttled_time 4\n", "nr_throttled 4\nthrottled_time 4\n",
+          "nr_periods 1\nthrottled_time x\nnr_throttled 4\n", "nr_periods 1\nthrottled_time 5\nnr_throttled -4\n",
+          "nr_periods 1\nxthrottled_usec 5\nnr_throttled 4\n"}) {
         EXPECT_FALSE(parseThrottling(row)) << row;
     }
-    EXPECT_EQ(parseThrottling("throttled_usec 18446744073709551615\nnr_throttled 4\n")->nanoseconds / 1000,
-              std::numeric_limits<std::uint64_t>::max() / 1000);
+    EXPECT_EQ(
+        parseThrottling("nr_periods 9\nthrottled_usec 18446744073709551615\nnr_throttled 4\n")->nanoseconds / 1000,
+        std::numeric_limits<std::uint64_t>::max() / 1000);
 }
 
 TEST(ParseMemoryKills, OfBothVersions) {

@@ -73,7 +73,10 @@ EngineWatch::~EngineWatch() {
 }
 
 void EngineWatch::readSlowSignals(const FoundEngine& found, const Groups& groups, Network& network) {
-    majorFaults_ += found.majorFaults - std::min(found.majorFaults, found_.majorFaults);
+    const std::uint64_t faults = found.majorFaults - std::min(found.majorFaults, found_.majorFaults);
+    majorFaults_ += faults;
+    faulting_ = faults > 0;
+    if (faulting_) threads_.suspectBlocked();
     found_ = found;
     threads_.list();
     places_ = groups.find(found.key.pid);
@@ -92,6 +95,7 @@ std::optional<EngineEvidence> EngineWatch::sample(IntervalContext context, Group
     if (!threads_.sample(context, &evidence) || threads_.isZombie()) return std::nullopt;
     last_ = time;
     evidence.majorFaults = std::exchange(majorFaults_, 0);
+    evidence.faulting = faulting_;
     evidence.descriptorShare = descriptorShare_;
     evidence.portShare = portShare_;
     return evidence;

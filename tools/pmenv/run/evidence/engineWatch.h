@@ -39,4 +39,5 @@ private:
     std::optional<double> descriptorShare_;
     std::optional<double> portShare_;
     std::uint64_t majorFaults_ = 0;  // since the last sample
+    bool faulting_ = false;
 };

@@ -42,12 +42,13 @@ struct ThreadEvidence {
 
 /// What the control groups of an engine tell.
 struct GroupEvidence {
-    std::optional<double> throttled;  ///< the longest of its groups: seconds of all processors together
-    std::optional<std::uint64_t> timesThrottled;
-    std::string throttledGroup;                ///< that group's directory
-    std::optional<double> quota;               ///< its processors
-    std::optional<std::uint64_t> memoryKills;  ///< in this interval
-    std::optional<double> memoryShare;         ///< memory in use of what the group may use
+    std::optional<double> throttled;              ///< the longest of its groups: seconds of all processors together
+    std::optional<std::uint64_t> timesThrottled;  ///< periods in which the quota was used up
+    std::optional<std::uint64_t> periods;         ///< of all in which the group ran
+    std::string throttledGroup;                   ///< that group's directory
+    std::optional<double> quota;                  ///< its processors
+    std::optional<std::uint64_t> memoryKills;     ///< in this interval
+    std::optional<double> memoryShare;            ///< memory in use of what the group may use
 };
 
 struct EngineEvidence {
@@ -62,6 +63,7 @@ struct EngineEvidence {
     double lateTurns = 0;                   ///< how many of these turns came later than the tolerance
     double ran = 0;                         ///< processor time of all threads
     std::optional<std::uint64_t> majorFaults;
+    bool faulting = false;  ///< pages had to be read from a disk within the last second or so
     GroupEvidence group;
     std::optional<double> descriptorShare;  ///< open descriptors of how many it may have
     std::optional<double> portShare;        ///< local ports in use of how many there are

@@ -52,7 +52,7 @@ Evidence EvidenceSampler::take() {
     return evidence;
 }
 
-// An engine that is found no more has ended, which its own watch tells; or has another name now.
+// An engine that is found no more has ended, which its own watch tells; or has become another program.
 void EvidenceSampler::scan(double time) {
     lastScan_ = time;
     if (!processes_.scan()) return;
@@ -62,6 +62,9 @@ void EvidenceSampler::scan(double time) {
         if (!engine) engine = std::make_unique<EngineWatch>(found, ignored_, time);
         engine->readSlowSignals(found, groups_, network_);
         if (found.chosenBy < nameSeen_.size()) nameSeen_[found.chosenBy] = true;
+    }
+    for (auto entry = engines_.begin(); entry != engines_.end();) {
+        entry = processes_.isAnotherProgram(entry->first) ? engines_.erase(entry) : std::next(entry);
     }
     others_ = processes_.others(kOthersTold);
 }

@@ -26,6 +26,8 @@ std::optional<std::uint64_t> either(std::optional<std::uint64_t> first, std::opt
     return first ? first : second;
 }
 
+std::uint64_t growth(std::uint64_t before, std::uint64_t now) { return now > before ? now - before : 0; }
+
 // In version 1 a group without a quota has -1, which is no number here.
 std::optional<double> readQuota(const std::string& directory) {
     if (const auto text = kernel::readFile(directory + "/cpu.max")) return kernel::parseCpuMax(*text);
@@ -84,8 +86,9 @@ void Groups::sampleCpu(const std::string& directory, CpuGroup& group) {
     const auto now = text ? kernel::parseThrottling(*text) : std::nullopt;
     group.change = std::nullopt;
     if (now && group.last) {
-        group.change = kernel::Throttling{now->nanoseconds - std::min(now->nanoseconds, group.last->nanoseconds),
-                                          now->times - std::min(now->times, group.last->times)};
+        group.change =
+            kernel::Throttling{growth(group.last->nanoseconds, now->nanoseconds), growth(group.last->times, now->times),
+                               growth(group.last->periods, now->periods)};
     }
     group.last = now;
     if (group.change && group.change->nanoseconds > 0 && !group.quota) group.quota = readQuota(directory);
@@ -93,7 +96,7 @@ void Groups::sampleCpu(const std::string& directory, CpuGroup& group) {
 
 void Groups::sampleMemory(const std::string& directory, MemoryGroup& group) {
     const auto kills = readKills(directory);
-    if (kills && group.kills) group.newKills = *kills - std::min(*kills, *group.kills);
+    if (kills && group.kills) group.newKills = growth(*group.kills, *kills);
     group.kills = kills;
     group.share = readMemoryShare(directory);
 }
@@ -107,6 +110,7 @@ GroupEvidence Groups::of(const GroupPlaces& places) {
         if (evidence.throttled && *evidence.throttled >= throttled) continue;
         evidence.throttled = throttled;
         evidence.timesThrottled = group.change->times;
+        evidence.periods = group.change->periods;
         evidence.throttledGroup = directory;
         evidence.quota = group.quota;
     }

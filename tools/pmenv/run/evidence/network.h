@@ -19,7 +19,7 @@ private:
     struct Namespace {
         std::optional<double> share;
         bool fresh = false;
-        double counted = -1e9;  // when the ports were counted for each destination
+        double nextCount = 0;  // when the ports may be counted for each destination again
     };
 
     std::optional<double> read(int pid, Namespace& space) const;

@@ -121,6 +121,11 @@ void Processes::forgetEnded() {
     }
 }
 
+bool Processes::isAnotherProgram(const ProcessKey& key) const {
+    const auto found = seen_.find(key);
+    return found != seen_.end() && !found->second.engine;
+}
+
 std::vector<ProgramTime> Processes::others(std::size_t count) const {
     std::map<std::string, Finished> programs = finished_;
     for (const auto& [key, seen] : seen_) {

@@ -36,6 +36,9 @@ public:
     /// The engines that ran at the last scan, zombies left out.
     const std::vector<FoundEngine>& engines() const { return engines_; }
 
+    /// True when this process ran at the last scan and was none of the engines.
+    bool isAnotherProgram(const ProcessKey& key) const;
+
     /// The programs that used most processor time since the first scan, engines left out; at most `count`.
     std::vector<ProgramTime> others(std::size_t count) const;
 

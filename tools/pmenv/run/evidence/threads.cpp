@@ -160,3 +160,7 @@ void Threads::look(double tolerance) {
         if (blockedLately && left-- > 0) lookAt(thread);
     }
 }
+
+void Threads::suspectBlocked() {
+    for (auto& [tid, thread] : threads_) thread.seenBlocked = kernel::clockSeconds();
+}

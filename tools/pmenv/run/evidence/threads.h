@@ -38,6 +38,9 @@ public:
     /// turn came; and how long threads are blocked that were so lately.
     void look(double tolerance);
 
+    /// Has the next looks look at the states of all threads: some may be blocked for moments.
+    void suspectBlocked();
+
     std::size_t size() const { return threads_.size(); }
 
     /// True when the process has ended and nobody has asked for its status yet.

@@ -155,6 +155,8 @@ Words wordsOf(Reason reason, const JudgedEngine& engine, const Judged& judged) {
             return {
                 "the local ports were used up (" + shareText(engine.mostPorts.value_or(1)) + " of them)",
                 "widen net.ipv4.ip_local_port_range, keep connections open, or use more addresses or load generators"};
+        case Reason::Ended:
+            break;  // an incident tells it
     }
     return {};
 }
@@ -318,6 +320,8 @@ const char* reasonName(Reason reason) {
             return "descriptors";
         case Reason::Ports:
             return "ports";
+        case Reason::Ended:
+            return "ended";
     }
     return "";
 }

@@ -16,18 +16,31 @@ double lateShare(const EngineEvidence& engine) {
     return engine.turns == 0 ? 0 : std::min(1.0, engine.lateTurns / static_cast<double>(engine.turns));
 }
 
-// How long the quota kept the engine waiting at once.
-bool throttledLong(const GroupEvidence& group, double tolerance) {
-    if (!group.throttled || !group.timesThrottled || *group.timesThrottled == 0) return false;
-    return *group.throttled / static_cast<double>(*group.timesThrottled) > tolerance;
+// Seconds in which the quota kept the engine waiting, for longer than the tolerance at once. Where it was used up in nearly
+// every period in which the engine ran, what was due in between waited for the rest of the period before: all of it.
+double throttledSeconds(const EngineEvidence& engine, double tolerance) {
+    constexpr double kNearlyAll = 0.8;
+    const GroupEvidence& group = engine.group;
+    if (!group.throttled || group.timesThrottled.value_or(0) == 0) return 0;
+    const auto times = static_cast<double>(*group.timesThrottled);
+    if (*group.throttled / times <= tolerance || engine.busiest->parts.throttled == 0) return 0;
+    const bool always = times >= kNearlyAll * static_cast<double>(group.periods.value_or(*group.timesThrottled * 2));
+    return always ? engine.to - engine.from : engine.busiest->parts.throttled;
+}
+
+// A request can meet several pages that have to be read from a disk, so that shorter times count where they do.
+double blockedSeconds(const EngineEvidence& engine, double tolerance) {
+    constexpr double kPagesOfOneRequest = 4;
+    const double longest = engine.faulting ? tolerance / kPagesOfOneRequest : tolerance;
+    return engine.busiest->blockedAtOnce > longest ? engine.busiest->parts.blocked : 0;
 }
 
 // Turns come late when the quota is used up as well, so that these two are not added.
 HeldBack partly(const EngineEvidence& engine, double tolerance) {
     const Parts& parts = engine.busiest->parts;
     const double length = engine.to - engine.from;
-    const double throttled = throttledLong(engine.group, tolerance) ? parts.throttled : 0;
-    const double blocked = engine.busiest->blockedAtOnce > tolerance ? parts.blocked : 0;
+    const double throttled = throttledSeconds(engine, tolerance);
+    const double blocked = blockedSeconds(engine, tolerance);
     const double late = lateShare(engine) * length;
     const double seconds = std::min(length, std::max(throttled, late) + blocked + parts.stopped);
     const std::pair<double, Reason> candidates[] = {{throttled, Reason::Quota},

@@ -25,6 +25,7 @@ enum class Reason {
     Stopped,
     Descriptors,
     Ports,
+    Ended,
 };
 
 /// The share of an interval under which a thread has no slack. The kernel adds the time of a running thread at its ticks,

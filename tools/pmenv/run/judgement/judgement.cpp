@@ -201,6 +201,14 @@ Judged Judgement::judged(bool namesMissing) const {
     return judged;
 }
 
+// Where an engine should have gone on, its load is missing for the rest of the run.
+void Judgement::addMissingTime(JudgedEngine& engine) const {
+    for (const EngineEnd& end : ends_) {
+        if (!(end.key == engine.key) || end.descendant || !incidentOf(end).spoils) continue;
+        engine.stretches.push_back({end.time, seconds_, seconds_ - end.time, Reason::Ended});
+    }
+}
+
 // An engine that was seen for a moment only made a small part of the load, so that it counts as if it had run for a tenth
 // of the watch.
 std::vector<JudgedEngine> Judgement::judgedEngines() const {
@@ -209,8 +217,10 @@ std::vector<JudgedEngine> Judgement::judgedEngines() const {
     for (auto [key, watched] : engines_) {
         if (watched.open) close(watched);
         JudgedEngine& engine = watched.engine;
+        addMissingTime(engine);
         for (const Stretch& stretch : engine.stretches) engine.heldBack += stretch.seconds;
-        const double lived = std::max(engine.to - engine.from, seconds_ * kLeastOfRun);
+        const double end = engine.stretches.empty() ? engine.to : std::max(engine.to, engine.stretches.back().to);
+        const double lived = std::max(end - engine.from, seconds_ * kLeastOfRun);
         if (lived > 0) engine.share = std::min(1.0, engine.heldBack / lived);
         std::size_t most = 0;
         for (const auto& [tid, decider] : watched.deciders) {

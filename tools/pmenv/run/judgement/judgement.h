@@ -153,6 +153,7 @@ private:
     void followLimits(const Evidence& evidence);
     static void close(Watched& watched);
     std::vector<JudgedEngine> judgedEngines() const;
+    void addMissingTime(JudgedEngine& engine) const;
     Doubt doubtOf(const Judged& judged, bool namesMissing) const;
     bool isSpoiled(const Judged& judged) const;
     std::vector<Incident> incidents() const;

@@ -104,10 +104,10 @@ std::optional<GroupPlace> findGroup(const std::vector<GroupMembership>& membersh
 std::optional<Throttling> parseThrottling(std::string_view text) {
     const auto nanoseconds = numberNamed(text, "throttled_time");
     const auto microseconds = numberNamed(text, "throttled_usec");
-    const auto times = numberNamed(text, "nr_throttled");
-    if (nanoseconds && times) return Throttling{*nanoseconds, *times};
+    const auto times = numberNamed(text, "nr_throttled"), periods = numberNamed(text, "nr_periods");
+    if (nanoseconds && times && periods) return Throttling{*nanoseconds, *times, *periods};
     constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max() / 1000;
-    if (microseconds && times) return Throttling{std::min(*microseconds, kMost) * 1000, *times};
+    if (microseconds && times && periods) return Throttling{std::min(*microseconds, kMost) * 1000, *times, *periods};
     if (numberNamed(text, "usage_usec")) return Throttling{};
     return std::nullopt;
 }

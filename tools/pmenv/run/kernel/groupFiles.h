@@ -40,7 +40,8 @@ std::optional<GroupPlace> findGroup(const std::vector<GroupMembership>& membersh
 /// Empty for what is no such file.
 struct Throttling {
     std::uint64_t nanoseconds = 0;  ///< of all processors together
-    std::uint64_t times = 0;
+    std::uint64_t times = 0;        ///< periods in which it was used up
+    std::uint64_t periods = 0;      ///< in which the group ran at all
 };
 std::optional<Throttling> parseThrottling(std::string_view text);
 
