@@ -63,6 +63,11 @@ public:
         length_ += part.size();
     }
 
+    void append(char character) {
+        fits_ = fits_ && length_ < kMaxPath;
+        if (fits_) text_[length_++] = character;
+    }
+
     bool endsInSlash() const { return length_ > 0 && text_[length_ - 1] == '/'; }
 
     // Puts the path into `buffer`; null when it is too long.
@@ -251,10 +256,10 @@ const char* KREnvContainerClass::makePath(std::string_view dir, std::string_view
     PathComposition path;
     // Without a directory the name goes on where the last composition ended: programs compose in steps that way.
     path.append(dir.empty() ? m_szMadePath : dir);
-    if (!dir.empty() && !path.endsInSlash()) path.append("/");
+    if (!dir.empty() && !path.endsInSlash()) path.append('/');
     path.append(name);
     if (!ext.empty()) {
-        path.append(".");
+        path.append('.');
         path.append(ext);
     }
     const char* const made = path.finish(m_szMadePath);

@@ -18,7 +18,6 @@ namespace {
 
 using krs::LineFailure;
 using krs::LoadFailure;
-using krs::Parser;
 using krs::Table;
 
 // --- handles --------------------------------------------------------------------------------------------------------
@@ -134,9 +133,7 @@ void load(const char* path, int handle, KRSFilter filter) {
     Table* const table = registry().find(handle);
     if (table == nullptr) throw LoadFailure{": there is no settings table with handle " + std::to_string(handle)};
     const Table::LoadScope scope(table);
-    Parser parser(krs::readFile(path));
-    parser.parse();
-    table->load(std::move(parser), filter);
+    table->load(krs::parse(krs::readFile(path)), filter);
 }
 
 }  // namespace
@@ -177,5 +174,5 @@ bool KRSGetEntry(int handle, std::size_t index, KRSEntry* entry) {
 }
 
 int KRSReadLines(const char* path, const KRSLineVisitor& visitor) {
-    return noteFailure(path, [&] { Parser(krs::readFile(path)).visit(visitor); });
+    return noteFailure(path, [&] { krs::visitLines(krs::readFile(path), visitor); });
 }

@@ -87,6 +87,18 @@ namespace {
 
 bool isBlank(char character) { return character == ' ' || character == '\t'; }
 
+// A line of the file, with the place to blame.
+struct Line {
+    char* begin;
+    char* end;
+    int number;
+
+    [[noreturn]] void fail(const char* at, const char* reason) const {
+        throw LineFailure{number, columnOf(at), reason};
+    }
+    std::size_t columnOf(const char* at) const { return static_cast<std::size_t>(at - begin) + 1; }
+};
+
 char* skipBlanks(char* begin, char* end) {
     while (begin != end && isBlank(*begin)) ++begin;
     return begin;
@@ -109,103 +121,129 @@ char* find(char* begin, char* end, char wanted) {
     return found != nullptr ? static_cast<char*>(found) : end;
 }
 
-// Files with longer lines leave some of the room untouched, others have it grow; counting would take longer.
-constexpr std::size_t kUsualLine = 32;
+// Parses a whole file. Keys and values are ended where they stand in the file's text; only keys of a section are
+// composed.
+class Parser {
+public:
+    explicit Parser(FileText text) : at_(text.bytes.get()), end_(at_ + text.length) {
+        arena_.adopt(std::move(text.bytes), text.length);
+        skipByteOrderMark();
+        nul_ = find(at_, end_, '\0');
+        entries_.reserve(text.length / kUsualLine);
+    }
+
+    void parse() {
+        while (at_ != end_) parseLine(nextLine());
+    }
+
+    // Goes on behind lines that the grammar refuses.
+    void visit(const KRSLineVisitor& visitor) {
+        std::string original;
+        while (at_ != end_) {
+            const Line line = nextLine();
+            original.assign(line.begin, line.end);  // parsing ends keys and values in place
+            KRSLine visited{line.number, original, nullptr, nullptr, 0, 0, nullptr, 0};
+            try {
+                const std::size_t before = entries_.size();
+                parseLine(line);
+                if (entries_.size() > before) describeEntry(line, &visited);
+            } catch (const LineFailure& failure) {
+                visited.error = failure.reason;
+                visited.errorColumn = failure.column;
+            }
+            visitor(visited);
+        }
+    }
+
+    ParsedFile take() { return {std::move(entries_), std::move(arena_)}; }
+
+private:
+    // Files with longer lines leave some of the room untouched, others have it grow; counting would take longer.
+    static constexpr std::size_t kUsualLine = 32;
+
+    Line nextLine() {
+        char* const begin = at_;
+        char* lineEnd = find(begin, end_, '\n');
+        at_ = lineEnd != end_ ? lineEnd + 1 : end_;
+        if (nul_ < begin) nul_ = find(begin, end_, '\0');
+        if (lineEnd != begin && lineEnd[-1] == '\r') --lineEnd;
+        return {begin, lineEnd, ++number_};
+    }
+
+    void describeEntry(const Line& line, KRSLine* visited) const {
+        const ParsedEntry& entry = entries_.back();
+        visited->key = entry.key;
+        visited->value = entry.value;
+        visited->keyColumn = line.columnOf(skipBlanks(line.begin, line.end));
+        visited->valueColumn = line.columnOf(entry.value);
+    }
+
+    void skipByteOrderMark() {
+        constexpr std::string_view mark = "\xef\xbb\xbf";
+        if (std::string_view(at_, static_cast<std::size_t>(end_ - at_)).substr(0, mark.size()) == mark)
+            at_ += mark.size();
+    }
+
+    void parseLine(const Line& line) {
+        if (nul_ < line.end) line.fail(nul_, "NUL byte; a settings file is plain text");
+        char* const first = skipBlanks(line.begin, line.end);
+        if (first == line.end || *first == ';' || *first == '#') return;
+        if (*first == '[') {
+            parseSection(line, first);
+        } else {
+            parseEntry(line, first);
+        }
+    }
+
+    // [name]
+    void parseSection(const Line& line, char* bracket) {
+        char* const closing = std::find(bracket, line.end, ']');
+        if (closing == line.end) line.fail(bracket, "missing ']' after the section name, expected [name]");
+        char* const behind = skipBlanks(closing + 1, line.end);
+        if (behind != line.end && *behind != ';' && *behind != '#') {
+            line.fail(behind, "unexpected text after ']', expected [name] alone");
+        }
+        char* const begin = skipBlanks(bracket + 1, closing);
+        section_.assign(begin, cutBlanks(begin, closing));
+        if (!section_.empty()) section_ += '.';
+    }
+
+    // KEY = value
+    void parseEntry(const Line& line, char* key) {
+        char* const equals = find(key, line.end, '=');
+        if (equals == line.end) line.fail(key, "missing '=', expected KEY = value");
+        if (equals == key) line.fail(equals, "missing key before '=', expected KEY = value");
+
+        char* const keyEnd = cutBlanks(key, equals);
+        char* value = skipBlanks(equals + 1, line.end);
+        char* valueEnd = cutBlanks(value, line.end);
+        if (valueEnd - value >= 2 && *value == '"' && valueEnd[-1] == '"') {
+            ++value;
+            --valueEnd;
+        }
+        const std::string_view name(key, static_cast<std::size_t>(keyEnd - key));
+        const char* const stored = section_.empty() ? ended(key, keyEnd) : arena_.store(section_, name);
+        const std::uint32_t hash = hashOf({stored, section_.size() + name.size()});
+        entries_.push_back({stored, ended(value, valueEnd), line.number, hash});
+    }
+
+    char* at_;  // the next line
+    char* end_;
+    int number_ = 0;  // of the line before
+    Arena arena_;
+    char* nul_ = nullptr;  // the first NUL byte from the present line on, end_ when there is none
+    std::string section_;  // with the dot behind it
+    std::vector<ParsedEntry> entries_;
+};
 
 }  // namespace
 
-Parser::Parser(FileText text) : at_(text.bytes.get()), end_(at_ + text.length) {
-    arena_.adopt(std::move(text.bytes), text.length);
-    skipByteOrderMark();
-    nul_ = find(at_, end_, '\0');
-    entries_.reserve(text.length / kUsualLine);
+ParsedFile parse(FileText text) {
+    Parser parser(std::move(text));
+    parser.parse();
+    return parser.take();
 }
 
-void Parser::parse() {
-    while (at_ != end_) parseLine(nextLine());
-}
-
-void Parser::visit(const KRSLineVisitor& visitor) {
-    std::string original;
-    while (at_ != end_) {
-        const Line line = nextLine();
-        original.assign(line.begin, line.end);  // parsing ends keys and values in place
-        KRSLine visited{line.number, original, nullptr, nullptr, 0, 0, nullptr, 0};
-        try {
-            const std::size_t before = entries_.size();
-            parseLine(line);
-            if (entries_.size() > before) describeEntry(line, &visited);
-        } catch (const LineFailure& failure) {
-            visited.error = failure.reason;
-            visited.errorColumn = failure.column;
-        }
-        visitor(visited);
-    }
-}
-
-Line Parser::nextLine() {
-    char* const begin = at_;
-    char* lineEnd = find(begin, end_, '\n');
-    at_ = lineEnd != end_ ? lineEnd + 1 : end_;
-    if (nul_ < begin) nul_ = find(begin, end_, '\0');
-    if (lineEnd != begin && lineEnd[-1] == '\r') --lineEnd;
-    return {begin, lineEnd, ++number_};
-}
-
-void Parser::describeEntry(const Line& line, KRSLine* visited) const {
-    const ParsedEntry& entry = entries_.back();
-    visited->key = entry.key;
-    visited->value = entry.value;
-    visited->keyColumn = line.columnOf(skipBlanks(line.begin, line.end));
-    visited->valueColumn = line.columnOf(entry.value);
-}
-
-void Parser::skipByteOrderMark() {
-    constexpr std::string_view mark = "\xef\xbb\xbf";
-    if (std::string_view(at_, static_cast<std::size_t>(end_ - at_)).substr(0, mark.size()) == mark) at_ += mark.size();
-}
-
-void Parser::parseLine(const Line& line) {
-    if (nul_ < line.end) line.fail(nul_, "NUL byte; a settings file is plain text");
-    char* const first = skipBlanks(line.begin, line.end);
-    if (first == line.end || *first == ';' || *first == '#') return;
-    if (*first == '[') {
-        parseSection(line, first);
-    } else {
-        parseEntry(line, first);
-    }
-}
-
-// [name]
-void Parser::parseSection(const Line& line, char* bracket) {
-    char* const closing = std::find(bracket, line.end, ']');
-    if (closing == line.end) line.fail(bracket, "missing ']' after the section name, expected [name]");
-    char* const behind = skipBlanks(closing + 1, line.end);
-    if (behind != line.end && *behind != ';' && *behind != '#') {
-        line.fail(behind, "unexpected text after ']', expected [name] alone");
-    }
-    char* const begin = skipBlanks(bracket + 1, closing);
-    section_.assign(begin, cutBlanks(begin, closing));
-    if (!section_.empty()) section_ += '.';
-}
-
-// KEY = value
-void Parser::parseEntry(const Line& line, char* key) {
-    char* const equals = find(key, line.end, '=');
-    if (equals == line.end) line.fail(key, "missing '=', expected KEY = value");
-    if (equals == key) line.fail(equals, "missing key before '=', expected KEY = value");
-
-    char* const keyEnd = cutBlanks(key, equals);
-    char* value = skipBlanks(equals + 1, line.end);
-    char* valueEnd = cutBlanks(value, line.end);
-    if (valueEnd - value >= 2 && *value == '"' && valueEnd[-1] == '"') {
-        ++value;
-        --valueEnd;
-    }
-    const std::string_view name(key, static_cast<std::size_t>(keyEnd - key));
-    const char* const stored = section_.empty() ? ended(key, keyEnd) : arena_.store(section_, name);
-    const std::uint32_t hash = hashOf({stored, section_.size() + name.size()});
-    entries_.push_back({stored, ended(value, valueEnd), line.number, hash});
-}
+void visitLines(FileText text, const KRSLineVisitor& visitor) { Parser(std::move(text)).visit(visitor); }
 
 }  // namespace krs

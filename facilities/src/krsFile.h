@@ -30,18 +30,6 @@ struct LineFailure {
     std::string text() const { return ":" + std::to_string(line) + ":" + std::to_string(column) + ": " + reason; }
 };
 
-/// A line of the file, with the place to blame.
-struct Line {
-    char* begin;
-    char* end;
-    int number;
-
-    [[noreturn]] void fail(const char* at, const char* reason) const {
-        throw LineFailure{number, columnOf(at), reason};
-    }
-    std::size_t columnOf(const char* at) const { return static_cast<std::size_t>(at - begin) + 1; }
-};
-
 /// An entry as it stands in the file.
 struct ParsedEntry {
     const char* key;
@@ -50,35 +38,16 @@ struct ParsedEntry {
     std::uint32_t hash;  // of the key
 };
 
-/// Parses a whole file. Keys and values are ended where they stand in the file's text; only keys of a section are
-/// composed.
-class Parser {
-public:
-    explicit Parser(FileText text);
-
-    /// Throws LineFailure for the first line that the grammar refuses.
-    void parse();
-    /// Goes on behind lines that the grammar refuses.
-    void visit(const KRSLineVisitor& visitor);
-
-    const std::vector<ParsedEntry>& entries() const { return entries_; }
-    Arena takeTexts() { return std::move(arena_); }
-
-private:
-    Line nextLine();
-    void describeEntry(const Line& line, KRSLine* visited) const;
-    void skipByteOrderMark();
-    void parseLine(const Line& line);
-    void parseSection(const Line& line, char* bracket);
-    void parseEntry(const Line& line, char* key);
-
-    char* at_;  // the next line
-    char* end_;
-    int number_ = 0;  // of the line before
-    Arena arena_;
-    char* nul_ = nullptr;  // the first NUL byte from the present line on, end_ when there is none
-    std::string section_;  // with the dot behind it
-    std::vector<ParsedEntry> entries_;
+/// What a file holds: its entries in file order, and the memory in which their texts lie.
+struct ParsedFile {
+    std::vector<ParsedEntry> entries;
+    Arena texts;
 };
+
+/// Parses a whole file; throws LineFailure for the first line that the grammar refuses.
+ParsedFile parse(FileText text);
+
+/// Hands every line to `visitor`, also those behind one that the grammar refuses.
+void visitLines(FileText text, const KRSLineVisitor& visitor);
 
 }  // namespace krs
