@@ -24,6 +24,6 @@ std::unique_ptr<const Settings> settingsFor(const CommandLine& line, const std::
 
 Argument pathVariableArgument(bool repeated) {
     return {"VAR",
-            "PATH, HOME, MYDOCUMENTS, '$X' (process variable X), '#X' (setting X), or directories parted by :", false,
-            repeated, Offer::PathVariables};
+            "PATH, HOME, MYDOCUMENTS, '$X' (environment variable X), '#X' (setting X), or directories separated by :",
+            false, repeated, Offer::PathVariables};
 }

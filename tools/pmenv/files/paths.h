@@ -1,4 +1,4 @@
-// paths.h - what the commands about files and paths share.
+// paths.h - helpers that the commands about files and paths share.
 #pragma once
 
 #include <cstddef>
@@ -9,13 +9,13 @@
 #include "commandLine.h"
 #include "settings.h"
 
-/// How many characters a path may have in the library.
+/// The longest path that the library accepts, in characters.
 constexpr std::size_t kLongestPath = 4095;
 
-/// The path as the library takes it. Throws Failure for a longer one, which the library would cut without a word.
+/// Returns the path for the library. Throws Failure for a longer path, which the library would cut silently.
 const char* checkedPath(const std::string& path);
 
-/// The settings that a "#X" among the variables is read from; null where there is none, because other searches work
+/// The settings from which a "#X" among the variables is read. Null when there is no "#X", because such searches work
 /// without a pressmark.ini.
 std::unique_ptr<const Settings> settingsFor(const CommandLine& line, const std::vector<std::string>& variables);
 

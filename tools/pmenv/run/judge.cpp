@@ -210,19 +210,19 @@ std::vector<Option> judgeOptions() {
     constexpr Option::Kind kNumber = Option::Kind::Number;
     constexpr double kMost = 1e9;
     return {
-        {"duration", kNumber, "SECONDS", "watch for so long; until SIGINT or SIGTERM unless given", 2, kMost},
-        {"percentile", kNumber, "P", "the percentile that is to be believed; 99 unless given", 0, 100},
-        {"tolerance", kNumber, "MS", "milliseconds that a request may be late; 10 unless given", 1, 60000},
+        {"duration", kNumber, "SECONDS", "watch for this time; until SIGINT or SIGTERM unless given", 2, kMost},
+        {"percentile", kNumber, "P", "the percentile to judge; 99 unless given", 0, 100},
+        {"tolerance", kNumber, "MS", "milliseconds by which a request may be late; 10 unless given", 1, 60000},
         {"engine", kText, "NAME", "also watch programs of this command name or file name; may be given several times"},
-        {"pid", kNumber, "PID", "also watch this process and what it starts", 1, 4194304, true},
-        {"engines", kNumber, "N", "as many engines are to run throughout", 1, kMost, true},
-        {"ignore-thread", kText, "NAME", "threads of this name send no load; may be given several times"},
-        {"cpu-limit", kNumber, "PERCENT", "of the machine's processors; passing it for --sustain spoils the run", 0,
-         1000},
-        {"engine-limit", kNumber, "PERCENT", "of one processor, for one engine; the same", 0, 100000},
-        {"sustain", kNumber, "SECONDS", "how long in all these two may be passed; 10 unless given", 0, kMost},
-        {"memory-limit", kNumber, "PERCENT", "of the memory must stay available", 0, 100},
-        {"swap-limit", kNumber, "MIB", "by which swap in use may grow", 0, kMost},
+        {"pid", kNumber, "PID", "also watch this process and the processes that it starts", 1, 4194304, true},
+        {"engines", kNumber, "N", "number of engines that must run throughout", 1, kMost, true},
+        {"ignore-thread", kText, "NAME", "ignore threads of this name, which send no load; may be given several times"},
+        {"cpu-limit", kNumber, "PERCENT", "limit on the machine's processors; passing it for --sustain spoils the run",
+         0, 1000},
+        {"engine-limit", kNumber, "PERCENT", "limit on one engine, of one processor; the same", 0, 100000},
+        {"sustain", kNumber, "SECONDS", "how long in total these two may be passed; 10 unless given", 0, kMost},
+        {"memory-limit", kNumber, "PERCENT", "share of the memory that must stay available", 0, 100},
+        {"swap-limit", kNumber, "MIB", "amount by which swap in use may grow", 0, kMost},
     };
 }
 
@@ -234,8 +234,8 @@ Command judgeCommand() {
             {},
             judgeOptions(),
             "pmenv judge --duration 60                          exit code 0 clean, 3 spoiled, 4 cannot tell\n"
-            "pmenv judge --duration 60 --percentile 95 --json   as data, for a pipeline\n"
-            "pmenv judge --engine wrk --duration 60             another load generator\n"
+            "pmenv judge --duration 60 --percentile 95 --json   as JSON, for a pipeline\n"
+            "pmenv judge --engine wrk --duration 60             another program that generates load\n"
             "pmenv judge --pid 1234 --engines 2                 a process and its children, until Ctrl-C",
             run};
 }

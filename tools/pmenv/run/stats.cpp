@@ -239,11 +239,11 @@ std::vector<Option> statsOptions() {
     constexpr double kMost = 1e9;
     return {
         {"interval", Option::Kind::Number, "SECONDS",
-         "between samples, which are taken on full intervals of the clock; 1 unless given", 1, 86400},
-        {"count", Option::Kind::Number, "N", "how many samples, 0 for no end; 1 unless given", 0, kMost, true},
-        {"duration", Option::Kind::Number, "SECONDS", "sample for so long, instead of --count", 1, kMost},
-        {"csv", Option::Kind::Flag, nullptr, "one line for each sample and engine, exact numbers"},
-        {"openmetrics", Option::Kind::Flag, nullptr, "text exposition for a metrics collector, in base units"},
+         "time between samples, which are taken on full intervals of the clock; 1 unless given", 1, 86400},
+        {"count", Option::Kind::Number, "N", "number of samples, 0 for no end; 1 unless given", 0, kMost, true},
+        {"duration", Option::Kind::Number, "SECONDS", "sample for this time, instead of --count", 1, kMost},
+        {"csv", Option::Kind::Flag, nullptr, "print one line for each sample and engine, with exact numbers"},
+        {"openmetrics", Option::Kind::Flag, nullptr, "print a text exposition for a metrics collector, in base units"},
         {"per-process", Option::Kind::Flag, nullptr, "with --openmetrics: also a series for each engine, with its pid"},
         {"output", Option::Kind::File, "FILE", "with --openmetrics: replace FILE in one step instead of printing"},
         {"watch", Option::Kind::Flag, nullptr,
@@ -251,12 +251,13 @@ std::vector<Option> statsOptions() {
         {"verdict", Option::Kind::Flag, nullptr,
          "watch for --duration (60) and say whether this load generator was the bottleneck"},
         {"cpu-limit", Option::Kind::Number, "PERCENT",
-         "of the machine's processors; 90 unless given, over 100 for never", 0, 1000},
-        {"engine-limit", Option::Kind::Number, "PERCENT", "of one processor, for one engine; 95 unless given", 0,
+         "limit on the machine's processors; 90 unless given, over 100 for never", 0, 1000},
+        {"engine-limit", Option::Kind::Number, "PERCENT", "limit on one engine, of one processor; 95 unless given", 0,
          100000},
         {"sustain", Option::Kind::Number, "SECONDS", "how long these two must be passed; 10 unless given", 0, kMost},
-        {"memory-limit", Option::Kind::Number, "PERCENT", "of the memory must stay available; 10 unless given", 0, 100},
-        {"swap-limit", Option::Kind::Number, "MIB", "by which swap in use may grow; 1 unless given", 0, kMost},
+        {"memory-limit", Option::Kind::Number, "PERCENT",
+         "share of the memory that must stay available; 10 unless given", 0, 100},
+        {"swap-limit", Option::Kind::Number, "MIB", "amount by which swap in use may grow; 1 unless given", 0, kMost},
     };
 }
 
@@ -268,33 +269,33 @@ Command statsCommand() {
             {},
             statsOptions(),
             "pmenv stats                                        one table; takes about a second to measure\n"
-            "pmenv stats --json --interval 5 --count 12         a minute, one object a line\n"
+            "pmenv stats --json --interval 5 --count 12         for a minute, one object per line\n"
             "pmenv stats --watch                                a live screen\n"
             "pmenv stats --openmetrics --output /var/lib/node_exporter/pmenv.prom\n"
             "pmenv stats --duration 60 --verdict || exit 1      refuse a run on a saturated load generator (exit 3)",
             run,
-            "The load engines are the processes named PMLoadEngineMai... that run; one that has ended and waits for "
-            "its parent to notice does not. Percentages need two looks, about a second apart. Without one of --json, "
-            "--csv, --openmetrics, --watch and --verdict a table for people is printed.\n\n"
+            "The load engines are the running processes named PMLoadEngineMai... . A process that has ended and waits "
+            "for its parent does not count. Percentages need two samples, about a second apart. Without --json, --csv, "
+            "--openmetrics, --watch and --verdict, a table for people is printed.\n\n"
             "Samples are taken when the clock shows full intervals: with --interval 10 at :00, :10, :20. They do not "
-            "drift, and those of several hosts, whose name is in --json and --csv, can be laid side by side. The last "
-            "one of --duration comes at its end.\n\n"
-            "What is not known, as the processor time of an engine at its first sample, is - in a table, null in "
-            "JSON, an empty field in CSV, and left out of an exposition. An engine's processor time is in per cent of "
-            "one processor and may pass 100 when several of its threads are busy. A figure beyond what the machine "
-            "has is not known either, and a warning tells of it.\n\n"
-            "With --csv there is a line for each sample and engine, one for a sample without engines; the "
-            "names of the fields stand once, before them. With --openmetrics figures are bytes and ratios (1 "
-            "is all processors for the machine, one processor for an engine) without times; engines are "
-            "summed by name, with their number and the largest. With --output a temporary file beside FILE is "
-            "written and renamed, so that a reader never sees half of it.\n\n"
-            "With --watch the screen is redrawn with each sample. Bars show processors, memory and swap; in the "
-            "first, # is the part of the load engines and | that of everything else. Below are the engines, the "
-            "busiest first, with their sum and with their history: each character is a sample, and the heading tells "
-            "from how many per cent on each height is drawn. An engine moves in the list when what it uses has "
-            "clearly changed. Arrow keys, Page Up, Page Down, Home and End scroll, as do k, j, b, Space, g and G. "
-            "The warnings of --verdict appear while they last. q or Ctrl-C ends it, Ctrl-Z suspends it. On a pipe a "
-            "table is printed for each sample.\n\n"
-            "With --verdict, Ctrl-C ends the run early; with --watch too, the verdict follows when the watch "
-            "has ended."};
+            "drift, so samples of several hosts can be put side by side; --json and --csv contain the host's name. The "
+            "last sample of --duration is taken at its end.\n\n"
+            "An unknown figure, such as the processor time of an engine at its first sample, is - in a table, null in "
+            "JSON and an empty field in CSV; an exposition omits it. An engine's processor time is a percentage of one "
+            "processor and may exceed 100 when several of its threads are busy. A figure greater than the machine "
+            "allows counts as unknown and causes a warning.\n\n"
+            "--csv prints a heading with the names of the fields, then a line for each sample and engine, or one line "
+            "for a sample without engines. --openmetrics gives figures as bytes and ratios (1 is all processors for "
+            "the machine, one processor for an engine), without times; it sums up the engines by name, with their "
+            "number and the largest. --output writes a temporary file beside FILE and renames it, so that a reader "
+            "never sees half of it.\n\n"
+            "--watch redraws the screen with each sample. Bars show processors, memory and swap; in the first bar, # "
+            "is the share of the load engines and | that of everything else. Below are the sum of the engines and the "
+            "engines, the busiest first. Each has its history: each character is a sample, and the heading shows the "
+            "percentage at which each height begins. An engine moves in the list only when its use has clearly "
+            "changed. Arrow keys, Page Up, Page Down, Home and End scroll, and so do k, j, b, Space, g and G. The "
+            "warnings of --verdict appear while they last. q or Ctrl-C ends the watch, Ctrl-Z suspends it. On a pipe, "
+            "a table is printed for each sample.\n\n"
+            "With --verdict, Ctrl-C ends the run early. With --watch as well, the verdict is printed when the watch "
+            "ends."};
 }
