@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Counts what operations take, in instructions and system calls: figures that hold still on a busy machine, so that a
-# change that makes something dearer is seen at once.
+# Counts the instructions and system calls of operations. These counts do not depend on how busy the machine is, so the test
+# notices at once when a change makes an operation more expensive.
 #
-#   costs_test.sh DRIVER LIMITS              compares with the limits, one operation a line: NAME INSTRUCTIONS CALLS
-#   costs_test.sh --renew DRIVER LIMITS      writes what is counted now as the new limits, with headroom
+#   costs_test.sh DRIVER LIMITS              compares with the limits, one operation per line: NAME INSTRUCTIONS CALLS
+#   costs_test.sh --renew DRIVER LIMITS      writes the current counts, with headroom, as the new limits
 set -euo pipefail
 
 readonly CALLS=50
-# Instructions differ a little with the processor's features and the hash's seed; system calls do not differ at all.
+# Instructions vary a little with the processor's features and the hash's seed; system calls do not vary.
 readonly HEADROOM_PERCENT=15
 
 renew=
@@ -16,14 +16,14 @@ readonly driver=$1 limits=$2
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
 
-# Instructions and system calls of a whole run.
+# Prints the instructions and system calls of a whole run.
 count() { # OPERATION CALLS
     valgrind --tool=callgrind --callgrind-out-file=/dev/null --trace-syscalls=yes "$driver" "$@" </dev/null >"$log" 2>&1 ||
         { cat "$log"; echo "valgrind $driver $* failed"; exit 1; }
     awk '/^SYSCALL/ { calls++ } /Collected :/ { print $NF, calls }' "$log"
 }
 
-# Those of one call: what more calls add to a run.
+# Prints those of one call: the amount that more calls add to a run.
 count_one() { # OPERATION
     local few many
     read -ra few <<<"$(count "$1" "$CALLS")"
@@ -31,7 +31,7 @@ count_one() { # OPERATION
     echo $(((many[0] - few[0]) / (2 * CALLS))) $(((many[1] - few[1] + CALLS) / (2 * CALLS)))
 }
 
-# Complains when a call costs so much less than its limit that nothing can have been measured, or the limit is stale.
+# Fails when a call costs so much less than its limit that nothing can have been measured, or that the limit is stale.
 check_measured() { # OPERATION COUNTED LIMIT
     (($2 * 2 < $3)) || return 0
     echo "$1: $2 instructions a call are less than half of the limit of $3: nothing was measured, or the limit is stale"

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Every function of the C library that the shared libraries use is either one that faults_test makes fail, or listed in
-# faultless.txt as one that has no failure.
+# Checks that every function of the C library that the shared libraries use is either made to fail by faults_test, or listed
+# in faultless.txt as one that cannot fail.
 #
-#   fault_border_test.sh FAULTLESS-LIST INJECTED-FUNCTIONS LIBRARY...     (the functions are parted by commas)
+#   fault_border_test.sh FAULTLESS-LIST INJECTED-FUNCTIONS LIBRARY...     (the functions are separated by commas)
 set -euo pipefail
 export LC_ALL=C
 

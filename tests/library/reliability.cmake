@@ -1,6 +1,6 @@
-# Faults injected into the C library, hosts that behave badly, and threads.
+# Tests with faults injected into the C library, with hosts that behave badly, and with threads.
 
-# What support/Faults.cpp stands in front of, by its names on 32 bits.
+# The functions that support/Faults.cpp replaces, by their names on 32 bits.
 set(fault_functions
   fopen64 fclose fgets __isoc99_fscanf open64 __fstat64_time64 read write perror close lseek64 __fcntl_time64
   __stat64_time64 opendir readdir64 closedir mkdir chdir getcwd realpath readlink tempnam getenv system popen pclose
@@ -17,7 +17,7 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4)
     KRFACILITIES_EXPORTS="${PROJECT_SOURCE_DIR}/facilities/krfacilities.exports")
 endif()
 
-# The names are those of the library as it is shipped.
+# Only for the shipped library, because its symbols are the ones listed.
 if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_BUILD_TYPE STREQUAL "Release" AND TARGET krfacilities)
   list(JOIN fault_functions "," injected)
   add_test(NAME faults.border COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/fault_border_test.sh
@@ -32,6 +32,6 @@ target_compile_definitions(hosts_test PRIVATE
   DLOPEN_HOST="$<TARGET_FILE:dlopen_host>" KRENV_LIBRARY="$<TARGET_FILE:krenv>")
 add_dependencies(hosts_test dlopen_host krenv)
 
-# Threads that meet; most of all for the thread sanitizer.
+# Threads that work at the same time, mainly for the thread sanitizer.
 krenv_test(threads_test SOURCES threads_test.cpp)
 target_link_libraries(threads_test PRIVATE krenv::krenv)
