@@ -84,8 +84,8 @@ std::int32_t bytesOfPages(long pages, long pageSize) {
 // --- samples of one process -----------------------------------------------------------------------------------------
 
 // /proc/PID/stat, "77 (sh) S 1 77 77 0 -1 4194560 1000 0 0 0 12 34 0 0 20 0 1 0 5000 2617344 400 ...": fills what
-// is there. A name with a blank shifts the fields behind it: where a number is expected and a word stands, the scan ends and
-// the rest is 0. False when the text ends before the first one.
+// is there. A name with a blank shifts the fields behind it: where a number is expected and a word stands, the scan ends
+// and the rest is 0. False when the text ends before the first one.
 bool scanProcess(std::FILE* file, pstat* out) {
     unsigned long user = 0;
     unsigned long system = 0;

@@ -23,7 +23,8 @@ using krs::Table;
 // --- handles --------------------------------------------------------------------------------------------------------
 
 // The tables by handle. Segments double in size and are never moved or freed, so that a look-up takes no lock. A vector
-// behind a lock would be ten lines shorter, but adds 3 to 6 ns to the 30 of a look-up, and more where threads read at once.
+// behind a lock would be ten lines shorter, but adds 3 to 6 ns to the 30 of a look-up, and more where threads read at
+// the same time.
 class Registry {
 public:
     // The new table's handle, 0 when all are used up.
