@@ -44,6 +44,8 @@ TEST(Keys, AnUnknownSequenceIsOneKey) {
 TEST(Keys, EscapeAloneDoesNotSwallowTheNextKey) {
     EXPECT_THAT(keysOf("\x1bq"), ElementsAre(Key::Quit));
     EXPECT_THAT(keysOf("\x1b\x1b[A"), ElementsAre(Key::Up));
+    EXPECT_THAT(keysOf("\x1bx[Gq"), ElementsAre(Key::Other, Key::Other, Key::Bottom, Key::Quit));
+    EXPECT_THAT(keysOf("\x1b[@q"), ElementsAre(Key::Other, Key::Quit));
     EXPECT_THAT(keysOf("\x1b[;;;;;;q"), ElementsAre(Key::Other, Key::Quit)) << "not waited for without end";
 }
 

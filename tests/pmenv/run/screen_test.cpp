@@ -1,5 +1,4 @@
 // screen: the lines of the live screen, whatever the size of the terminal.
-#include <algorithm>
 #include <clocale>
 #include <optional>
 #include <string>
@@ -14,10 +13,8 @@
 
 using testing::AllOf;
 using testing::Contains;
-using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
 
@@ -39,7 +36,7 @@ protected:
         for (int i = 0; i < samples; ++i) screen_.add(figures);
     }
 
-    // `count` engines from 1001 on that use as much of a processor as the last digits say.
+    // `count` engines from 1001 on, all of them nearly idle.
     void showMany(int count) {
         std::vector<EngineFigures> engines;
         for (int i = 1; i <= count; ++i) engines.push_back(engine(1000 + i, 0.5));
@@ -100,6 +97,19 @@ TEST_F(ScreenTest, BarsHaveOneWidth) {
         EXPECT_EQ(shown[3].find(']'), end) << columns;
     }
     EXPECT_NE(lines(40)[1].find(']'), std::string::npos) << "a small terminal has room for bars";
+}
+
+TEST_F(ScreenTest, WhereThereIsNoRoomForBarsThereAreWords) {
+    showMany(1);
+    EXPECT_EQ(lines(30)[2], "Memory [    ]  0 B of 10.0 GiB");
+    EXPECT_EQ(lines(29)[2], "Memory 0 B of 10.0 GiB");
+}
+
+TEST_F(ScreenTest, NoSwapIsNotAFullOne) {
+    Figures figures = figuresAt(0);
+    figures.swapBytes = 0;
+    screen_.add(figures);
+    EXPECT_THAT(lines()[3], AllOf(StartsWith("Swap   [ "), HasSubstr(" ]  0 B of 0 B")));
 }
 
 TEST_F(ScreenTest, ASmallTerminalHasFewerWords) {
@@ -174,6 +184,8 @@ TEST_F(ScreenTest, ShowsEnginesOnASmallTerminal) {
     showMany(50);
     EXPECT_THAT(order(10), ElementsAre(1001, 1002, 1003, 1004));
     EXPECT_EQ(lines(40, 10)[5], "  total     25.0 %  150.0 MiB 1-4/50");
+    EXPECT_EQ(lines(80, 7)[5], "  total     25.0 %  150.0 MiB engines: 1-1 of 50");
+    EXPECT_EQ(lines(80, 6)[5], "  total     25.0 %  150.0 MiB engines: 50") << "no room for any";
     EXPECT_EQ(lines(80, 10)[5], "  total     25.0 %  150.0 MiB engines: 1-4 of 50");
 }
 
@@ -223,6 +235,13 @@ TEST_F(ScreenTest, AnEngineThatBecomesBusyMovesUp) {
     EXPECT_THAT(order(), ElementsAre(8, 7));
     show({engine(7, 15.0), engine(8, 0.0)}, 10);
     EXPECT_THAT(order(), ElementsAre(7, 8));
+}
+
+TEST_F(ScreenTest, OnePercentMoreIsAClearChangeForAnIdleEngine) {
+    show({engine(7, 0.5), engine(8, 0.0)}, 10);
+    EXPECT_THAT(order(), ElementsAre(7, 8));
+    show({engine(7, 0.5), engine(8, 1.9)}, 10);
+    EXPECT_THAT(order(), ElementsAre(8, 7));
 }
 
 TEST_F(ScreenTest, SamplesBeforeTheLastTenDoNotCount) {
