@@ -86,7 +86,7 @@ void Engines::awaitReady(const std::string& errors) {
     }
 }
 
-Truth Engines::worst(const Window& window) const {
+Truth Engines::worst(const Window& window) {
     Truth worst;
     for (const SharedRecord& record : records_) {
         const Truth truth = truthOf(record, window);

@@ -84,6 +84,27 @@ const std::vector<Situation> kSituations = {
      Sight::Hidden},
     {"ports-elsewhere", "no local ports are left in the engine's own network",
      "rate=300..400 load=4..8 hold=2 own-ports=400", "", "", Sight::Hidden},
+
+    // --- other load generators: below and above what they can do, and held back
+    {"hey", "hey", "generator=hey rate=100..300 connections=4 settle=1", "", "--engine hey", Sight::Others},
+    {"hey-quota", "hey in a quota that is too small", "generator=hey rate=200..300 connections=4 settle=1",
+     "quota=2..3", "--engine hey", Sight::Others},
+    {"hey-stopped", "hey, stopped for a second", "generator=hey rate=100..300 connections=4 settle=1",
+     "stop=1 from=1.0..2.0 for=1.0..1.5", "--engine hey", Sight::Others},
+    {"wrk", "wrk, with pauses", "generator=wrk rate=200..400 connections=10 settle=1", "", "--engine wrk",
+     Sight::Others},
+    {"wrk-quota", "wrk in a quota that is too small", "generator=wrk rate=1000..2000 connections=20 settle=1",
+     "quota=1..2", "--engine wrk", Sight::Others},
+    {"wrk-beyond", "wrk as fast as it can, with many connections",
+     "generator=wrk rate=0 connections=800..1000 settle=1", "", "--engine wrk", Sight::Others},
+    {"ab", "ab with one connection", "generator=ab connections=1 settle=1", "", "--engine ab", Sight::Others},
+    {"ab-beyond", "ab as fast as it can, with many connections", "generator=ab connections=500..800 settle=1", "",
+     "--engine ab", Sight::Others},
+    {"locust", "locust", "generator=locust rate=40..80 connections=4 settle=3", "", "--engine locust", Sight::Others},
+    {"locust-beyond", "locust, asked for more than it can send",
+     "generator=locust rate=4000..6000 connections=20 settle=3", "", "--engine locust", Sight::Others},
+    {"locust-quota", "locust in a quota that is too small", "generator=locust rate=80..120 connections=4 settle=3",
+     "quota=6..9", "--engine locust", Sight::Others},
 };
 
 }  // namespace

@@ -10,9 +10,10 @@ enum class Sight {
     Shown,
     Uneven,  ///< that, but requests are not spread evenly over time and threads: how much time is bad does not tell how many
     Hidden,  ///< the kernel does not show it
+    Others,  ///< shown, with other load generators
 };
 
-/// The words are those of engine.cpp and of disturbance.h. A value LOW..HIGH is drawn anew for each repetition.
+/// The words are those of engine.cpp or generators.h and of disturbance.h. A value LOW..HIGH is drawn anew for each repetition.
 struct Situation {
     std::string name;
     std::string what;          ///< in words that an operator understands

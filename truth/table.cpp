@@ -119,6 +119,7 @@ std::string tableOf(const Json& report) {
         {Sight::Shown, "What the kernel shows:"},
         {Sight::Uneven, "What it shows, but not how many requests it is about:"},
         {Sight::Hidden, "What it does not show:"},
+        {Sight::Others, "Other load generators, which measure a local nginx:"},
     };
     std::string text;
     for (const auto& [sight, heading] : parts) {

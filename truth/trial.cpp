@@ -2,18 +2,20 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <optional>
 #include <regex>
 
 #include "disturbance.h"
 #include "engines.h"
+#include "generators.h"
 
 namespace {
 
 using Json = nlohmann::json;
 
-constexpr double kShortest = 5, kLongest = 6;         // seconds of a watch
-constexpr std::int64_t kSettleNs = kNsPerSecond / 2;  // from the beginning of a lasting disturbance to the watch
+constexpr double kShortest = 5, kLongest = 6;  // seconds of a watch
+constexpr double kSettle = 0.5;                // seconds from the start of the load to the watch
 
 std::int64_t nanoseconds(double seconds) { return static_cast<std::int64_t>(seconds * 1e9); }
 
@@ -90,6 +92,13 @@ Window windowOf(const Json& judgement) {
     return {from, from + nanoseconds(judgement["seconds"])};
 }
 
+// A generator runs for somewhat longer than it is watched.
+std::unique_ptr<Load> makeLoad(const Words& words, int count, double seconds, const Groups& groups,
+                               const Scratch& memory, const Scratch& disk) {
+    if (!words.has("generator")) return std::make_unique<Engines>(count, words, groups, memory, disk);
+    return std::make_unique<Generator>(words, words.number("settle", kSettle) + seconds + 2, groups, disk);
+}
+
 // --- the trial ------------------------------------------------------------------------------------------------------
 
 void note(const Truth& truth, Json& row) {
@@ -101,7 +110,7 @@ void note(const Truth& truth, Json& row) {
 }
 
 // pmenv judges all load engines of a machine, so that others would spoil the comparison.
-void requireOwn(const Json& judgement, const Engines& engines) {
+void requireOwn(const Json& judgement, const Load& engines) {
     for (const Json& engine : judgement["engines"]) {
         const int pid = engine["pid"];
         const auto isIt = [pid](const Process& process) { return process.pid() == pid; };
@@ -131,12 +140,12 @@ Json runTrial(const Situation& situation, Random& random) {
     const Scratch memory("/dev/shm"), disk("/var/tmp");
     const Surroundings surroundings(words, disk / ".");
     const int count = situation.engine.empty() ? 0 : words.count("engines", 1);
-    const Engines engines(count, engine, surroundings.groups(), memory, disk);
+    const auto load = makeLoad(engine, count, seconds, surroundings.groups(), memory, disk);
 
     std::optional<Disturbance> disturbance;
-    const auto disturb = [&] { disturbance.emplace(words, surroundings, engines.processes()); };
+    const auto disturb = [&] { disturbance.emplace(words, surroundings, load->processes()); };
     if (!words.has("from")) disturb();
-    waitUntil(nowNs() + kSettleNs);
+    waitUntil(nowNs() + nanoseconds(engine.number("settle", kSettle)));
     Judge judge(seconds, situation.options, memory);
     if (words.has("from")) {
         const std::int64_t from = nowNs() + nanoseconds(words.number("from"));
@@ -147,9 +156,9 @@ Json runTrial(const Situation& situation, Random& random) {
     }
     const Json judgement = judge.judgement();
 
-    requireOwn(judgement, engines);
+    if (!engine.has("generator")) requireOwn(judgement, *load);
     note(judgement, row);
-    if (count > 0) note(engines.worst(windowOf(judgement)), row);
+    if (count > 0) note(load->worst(windowOf(judgement)), row);
     row["grade"] = gradeOf(row);
     return row;
 }
