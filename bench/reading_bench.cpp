@@ -80,7 +80,7 @@ void measurePlain(Report& report) {
 }
 
 // The library's algorithm: the leftmost reference is replaced by its expanded value until there is none, and the texts
-// in progress are remembered, so that a circle is noticed.
+// in progress are remembered, so that a cycle is noticed.
 bool expandWithRegex(std::set<std::string>& inProgress, std::string& text) {
     static const std::regex reference("[$#]\\([^ \t\n()]+\\)");
     const auto [own, isNew] = inProgress.insert(text);

@@ -43,8 +43,8 @@ void copyCut(char (&buffer)[kPathBytes], std::string_view text) {
     buffer[length] = '\0';
 }
 
-// The process variable `name` in a path buffer; null, with the buffer as it was, when it is unset or does not fit. A
-// part of it would be another directory.
+// The environment variable `name` in a path buffer; null, with the buffer unchanged, when it is unset or does not fit.
+// A part of it would be another directory.
 const char* storeVariable(const char* name, char (&buffer)[kPathBytes]) {
     const char* const value = std::getenv(name);
     if (value == nullptr || std::strlen(value) > kMaxPath) return nullptr;

@@ -20,7 +20,7 @@ constexpr char kSourceFile[] = "../src/krenvf";  // operators' log filters know 
 // --- references -----------------------------------------------------------------------------------------------------
 
 // What one resolution may cost. Honest values need a few levels and substitutions; past these they only keep the
-// process busy, and the expansion has failed as if it went round in a circle.
+// process busy, and the expansion fails as if it had a cycle.
 constexpr std::size_t kMaxText = std::size_t{1} << 20;
 constexpr std::size_t kMaxLevels = 512;
 constexpr std::size_t kMaxSubstitutions = 65'536;
@@ -48,7 +48,7 @@ struct Match {
     explicit operator bool() const { return position != RWCRegexp::npos; }
 };
 
-// "$(NAME)" -> the process variable NAME, "#(NAME)" -> the setting NAME; null when there is none.
+// "$(NAME)" -> the environment variable NAME, "#(NAME)" -> the setting NAME; null when there is none.
 const char* valueOfReference(const RWCString& text, const Match& match) {
     const RWCString name = text(match.position + 2, match.length - 3);
     return text[match.position] == '$' ? std::getenv(name.data()) : KRSGetValue(IniTable, name.data());
