@@ -1,6 +1,7 @@
-"""Users that send at a constant rate, and the milliseconds that each request took."""
+"""Users that send at a constant rate; when each request ended, and the milliseconds that it took."""
 
 import os
+import time
 
 from locust import FastHttpUser, constant_throughput, events, task
 
@@ -18,10 +19,10 @@ class User(FastHttpUser):
 
 @events.request.add_listener
 def note(response_time, **_):
-    TIMES.append(response_time)
+    TIMES.append((time.monotonic(), response_time))
 
 
 @events.quitting.add_listener
 def write(**_):
     with open(os.environ["LOCUST_TIMES"], "w", encoding="ascii") as file:
-        file.writelines(f"{time}\n" for time in TIMES)
+        file.writelines(f"{end} {took}\n" for end, took in TIMES)
