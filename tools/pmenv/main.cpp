@@ -42,6 +42,7 @@ int run(const CommandLine& line) {
 int main(int argc, char** argv) {
     nCommandLineArguments::gSet(argc, argv);
     showLibraryLog();
+    gatherOutput();
     try {
         const int exitCode = run(CommandLine::parse(pmenvGrammar(), wordsOf(argc, argv)));
         finishOutput();

@@ -8,6 +8,7 @@
 #include "pmenv/PmenvTest.h"
 
 using nlohmann::json;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 
@@ -29,7 +30,7 @@ TEST_F(PmenvCommandLine, WrongUsageIsNamedAndExitsWithTwo) {
         {{"get"}, "'get' needs NAME; see 'pmenv get --help'"},
         {{"find", "x"}, "'find' needs VAR; see 'pmenv find --help'"},
         {{"path", "make", "d"}, "'path make' needs NAME; see 'pmenv path make --help'"},
-        {{"list", "x"}, "'list' takes no further argument 'x'; see 'pmenv list --help'"},
+        {{"report", "x"}, "'report' takes no further argument 'x'; see 'pmenv report --help'"},
         {{"list", "--raw"}, "there is no option '--raw' of 'list'; see 'pmenv list --help'"},
         {{"list", "--jsn"}, "there is no option '--jsn' of 'list'; did you mean '--json'? See 'pmenv list --help'"},
         {{"list", "-x"}, "there is no option '-x'; see 'pmenv list --help'"},
@@ -37,6 +38,10 @@ TEST_F(PmenvCommandLine, WrongUsageIsNamedAndExitsWithTwo) {
         {{"list", "--ini"}, "--ini needs a value: --ini FILE|DIR; see 'pmenv list --help'"},
         {{"list", "--ini="}, "--ini needs a settings file or a directory, not an empty text"},
         {{"get", "X", "--file="}, "--file needs the name of a settings file, not an empty text"},
+        {{"list", "--file="}, "--file needs the name of a settings file, not an empty text"},
+        {{"explain", "X", "--file="}, "--file needs the name of a settings file, not an empty text"},
+        {{"explain", "--text", "X", "--file=x"}, "--text and --file do not go together; see 'pmenv explain --help'"},
+        {{"list", "a", "b"}, "'list' takes no further argument 'b'; see 'pmenv list --help'"},
         {{"walk"}, "'walk' needs DIR; see 'pmenv walk --help'"},
         {{"walk", ".", "--null", "--json"}, "--null and --json do not go together; see 'pmenv walk --help'"},
         {{"path", "shorten", "x", "0"}, "WIDTH is a whole number from 1 to 4095, not '0'"},
@@ -57,11 +62,35 @@ TEST_F(PmenvCommandLine, VersionIsOnStandardOutput) {
     EXPECT_THAT(outcome.out, MatchesRegex("pmenv [0-9]+\\.[0-9]+\\.[0-9]+\n"));
 }
 
-TEST_F(PmenvCommandLine, OutputThatCannotBeWrittenIsAnError) {
-    const ProgramResult outcome =
-        runProgram({"/bin/sh", "-c", std::string(PMENV_BINARY) + " --ini " + ini() + " list >/dev/full"});
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_THAT(outcome.err, HasSubstr("pmenv: cannot write the result to standard output"));
+// Also behind an error message, and where much was to be written.
+TEST_F(PmenvCommandLine, OutputThatCannotBeWrittenIsAnErrorWithItsReason) {
+    const std::string reason = "pmenv: cannot write the result to standard output: No space left on device\n";
+    for (const char* const words : {"list", "list --json", "check", "explain BASE", "get BASE", "check --rules"}) {
+        const ProgramResult outcome =
+            runProgram({"/bin/sh", "-c", std::string(PMENV_BINARY) + " --ini " + ini() + " " + words + " >/dev/full"},
+                       environmentOf({}));
+        EXPECT_EQ(outcome.status, 1) << words;
+        EXPECT_THAT(outcome.err, EndsWith(reason)) << words;
+    }
+    std::string many;
+    for (int i = 0; i < 20'000; ++i) many += "KEY" + std::to_string(i) + " = #(NONE)\n";
+    directory_.writeFile("pressmark.ini", many + "LOOP = #(LOOP)\n");
+    for (const char* const words : {"list", "check"}) {
+        const ProgramResult outcome =
+            runProgram({"/bin/sh", "-c", std::string(PMENV_BINARY) + " --ini " + ini() + " " + words + " >/dev/full"});
+        EXPECT_THAT(outcome.err, EndsWith(reason)) << words;
+    }
+}
+
+TEST_F(PmenvCommandLine, SettingsAreChosenOnce) {
+    for (const Words& words :
+         {Words{"list"}, Words{"get", "BASE"}, Words{"explain", "BASE"}, Words{"check"}, Words{"resolve", "#BASE"}}) {
+        Words twice = words;
+        twice.insert(twice.end(), {"--ini", ini(), "--ini=" + ini()});
+        const ProgramResult outcome = run(twice);
+        EXPECT_EQ(outcome.status, 2) << words[0];
+        EXPECT_EQ(outcome.err, "pmenv: --ini is given twice; which settings are meant?\n");
+    }
 }
 
 TEST_F(PmenvCommandLine, FindsItselfWhenItsNameIsEmpty) {

@@ -24,6 +24,20 @@ TEST(NearestNames, SuggestsWhatIsFewLettersAway) {
     EXPECT_THAT(nearestNames(std::string(100000, 'x'), known), IsEmpty());
 }
 
+TEST(NearestNames, TwoLettersThatChangedPlacesAreOneMistake) {
+    EXPECT_THAT(nearestNames("BA", {"AB"}), ElementsAre("AB"));
+    EXPECT_THAT(nearestNames("BAC", {"ABC"}), ElementsAre("ABC"));
+    EXPECT_THAT(nearestNames("ACB", {"ABC"}), ElementsAre("ABC"));
+    EXPECT_THAT(nearestNames("CBA", {"ABC"}), IsEmpty());
+}
+
+TEST(NearestNames, KeysOfSectionsComeFirst) {
+    const std::vector<std::string> known{"THREADZ", "engine.THREADS", "a.b.THREADS", "engine.XTHREADS", "THREADS.x"};
+    EXPECT_THAT(nearestNames("THREADS", known), ElementsAre("a.b.THREADS", "engine.THREADS", "THREADZ"));
+    EXPECT_THAT(nearestNames("b.THREADS", {"a.b.THREADS"}), ElementsAre("a.b.THREADS"));
+    EXPECT_THAT(nearestNames("x", {"s.x", "s.X"}), ElementsAre("s.x"));
+}
+
 TEST(NearestNames, SentenceHasUpToThree) {
     EXPECT_EQ(didYouMean({}), "");
     EXPECT_EQ(didYouMean({"A"}), "; did you mean 'A'?");

@@ -37,4 +37,18 @@ TEST_F(TextTest, PrintableShowsWhatATerminalWouldObey) {
     EXPECT_EQ(printable("grüße \xff"), "grüße \\xff");
 }
 
+TEST_F(TextTest, UnmistakableTextsAreQuotedWhereTheyCouldBeAnother) {
+    for (const char* const plain : {"a", "C:\\temp", "a b", "a\"b\"", "x(y)", "grüße", "'"}) {
+        EXPECT_EQ(unmistakable(plain), plain);
+    }
+    EXPECT_EQ(unmistakable(""), "\"\"");
+    EXPECT_EQ(unmistakable(" a"), "\" a\"");
+    EXPECT_EQ(unmistakable("a "), "\"a \"");
+    EXPECT_EQ(unmistakable("(empty)"), "\"(empty)\"");
+    EXPECT_EQ(unmistakable("\"a\""), "\"\\\"a\\\"\"");
+    EXPECT_EQ(unmistakable("C:\\temp\t"), "\"C:\\\\temp\\t\"");
+    EXPECT_EQ(unmistakable("\x1b\\"), "\"\\x1b\\\\\"");
+    EXPECT_EQ(unmistakable("\xff"), "\"\\xff\"");
+}
+
 }  // namespace

@@ -150,7 +150,7 @@ TEST_F(PmenvWalk, StopsWhenThePipeIsClosed) {
     const ProgramResult ignoring =
         shell("trap '' PIPE; (ulimit -n 40; \"$0\" walk d --recurse) | head -n 1 >/dev/null; echo ${PIPESTATUS[0]}");
     EXPECT_EQ(ignoring.out, "1\n");
-    EXPECT_EQ(ignoring.err, "pmenv: cannot write the result to standard output\n");
+    EXPECT_EQ(ignoring.err, "pmenv: cannot write the result to standard output: Broken pipe\n");
 }
 
 }  // namespace

@@ -4,6 +4,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
+#include <utility>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -37,11 +40,7 @@ public:
     }
 
     // mkstemp makes the file readable for its owner only, but the reader is usually another user.
-    bool allowReading() const {
-        const mode_t mask = umask(0);
-        umask(mask);
-        return fchmod(descriptor_, 0666 & ~mask) == 0;
-    }
+    bool setMode(mode_t mode) const { return fchmod(descriptor_, mode) == 0; }
 
     bool renameTo(const std::string& path) { return renamed_ = std::rename(name_.c_str(), path.c_str()) == 0; }
 
@@ -58,11 +57,37 @@ std::string patternBeside(const std::string& path) {
     return path.substr(0, name) + "." + path.substr(name) + ".XXXXXX";
 }
 
+// That of the file that is replaced, or the one that any new file gets.
+mode_t modeFor(const std::string& path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) == 0) return status.st_mode & 07777;
+    const mode_t mask = umask(0);
+    umask(mask);
+    return 0666 & ~mask;
+}
+
+// The file behind links, which need not exist yet. In a circle of links the system says what is wrong with it.
+std::string behindLinks(const std::string& path) {
+    constexpr int kMostLinks = 40;
+    std::filesystem::path file = path;
+    for (int i = 0; i < kMostLinks; ++i) {
+        std::error_code noLink;
+        const std::filesystem::path target = std::filesystem::read_symlink(file, noLink);
+        if (noLink) break;
+        file = file.parent_path() / target;
+    }
+    return file;
+}
+
+bool replace(const std::string& path, const std::string& content) {
+    TemporaryFile file(patternBeside(path));
+    return file.opened() && file.write(content) && file.setMode(modeFor(path)) && file.renameTo(path);
+}
+
 }  // namespace
 
 void replaceFile(const std::string& path, const std::string& content) {
-    TemporaryFile file(patternBeside(path));
-    if (file.opened() && file.write(content) && file.allowReading() && file.renameTo(path)) return;
+    if (replace(behindLinks(path), content)) return;
     const int error = errno;
     throw Failure("cannot write " + path + ": " + std::strerror(error));
 }

@@ -28,8 +28,18 @@ std::size_t editDistance(const std::string& a, const std::string& b) {
     return row[b.size()];
 }
 
+bool endsWith(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
 std::size_t lengthsApart(const std::string& a, const std::string& b) {
     return std::max(a.size(), b.size()) - std::min(a.size(), b.size());
+}
+
+// None for the key of a section that `name` lacks.
+std::size_t distanceOf(const std::string& name, const std::string& candidate, std::size_t limit) {
+    if (endsWith(candidate, "." + name)) return 0;
+    return lengthsApart(name, candidate) > limit ? limit + 1 : editDistance(name, candidate);
 }
 
 }  // namespace
@@ -41,8 +51,7 @@ std::vector<std::string> nearestNames(const std::string& name, const std::vector
 
     std::vector<std::pair<std::size_t, std::string>> near;
     for (const std::string& candidate : known) {
-        if (lengthsApart(name, candidate) > limit) continue;
-        const std::size_t distance = editDistance(name, candidate);
+        const std::size_t distance = distanceOf(name, candidate, limit);
         if (distance <= limit) near.emplace_back(distance, candidate);
     }
     std::sort(near.begin(), near.end());

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-/// Up to three of `known` that `name` is probably meant to be, the nearest first: few letters differ, and case is
-/// ignored.
+/// Up to three of `known` that `name` is probably meant to be: first the keys of sections, section.NAME, then the
+/// nearest names, in which few letters differ; case is ignored there.
 std::vector<std::string> nearestNames(const std::string& name, const std::vector<std::string>& known);
 
 /// "; did you mean 'A' or 'B'?", or "" for no names.

@@ -8,6 +8,10 @@
 /// JSON whose members keep the order in which they were added.
 using Json = nlohmann::ordered_json;
 
+/// From now on standard output is gathered and written in large pieces, on a terminal at once, and finishOutput knows
+/// why a piece could not be written.
+void gatherOutput();
+
 /// Print "pmenv: text" and "pmenv: warning: text" to standard error.
 void printError(const std::string& text);
 void printWarning(const std::string& text);

@@ -86,3 +86,18 @@ std::string printable(const std::string& text) {
     }
     return shown;
 }
+
+std::string unmistakable(const std::string& text) {
+    const std::string shown = printable(text);
+    const bool isPlain = !text.empty() && shown == text && text.front() != ' ' && text.back() != ' ' &&
+                         text.front() != '"' && text.front() != '(';
+    if (isPlain) return text;
+    std::string quoted;
+    for (std::size_t begin = 0; begin <= text.size();) {
+        const std::size_t end = std::min(text.find_first_of("\"\\", begin), text.size());
+        quoted += printable(text.substr(begin, end - begin));
+        if (end < text.size()) quoted.append("\\").append(1, text[end]);
+        begin = end + 1;
+    }
+    return "\"" + quoted + "\"";
+}

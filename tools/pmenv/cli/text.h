@@ -15,3 +15,7 @@ std::string cutToWidth(const std::string& text, std::size_t width);
 /// `text` with control characters and bytes that are not UTF-8 written as \n, \t, \x1b, so that a value stays on its
 /// line and cannot control the terminal.
 std::string printable(const std::string& text);
+
+/// The text such that it can be told from any other and from a remark like (empty): as it is, or where that could be
+/// mistaken in quotes, with a backslash in front of quotes, backslashes and what would not be seen.
+std::string unmistakable(const std::string& text);
