@@ -48,7 +48,7 @@ TEST_F(PmenvFind, NamesEveryPlaceInOrder) {
               "  9. #EMPTY: the setting is empty\n"
               "  10. #LOOP: cannot be expanded: its references lead back to themselves, or expanding them takes more "
               "than the "
-              "limits allow\n"
+              "limits allow; 'pmenv explain' shows why\n"
               "  11. #BIM: no such setting; did you mean 'BIN'?\n");
 }
 

@@ -1,10 +1,13 @@
 // pmenv path: split, make, shorten, abs.
 #include <filesystem>
+#include <set>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "pmenv/PmenvTest.h"
+
+using nlohmann::json;
 
 namespace {
 
@@ -73,6 +76,26 @@ TEST_F(PmenvPath, AbsSearchesABareNameInIncludePath) {
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.err, "pmenv: y.h: not found; looked in\n  1. .: no such file there\n  2. #INCLUDE_PATH, " +
                                directory_ / "include: no such file there\n");
+}
+
+// The library cuts between bytes; what is shown stays UTF-8, and a few bytes shorter.
+TEST_F(PmenvPath, ShortenNeverCutsACharacter) {
+    const std::string path = "/home/grüße/日本語/x/weekly.md";
+    std::set<std::string> beginnings;
+    for (int width = 16; width <= 40; ++width) {
+        const ProgramResult outcome = run({"path", "shorten", path, std::to_string(width)});
+        ASSERT_EQ(outcome.status, 0) << width;
+        const std::string shortened = outcome.out.substr(0, outcome.out.size() - 1);
+        EXPECT_LE(shortened.size(), static_cast<std::size_t>(width));
+        EXPECT_EQ(json::parse(run({"path", "shorten", path, std::to_string(width), "--json"}).out).at("path"),
+                  shortened)
+            << "no byte of it is replaced";
+        if (shortened != path) beginnings.insert(shortened.substr(0, shortened.find("...")));
+    }
+    EXPECT_THAT(beginnings,
+                testing::IsSupersetOf({"/home/gr", "/home/grü", "/home/grüß", "/home/grüße/", "/home/grüße/日"}));
+    EXPECT_EQ(run({"path", "shorten", "/a/\x80\x80\x80\x80\x80\x80\x80\x80\x80\x80\x80\x80\x80/b/x.md", "14"}).status,
+              0);
 }
 
 }  // namespace

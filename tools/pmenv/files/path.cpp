@@ -1,5 +1,7 @@
 // path: paths split, composed, shortened for display, and made absolute.
+#include <algorithm>
 #include <iostream>
+#include <iterator>
 
 #include "commandLine.h"
 #include "failure.h"
@@ -36,6 +38,18 @@ std::size_t narrowestWidth(const std::string& path) {
     char* extension = nullptr;
     env.KRPSplitPath(path.c_str(), nullptr, &name, &extension);
     return std::string(name).size() + std::string(extension).size() + 5;
+}
+
+// The library cuts between bytes. What is left of a character in front of the cut is taken away as well.
+std::string withoutCutCharacter(std::string shortened, const std::string& path) {
+    const auto isMiddle = [](char byte) { return (static_cast<unsigned char>(byte) & 0xc0) == 0x80; };
+    const auto [cut, rest] = std::mismatch(shortened.begin(), shortened.end(), path.begin(), path.end());
+    if (rest == path.end() || !isMiddle(*rest)) return shortened;
+    auto start = cut;
+    while (start != shortened.begin() && isMiddle(*std::prev(start))) --start;
+    if (start != shortened.begin()) --start;
+    shortened.erase(start, cut);
+    return shortened;
 }
 
 // --- path abs -------------------------------------------------------------------------------------------------------
@@ -89,7 +103,9 @@ int runShorten(const CommandLine& line) {
     const int width = parseWidth(line.arguments()[1]);
     KREnvContainerClass env;
     char shortened[kLongestPath + 1];
-    if (env.KRPAdjustPathLen(path.c_str(), shortened, width) != nullptr) return printPath(line, shortened);
+    if (env.KRPAdjustPathLen(path.c_str(), shortened, width) != nullptr) {
+        return printPath(line, withoutCutCharacter(shortened, path));
+    }
     throw Failure(path + ": cannot be shortened to " + std::to_string(width) +
                   " characters, its name and extension need " + std::to_string(narrowestWidth(path)));
 }
@@ -127,13 +143,15 @@ Command pathMakeCommand() {
 }
 
 Command pathShortenCommand() {
-    return {"path shorten",
-            "shorten a path for display by cutting its middle",
-            {{"PATH", "a path", false, false, Offer::Files},
-             {"WIDTH", "characters; a path of as many or more is shortened to exactly as many"}},
-            {},
-            "pmenv path shorten /home/user/projects/reports/weekly.md 30   prints /home/user/projec...\\weekly.md",
-            runShorten};
+    return {
+        "path shorten",
+        "shorten a path for display by cutting its middle",
+        {{"PATH", "a path", false, false, Offer::Files},
+         {"WIDTH",
+          "bytes; a path of as many or more is shortened to as many, or to a few less so that no character is cut"}},
+        {},
+        "pmenv path shorten /home/user/projects/reports/weekly.md 30   prints /home/user/projec...\\weekly.md",
+        runShorten};
 }
 
 Command pathAbsCommand() {
