@@ -86,7 +86,8 @@ TEST_F(PmenvSettingsFile, NamesAValueThatWasLeftOutAtLoading) {
 
     const ProgramResult bad = runHere({"get", "BAD"}, environment);
     EXPECT_EQ(bad.status, 1);
-    EXPECT_THAT(bad.err, HasSubstr("pmenv: " + ini() + ": BAD: is left out (line 2): " + reason));
+    EXPECT_THAT(bad.err, HasSubstr("pmenv: " + ini() + ": BAD: is left out (line 2): " +
+                                   reason.substr(0, reason.size() - 1) + "; 'pmenv explain' shows why\n"));
 }
 
 TEST_F(PmenvSettingsFile, PmLogDoesNotChangeWhatIsSaid) {

@@ -177,7 +177,7 @@ TEST_F(PmenvExplainLimits, LongCycleIsShownWithItsEnds) {
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.out, HasSubstr("\n  C0 -> C1 -> C2 -> C3 -> C4 -> C5 -> C6 -> C7 -> C8 -> C9 -> C10 -> C11 -> "
                                        "… 286 more … -> C298 -> C299 -> C300 -> C0\n"));
-    EXPECT_THAT(outcome.out, HasSubstr("\n  C11: pressmark.ini:12:7: #(C12)\n  …\n  C298: "));
+    EXPECT_THAT(outcome.out, HasSubstr("\n  C11 at 12:7: #(C12)\n  …\n  C298 at 299:8: "));
 }
 
 // Each level has the one below twice: 65,536 references in sixteen settings, loaded and read.
@@ -212,9 +212,77 @@ TEST_F(PmenvExplainLimits, LongTextsOnTheWayAreCut) {
 TEST_F(PmenvExplainLimits, ManyEntriesOfAKeyAreNamedToTheTenth) {
     const ProgramResult outcome = explain(repeated("A = 1\n", 50'000), {"A"});
     EXPECT_EQ(outcome.out,
-              "A: setting, pressmark.ini:50000:5\n"
+              "pressmark.ini\n\nA: setting at 50000:5\n"
               "│ note    replaces the value of lines 1, 2, 3, 4, 5, 6, 7, 8, 9, 10 and 49,989 more\n"
               "└ value   1\n");
+}
+
+// --- further settings files -----------------------------------------------------------------------------------------
+
+class PmenvExplainFurther : public PmenvExplainLimits {
+protected:
+    PmenvExplainFurther() {
+        directory_.makeDirectory("bin");
+        directory_.writeFile("bin/engine.ini",
+                             "A = 1\nA = #(BASE)/#{BASE}/#(A)\nLOOP = #(LOOP)\nX = #(PING)\nLONG = #(MANY)\n");
+    }
+    ProgramResult explainFurther(Words words) const {
+        words.insert(words.end(), {"--file", "engine.ini"});
+        return explain("KR_BIN = bin\nBASE = /opt\nLOOP = #(LOOP)\nPING = #(PONG)\nPONG = #(PING)\nMANY = " +
+                           repeated("x", 2048) + "\n",
+                       words);
+    }
+};
+
+TEST_F(PmenvExplainFurther, TreeNamesBothFilesOnce) {
+    const ProgramResult outcome = explainFurther({"A"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(outcome.out,
+              "bin/engine.ini\n"
+              "references mean pressmark.ini\n"
+              "\n"
+              "A: setting at 2:5\n"
+              "│ text    #(BASE)/#{BASE}/#(A)\n"
+              "│ note    replaces the value of line 1\n"
+              "├─ #(BASE) at 2:5, when read: setting of pressmark.ini at 2:8\n"
+              "│  └ value   /opt\n"
+              "├─ #(A) at 2:21, when read: not defined anywhere\n"
+              "│  └ value   (empty)\n"
+              "└ value   /opt/#{BASE}/\n");
+}
+
+TEST_F(PmenvExplainFurther, JsonNamesBothFiles) {
+    const json answer = json::parse(explainFurther({"A", "--json"}).out);
+    EXPECT_EQ(answer.at("file"), "bin/engine.ini");
+    EXPECT_EQ(answer.at("pressmark"), "pressmark.ini");
+    EXPECT_EQ(answer.at("value"), "/opt/#{BASE}/");
+    EXPECT_EQ(answer.at("explanation").at("place"), (json{{"line", 2}, {"column", 5}}));
+    EXPECT_EQ(answer.at("explanation").at("replaced"), json::array({1}));
+    EXPECT_EQ(answer.at("explanation").at("steps").at(0).at("at"), (json{{"line", 2}, {"column", 5}}));
+    EXPECT_EQ(json::parse(explain("A = 1\n", {"A", "--json"}).out).count("pressmark"), 0u);
+}
+
+TEST_F(PmenvExplainFurther, FailuresAreToldAsOfAnyText) {
+    const ProgramResult loop = explainFurther({"LOOP"});
+    EXPECT_EQ(loop.status, 1);
+    EXPECT_THAT(loop.out, HasSubstr("\n  LOOP -> LOOP\n  LOOP at 3:8: #(LOOP)\n"));
+    EXPECT_THAT(explainFurther({"X"}).out, HasSubstr("\n  PING -> PONG -> PING\n  PING at 4:8: #(PONG)\n"));
+    EXPECT_THAT(explainFurther({"LONG"}).out, HasSubstr("\n└ no value: it has 2,048 characters, the limit is 2,047\n"));
+    EXPECT_EQ(explainFurther({"LOPO"}).err, "pmenv: bin/engine.ini: LOPO: no such setting; did you mean 'LOOP'?\n");
+    directory_.writeFile("bin/engine.ini", "A = 1\n nonsense\n");
+    EXPECT_EQ(explainFurther({"A"}).err,
+              "pmenv: cannot load the settings: bin/engine.ini:2:2: missing '=', expected KEY = value\n");
+}
+
+// --- texts that could be mistaken -----------------------------------------------------------------------------------
+
+TEST_F(PmenvExplainLimits, NothingIsToldFromATextThatSaysSo) {
+    const std::string settings = "A = #(E)#(W)\nE =\nW = (empty)\nB = C:\\temp\nC = C:\\\temp\n";
+    EXPECT_THAT(explain(settings, {"A"}).out, HasSubstr("│  └ value   (empty)\n├─ #(W)"));
+    EXPECT_THAT(explain(settings, {"A"}).out, HasSubstr("│  └ value   \"(empty)\"\n└ value   \"(empty)\"\n"));
+    EXPECT_THAT(explain(settings, {"B"}).out, HasSubstr("└ value   C:\\temp\n"));
+    EXPECT_THAT(explain(settings, {"C"}).out, HasSubstr("└ value   \"C:\\\\\\temp\"\n"));
 }
 
 // --- the terminal, usage --------------------------------------------------------------------------------------------
@@ -224,7 +292,7 @@ TEST_F(PmenvExplainLimits, TerminalHasColourAndCutsAllButTheFinalText) {
     const std::string ini = directory_.writeFile("pressmark.ini", "A = #(B)\nB = " + longText + "\n");
     TerminalRun run({PMENV_BINARY, "--ini", ini, "explain", "A"}, environmentOfTests(), 60, 20);
     EXPECT_EQ(run.finish(), 0);
-    EXPECT_THAT(run.output(), StartsWith("\x1b[1mA\x1b[0m: setting, "));
+    EXPECT_THAT(run.output(), StartsWith(ini + "\r\n\r\n\x1b[1mA\x1b[0m: setting at 1:5\r\n"));
     EXPECT_THAT(run.output(), HasSubstr("│  └ value   " + longText.substr(0, 46) + "…\r\n"));
     EXPECT_THAT(run.output(), HasSubstr("└ value   \x1b[32m" + longText + "\x1b[0m\r\n"));
 }

@@ -10,12 +10,12 @@
 #include <gmock/gmock.h>
 
 #include "EnvSettings.h"
-#include "explanation.h"
+#include "explain/explanation.h"
+#include "explain/observedSettings.h"
 #include "failure.h"
 #include "krenv.h"
 #include "krs.h"
 #include "libraryLog.h"
-#include "observedSettings.h"
 #include "support/ScopedEnv.h"
 #include "support/TempDir.h"
 #include "support/repeated.h"
@@ -253,6 +253,95 @@ TEST_F(ExplanationTest, SuggestionsTakeLimitedTime) {
     const Explanation explanation = explainSetting(load(settings), "A");
     ASSERT_EQ(1U, explanation.root.steps.size());
     EXPECT_THAT(explanation.root.steps[0].nearest, IsEmpty());
+}
+
+// --- what is left out -----------------------------------------------------------------------------------------------
+
+struct Shown {
+    std::size_t steps = 0;
+    std::size_t leftOut = 0;
+};
+
+Shown shownIn(const ExplainedValue& value) {
+    Shown shown{value.steps.size(), value.stepsLeftOut};
+    for (const ExplainedValue& step : value.steps) {
+        const Shown below = shownIn(step);
+        shown.steps += below.steps;
+        shown.leftOut += below.leftOut;
+    }
+    return shown;
+}
+
+// Twenty settings with twenty references each, which were replaced when the file was loaded.
+TEST_F(ExplanationTest, TreeOfMoreThanTwoHundredReferencesCountsTheOthers) {
+    std::string text = "N = 1\n";
+    std::string all;
+    for (int i = 0; i < 20; ++i) {
+        text += "S" + std::to_string(i) + " = " + repeated("#{N} ", 20) + "\n";
+        all += "#(S" + std::to_string(i) + ")";
+    }
+    const Shown shown = shownIn(explainSetting(load(text + "ALL = " + all + "\n"), "ALL").root);
+    EXPECT_EQ(200U, shown.steps);
+    EXPECT_EQ(220U, shown.leftOut);
+}
+
+TEST_F(ExplanationTest, TreeOfMoreThanTwentyLevelsCountsTheOthers) {
+    std::string text = "C0 = x\n";
+    for (int i = 1; i <= 30; ++i) text += "C" + std::to_string(i) + " = #{C" + std::to_string(i - 1) + "}\n";
+    const ObservedSettings& settings = load(text);
+    EXPECT_EQ(20U, shownIn(explainSetting(settings, "C20").root).steps);
+    EXPECT_EQ(0U, shownIn(explainSetting(settings, "C20").root).leftOut);
+    EXPECT_EQ(20U, shownIn(explainSetting(settings, "C21").root).steps);
+    EXPECT_EQ(1U, shownIn(explainSetting(settings, "C21").root).leftOut);
+    EXPECT_EQ(20U, shownIn(explainSetting(settings, "C30").root).steps);
+    EXPECT_EQ(10U, shownIn(explainSetting(settings, "C30").root).leftOut);
+}
+
+// Each has the one below it twice.
+TEST_F(ExplanationTest, WideTreeCountsAllReferencesBelow) {
+    std::string text = "D0 = x\n";
+    for (int i = 1; i <= 18; ++i) {
+        const std::string below = "#{D" + std::to_string(i - 1) + "}";
+        text += "D" + std::to_string(i) + " = " + below + " " + below + "\n";
+    }
+    const Shown shown = shownIn(explainSetting(load(text), "D18").root);
+    EXPECT_EQ(200U, shown.steps);
+    EXPECT_EQ((std::size_t{1} << 19) - 2, shown.steps + shown.leftOut);
+}
+
+TEST_F(ExplanationTest, EntriesThatWereLeftOutAreNamedByTheirLines) {
+    const ScopedEnv loop("EXPLAIN_1", "${EXPLAIN_1}");
+    const ObservedSettings& settings =
+        load("A = ${EXPLAIN_1}\nA = 2\nA = ${EXPLAIN_1}\nB = ${EXPLAIN_1}\nC = #(B)\nD = #{B}\n" +
+             repeated("E = ${EXPLAIN_1}\n", 12));
+    EXPECT_THAT(explainSetting(settings, "A").root.leftOut.lines, ElementsAre(1, 3));
+    EXPECT_THAT(explainSetting(settings, "A").root.replaced.lines, IsEmpty());
+    const Explanation absent = explainSetting(settings, "B");
+    EXPECT_THAT(absent.root.leftOut.lines, IsEmpty()) << "the entry that is shown is not another one";
+    ASSERT_TRUE(absent.failure);
+    EXPECT_TRUE(absent.failure->atLoad);
+    EXPECT_THAT(explainSetting(settings, "C").root.steps.at(0).leftOut.lines, ElementsAre(4));
+    EXPECT_THAT(explainSetting(settings, "D").root.steps.at(0).leftOut.lines, ElementsAre(4));
+    EXPECT_EQ(0, explainSetting(settings, "D").root.steps.at(0).definedBelow);
+    const ExplainedValue many = explainSetting(settings, "E").root;
+    EXPECT_EQ(10U, many.leftOut.lines.size());
+    EXPECT_EQ(1U, many.leftOut.more);
+}
+
+// A process variable that is not set has nothing to do with a setting of its name.
+TEST_F(ExplanationTest, AnUnsetVariableIsNoSetting) {
+    const ScopedEnv unset("EXPLAIN_NONE", nullptr);
+    const ScopedEnv loop("EXPLAIN_1", "${EXPLAIN_1}");
+    const ObservedSettings& settings =
+        load("A = $(EXPLAIN_NONE)${EXPLAIN_NONE}\nEXPLAIN_NONE = ${EXPLAIN_1}\nEXPLAIN_NONE = 1\n");
+    const Explanation explanation = explainSetting(settings, "A");
+    ASSERT_EQ(2U, explanation.root.steps.size());
+    for (const ExplainedValue& step : explanation.root.steps) {
+        EXPECT_EQ(ExplainedValue::Source::Nowhere, step.source);
+        EXPECT_EQ(0, step.definedBelow);
+        EXPECT_THAT(step.leftOut.lines, IsEmpty());
+    }
+    EXPECT_EQ("", explanation.value);
 }
 
 TEST_F(ExplanationTest, FileThatIsRejectedIsAFailure) {

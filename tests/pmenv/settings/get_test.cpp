@@ -26,7 +26,7 @@ struct GetRow {
 TEST_F(PmenvGet, PrintsTheValueOrSaysWhatIsWrong) {
     const std::string cycle =
         ": cannot be expanded: its references lead back to themselves, or expanding them takes more than the limits "
-        "allow\n";
+        "allow; 'pmenv explain' shows why\n";
     const GetRow rows[] = {
         {{"get", "KR_VERSION"}, 0, "12\n", ""},
         {{"get", "KR_VERSION", "KR_BUILD"}, 0, "12\n345\n", ""},
@@ -62,9 +62,8 @@ TEST_F(PmenvGet, NamesALongValueAsOverTheLimit) {
     EXPECT_EQ(runHere({"get", "FITS"}).out.size(), 2048u);
     const ProgramResult outcome = runHere({"get", "WHOLE"});
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_THAT(
-        outcome.err,
-        HasSubstr(":2: WHOLE: cannot be expanded: its expanded value has 2048 characters, the limit is 2047\n"));
+    EXPECT_THAT(outcome.err, HasSubstr(":2: WHOLE: cannot be expanded: its expanded value has 2048 characters, the "
+                                       "limit is 2047; 'pmenv explain' shows why\n"));
 }
 
 TEST_F(PmenvGet, JsonHasNullForWhatIsAbsent) {
@@ -80,6 +79,32 @@ TEST_F(PmenvGet, JsonReplacesBytesThatAreNoUtf8) {
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(json::parse(outcome.out).at("A"), "x\xef\xbf\xbd\"\\\x01y");
     EXPECT_EQ(runHere({"get", "A"}).out, "x\xff\"\\\x01y\n") << "the plain form gives the bytes themselves";
+}
+
+TEST_F(PmenvGet, DefaultStandsForWhatDoesNotExist) {
+    const GetRow rows[] = {
+        {{"get", "NONE", "--default", "x y"}, 0, "x y\n", ""},
+        {{"get", "NONE", "--default="}, 0, "\n", ""},
+        {{"get", "NONE", "KR_BUILD", "EMPTY", "--default", "#(BASE)"}, 0, "#(BASE)\n345\n\n", ""},
+        {{"get", "NONE", "--raw", "--default", "x"}, 0, "x\n", ""},
+    };
+    for (const GetRow& row : rows) {
+        const ProgramResult outcome = runHere(row.words);
+        EXPECT_EQ(outcome.status, row.exitCode) << testing::PrintToString(row.words);
+        EXPECT_EQ(outcome.out, row.output);
+        EXPECT_EQ(outcome.err, row.errors);
+    }
+    EXPECT_EQ(json::parse(runHere({"get", "NONE", "--json", "--default", "x"}).out), (json{{"NONE", "x"}}));
+    const ProgramResult loop = runHere({"get", "LOOP", "--default", "x"});
+    EXPECT_EQ(loop.status, 1) << "it exists, and cannot be read";
+    EXPECT_EQ(loop.out, "");
+}
+
+TEST_F(PmenvGet, SuggestsTheKeyOfASection) {
+    EXPECT_EQ(runHere({"get", "threads"}).err,
+              "pmenv: " + ini() + ": threads: no such setting; did you mean 'engine.threads'?\n");
+    EXPECT_EQ(runHere({"explain", "threads"}).err,
+              "pmenv: " + ini() + ": threads: no such setting; did you mean 'engine.threads'?\n");
 }
 
 // --- get --file ----------------------------------------------------------------------------------------------------
@@ -111,7 +136,7 @@ protected:
 TEST_F(PmenvGetFile, PrintsTheValueOrSaysWhatIsWrong) {
     const std::string cycle =
         ": cannot be expanded: its references lead back to themselves, or expanding them takes more than the limits "
-        "allow\n";
+        "allow; 'pmenv explain' shows why\n";
     const GetRow rows[] = {
         {{"PLUGINS"}, 0, "/opt/pm/plugins:/home/user\n", ""},
         {{"PLUGINS", "--raw"}, 0, "#(BASE)/plugins:$(HOME)\n", ""},

@@ -28,7 +28,7 @@ TEST_F(PmenvList, ShowsTheFileAndEverySettingAligned) {
                                "KR_BUILD  345           345\n"
                                "LOG       $(HOME)/logs  /home/user/logs\n"
                                "a.b       grüße!        grüße!\n"
-                               "a.tab     1\\t2          1\\t2\n");
+                               "a.tab     \"1\\t2\"        \"1\\t2\"\n");
 }
 
 TEST_F(PmenvList, CutsNothingOnAPipe) {
@@ -79,6 +79,48 @@ TEST_F(PmenvList, JsonGivesEachKeyWithItsLine) {
     EXPECT_THAT(list["settings"][0].at("problem").get<std::string>(), StartsWith("cannot be expanded"));
     EXPECT_EQ(list["settings"][1],
               (json{{"key", "B"}, {"line", 3}, {"stored", "$(HOME)"}, {"expanded", "/home/user"}}));
+}
+
+TEST_F(PmenvList, PatternChoosesNames) {
+    const std::string head = ini() + "\n\nKEY             STORED  EXPANDED\n";
+    EXPECT_EQ(runHere({"list", "engine.*"}).out, head + "engine.threads  8       8\n");
+    EXPECT_EQ(runHere({"list", "*thr??d[s]"}).out, head + "engine.threads  8       8\n");
+    EXPECT_EQ(runHere({"list", "KR_*"}).out,
+              ini() + "\n\nKEY         STORED  EXPANDED\nKR_VERSION  12      12\nKR_BUILD    345     345\n");
+    EXPECT_EQ(runHere({"list", "BASE"}).status, 0) << "the one that cannot be expanded was not asked for";
+    EXPECT_EQ(json::parse(runHere({"list", "BASE", "--json"}).out).at("settings").size(), 1u);
+
+    const ProgramResult none = runHere({"list", "base"});
+    EXPECT_EQ(none.status, 1);
+    EXPECT_EQ(none.out, "");
+    EXPECT_EQ(none.err, "pmenv: " + ini() + ": no setting matches 'base'\n");
+}
+
+TEST_F(PmenvList, OfAFurtherFile) {
+    directory_.makeDirectory("bin");
+    directory_.writeFile("pressmark.ini", "KR_BIN = " + directory_ / "bin" + "\nBASE = /opt\n");
+    const std::string file = directory_.writeFile("bin/engine.ini", "BASE = #{BASE}\nDIR = #(BASE)/x\nEMPTY =\n");
+    EXPECT_EQ(runHere({"list", "--file", "engine.ini"}).out, file +
+                                                                 "\n\n"
+                                                                 "KEY    STORED     EXPANDED\n"
+                                                                 "BASE   #{BASE}    #{BASE}\n"
+                                                                 "DIR    #(BASE)/x  /opt/x\n"
+                                                                 "EMPTY\n");
+    const json list = json::parse(runHere({"list", "D*", "--file", "engine.ini", "--json"}).out);
+    EXPECT_EQ(list.at("file"), file);
+    EXPECT_EQ(list.at("settings"),
+              (json::array({{{"key", "DIR"}, {"line", 2}, {"stored", "#(BASE)/x"}, {"expanded", "/opt/x"}}})));
+}
+
+TEST_F(PmenvList, ValuesCannotBeMistaken) {
+    directory_.writeFile("pressmark.ini", "A = C:\\temp\nB = C:\\temp\t\"\nC = (cannot be expanded)\nD = \" x\"\n");
+    EXPECT_EQ(runHere({"list"}).out, ini() +
+                                         "\n\n"
+                                         "KEY  STORED                  EXPANDED\n"
+                                         "A    C:\\temp                 C:\\temp\n"
+                                         "B    \"C:\\\\temp\\t\\\"\"          \"C:\\\\temp\\t\\\"\"\n"
+                                         "C    \"(cannot be expanded)\"  \"(cannot be expanded)\"\n"
+                                         "D    \" x\"                    \" x\"\n");
 }
 
 }  // namespace

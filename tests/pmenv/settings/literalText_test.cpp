@@ -5,7 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "literalText.h"
+#include "check/literalText.h"
 #include "support/repeated.h"
 
 using testing::ElementsAre;

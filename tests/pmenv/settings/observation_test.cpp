@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "observation.h"
+#include "explain/observation.h"
 
 namespace {
 

@@ -16,6 +16,7 @@ namespace {
 
 constexpr std::size_t kLongestPath = 4095;
 
+const char* const kShowsWhy = "; 'pmenv explain' shows why";
 const char* const kCycle = "its references lead back to themselves, or expanding them takes more than the limits allow";
 
 std::vector<KRSEntry> entriesOf(int table) {
@@ -40,16 +41,9 @@ Setting settingOf(int table, const KRSEntry& entry) {
     if (value.has()) {
         setting.expanded = value.get();
     } else {
-        setting.problem = "cannot be expanded: " + expansionProblem(entry.value);
+        setting.problem = "cannot be expanded: " + expansionProblem(entry.value) + kShowsWhy;
     }
     return setting;
-}
-
-std::string pathBelowBin(const Settings& settings, const std::string& name) {
-    const Setting directory = settings.read("KR_BIN");
-    if (directory.expanded) return *directory.expanded + "/" + name;
-    throw Failure(settings.file() + ": KR_BIN: " + directory.problem +
-                  "\nA further settings file is read from the directory that this setting names.");
 }
 
 }  // namespace
@@ -94,7 +88,8 @@ Setting Settings::read(const std::string& name) const {
 
 std::string Settings::whyAbsent(const std::string& name) const {
     for (const LeftOut& left : leftOut_) {
-        if (left.name == name) return "is left out (line " + std::to_string(left.line) + "): " + kCycle;
+        if (left.name != name) continue;
+        return "is left out (line " + std::to_string(left.line) + "): " + kCycle + kShowsWhy;
     }
     std::vector<std::string> names;
     for (const KRSEntry& entry : entriesOf(table_)) {
@@ -103,12 +98,20 @@ std::string Settings::whyAbsent(const std::string& name) const {
     return "no such setting" + didYouMean(nearestNames(name, names));
 }
 
-FurtherSettings::FurtherSettings(const Settings& settings, const std::string& name)
-    : Settings(NotLoaded{}, pathBelowBin(settings, name)) {
-    if (file().size() > kLongestPath) {
-        throw Failure("the path has " + std::to_string(file().size()) + " characters, the limit is " +
-                      std::to_string(kLongestPath) + ": " + file().substr(0, 60) + "...");
+std::string furtherFile(const Settings& settings, const std::string& name) {
+    const Setting directory = settings.read("KR_BIN");
+    if (!directory.expanded) {
+        throw Failure(settings.file() + ": KR_BIN: " + directory.problem +
+                      "\nA further settings file is read from the directory that this setting names.");
     }
+    std::string path = *directory.expanded + "/" + name;
+    if (path.size() <= kLongestPath) return path;
+    throw Failure("the path has " + std::to_string(path.size()) + " characters, the limit is " +
+                  std::to_string(kLongestPath) + ": " + path.substr(0, 60) + "...");
+}
+
+FurtherSettings::FurtherSettings(const Settings& settings, const std::string& name)
+    : Settings(NotLoaded{}, furtherFile(settings, name)) {
     LogPause quiet;
     KREnvContainerClass env;
     nEnvSettings::gFileInitTable(env, name.c_str(), table_);

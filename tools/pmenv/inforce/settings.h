@@ -57,6 +57,10 @@ private:
     std::vector<LeftOut> leftOut_;
 };
 
+/// The path of the further settings file `name`, in the directory that the setting KR_BIN names. Throws Failure when
+/// there is no KR_BIN, or the path is too long.
+std::string furtherFile(const Settings& settings, const std::string& name);
+
 /// A further settings file, in the directory that the setting KR_BIN names. Its values are stored as the file has them;
 /// their references are expanded against `settings`.
 class FurtherSettings : public Settings {

@@ -25,6 +25,7 @@ std::string programDirectory() {
 SearchResult searchSettingsFile() { return searchFile(kFileName, {programDirectory(), "$KR_BIN", "HOME"}, nullptr); }
 
 std::string settingsFile(const CommandLine& line) {
+    if (line.texts("ini").size() > 1) throw Failure("--ini is given twice; which settings are meant?", kExitUsage);
     if (line.has("ini")) return chosenFile(line.text("ini"));
     const SearchResult result = searchSettingsFile();
     if (result.path) return *result.path;
@@ -33,3 +34,16 @@ std::string settingsFile(const CommandLine& line) {
 }
 
 Settings loadSettings(const CommandLine& line) { return Settings(settingsFile(line)); }
+
+std::string furtherName(const CommandLine& line) {
+    if (!line.has("file") || !line.text("file").empty()) return line.text("file");
+    throw Failure("--file needs the name of a settings file, not an empty text", kExitUsage);
+}
+
+Option furtherFileOption() {
+    return {"file", Option::Kind::FurtherFile, "FILE", "read FILE in the directory that the setting KR_BIN names"};
+}
+
+AskedSettings::AskedSettings(const CommandLine& line) : name_(furtherName(line)), pressmark_(loadSettings(line)) {
+    if (!name_.empty()) further_.emplace(pressmark_, name_);
+}

@@ -1,6 +1,7 @@
 // settingsFile.h - which settings file this run of pmenv reads.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "commandLine.h"
@@ -18,3 +19,22 @@ std::string settingsFile(const CommandLine& line);
 
 /// The settings of that file.
 Settings loadSettings(const CommandLine& line);
+
+/// The name that --file gives; "" without it. Throws Failure when it is empty.
+std::string furtherName(const CommandLine& line);
+
+/// The option --file of commands that read settings.
+Option furtherFileOption();
+
+/// The settings that the command is about: of the file of --file, else of pressmark.ini.
+class AskedSettings {
+public:
+    explicit AskedSettings(const CommandLine& line);
+
+    const Settings& operator*() const { return further_ ? *further_ : pressmark_; }
+
+private:
+    std::string name_;  // of --file
+    Settings pressmark_;
+    std::optional<FurtherSettings> further_;
+};

@@ -1,6 +1,9 @@
 // list: every setting of the file, as stored and as expanded.
+#include <algorithm>
 #include <iostream>
+#include <iterator>
 
+#include <fnmatch.h>
 #include <unistd.h>
 
 #include "commandLine.h"
@@ -8,6 +11,7 @@
 #include "output.h"
 #include "settingsFile.h"
 #include "table.h"
+#include "text.h"
 
 namespace {
 
@@ -27,19 +31,44 @@ void printListJson(const Settings& settings, const std::vector<Setting>& all) {
     printJson(list);
 }
 
+std::string shown(const std::string& value) { return value.empty() ? value : unmistakable(value); }
+
+// Remarks are in parentheses, which a value is told from by quotes.
+std::string expandedText(const Setting& setting) {
+    return setting.expanded ? shown(*setting.expanded) : "(cannot be expanded)";
+}
+
 void printListTable(const Settings& settings, const std::vector<Setting>& all) {
     Table table({{"KEY"}, {"STORED"}, {"EXPANDED"}});
     for (const Setting& setting : all) {
-        table.add({setting.name, *setting.stored, setting.expanded.value_or("(cannot be expanded)")});
+        table.add({setting.name, shown(*setting.stored), expandedText(setting)});
     }
     const auto size = terminalSize();
     std::cout << settings.file() << "\n\n"
               << table.text(Style(STDOUT_FILENO), size ? std::optional(size->columns) : std::nullopt);
 }
 
-int run(const CommandLine& line) {
-    const Settings settings = loadSettings(line);
+// Those whose name the pattern matches, as a shell matches a file's.
+std::vector<Setting> matching(const std::vector<Setting>& all, const std::string& pattern) {
+    std::vector<Setting> found;
+    std::copy_if(all.begin(), all.end(), std::back_inserter(found),
+                 [&](const Setting& setting) { return fnmatch(pattern.c_str(), setting.name.c_str(), 0) == 0; });
+    return found;
+}
+
+std::vector<Setting> askedOf(const CommandLine& line, const Settings& settings) {
     const std::vector<Setting> all = settings.all();
+    if (line.arguments().empty()) return all;
+    const std::string& pattern = line.arguments()[0];
+    std::vector<Setting> found = matching(all, pattern);
+    if (found.empty()) throw Failure(settings.file() + ": no setting matches '" + pattern + "'");
+    return found;
+}
+
+int run(const CommandLine& line) {
+    const AskedSettings asked(line);
+    const Settings& settings = *asked;
+    const std::vector<Setting> all = askedOf(line, settings);
     if (line.has("json")) {
         printListJson(settings, all);
     } else {
@@ -60,11 +89,15 @@ int run(const CommandLine& line) {
 Command listCommand() {
     return {"list",
             "print where the settings file is, and every setting as stored and as expanded",
-            {},
-            {},
-            "pmenv list                       a table, cut to the terminal's width\n"
-            "pmenv list | grep LOG            on a pipe nothing is cut\n"
-            "pmenv list --ini ./pressmark.ini the settings of that file",
+            {{"PATTERN", "only settings of such names, * for any characters; quote it from the shell", true, false,
+              Offer::Settings}},
+            {furtherFileOption()},
+            "pmenv list                        a table, cut to the terminal's width\n"
+            "pmenv list 'engine.*'             the settings of a section\n"
+            "pmenv list --file engine.ini      those of a further settings file\n"
+            "pmenv list | grep LOG             on a pipe nothing is cut\n"
+            "pmenv list --ini ./pressmark.ini  the settings of that file",
             run,
-            "On a terminal long values are cut to its width; on a pipe nothing is cut."};
+            "On a terminal long values are cut to its width; on a pipe nothing is cut. A value that could be mistaken "
+            "for another, or for a remark, is shown in quotes, with a backslash in front of what would not be seen."};
 }

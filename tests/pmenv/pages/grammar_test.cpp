@@ -1,0 +1,173 @@
+// All commands: what their help shows can be typed, and their numbers have bounds.
+#include <algorithm>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "commandLine.h"
+#include "commands.h"
+#include "failure.h"
+#include "pmenv/PmenvTest.h"
+
+using testing::HasSubstr;
+
+namespace {
+
+Words wordsOf(const Command& command) {
+    Words words;
+    std::istringstream name(command.name);
+    for (std::string word; name >> word;) words.push_back(word);
+    return words;
+}
+
+// --- numbers --------------------------------------------------------------------------------------------------------
+
+// The command with as many arguments as it needs.
+Words typed(const Command& command) {
+    Words words = wordsOf(command);
+    for (const Argument& argument : command.arguments) {
+        if (!argument.optional) words.push_back("x");
+    }
+    return words;
+}
+
+bool accepts(const Command& command, const Option& option, const std::string& number) {
+    Words words = typed(command);
+    words.push_back(std::string("--") + option.name + "=" + number);
+    try {
+        CommandLine::parse(pmenvGrammar(), words);
+        return true;
+    } catch (const Failure& failure) {
+        EXPECT_THAT(failure.what(), HasSubstr(std::string("--") + option.name + " needs a ")) << command.name;
+        EXPECT_EQ(kExitUsage, failure.exitCode());
+        return false;
+    }
+}
+
+TEST(Grammar, EveryNumberIsTakenUpToItsBoundsAndRefusedBeyond) {
+    std::size_t numbers = 0;
+    for (const Command& command : pmenvGrammar().commands) {
+        for (const Option& option : command.options) {
+            if (option.kind != Option::Kind::Number) continue;
+            SCOPED_TRACE(std::string(command.name) + " --" + option.name);
+            ++numbers;
+            EXPECT_LT(option.least, option.most);
+            EXPECT_TRUE(accepts(command, option, std::to_string(option.least)));
+            EXPECT_TRUE(accepts(command, option, std::to_string(option.most)));
+            EXPECT_FALSE(accepts(command, option, std::to_string(option.least - 0.5)));
+            EXPECT_FALSE(accepts(command, option, std::to_string(option.most + 0.5)));
+            EXPECT_EQ(!option.whole, accepts(command, option, std::to_string(option.least + 0.5)));
+            for (const char* const text : {"", "x", "1x", "-1", "+1", " 1", "nan", "inf", "1e999"}) {
+                EXPECT_FALSE(accepts(command, option, text)) << text;
+            }
+        }
+    }
+    EXPECT_GT(numbers, 5U);
+}
+
+// --- examples -------------------------------------------------------------------------------------------------------
+
+struct Example {
+    std::string line;         // "pmenv get KR_VERSION"
+    std::string description;  // "prints 12"
+};
+
+std::vector<Example> examplesOf(const Command& command) {
+    std::vector<Example> examples;
+    std::istringstream lines(command.examples);
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t gap = std::min(line.find("  "), line.size());
+        const std::size_t description = std::min(line.find_first_not_of(' ', gap), line.size());
+        examples.push_back({line.substr(0, gap), line.substr(description)});
+    }
+    return examples;
+}
+
+// The words of the first command of a line, as a shell parts them.
+Words partedByAShell(const std::string& line, const std::string& directory) {
+    const ScopedCwd here(directory);
+    const std::string script =
+        "pmenv() { printf '%s\\n' \"$@\" >&3; return 0; }; { " + line + " || :; } 3>words >output 2>&1";
+    EXPECT_EQ(0, runProgram({"/bin/bash", "-c", script}).status) << line;
+    Words words;
+    std::istringstream parted(readFileText("words"));
+    for (std::string word; std::getline(parted, word);) words.push_back(word);
+    return words;
+}
+
+TEST(Grammar, EveryExampleCanBeTyped) {
+    const TempDir directory;
+    std::size_t examples = 0;
+    for (const Command& command : pmenvGrammar().commands) {
+        for (const Example& example : examplesOf(command)) {
+            SCOPED_TRACE(example.line);
+            ++examples;
+            EXPECT_THAT(example.line, HasSubstr(std::string("pmenv ") + command.name));
+            EXPECT_NO_THROW({
+                const CommandLine line =
+                    CommandLine::parse(pmenvGrammar(), partedByAShell(example.line, directory.path()));
+                EXPECT_STREQ(command.name, line.command()->name);
+            });
+        }
+    }
+    EXPECT_GT(examples, 25U);
+}
+
+// A host on which the examples of the commands about settings and files have something to say.
+class PmenvExamples : public Pmenv {
+protected:
+    PmenvExamples() {
+        directory_.makeDirectory("bin");
+        directory_.makeDirectory("conf");
+        directory_.makeDirectory("logs");
+        directory_.makeDirectory("home");
+        const std::string settings =
+            "KR_VERSION = 12\nKR_BUILD = 345\nLOG_DIR = $(HOME)/logs\nUSERS = 10\nKR_BIN = " + directory_ / "bin" +
+            "\nINCLUDE_PATH = /usr/include:" + directory_.path() + "\n[engine]\nTHREADS = 8\n";
+        for (const char* const file : {"pressmark.ini", "new.ini", "conf/a.ini", "product.ini"}) {
+            directory_.writeFile(file, settings);
+        }
+        directory_.writeFile("bin/engine.ini", "TIMEOUT = 30\n");
+        directory_.writeFile("engine.cfg");
+        directory_.writeFile("stdio.h");
+        directory_.writeFile("logs/a.log", "x");
+    }
+
+    ProgramResult runLine(const std::string& line) const {
+        const ScopedCwd here(directory_.path());
+        const std::string script = "pmenv() { \"$0\" \"$@\"; }; " + line;
+        return runProgram({"/bin/bash", "-c", script, PMENV_BINARY},
+                          environmentOf({{"HOME", "/home/user"}, {"KR_BIN", directory_.path()}}));
+    }
+};
+
+// "prints 12" is what it prints. Where others stand for it, as in "prints where stdio.h is", that it works is enough.
+TEST_F(PmenvExamples, OfSettingsAndFilesDoWhatTheySay) {
+    const std::set<std::string> elsewhere{"stats", "judge", "report"};
+    std::size_t compared = 0;
+    for (const Command& command : pmenvGrammar().commands) {
+        if (elsewhere.count(wordsOf(command)[0]) != 0) continue;
+        for (const Example& example : examplesOf(command)) {
+            SCOPED_TRACE(example.line);
+            const ProgramResult outcome = runLine(example.line);
+            EXPECT_NE(outcome.status, 2) << outcome.err;
+            const bool needsAnother =
+                example.line.find(" /opt/pm") != std::string::npos || example.line.find("../") != std::string::npos;
+            EXPECT_TRUE(needsAnother || outcome.status == 0) << outcome.out << outcome.err;
+            std::istringstream words(example.description);
+            std::string prints, printed;
+            words >> prints;
+            std::getline(words >> std::ws, printed);
+            if (prints != "prints" || needsAnother || printed.find(' ') != std::string::npos) continue;
+            EXPECT_EQ(outcome.out, printed + "\n");
+            ++compared;
+        }
+    }
+    EXPECT_GE(compared, 4U);
+}
+
+}  // namespace

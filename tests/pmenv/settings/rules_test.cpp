@@ -1,0 +1,222 @@
+// The rules of pmenv check: each finds what it is about, where it is, and leaves alone what only looks like it.
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "check/check.h"
+#include "support/ScopedEnv.h"
+#include "support/TempDir.h"
+#include "support/repeated.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+class Rules : public testing::Test {
+protected:
+    // What the rule finds in the text: "LINE:COLUMN+LENGTH text".
+    std::vector<std::string> find(const std::string& rule, const std::string& text, bool further = false) const {
+        const std::string file = directory_.writeFile(further ? "engine.ini" : "pressmark.ini", text);
+        const std::string pressmark = directory_.writeFile("settings.ini", "KR_VERSION = 1\nBOTH = 1\n");
+        std::vector<std::string> found;
+        for (const CheckFinding& finding : checkFile({file, "", further ? pressmark : "", {}}).findings) {
+            if (finding.rule->name != rule) continue;
+            found.push_back(std::to_string(finding.line) + ":" + std::to_string(finding.column) + "+" +
+                            std::to_string(finding.length) + " " + finding.text);
+        }
+        return found;
+    }
+
+    // The same without the texts.
+    std::vector<std::string> placesOf(const std::string& rule, const std::string& text) const {
+        std::vector<std::string> places;
+        for (const std::string& found : find(rule, text)) places.push_back(found.substr(0, found.find(' ')));
+        return places;
+    }
+
+    const TempDir directory_;
+    const ScopedEnv home_{"HOME", "/home/user"};
+    const ScopedEnv unset_{"PM_NOT_SET", nullptr};
+    const ScopedEnv base_{"BASE", nullptr};
+};
+
+// --- all of them ----------------------------------------------------------------------------------------------------
+
+TEST_F(Rules, EachFindsItsExampleAndNotWhatIsToBeWrittenInstead) {
+    for (const Rule& rule : allRules()) {
+        SCOPED_TRACE(rule.name);
+        if (std::string(rule.name) == "too-much-work") continue;
+        ASSERT_NE(nullptr, rule.example);
+        ASSERT_NE(nullptr, rule.instead);
+        const bool further = find(rule.name, rule.example).empty();  // what is looked for in such files only
+        EXPECT_FALSE(find(rule.name, rule.example, further).empty());
+        EXPECT_THAT(find(rule.name, rule.instead, further), IsEmpty());
+    }
+}
+
+TEST_F(Rules, HaveNamesOfTheirOwn) {
+    std::set<std::string> names;
+    for (const Rule& rule : allRules()) names.insert(rule.name);
+    EXPECT_EQ(allRules().size(), names.size());
+}
+
+TEST_F(Rules, AtOnePlaceComeInTheOrderOfTheList) {
+    const std::string file = directory_.writeFile("a.ini", "a b = 1\nA B = 1\na b = 2\n");
+    std::vector<std::string> names;
+    for (const CheckFinding& finding : checkFile({file, "", "", {}}).findings) {
+        names.push_back(std::to_string(finding.line) + " " + finding.rule->name);
+    }
+    EXPECT_THAT(names, ElementsAre("1 unreachable-name", "2 differs-by-case", "2 unreachable-name", "3 duplicate-key",
+                                   "3 unreachable-name"));
+}
+
+// --- what people mistype --------------------------------------------------------------------------------------------
+
+TEST_F(Rules, TrailingComment) {
+    const char* const rule = "trailing-comment";
+    EXPECT_THAT(find(rule, "A = 80 ; the port\n"),
+                ElementsAre("1:8+10 this belongs to the value; a comment stands on a line of its own"));
+    EXPECT_THAT(placesOf(rule, "A = 80\t# x\nB = 1 ;x\nC = ; x\nD = a (b) ; c\nE = \"a\" ; b\n"),
+                ElementsAre("1:8+3", "2:7+2", "3:5+3", "4:11+3", "5:9+3"));
+    for (const char* const value : {"a;b", "a#b", "a #fff", "a #(B)", "(a ; b)", "{a ; b}", "\"a ; b\"",
+                                    "\"a\" \"; b\" c", ";", "#", "a ;", "a #", ""}) {
+        EXPECT_THAT(find(rule, std::string("A = ") + value + "\n"), IsEmpty()) << value;
+    }
+}
+
+TEST_F(Rules, OneSidedQuote) {
+    const char* const rule = "one-sided-quote";
+    EXPECT_THAT(find(rule, "A = \"a b\n"), ElementsAre("1:5+1 a quote at one end only belongs to the value"));
+    EXPECT_THAT(placesOf(rule, "A = a b\"\nB = \"\nC = \"a\" \"b\n"), ElementsAre("1:8+1", "2:5+1", "3:5+1"));
+    EXPECT_THAT(placesOf(rule, "A = \"a b\"\nB = \"a b\" -c\nC = -c \"a b\"\nD = a\"b\nE =\nF = \"\"\n"), IsEmpty());
+}
+
+TEST_F(Rules, CarriageReturn) {
+    EXPECT_THAT(placesOf("carriage-return", "A = 1\rB = 2\r; c\r"), ElementsAre("1:6+1"));
+    EXPECT_THAT(placesOf("carriage-return", "; a\rA = 1\r\nB = 2\r\n"), ElementsAre("1:4+1"));
+    EXPECT_THAT(placesOf("carriage-return", "A = 1\r\nB = 2\r\n"), IsEmpty());
+}
+
+TEST_F(Rules, ByteOrderMark) {
+    EXPECT_THAT(placesOf("byte-order-mark",
+                         "\xef\xbb\xbf"
+                         "A = 1\n\xef\xbb\xbf"
+                         "B = \xef\xbb\xbf\n"),
+                ElementsAre("2:1+3"));
+    EXPECT_THAT(placesOf("byte-order-mark",
+                         "\xef\xbb\xbf\xef\xbb\xbf"
+                         "A = 1\n"),
+                ElementsAre("1:1+3"));
+    EXPECT_THAT(placesOf("byte-order-mark", "A = 1\n  \xef\xbb\xbf[b]\n"), ElementsAre("2:3+3"));
+    EXPECT_THAT(placesOf("byte-order-mark",
+                         "\xef\xbb\xbf"
+                         "A = \xef\xbb\xbe\n"),
+                IsEmpty());
+}
+
+TEST_F(Rules, NotAReferenceToAKeyOfASection) {
+    EXPECT_THAT(placesOf("not-a-reference", "A = #( sec1.K) #(sec-1.K ) #(s.K\n"),
+                ElementsAre("1:5+10", "1:16+11", "1:28+5"));
+    EXPECT_THAT(placesOf("not-a-reference", "A = $HOME.txt $HOME-x\n"), ElementsAre("1:5+5", "1:15+5"));
+    EXPECT_THAT(placesOf("not-a-reference", "A = $(date -u)\n"), IsEmpty());
+}
+
+// --- names ----------------------------------------------------------------------------------------------------------
+
+TEST_F(Rules, UnreachableName) {
+    const char* const rule = "unreachable-name";
+    EXPECT_THAT(
+        find(rule, "[a b]\nK = 1\n"),
+        ElementsAre("1:2+3 no reference can name the keys of section 'a b'; a name in a reference has no blanks "
+                    "and no parentheses"));
+    EXPECT_THAT(find(rule, "[s]\nmy key = 1\n"),
+                ElementsAre("2:1+6 no reference can name 's.my key'; a name in a reference has no blanks and no "
+                            "parentheses"));
+    EXPECT_THAT(placesOf(rule, "a(b = 1\n  a\tb = 1\n [  x)y ] ; z\n"), ElementsAre("1:1+3", "2:3+3", "3:5+3"));
+    EXPECT_THAT(placesOf(rule, "[a-b.c]\nk.l_m{}$#;=1\n[]\n[ ]\n"), IsEmpty());
+}
+
+TEST_F(Rules, DiffersByCase) {
+    const char* const rule = "differs-by-case";
+    EXPECT_THAT(find(rule, "Ab = 1\nX = 1\nAB = 2\n"),
+                ElementsAre("3:1+2 'AB' and 'Ab' on line 1 differ by case only and are two settings"));
+    EXPECT_THAT(placesOf(rule, "[s]\na = 1\n[S]\na = 1\na = 2\n"), ElementsAre("4:1+1"));
+    EXPECT_THAT(placesOf(rule, "A = 1\nA = 2\n[s]\na = 1\n"), IsEmpty());
+}
+
+TEST_F(Rules, DuplicateKeyWhoseValueWasUsed) {
+    const char* const rule = "duplicate-key";
+    EXPECT_THAT(
+        find(rule, "A = 1\nB = #{A}\nC = #{A}\nA = 2\n"),
+        ElementsAre("4:1+1 'A' is set again; its value from line 1 counts on line 2, which refers to it, and no "
+                    "more from here on"));
+    EXPECT_THAT(find(rule, "A = 1\nB = #(A)\nA = 2\nC = #{A}\n"),
+                ElementsAre("3:1+1 'A' is set again; its value from line 1 is lost"));
+    EXPECT_THAT(
+        find(rule, "A = 1\nA = 2\nB = #{A}\nA = 3\n"),
+        ElementsAre("2:1+1 'A' is set again; its value from line 1 is lost",
+                    "4:1+1 'A' is set again; its value from line 2 counts on line 3, which refers to it, and no "
+                    "more from here on"));
+    EXPECT_THAT(find(rule, "A = 1\nA = #{A},2\n"), IsEmpty());
+    EXPECT_THAT(placesOf(rule, "A = 1\nB = #{A}\nA = #{A},2\nA = 3\n"), ElementsAre("4:1+1"));
+}
+
+// --- references -----------------------------------------------------------------------------------------------------
+
+TEST_F(Rules, CircleOfSevenToTwelveLinksIsToldWhole) {
+    for (int links = 2; links <= 14; ++links) {
+        std::string text;
+        for (int i = 1; i <= links; ++i) {
+            text += "C" + std::to_string(i) + " = #(C" + std::to_string(i % links + 1) + ")\n";
+        }
+        std::string chain = "C1 (line 1)";
+        for (int i = 2; i <= links; ++i) {
+            if (links > 11 && i > 6 && i <= links - 5) continue;  // thirteen names or more
+            if (links > 11 && i == links - 4) chain += " -> ... " + std::to_string(links - 11) + " more ...";
+            chain += " -> C" + std::to_string(i) + " (line " + std::to_string(i) + ")";
+        }
+        EXPECT_EQ("1:6+5 the references lead in a circle: " + chain + " -> C1 (line 1); the setting cannot be read",
+                  find("cycle", text).at(0))
+            << links;
+    }
+}
+
+TEST_F(Rules, CircleThatIsNotWrittenInTheValueIsToldOfTheWholeValue) {
+    EXPECT_THAT(
+        find("cycle", "NAME = A\nA = x#(#(NAME))\n"),
+        ElementsAre("2:5+11 the references lead in a circle: A (line 2) -> A (line 2); the setting cannot be read"));
+    EXPECT_THAT(find("cycle", "O = #{\nA = #{O}A}\n"), IsEmpty());
+}
+
+TEST_F(Rules, VariableThatASettingIsNamedLike) {
+    EXPECT_THAT(find("unset-variable", "BASE = 1\nA = $(BASE)\nB = ${BASE}\nC = $(PM_NOT_SET)\n"),
+                ElementsAre("2:5+7 the process variable 'BASE' is not set; did you mean the setting, '#(BASE)'?",
+                            "3:5+7 the process variable 'BASE' is not set; did you mean the setting, '#{BASE}'?",
+                            "4:5+13 the process variable 'PM_NOT_SET' is not set"));
+}
+
+TEST_F(Rules, WhatOneSettingsReferenceLacksIsToldOnce) {
+    EXPECT_THAT(find("undefined-setting", "A = #(B)\nB = #(C)\nC = #(NONE_LIKE_IT)\n"),
+                ElementsAre("3:5+15 the setting 'NONE_LIKE_IT' is not defined"));
+    EXPECT_THAT(placesOf("undefined-setting", "C = #(NONE_LIKE_IT)\nB = #(C)\nA = #(B)#(C)\n"), ElementsAre("1:5+15"));
+    EXPECT_THAT(placesOf("undefined-setting", "A = #(B)#(NONE)\nB = #(NONE)\n"), ElementsAre("1:9+7", "2:5+7"));
+}
+
+TEST_F(Rules, LimitOfASettingThatOthersReferTo) {
+    const std::string half = repeated("x", 1024);
+    EXPECT_THAT(find("limit", "A = #(B)\nB = #(C)#(C)\nC = " + half + "\n"),
+                ElementsAre("1:5+4 the expanded value has 2048 characters, the limit is 2047",
+                            "2:5+8 the expanded value has 2048 characters, the limit is 2047"));
+    EXPECT_THAT(find("limit", "A = #(B)\nB = #(C)" + half.substr(1) + "\nC = " + half + "\n"), IsEmpty());
+}
+
+TEST_F(Rules, MissingReleaseIsOfPressmarkIniOnly) {
+    EXPECT_THAT(find("missing-release", ""), ElementsAre("1:1+1 KR_VERSION is not set", "1:1+1 KR_BUILD is not set"));
+    EXPECT_THAT(find("missing-release", "", true), IsEmpty());
+}
+
+}  // namespace

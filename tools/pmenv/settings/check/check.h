@@ -1,0 +1,30 @@
+// check.h - everything that is wrong with a settings file, found in one run.
+//
+// The references are expanded by the library itself, which tells an observer what it meets. A file that the library
+// would refuse is loaded without the refused lines, so that the rest of it is checked as well.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "check/rule.h"
+
+struct CheckedFile {
+    std::string file;
+    std::vector<SettingsLine> lines;
+    std::vector<CheckFinding> findings;  ///< by line and column
+
+    /// The line of a finding; "" in an empty file.
+    std::string sourceOf(const CheckFinding& finding) const;
+};
+
+/// What is to be checked, and how.
+struct CheckRequest {
+    std::string path;
+    std::string name;       ///< what the file is called; that of the path unless it is given
+    std::string pressmark;  ///< for a further settings file, the pressmark.ini that its references mean; else ""
+    std::vector<std::string> ignored;  ///< names of rules
+};
+
+/// Checks a file as a program would load it, with this process's environment. Throws Failure when it cannot be read.
+CheckedFile checkFile(const CheckRequest& request);

@@ -1,0 +1,188 @@
+// check: what is wrong with settings files.
+#include <algorithm>
+#include <functional>
+#include <iostream>
+
+#include <unistd.h>
+
+#include "check/findings.h"
+#include "check/input.h"
+#include "commandLine.h"
+#include "failure.h"
+#include "nearest.h"
+#include "settingsFile.h"
+
+namespace {
+
+struct Counts {
+    std::size_t errors = 0;
+    std::size_t warnings = 0;
+    std::size_t unreadable = 0;
+};
+
+int printRules(const CommandLine& line) {
+    if (line.has("json")) {
+        printJson(rulesJson());
+    } else {
+        std::cout << rulesText(Style(STDOUT_FILENO));
+    }
+    return kExitDone;
+}
+
+// Tells on standard error which file is checked, because it was not named.
+std::string fileInForce(const CommandLine& line) {
+    std::string file = settingsFile(line);
+    if (line.has("ini")) return file;
+    const SearchResult result = searchSettingsFile();
+    const std::string found = file + ", found in " + result.variable;
+    std::cerr << "checking " << found
+              << (result.places.empty() ? "" : "; not found before that in" + placesText(result.places)) << "\n";
+    return file;
+}
+
+void printFindings(const CheckedFile& checked) {
+    const Style style(STDOUT_FILENO);
+    for (const CheckFinding& finding : checked.findings) std::cout << findingText(checked, finding, style);
+}
+
+Json checkedJson(const CheckedFile& checked) {
+    Json json{{"file", checked.file}, {"findings", Json::array()}};
+    for (const CheckFinding& finding : checked.findings) json["findings"].push_back(findingJson(checked, finding));
+    return json;
+}
+
+// What is checked, and what came of it.
+class Run {
+public:
+    Run(const CommandLine& line, Json* answer) : line_(line), ignored_(line.texts("ignore")), answer_(answer) {}
+
+    Counts checkAll();
+
+private:
+    void attempt(const std::string& argument, const std::function<void()>& check);
+    void checkFurther(const std::string& name);
+    void take(const CheckedFile& checked);
+
+    const CommandLine& line_;
+    std::vector<std::string> ignored_;
+    Json* answer_;  // null for people
+    Counts counts_;
+};
+
+// One file after the other; one that cannot be read does not keep the others from being checked.
+Counts Run::checkAll() {
+    const std::string further = furtherName(line_);
+    if (!further.empty()) {
+        attempt(further, [&] { checkFurther(further); });
+    } else if (line_.arguments().empty()) {
+        const std::string file = fileInForce(line_);
+        attempt(file, [&] { take(checkInput(file, ignored_)); });
+    }
+    for (const std::string& argument : line_.arguments()) {
+        std::vector<std::string> files;
+        attempt(argument, [&] { files = settingsFilesOf(argument); });
+        for (const std::string& file : files) attempt(file, [&] { take(checkInput(file, ignored_)); });
+    }
+    return counts_;
+}
+
+void Run::attempt(const std::string& argument, const std::function<void()>& check) {
+    try {
+        check();
+    } catch (const Failure& failure) {
+        ++counts_.unreadable;
+        printError(failure.what());
+        if (answer_ != nullptr) answer_->push_back({{"file", argument}, {"problem", failure.what()}});
+    }
+}
+
+void Run::checkFurther(const std::string& name) {
+    const std::string pressmark = settingsFile(line_);
+    const std::string file = furtherFile(Settings(pressmark), name);
+    take(checkFile({file, file, pressmark, ignored_}));
+}
+
+void Run::take(const CheckedFile& checked) {
+    for (const CheckFinding& finding : checked.findings) {
+        ++(finding.rule->isError() ? counts_.errors : counts_.warnings);
+    }
+    if (answer_ != nullptr) {
+        answer_->push_back(checkedJson(checked));
+    } else {
+        printFindings(checked);
+    }
+}
+
+std::string numbered(std::size_t number, const char* what) {
+    return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
+}
+
+std::string summaryOf(const Counts& counts) {
+    const std::string text = numbered(counts.errors, "error") + ", " + numbered(counts.warnings, "warning");
+    return counts.unreadable == 0 ? text : text + ", " + numbered(counts.unreadable, "file") + " not read";
+}
+
+[[noreturn]] void failUsage(const std::string& what) { throw Failure(what + "; see 'pmenv check --help'", kExitUsage); }
+
+void requireRule(const std::string& name) {
+    std::vector<std::string> names;
+    for (const Rule& rule : allRules()) names.emplace_back(rule.name);
+    if (std::find(names.begin(), names.end(), name) != names.end()) return;
+    const std::string meant = didYouMean(nearestNames(name, names));
+    throw Failure("--ignore " + name + ": there is no such rule" + (meant.empty() ? ";" : meant) +
+                      " 'pmenv check --rules' tells them",
+                  kExitUsage);
+}
+
+void checkUsage(const CommandLine& line) {
+    const bool hasFiles = !line.arguments().empty();
+    if (hasFiles && line.has("ini")) failUsage("FILE and --ini do not go together, each names what is checked");
+    if (hasFiles && line.has("file")) failUsage("FILE and --file do not go together");
+    for (const std::string& name : line.texts("ignore")) requireRule(name);
+}
+
+int run(const CommandLine& line) {
+    if (line.has("rules")) return printRules(line);
+    checkUsage(line);
+    const bool asJson = line.has("json");
+    Json answer = Json::array();
+    const Counts counts = Run(line, asJson ? &answer : nullptr).checkAll();
+    if (asJson) {
+        printJson(answer);
+    } else {
+        std::cout.flush();  // the findings first, where both go to one place
+        std::cerr << summaryOf(counts) << "\n";
+    }
+    const bool wrong = counts.errors > 0 || counts.unreadable > 0 || (line.has("strict") && counts.warnings > 0);
+    return wrong ? kExitWrong : kExitDone;
+}
+
+}  // namespace
+
+Command checkCommand() {
+    return {
+        "check",
+        "find everything that is wrong with settings files",
+        {{"FILE",
+          "a settings file, checked as if it were pressmark.ini; a directory for all *.ini below it; - for standard "
+          "input; without one, the pressmark.ini in force",
+          true, true, Offer::Files}},
+        {{"file", Option::Kind::FurtherFile, "FILE",
+          "check FILE in the directory that the setting KR_BIN names, whose references mean pressmark.ini"},
+         {"ignore", Option::Kind::Text, "RULE", "do not look for what RULE finds; may be given several times"},
+         {"strict", Option::Kind::Flag, nullptr, "exit 1 also when there are only warnings"},
+         {"rules", Option::Kind::Flag, nullptr, "print what is looked for, with an example each, and exit"}},
+        "pmenv check                         the pressmark.ini that programs here would load\n"
+        "pmenv check conf --strict           for a pipeline: all *.ini below conf, exit 1 on any finding\n"
+        "pmenv check new.ini --json          findings as data\n"
+        "pmenv check --file engine.ini       a further settings file, beside the pressmark.ini in force\n"
+        "pmenv check new.ini --ignore unset-variable",
+        run,
+        "Each file is checked as a program would load it as pressmark.ini. A finding is printed as "
+        "file:line:column: error: text [rule], with the line and what is meant underlined, as editors and "
+        "pipelines understand it. The exit status is 1 when there is an error or a file cannot be read, with "
+        "--strict also when there are only warnings.\n\n"
+        "With --file it is a further settings file, as get --file reads it: its references mean pressmark.ini "
+        "and the process, never the file itself, and braces are not expanded in it.\n\n"
+        "References to process variables are checked against the environment of this command."};
+}

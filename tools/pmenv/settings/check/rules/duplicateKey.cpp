@@ -1,0 +1,30 @@
+// A key that is set more than once.
+#include "check/rule.h"
+
+namespace {
+
+// LIST = #{LIST},more
+bool takesOver(const Entry& entry) { return entry.value.find("#{" + entry.key + "}") != std::string::npos; }
+
+std::string fateOf(const Entry& earlier) {
+    const std::string value = "; its value from " + onLine(earlier.line);
+    if (earlier.usedBy == 0) return value + " is lost";
+    return value + " counts on " + onLine(earlier.usedBy) + ", which refers to it, and no more from here on";
+}
+
+void check(const Entry& entry, const SettingsText& settings, Report& report) {
+    if (!entry.previous || (takesOver(entry) && !settings.isFurther())) return;
+    report.atKey(entry, quoted(entry.key) + " is set again" + fateOf(settings.entries()[*entry.previous]));
+}
+
+}  // namespace
+
+Rule duplicateKeyRule() {
+    return {"duplicate-key",
+            Rule::Severity::Warning,
+            "A key that stands further up as well. The later value counts, the earlier one is lost, except for "
+            "references in braces between the two. A later value may take the earlier one over: LIST = #{LIST},more.",
+            "LIST = a\nLIST = b\n",
+            "LIST = a\nLIST = #{LIST},b\n",
+            check};
+}

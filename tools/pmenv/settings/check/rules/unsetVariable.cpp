@@ -1,0 +1,28 @@
+// A reference to a process variable that is not set.
+#include "check/references.h"
+#include "check/rule.h"
+
+namespace {
+
+void check(const Expansion& expansion, const SettingsText& settings, Report& report) {
+    for (const Reference& reference : expansion.references) {
+        if (whatIsWrong(reference, expansion, settings) != Misreference::UnsetVariable) continue;
+        const bool isSetting = settings.find(reference.name) != nullptr && !settings.isFurther();
+        report.atReference(*expansion.entry, reference,
+                           "the process variable " + quoted(reference.name) + " is not set" +
+                               (isSetting ? meansOther("setting", expansion.asWritten('#', reference.name))
+                                          : settings.nearestVariables(reference.name)));
+    }
+}
+
+}  // namespace
+
+Rule unsetVariableRule() {
+    return {"unset-variable",
+            Rule::Severity::Warning,
+            "A reference to a variable that the process environment does not have. It expands to nothing; the programs "
+            "that read the file may have another environment than this command.",
+            "BASE = /opt/pm\nLOG_DIR = $(BASE)/log\n",
+            "BASE = /opt/pm\nLOG_DIR = #(BASE)/log\n",
+            check};
+}

@@ -1,0 +1,117 @@
+// explain: why a value is what it is.
+#include <iostream>
+#include <string>
+
+#include <unistd.h>
+
+#include "commandLine.h"
+#include "explain/explanation.h"
+#include "explain/explanationJson.h"
+#include "explain/explanationText.h"
+#include "failure.h"
+#include "krenv.h"
+#include "nearest.h"
+#include "settingsFile.h"
+
+namespace {
+
+void checkAsked(const CommandLine& line) {
+    const bool hasName = !line.arguments().empty();
+    if (hasName && line.has("text")) {
+        throw Failure("NAME and --text do not go together; see 'pmenv explain --help'", kExitUsage);
+    }
+    if (line.has("text") && line.has("file")) {
+        throw Failure("--text and --file do not go together; see 'pmenv explain --help'", kExitUsage);
+    }
+    if (!hasName && !line.has("text")) {
+        throw Failure("'explain' needs NAME or --text; see 'pmenv explain --help'", kExitUsage);
+    }
+}
+
+// Fills the run-time table as a host program would.
+void setRunTimeValue(const std::string& assignment) {
+    const std::size_t equals = assignment.find('=');
+    if (equals == std::string::npos) {
+        throw Failure("--set needs NAME=VALUE, not '" + assignment + "'; see 'pmenv explain --help'", kExitUsage);
+    }
+    const std::string name = assignment.substr(0, equals);
+    KREnvContainerClass env;
+    if (env.KRESetEnvValue(name.c_str(), assignment.c_str() + equals + 1) != nullptr) return;
+    throw Failure("--set " + name.substr(0, 60) +
+                      ": the run-time table refuses it; it holds 1024 names, names and values of 255 characters",
+                  kExitUsage);
+}
+
+Explanation explained(const CommandLine& line) {
+    const std::string further = furtherName(line);
+    const std::string file = further.empty() ? "" : furtherFile(loadSettings(line), further);
+    const ObservedSettings settings(settingsFile(line));
+    if (!further.empty()) return explainFurther(settings, FurtherEntries(file), line.arguments()[0]);
+    return line.has("text") ? explainText(settings, line.text("text")) : explainSetting(settings, line.arguments()[0]);
+}
+
+void print(const Explanation& explanation) {
+    const auto size = terminalSize();
+    std::cout << explanationText(explanation, Style(STDOUT_FILENO), size ? std::optional(size->columns) : std::nullopt);
+}
+
+int run(const CommandLine& line) {
+    checkAsked(line);
+    for (const std::string& assignment : line.texts("set")) setRunTimeValue(assignment);
+    const Explanation explanation = explained(line);
+    const bool undefined = explanation.failure && explanation.failure->reason == ExplainedFailure::Reason::NotDefined;
+    if (line.has("json")) {
+        printJson(explanationJson(explanation));
+    } else if (!undefined) {
+        print(explanation);
+    }
+    if (undefined) {
+        printError(explanation.file + ": " + explanation.name + ": " + failureText(*explanation.failure) +
+                   didYouMean(explanation.root.nearest));
+    }
+    return explanation.failure ? kExitWrong : kExitDone;
+}
+
+}  // namespace
+
+Command explainCommand() {
+    return {
+        "explain",
+        "print where a value comes from, step by step",
+        {{"NAME", "a setting; with its section in front where it has one: section.KEY", true, false, Offer::Settings}},
+        {furtherFileOption(),
+         {"text", Option::Kind::Text, "TEXT",
+          "explain how this text is expanded when it is read, instead of a setting"},
+         {"set", Option::Kind::Text, "NAME=VALUE",
+          "set a run-time value first, as a program does; may be given several times"}},
+        "pmenv explain LOG_DIR                      a tree down to the sources, the final text last\n"
+        "pmenv explain LOG_DIR --json               the same as data\n"
+        "pmenv explain TIMEOUT --file engine.ini    a setting of a further settings file\n"
+        "pmenv explain --text '$(HOME)/#(LOG_DIR)'  any text, quoted from the shell\n"
+        "pmenv explain USERS --set USERS=50         as in a program that has set it",
+        run,
+        "The answer is a tree: the setting's text in the file, each reference in the order in which the "
+        "library replaces them, with what it stands for, and the final text last. A reference in braces "
+        "was replaced when the file was loaded, one in parentheses when the value is read. Where there is "
+        "no value, the last lines say why; a cycle is shown as a chain, A -> B -> A, with the place of "
+        "each. Up to 20 references of a text, 20 levels and about 200 references in all are shown, and "
+        "how many more there are.\n\n"
+        "The settings file is named once, at the top; a place like 35:16 is a line and a column of it. A text that "
+        "could be mistaken for another, or for a remark like (empty), is shown in quotes, with a backslash in front of "
+        "what would not be seen.\n\n"
+        "With --file the references mean pressmark.ini, never FILE itself.\n\n"
+        "A value of --set counts before the setting of that name and is not expanded.\n\n"
+        "With --json the answer is an object with file; with --file, pressmark (the file that references mean); name "
+        "(not for a text); value (the final text, or "
+        "null); failure (null, or an object with reason, when it happened (load or read), text, and for a "
+        "cycle the chain); and explanation. This one, and each of its steps, has source (setting, "
+        "environment, run-time table, text or nowhere), place (line and column, of a setting), raw (the "
+        "value at its source), stored (a setting as it was loaded, null when it was left out) and value "
+        "(what it became, null where that failed). A step also has reference (as written), expanded (load "
+        "or read) and at (where it stands: line and column in the file, or the column alone in another "
+        "text; null when a substitution put it there).\n\n"
+        "Where they apply: replaced and leftOut (lines of other entries of the same key), definedBelow "
+        "(the line of a setting that did not exist yet), hidden (the place of a setting that a run-time "
+        "value hides), nearest (names that may be meant), stepsLeftOut (how many more references there "
+        "are at all levels below), rawLength and the like (the length of a text that is cut)."};
+}
