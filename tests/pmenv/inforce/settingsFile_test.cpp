@@ -72,7 +72,7 @@ TEST_F(PmenvSettingsFile, ShowsWhereARejectedFileIsWrong) {
     }
 }
 
-// The process variable refers to itself, so that the value has a cycle when the file is loaded.
+// The environment variable refers to itself, so that the value has a cycle when the file is loaded.
 TEST_F(PmenvSettingsFile, NamesAValueThatWasLeftOutAtLoading) {
     directory_.writeFile("pressmark.ini", "GOOD = 1\nBAD = a${SELF}\n");
     const Environment environment{{"SELF", "${SELF}"}};

@@ -336,7 +336,7 @@ TEST_F(PmenvCheckFurther, BracesAreNotExpanded) {
 
 TEST_F(PmenvCheckFurther, ACircleOfPressmarkIniIsAFindingToo) {
     EXPECT_THAT(checkFurther("LOOP = 1\nA = #(LOOP)\n").out,
-                HasSubstr(":2:5: error: the references lead in a circle: A -> LOOP -> LOOP; the setting cannot be read "
+                HasSubstr(":2:5: error: the references form a cycle: A -> LOOP -> LOOP; the setting cannot be read "
                           "[cycle]\n"));
 }
 

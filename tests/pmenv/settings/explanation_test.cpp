@@ -328,7 +328,7 @@ TEST_F(ExplanationTest, EntriesThatWereLeftOutAreNamedByTheirLines) {
     EXPECT_EQ(1U, many.leftOut.more);
 }
 
-// A process variable that is not set has nothing to do with a setting of its name.
+// A environment variable that is not set has nothing to do with a setting of its name.
 TEST_F(ExplanationTest, AnUnsetVariableIsNoSetting) {
     const ScopedEnv unset("EXPLAIN_NONE", nullptr);
     const ScopedEnv loop("EXPLAIN_1", "${EXPLAIN_1}");

@@ -179,7 +179,7 @@ TEST_F(Rules, CircleOfSevenToTwelveLinksIsToldWhole) {
             if (links > 11 && i == links - 4) chain += " -> ... " + std::to_string(links - 11) + " more ...";
             chain += " -> C" + std::to_string(i) + " (line " + std::to_string(i) + ")";
         }
-        EXPECT_EQ("1:6+5 the references lead in a circle: " + chain + " -> C1 (line 1); the setting cannot be read",
+        EXPECT_EQ("1:6+5 the references form a cycle: " + chain + " -> C1 (line 1); the setting cannot be read",
                   find("cycle", text).at(0))
             << links;
     }
@@ -188,15 +188,15 @@ TEST_F(Rules, CircleOfSevenToTwelveLinksIsToldWhole) {
 TEST_F(Rules, CircleThatIsNotWrittenInTheValueIsToldOfTheWholeValue) {
     EXPECT_THAT(
         find("cycle", "NAME = A\nA = x#(#(NAME))\n"),
-        ElementsAre("2:5+11 the references lead in a circle: A (line 2) -> A (line 2); the setting cannot be read"));
+        ElementsAre("2:5+11 the references form a cycle: A (line 2) -> A (line 2); the setting cannot be read"));
     EXPECT_THAT(find("cycle", "O = #{\nA = #{O}A}\n"), IsEmpty());
 }
 
 TEST_F(Rules, VariableThatASettingIsNamedLike) {
     EXPECT_THAT(find("unset-variable", "BASE = 1\nA = $(BASE)\nB = ${BASE}\nC = $(PM_NOT_SET)\n"),
-                ElementsAre("2:5+7 the process variable 'BASE' is not set; did you mean the setting, '#(BASE)'?",
-                            "3:5+7 the process variable 'BASE' is not set; did you mean the setting, '#{BASE}'?",
-                            "4:5+13 the process variable 'PM_NOT_SET' is not set"));
+                ElementsAre("2:5+7 the environment variable 'BASE' is not set; did you mean the setting, '#(BASE)'?",
+                            "3:5+7 the environment variable 'BASE' is not set; did you mean the setting, '#{BASE}'?",
+                            "4:5+13 the environment variable 'PM_NOT_SET' is not set"));
 }
 
 TEST_F(Rules, WhatOneSettingsReferenceLacksIsToldOnce) {

@@ -13,7 +13,7 @@ namespace {
 
 // --- variables ------------------------------------------------------------------------------------------------------
 
-// The process variable that a path variable names; "" for a setting or a literal list.
+// The environment variable that a path variable names; "" for a setting or a literal list.
 std::string environmentNameOf(const std::string& variable) {
     if (variable == "PATH" || variable == "HOME" || variable == "MYDOCUMENTS") return variable;
     return variable[0] == '$' ? variable.substr(1) : "";

@@ -27,7 +27,7 @@ std::string placeOf(const Settings& settings, const Setting& setting);
 class Settings {
 public:
     /// Loads `file` as the library's settings. Throws Failure with the reason, line and column when it is rejected.
-    /// A value that the library left out because its references go round in a circle is warned about by name.
+    /// A value that the library left out because its references form a cycle gets a warning with its name.
     explicit Settings(std::string file);
 
     const std::string& file() const { return file_; }

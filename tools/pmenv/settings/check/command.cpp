@@ -184,5 +184,5 @@ Command checkCommand() {
         "--strict also when there are only warnings.\n\n"
         "With --file it is a further settings file, as get --file reads it: its references mean pressmark.ini "
         "and the process, never the file itself, and braces are not expanded in it.\n\n"
-        "References to process variables are checked against the environment of this command."};
+        "References to environment variables are checked against the environment of this command."};
 }

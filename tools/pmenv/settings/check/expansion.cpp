@@ -124,7 +124,7 @@ void ExpansionWatch::found(const KRSReference& reference) {
     levels_.push_back({{name.substr(0, kLongestName), reference.isVariable(), hashOf(value)}, watched || isNew, isNew});
 }
 
-// In the entry's own value, or in that of a process variable, which no line of the file could be blamed for.
+// In the entry's own value, or in that of an environment variable, which no line of the file could be blamed for.
 void ExpansionWatch::note(const KRSReference& reference, const std::string& name) {
     const bool isDefined = reference.value != nullptr;
     if (watched_.back().expansion.when == When::Loading && !reference.isVariable()) countUse(name);

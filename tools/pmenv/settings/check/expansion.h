@@ -16,7 +16,7 @@ struct Reference {
     std::string name;
     bool isVariable;
     bool isDefined;
-    std::string variable;                 ///< the process variable whose value holds it; "" for the entry's own value
+    std::string variable;                 ///< the environment variable whose value holds it; "" for the own value
     std::optional<std::size_t> position;  ///< in the entry's value; none for one that forms while it is expanded
 };
 
@@ -48,8 +48,8 @@ struct Expansion {
     std::string asWritten(char sign, const std::string& name) const;
 };
 
-/// Loads the file and reads every value that a program could ask for, once each; hands over what became of it. A further
-/// file is not loaded: nothing in it is expanded before it is read, and that against `pressmark`, the path of
+/// Loads the file and reads every value that a program could ask for, once each; hands over what became of it. A
+/// further file is not loaded: nothing in it is expanded before it is read, and that against `pressmark`, the path of
 /// pressmark.ini. Throws Failure when the library cannot load what it is to load.
 void expandAll(SettingsText& settings, const std::string& pressmark,
                const std::function<void(const Expansion&)>& visit);

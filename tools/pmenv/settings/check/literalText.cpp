@@ -84,7 +84,7 @@ std::vector<LiteralText> literalTexts(const std::string& value, const std::strin
         behindLast = still + length;
         std::string text = "'" + written + "' is no reference and stays as it stands; ";
         text += opening != 0 ? "a reference is written " + written.substr(0, 1) + "(NAME), without blanks"
-                             : "a process variable is written $(" + written.substr(1) + ")";
+                             : "an environment variable is written $(" + written.substr(1) + ")";
         texts.push_back({at, length, std::move(text)});
     }
     return texts;

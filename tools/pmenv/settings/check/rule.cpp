@@ -25,7 +25,7 @@ void Report::atReference(const Entry& entry, const Reference& reference, const s
     if (reference.position) {
         inValue(entry, *reference.position, reference.written.size(), text);
     } else if (!reference.variable.empty()) {
-        atValue(entry, text + " (in the value of the process variable " + reference.variable + ")");
+        atValue(entry, text + " (in the value of the environment variable " + reference.variable + ")");
     } else {
         atValue(entry, text + " (the reference " + quoted(reference.written) + " forms while it is expanded)");
     }

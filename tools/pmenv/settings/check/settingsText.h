@@ -64,7 +64,7 @@ public:
 
     /// Names of the settings that references in this file mean; its own unless they are set.
     void setReferable(std::vector<std::string> names) { referable_ = std::move(names); }
-    /// "; did you mean 'A'?" for a setting or a process variable that does not exist.
+    /// "; did you mean 'A'?" for a setting or an environment variable that does not exist.
     std::string nearestSettings(const std::string& name) const;
     std::string nearestVariables(const std::string& name) const;
 

@@ -12,7 +12,7 @@
 #include "explain/observation.h"
 #include "explain/observedSettings.h"
 
-/// A place in the settings file, or with line 0 in the text or the process variable around it. Counted from 1.
+/// A place in the settings file, or with line 0 in the text or the environment variable around it. Counted from 1.
 struct FilePlace {
     int line;
     std::size_t column;

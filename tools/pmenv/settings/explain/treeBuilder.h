@@ -1,5 +1,5 @@
-// treeBuilder.h - from what was observed of a resolution to the tree that is shown. The tree is bounded; what is left out
-// is counted.
+// treeBuilder.h - from what was observed of a resolution to the tree that is shown. The tree is bounded; what is left
+// out is counted.
 #pragma once
 
 #include <cstddef>
@@ -13,8 +13,8 @@
 #include "explain/furtherEntries.h"
 #include "explain/observedSettings.h"
 
-/// The text in which references stand: an entry's value as the file has it or as it was stored, a process variable's
-/// value, a text of the user's.
+/// The text in which references stand: an entry's value as the file has it or as it was stored, an environment
+/// variable's value, a text of the user's.
 struct Around {
     const ObservedEntry* entry = nullptr;
     bool stored = false;

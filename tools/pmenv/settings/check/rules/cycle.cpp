@@ -4,7 +4,7 @@
 namespace {
 
 std::string linkText(const ChainLink& link, const SettingsText& settings) {
-    if (link.isVariable) return link.name + " (process variable)";
+    if (link.isVariable) return link.name + " (environment variable)";
     const Entry* const entry = settings.isFurther() ? nullptr : settings.find(link.name);
     return entry == nullptr ? link.name : link.name + " (" + onLine(entry->line) + ")";
 }
@@ -24,7 +24,7 @@ std::string chainText(const std::vector<ChainLink>& chain, const SettingsText& s
     return text;
 }
 
-// Where the way into the circle begins; the whole value when that is not written in it.
+// Where the way into the cycle begins; the whole value when that is not written in it.
 void reportAt(const Expansion& expansion, const std::string& text, Report& report) {
     const ChainLink& first = expansion.chain[1];
     const std::string written = expansion.asWritten(first.isVariable ? '$' : '#', first.name);
@@ -37,7 +37,7 @@ void check(const Expansion& expansion, const SettingsText& settings, Report& rep
     if (expansion.failure != KRSResolveFailure::Cycle) return;
     const bool isLoading = expansion.when == Expansion::When::Loading;
     reportAt(expansion,
-             "the references lead in a circle: " + chainText(expansion.chain, settings) +
+             "the references form a cycle: " + chainText(expansion.chain, settings) +
                  (isLoading ? "; the setting is left out" : "; the setting cannot be read"),
              report);
 }

@@ -36,8 +36,8 @@ Rule notAReferenceRule() {
         "not-a-reference",
         Rule::Severity::Warning,
         "What looks like a reference but does not fit the pattern, and so stays as it stands: a bracket that is not "
-        "closed, blanks around the name, no name at all, a process variable without brackets like $HOME, or braces "
-        "in a file other than pressmark.ini. Texts for a shell, like $(date +%F), are left alone.",
+        "closed, blanks around the name, no name at all, an environment variable without brackets like $HOME, or "
+        "braces in a file other than pressmark.ini. Texts for a shell, like $(date +%F), are left alone.",
         "LOG_DIR = $HOME/log\n",
         "LOG_DIR = $(HOME)/log\n",
         check};

@@ -12,7 +12,8 @@ std::string whatWasMeant(const std::string& name, const Expansion& expansion, co
     if (!settings.isFurther() && settings.find(inSection) != nullptr)
         return "; did you mean " + quoted(inSection) + "?";
     const bool isVariable = std::getenv(name.c_str()) != nullptr;
-    return isVariable ? meansOther("process variable", expansion.asWritten('$', name)) : settings.nearestSettings(name);
+    return isVariable ? meansOther("environment variable", expansion.asWritten('$', name))
+                      : settings.nearestSettings(name);
 }
 
 std::string textOf(const std::string& name, const Expansion& expansion, const SettingsText& settings) {

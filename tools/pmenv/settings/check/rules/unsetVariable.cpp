@@ -1,4 +1,4 @@
-// A reference to a process variable that is not set.
+// A reference to an environment variable that is not set.
 #include "check/references.h"
 #include "check/rule.h"
 
@@ -9,7 +9,7 @@ void check(const Expansion& expansion, const SettingsText& settings, Report& rep
         if (whatIsWrong(reference, expansion, settings) != Misreference::UnsetVariable) continue;
         const bool isSetting = settings.find(reference.name) != nullptr && !settings.isFurther();
         report.atReference(*expansion.entry, reference,
-                           "the process variable " + quoted(reference.name) + " is not set" +
+                           "the environment variable " + quoted(reference.name) + " is not set" +
                                (isSetting ? meansOther("setting", expansion.asWritten('#', reference.name))
                                           : settings.nearestVariables(reference.name)));
     }
