@@ -51,7 +51,7 @@ int run(const CommandLine& line) {
 Command getCommand() {
     return {
         "get",
-        "print the expanded value of settings, one a line",
+        "print the expanded value of settings, one per line",
         {{"NAME", "a setting; with its section in front where it has one: section.KEY", false, true, Offer::Settings}},
         {furtherFileOption(),
          {"default", Option::Kind::Text, "TEXT", "print TEXT for a setting that does not exist"},
@@ -59,7 +59,7 @@ Command getCommand() {
           "print the value as it is stored, its $() and #() references not expanded"}},
         "pmenv get KR_VERSION                   prints 12\n"
         "pmenv get LOG_DIR --raw                prints $(HOME)/logs\n"
-        "pmenv get PROXY --default none         prints none where there is no PROXY\n"
+        "pmenv get PROXY --default none         prints none if there is no PROXY\n"
         "pmenv get KR_VERSION KR_BUILD --json   prints {\"KR_VERSION\": \"12\", \"KR_BUILD\": \"345\"}\n"
         "pmenv get --file engine.ini TIMEOUT    a setting of engine.ini in the directory of KR_BIN",
         run,
@@ -67,6 +67,6 @@ Command getCommand() {
         "setting whose references cannot be expanded is an error in any case.\n\n"
         "With --file the settings come from FILE in the directory that the setting KR_BIN (of "
         "pressmark.ini, not of the process) names. All four forms of references stay in its values when "
-        "the file is loaded; $() and #() are expanded when a value is read, against the process and "
-        "pressmark.ini, never against FILE itself."};
+        "the file is loaded; $() and #() are expanded when a value is read, with environment variables and "
+        "settings of pressmark.ini, never with settings of FILE itself."};
 }

@@ -89,8 +89,9 @@ int run(const CommandLine& line) {
 Command listCommand() {
     return {"list",
             "print where the settings file is, and every setting as stored and as expanded",
-            {{"PATTERN", "only settings of such names, * for any characters; quote it from the shell", true, false,
-              Offer::Settings}},
+            {{"PATTERN",
+              "show only settings whose names match, * for any characters; quote it to protect it from the shell", true,
+              false, Offer::Settings}},
             {furtherFileOption()},
             "pmenv list                        a table, cut to the terminal's width\n"
             "pmenv list 'engine.*'             the settings of a section\n"
@@ -99,5 +100,5 @@ Command listCommand() {
             "pmenv list --ini ./pressmark.ini  the settings of that file",
             run,
             "On a terminal long values are cut to its width; on a pipe nothing is cut. A value that could be mistaken "
-            "for another, or for a remark, is shown in quotes, with a backslash in front of what would not be seen."};
+            "for another, or for a remark, is shown in quotes, with invisible characters written with a backslash."};
 }

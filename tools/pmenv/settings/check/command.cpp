@@ -162,27 +162,27 @@ int run(const CommandLine& line) {
 Command checkCommand() {
     return {
         "check",
-        "find everything that is wrong with settings files",
+        "find all mistakes in settings files",
         {{"FILE",
           "a settings file, checked as if it were pressmark.ini; a directory for all *.ini below it; - for standard "
           "input; without one, the pressmark.ini in force",
           true, true, Offer::Files}},
         {{"file", Option::Kind::FurtherFile, "FILE",
-          "check FILE in the directory that the setting KR_BIN names, whose references mean pressmark.ini"},
-         {"ignore", Option::Kind::Text, "RULE", "do not look for what RULE finds; may be given several times"},
-         {"strict", Option::Kind::Flag, nullptr, "exit 1 also when there are only warnings"},
-         {"rules", Option::Kind::Flag, nullptr, "print what is looked for, with an example each, and exit"}},
+          "check FILE in the directory that the setting KR_BIN names; its references refer to pressmark.ini"},
+         {"ignore", Option::Kind::Text, "RULE", "switch off RULE; may be given several times"},
+         {"strict", Option::Kind::Flag, nullptr, "exit with 1 also when there are only warnings"},
+         {"rules", Option::Kind::Flag, nullptr, "print the rules, each with an example, and exit"}},
         "pmenv check                         the pressmark.ini that programs here would load\n"
         "pmenv check conf --strict           for a pipeline: all *.ini below conf, exit 1 on any finding\n"
-        "pmenv check new.ini --json          findings as data\n"
+        "pmenv check new.ini --json          findings as JSON\n"
         "pmenv check --file engine.ini       a further settings file, beside the pressmark.ini in force\n"
         "pmenv check new.ini --ignore unset-variable",
         run,
         "Each file is checked as a program would load it as pressmark.ini. A finding is printed as "
-        "file:line:column: error: text [rule], with the line and what is meant underlined, as editors and "
-        "pipelines understand it. The exit status is 1 when there is an error or a file cannot be read, with "
-        "--strict also when there are only warnings.\n\n"
-        "With --file it is a further settings file, as get --file reads it: its references mean pressmark.ini "
-        "and the process, never the file itself, and braces are not expanded in it.\n\n"
+        "file:line:column: error: text [rule], which editors and pipelines understand, with the line and the text "
+        "concerned underlined. The exit code is 1 when there is an error or a file cannot be read, with --strict "
+        "also when there are only warnings.\n\n"
+        "With --file it is a further settings file, as get --file reads it: its references refer to pressmark.ini "
+        "and to environment variables, never to the file itself, and references in braces are not expanded in it.\n\n"
         "References to environment variables are checked against the environment of this command."};
 }
