@@ -1,4 +1,4 @@
-// statsFormats: a sample and a verdict as programs read them.
+// statsFormats: a sample as programs read it.
 #include <algorithm>
 #include <array>
 #include <optional>
@@ -11,7 +11,6 @@
 
 #include "SampleFigures.h"
 #include "statsFormats.h"
-#include "verdict.h"
 
 using nlohmann::json;
 using testing::AllOf;
@@ -134,39 +133,6 @@ TEST(StatsFormats, ExpositionEscapesNames) {
     Figures figures = figuresAt(0);
     figures.engines = {{7, "a\"b\\c\nd", 1.0, 1}};
     EXPECT_THAT(statsOpenMetrics(figures, false), HasSubstr("{name=\"a\\\"b\\\\c\\nd\"} 1\n"));
-}
-
-TEST(StatsFormats, VerdictAsJson) {
-    VerdictLimits limits;
-    limits.seconds = 0;
-    Verdict verdict(limits);
-    verdict.add(figuresAt(0));
-    EXPECT_EQ(verdictJson(verdict).at("verdict"), "healthy");
-    Figures busy = figuresAt(1);
-    busy.engines = {engine(7, 99.0)};
-    busy.availableBytes.reset();
-    verdict.add(busy);
-    const Json json = verdictJson(verdict);
-    EXPECT_EQ(json.at("verdict"), "saturated");
-    ASSERT_EQ(json.at("findings").size(), 1u);
-    EXPECT_EQ(json["findings"][0].at("kind"), "engineCpu");
-    EXPECT_EQ(json["findings"][0].at("pid"), 7);
-    EXPECT_EQ(json["findings"][0].at("worst"), 99.0);
-}
-
-TEST(StatsFormats, VerdictAsJsonTellsOfSwap) {
-    Verdict verdict{VerdictLimits{}};
-    verdict.add(figuresAt(0));
-    Figures swapping = figuresAt(2);
-    swapping.swapUsedBytes = 3 * kMiB;
-    verdict.add(swapping);
-    const Json json = verdictJson(verdict);
-    EXPECT_EQ(json.at("swapGrowthBytes"), 3 * kMiB);
-    ASSERT_EQ(json.at("findings").size(), 1u);
-    EXPECT_EQ(json["findings"][0].at("kind"), "swap");
-    EXPECT_TRUE(json["findings"][0].at("pid").is_null());
-    EXPECT_EQ(json["findings"][0].at("worst"), 3.0 * kMiB);
-    EXPECT_EQ(json["findings"][0].at("since"), 2.0);
 }
 
 }  // namespace

@@ -40,10 +40,6 @@ namespace {
 using Words = std::vector<std::string>;
 using Environment = std::map<std::string, const char*>;
 
-// Never reached, whatever else the machine does while the tests run.
-const Words kNoLimits{"--cpu-limit",    "1000", "--engine-limit", "100000",
-                      "--memory-limit", "0",    "--swap-limit",   "1000000"};
-
 Words pmenv(Words words, const Words& more = {}) {
     words.insert(words.begin(), PMENV_BINARY);
     words.insert(words.end(), more.begin(), more.end());
@@ -293,62 +289,6 @@ TEST(PmenvStats, OutputThatCannotBeWrittenLeavesNothingBehind) {
     EXPECT_EQ(nowhere.err, "pmenv: cannot write " + directory / "none/x: No such file or directory\n");
 }
 
-// --- verdict --------------------------------------------------------------------------------------------------------
-
-TEST(PmenvStats, VerdictOfAHealthyRun) {
-    const ProgramResult outcome = run({"stats", "--verdict", "--duration", "2", "--sustain", "1"}, kNoLimits);
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_THAT(outcome.out, StartsWith("Healthy: this load generator was not the bottleneck (watched for 2"));
-}
-
-TEST(PmenvStats, VerdictOfASaturatedRunExitsWithThree) {
-    const LoadEngine engine("burn");
-    Words words{"stats",       "--verdict", "--duration",     "4", "--sustain", "1",
-                "--cpu-limit", "1000",      "--engine-limit", "2"};
-    const ProgramResult outcome = run(words);
-    EXPECT_EQ(outcome.status, 3);
-    EXPECT_THAT(outcome.out, StartsWith("Saturated: this load generator was itself the bottleneck"));
-    EXPECT_THAT(outcome.out, HasSubstr("load engine " + std::to_string(engine.pid()) +
-                                       " was at or over 2.0 % of one processor for "));
-
-    words.push_back("--json");
-    const ProgramResult asJson = run(words);
-    EXPECT_EQ(asJson.status, 3);
-    EXPECT_EQ(json::parse(asJson.out).at("verdict"), "saturated");
-}
-
-// Waits until the program has taken the signal over.
-bool blocks(pid_t pid, int signal) {
-    return soon([&] {
-        for (const std::string& line : linesOf(readFileText("/proc/" + std::to_string(pid) + "/status"))) {
-            if (line.compare(0, 8, "SigBlk:\t") == 0)
-                return (std::stoull(line.substr(8), nullptr, 16) >> (signal - 1) & 1) != 0;
-        }
-        return false;
-    });
-}
-
-TEST(PmenvStats, ControlCEndsARunEarlyWithItsVerdict) {
-    Words words = pmenv({"stats", "--verdict", "--duration", "600", "--sustain", "1"}, kNoLimits);
-    TerminalRun run(words, environment(), 80, 24);
-    ASSERT_TRUE(blocks(run.pid(), SIGINT));
-    std::this_thread::sleep_for(
-        std::chrono::milliseconds(2500));  // no less than the limit's second between two samples
-    run.type("\x03");
-    EXPECT_EQ(run.finish(), 0);
-    EXPECT_THAT(run.output(), HasSubstr("Healthy: "));
-}
-
-TEST(PmenvStats, ControlCTooEarlyGivesNoVerdict) {
-    TerminalRun run(pmenv({"stats", "--verdict", "--duration", "600", "--sustain", "300"}, kNoLimits), environment(),
-                    80, 24);
-    ASSERT_TRUE(blocks(run.pid(), SIGINT));
-    run.type("\x03");
-    EXPECT_EQ(run.finish(), 1);
-    EXPECT_THAT(run.output(), HasSubstr("too early for a verdict: a limit must be passed for 300 s (--sustain)"));
-    EXPECT_THAT(run.output(), Not(HasSubstr("Healthy")));
-}
-
 // --- usage ----------------------------------------------------------------------------------------------------------
 
 TEST(PmenvStats, OptionsThatDoNotGoTogetherAreRefused) {
@@ -358,17 +298,14 @@ TEST(PmenvStats, OptionsThatDoNotGoTogetherAreRefused) {
     } rows[] = {
         {{"--json", "--csv"}, "--json and --csv do not go together"},
         {{"--watch", "--openmetrics"}, "--watch and --openmetrics do not go together"},
-        {{"--verdict", "--csv"}, "--verdict and --csv do not go together"},
         {{"--count", "2", "--duration", "5"}, "--count and --duration do not go together"},
-        {{"--count", "2", "--verdict"}, "--count and --verdict do not go together"},
         {{"--output", "x"}, "--output needs --openmetrics"},
         {{"--per-process", "--json"}, "--per-process needs --openmetrics"},
         {{"--openmetrics", "--output", ""}, "--output needs the name of a file"},
         {{"--openmetrics", "--count", "2"}, "--openmetrics of more than one sample needs --output FILE"},
         {{"--openmetrics", "--duration", "2"}, "--openmetrics of more than one sample needs --output FILE"},
-        {{"--cpu-limit", "5"}, "--cpu-limit needs --verdict or --watch"},
-        {{"--verdict", "--duration", "5"},
-         "--duration 5 s is too short for a verdict: a limit must be passed for 10 s (--sustain)"},
+        {{"--verdict"}, "--verdict is now the command 'pmenv judge --duration SECONDS'"},
+        {{"--verdict", "--duration", "60", "--json"}, "--verdict is now the command 'pmenv judge --duration SECONDS'"},
         {{"--interval", "0.5"}, "--interval needs a number from 1 to 86400, not '0.5'"},
         {{"--interval", "1s"}, "--interval needs a number from 1 to 86400, not '1s'"},
         {{"--interval", "nan"}, "--interval needs a number from 1 to 86400, not 'nan'"},
@@ -485,10 +422,10 @@ TEST(PmenvWatchInPlace, RedrawsWithEachSample) {
 
 TEST(PmenvWatchEngines, ShowsEnginesWithTheirHistory) {
     const LoadEngine engine("burn");
-    TerminalRun run(pmenv({"stats", "--watch", "--engine-limit", "1", "--sustain", "1"}), environment(), 100, 60);
+    TerminalRun run(pmenv({"stats", "--watch"}), environment(), 100, 60);
     EXPECT_TRUE(run.waitFor(std::to_string(engine.pid())));
     EXPECT_TRUE(run.waitFor("\xe2\x96")) << "a history begins, with one of the blocks";
-    EXPECT_TRUE(run.waitFor("! load engine " + std::to_string(engine.pid()) + " was at or over 1.0 %")) << run.output();
+    EXPECT_TRUE(run.waitFor("! percentiles up to p")) << run.output();
     run.type("q");
     EXPECT_EQ(run.finish(), 0);
 }
@@ -509,15 +446,6 @@ TEST(PmenvWatchPlain, PrintsTablesOnADumbTerminal) {
     EXPECT_EQ(run.finish(), 0);
     EXPECT_THAT(run.output(), StartsWith("TIME "));
     EXPECT_THAT(run.output(), Not(HasSubstr("\x1b")));
-}
-
-TEST(PmenvWatchPlain, VerdictFollowsTheWatch) {
-    TerminalRun run(pmenv({"stats", "--watch", "--verdict", "--duration", "2", "--sustain", "1"}, kNoLimits),
-                    environment(), 100, 30);
-    EXPECT_EQ(run.finish(), 0);
-    const std::size_t left = run.output().rfind(kLeaveScreen);
-    ASSERT_NE(left, std::string::npos);
-    EXPECT_NE(run.output().find("Healthy: ", left), std::string::npos);
 }
 
 // The same on a terminal emulator that interprets what is drawn.

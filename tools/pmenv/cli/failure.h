@@ -7,7 +7,6 @@
 constexpr int kExitDone = 0;
 constexpr int kExitWrong = 1;  // the thing asked for is absent or wrong
 constexpr int kExitUsage = 2;
-constexpr int kExitSaturated = 3;   // stats --verdict: the load generator was the bottleneck
 constexpr int kExitSpoiled = 3;     // judge: the load generator spoiled the run
 constexpr int kExitCannotTell = 4;  // judge: what decides was not seen
 

@@ -11,12 +11,12 @@
 
 #include "commandLine.h"
 #include "events.h"
-#include "evidence/evidenceSampler.h"
 #include "failure.h"
 #include "figures.h"
 #include "judgeFormats.h"
 #include "judgement/judgement.h"
 #include "kernel/files.h"
+#include "runWatch.h"
 #include "units.h"
 
 namespace {
@@ -116,66 +116,19 @@ private:
 
 // --- watching -------------------------------------------------------------------------------------------------------
 
-constexpr double kTimer = 0.010;  // seconds; how late it wakes tells how late a light sleeper is woken here
-
-class RunWatch {
-public:
-    explicit RunWatch(const JudgeOptions& options)
-        : options_(options),
-          sampler_(options.choice, options.ignored, options.limits.tolerance),
-          judgement_(options.limits) {}
-
-    // Until the end of the duration, or until somebody ends it.
-    void run() {
-        Events events({SIGINT, SIGTERM, SIGHUP}, false);
-        const Countdown countdown(options_);
-        const double start = kernel::clockSeconds();
-        const double end = options_.duration ? start + *options_.duration : std::numeric_limits<double>::infinity();
-        take();
-        for (double now = start; now < end && sleepUntil(std::min(now + sampler_.interval(), end), events);) {
-            take();
-            now = kernel::clockSeconds();
-            countdown.show(now - start, engines_);
-        }
+// Until the end of the duration, or until somebody ends it.
+void watchRun(const JudgeOptions& options, RunWatch& watch) {
+    constexpr double kShown = 1;  // seconds between two lines of the countdown
+    Events events({SIGINT, SIGTERM, SIGHUP}, false);
+    const Countdown countdown(options);
+    const double start = kernel::clockSeconds();
+    const double end = options.duration ? start + *options.duration : std::numeric_limits<double>::infinity();
+    for (double now = start; now < end; now = kernel::clockSeconds()) {
+        if (watch.wait(events, std::min(kShown, end - now)).kind == Events::Kind::Signal) break;
+        countdown.show(kernel::clockSeconds() - start, watch.engines());
     }
-
-    Judged judged() const { return judgement_.judged(!missingNames().empty()); }
-    std::vector<std::string> missingNames() const { return sampler_.missingNames(); }
-
-private:
-    void take() {
-        Evidence evidence = sampler_.take();
-        evidence.wakes = wakes_;
-        wakes_ = {};
-        engines_ = evidence.engines.size();
-        judgement_.add(evidence);
-    }
-
-    // In turns of the timer, with a look at what was blocked lately in each. False when somebody ends the watch; what
-    // there is of the interval is too short to be judged.
-    bool sleepUntil(double end, Events& events) {
-        for (double due = kernel::clockSeconds(); due < end;) {
-            due = std::min(due + kTimer, end);
-            if (events.wait(due - kernel::clockSeconds()).kind == Events::Kind::Signal) return false;
-            noteWake(kernel::clockSeconds() - due);
-            if (due < end) sampler_.look();
-            due = kernel::clockSeconds();
-        }
-        return true;
-    }
-
-    void noteWake(double late) {
-        ++wakes_.wakes;
-        if (late > options_.limits.tolerance) ++wakes_.late;
-        wakes_.longest = std::max(wakes_.longest, late);
-    }
-
-    const JudgeOptions& options_;
-    EvidenceSampler sampler_;
-    Judgement judgement_;
-    WakeEvidence wakes_;
-    std::size_t engines_ = 0;
-};
+    watch.finish();
+}
 
 std::string hostName() {
     char name[256] = "";
@@ -189,8 +142,8 @@ int run(const CommandLine& line) {
     context.host = hostName();
     context.start = std::chrono::system_clock::now();
     const double cpuBefore = kernel::ownCpuSeconds();
-    RunWatch watch(options);
-    watch.run();
+    RunWatch watch(options.choice, options.ignored, options.limits);
+    watchRun(options, watch);
     context.cpuSeconds = kernel::ownCpuSeconds() - cpuBefore;
     context.missingNames = watch.missingNames();
 

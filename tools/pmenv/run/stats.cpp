@@ -1,4 +1,4 @@
-// stats: figures of the machine and its load engines, once, repeatedly, on a live screen, or as a verdict on a run.
+// stats: figures of the machine and its load engines, once, repeatedly, or on a live screen.
 #include <algorithm>
 #include <csignal>
 #include <iostream>
@@ -9,8 +9,10 @@
 #include "commandLine.h"
 #include "events.h"
 #include "failure.h"
+#include "judgement/findings.h"
 #include "keys.h"
 #include "liveTerminal.h"
+#include "runWatch.h"
 #include "schedule.h"
 #include "screen.h"
 #include "statsFormats.h"
@@ -21,15 +23,14 @@ namespace {
 
 // --- a run ----------------------------------------------------------------------------------------------------------
 
-// Samples one after the other, judged on the way, until the options' count or duration is reached.
+// Samples one after the other, until the options' count or duration is reached.
 class Run {
 public:
-    explicit Run(const StatsOptions& options) : options_(options), verdict_(options.limits) {}
+    explicit Run(const StatsOptions& options) : options_(options) {}
 
     const Figures& sample() {
         figures_ = sampler_.take();
         if (taken_ == 0) begin_ = figures_.seconds;
-        verdict_.add(figures_);
         ++taken_;
         return figures_;
     }
@@ -43,17 +44,6 @@ public:
     static double pauseAfterWarmUp() { return untilNextSample(clock(), 1); }
 
     const Figures& figures() const { return figures_; }
-    const Verdict& verdict() const { return verdict_; }
-
-    // What a reader of the figures has to know beside them.
-    std::vector<std::string> warnings() const {
-        std::vector<std::string> texts;
-        for (const Finding& finding : verdict_.findings()) {
-            if (finding.lasting) texts.push_back(findingText(finding, verdict_.limits()));
-        }
-        texts.insert(texts.end(), figures_.warnings.begin(), figures_.warnings.end());
-        return texts;
-    }
 
     bool finished() const {
         if (options_.duration) return figures_.seconds - begin_ >= *options_.duration;
@@ -74,7 +64,6 @@ private:
 
     const StatsOptions& options_;
     Sampler sampler_;
-    Verdict verdict_;
     Figures figures_{};
     double begin_ = 0;  // when the first sample was taken
     std::size_t taken_ = 0;
@@ -115,38 +104,19 @@ void print(const StatsOptions& options, const Figures& figures, bool first) {
     finishOutput();
 }
 
-// What was seen must be long enough to judge, unless it is bad already.
-int printVerdict(const StatsOptions& options, const Verdict& verdict) {
-    if (!verdict.saturated() && verdict.seconds() < options.limits.seconds) {
-        throw Failure("stopped after " + secondsText(verdict.seconds()) +
-                      ", too early for a verdict: a limit must be passed for " + secondsText(options.limits.seconds) +
-                      " (--sustain)");
-    }
-    if (options.format == StatsOptions::Format::JsonLines) {
-        printJson(verdictJson(verdict));
-    } else {
-        std::cout << verdictText(verdict);
-    }
-    return verdict.saturated() ? kExitSaturated : kExitDone;
-}
-
 // --- line by line ---------------------------------------------------------------------------------------------------
 
-// Ctrl-C ends a run that is judged; the verdict on what was seen is still given. Otherwise it ends the program.
 int runPlain(const StatsOptions& options) {
-    const bool printsSamples = !options.verdict || options.watch;
     Run run(options);
-    Events events(options.verdict ? std::vector<int>{SIGINT} : std::vector<int>{}, false);
-    if (!options.verdict) {
-        run.warmUp();
-        events.wait(Run::pauseAfterWarmUp());
-    }
+    Events events({}, false);
+    run.warmUp();
+    events.wait(Run::pauseAfterWarmUp());
     for (bool first = true;; first = false) {
         for (const std::string& warning : run.sample().warnings) printWarning(warning);
-        if (printsSamples) print(options, run.figures(), first);
-        if (run.finished() || events.wait(run.pause()).kind == Events::Kind::Signal) break;
+        print(options, run.figures(), first);
+        if (run.finished()) return kExitDone;
+        events.wait(run.pause());
     }
-    return options.verdict ? printVerdict(options, run.verdict()) : kExitDone;
 }
 
 // --- on a live screen -----------------------------------------------------------------------------------------------
@@ -167,8 +137,6 @@ public:
         return endedBy_;
     }
 
-    const Verdict& verdict() const { return run_.verdict(); }
-
 private:
     void show(const Figures& figures) {
         screen_.add(figures);
@@ -177,7 +145,20 @@ private:
 
     void draw() {
         const TerminalSize size = terminalSize().value_or(TerminalSize{80, 24});
-        terminal_.draw(screen_.lines(run_.warnings(), size, Style(STDOUT_FILENO)), size.rows);
+        terminal_.draw(screen_.lines(warnings(), size, Style(STDOUT_FILENO)), size.rows);
+    }
+
+    // What a reader of the figures has to know beside them: whether the engines have been held back since the watch began.
+    std::vector<std::string> warnings() const {
+        const Judged judged = judged_.judged();
+        std::vector<std::string> texts;
+        if (judged.outcome == Outcome::Spoiled) {
+            const std::vector<RunFinding> findings = findingsOf(judged, {});
+            texts.push_back(reasonText(judged, {}) + (findings.empty() ? "" : ": " + findings[0].text));
+        }
+        const std::vector<std::string>& more = run_.figures().warnings;
+        texts.insert(texts.end(), more.begin(), more.end());
+        return texts;
     }
 
     // Until the next sample; false when the watch is to end.
@@ -185,7 +166,7 @@ private:
         const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
         for (;;) {
             const std::chrono::duration<double> left = end - std::chrono::steady_clock::now();
-            const Events::Event event = events_.wait(left.count());
+            const Events::Event event = judged_.wait(events_, left.count());
             if (event.kind == Events::Kind::Timeout) return true;
             if (event.kind == Events::Kind::Key && !handleKey(event.value)) return false;
             if (event.kind == Events::Kind::Signal && !handleSignal(event.value)) return false;
@@ -209,6 +190,7 @@ private:
     }
 
     Run run_;
+    RunWatch judged_{{}, {}, {}};
     Events events_;  // before the terminal is taken over and after it is given back, so that no signal comes between
     LiveTerminal terminal_;
     KeyReader keys_;
@@ -218,14 +200,12 @@ private:
 
 int runWatch(const StatsOptions& options) {
     int endedBy = 0;
-    Verdict verdict(options.limits);
     {
         Watch watch(options);
         endedBy = watch.show();
-        verdict = watch.verdict();
     }
     if (endedBy != 0) raise(endedBy);  // the terminal is as it was; the caller sees what ended the program
-    return options.verdict ? printVerdict(options, verdict) : kExitDone;
+    return kExitDone;
 }
 
 int run(const CommandLine& line) {
@@ -248,16 +228,7 @@ std::vector<Option> statsOptions() {
         {"output", Option::Kind::File, "FILE", "with --openmetrics: replace FILE in one step instead of printing"},
         {"watch", Option::Kind::Flag, nullptr,
          "redraw in place until q or Ctrl-C; on a pipe, print a table for each sample"},
-        {"verdict", Option::Kind::Flag, nullptr,
-         "watch for --duration (60) and say whether this load generator was the bottleneck"},
-        {"cpu-limit", Option::Kind::Number, "PERCENT",
-         "limit on the machine's processors; 90 unless given, over 100 for never", 0, 1000},
-        {"engine-limit", Option::Kind::Number, "PERCENT", "limit on one engine, of one processor; 95 unless given", 0,
-         100000},
-        {"sustain", Option::Kind::Number, "SECONDS", "how long these two must be passed; 10 unless given", 0, kMost},
-        {"memory-limit", Option::Kind::Number, "PERCENT",
-         "share of the memory that must stay available; 10 unless given", 0, 100},
-        {"swap-limit", Option::Kind::Number, "MIB", "amount by which swap in use may grow; 1 unless given", 0, kMost},
+        {"verdict", Option::Kind::Flag, nullptr, "is now 'pmenv judge --duration SECONDS'"},
     };
 }
 
@@ -265,18 +236,17 @@ std::vector<Option> statsOptions() {
 
 Command statsCommand() {
     return {"stats",
-            "print figures of the machine and its load engines, or judge a run",
+            "print figures of the machine and its load engines",
             {},
             statsOptions(),
             "pmenv stats                                        one table; takes about a second to measure\n"
             "pmenv stats --json --interval 5 --count 12         for a minute, one object per line\n"
             "pmenv stats --watch                                a live screen\n"
-            "pmenv stats --openmetrics --output /var/lib/node_exporter/pmenv.prom\n"
-            "pmenv stats --duration 60 --verdict || exit 1      refuse a run on a saturated load generator (exit 3)",
+            "pmenv stats --openmetrics --output /var/lib/node_exporter/pmenv.prom",
             run,
             "The load engines are the running processes named PMLoadEngineMai... . A process that has ended and waits "
             "for its parent does not count. Percentages need two samples, about a second apart. Without --json, --csv, "
-            "--openmetrics, --watch and --verdict, a table for people is printed.\n\n"
+            "--openmetrics and --watch, a table for people is printed.\n\n"
             "Samples are taken when the clock shows full intervals: with --interval 10 at :00, :10, :20. They do not "
             "drift, so samples of several hosts can be put side by side; --json and --csv contain the host's name. The "
             "last sample of --duration is taken at its end.\n\n"
@@ -293,9 +263,8 @@ Command statsCommand() {
             "is the share of the load engines and | that of everything else. Below are the sum of the engines and the "
             "engines, the busiest first. Each has its history: each character is a sample, and the heading shows the "
             "percentage at which each height begins. An engine moves in the list only when its use has clearly "
-            "changed. Arrow keys, Page Up, Page Down, Home and End scroll, and so do k, j, b, Space, g and G. The "
-            "warnings of --verdict appear while they last. q or Ctrl-C ends the watch, Ctrl-Z suspends it. On a pipe, "
-            "a table is printed for each sample.\n\n"
-            "With --verdict, Ctrl-C ends the run early. With --watch as well, the verdict is printed when the watch "
-            "ends."};
+            "changed. Arrow keys, Page Up, Page Down, Home and End scroll, and so do k, j, b, Space, g and G. A "
+            "line warns when the engines were held back so much that the 99th percentile cannot be believed. q or "
+            "Ctrl-C ends the watch, Ctrl-Z suspends it. On a pipe, "
+            "a table is printed for each sample."};
 }

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "commandLine.h"
-#include "verdict.h"
 
 struct StatsOptions {
     enum class Format { Table, JsonLines, Csv, OpenMetrics };
@@ -15,10 +14,8 @@ struct StatsOptions {
     std::size_t count = 1;           ///< samples; 0 for no end
     std::optional<double> duration;  ///< seconds; takes the place of the count
     bool watch = false;
-    bool verdict = false;
     bool perProcess = false;
     std::string output;  ///< file to replace; "" for standard output
-    VerdictLimits limits;
 };
 
 /// Throws Failure with kExitUsage for options that do not go together.

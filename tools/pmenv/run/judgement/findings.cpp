@@ -179,18 +179,18 @@ std::optional<RunFinding> heldBackFinding(Reason reason, const Judged& judged, c
 // --- incidents ------------------------------------------------------------------------------------------------------
 
 std::string statusText(const EngineEnd& end) {
-    if (!end.status) return "; how is not known";
+    if (!end.status) return " ended; how is not known";
     if (WIFSIGNALED(*end.status)) {
         const int signal = WTERMSIG(*end.status);
         const char* const name = sigabbrev_np(signal);
-        return std::string(", ended by signal ") +
+        return std::string(" was ended by signal ") +
                (name != nullptr ? "SIG" + std::string(name) : std::to_string(signal));
     }
-    return " with exit code " + std::to_string(WEXITSTATUS(*end.status));
+    return " ended with exit code " + std::to_string(WEXITSTATUS(*end.status));
 }
 
 Words wordsOfEnd(const Incident& incident) {
-    std::string text = engineText(incident.pid, incident.name) + " ended" + statusText(*incident.end);
+    std::string text = engineText(incident.pid, incident.name) + statusText(*incident.end);
     if (incident.end->zombie) text += "; its parent has not asked for it (zombie)";
     if (incident.replaced) text += "; another took its place";
     return {text, incident.spoils ? "load is missing from then on: look into the engine's own log"

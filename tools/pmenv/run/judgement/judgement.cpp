@@ -299,11 +299,13 @@ Incident Judgement::incidentOf(const EngineEnd& end) const {
     incident.name = end.name;
     incident.since = end.time;
     incident.seconds = seconds_ - end.time;
+    const auto ended = engines_.find(end.key);
+    const double lastSeen = ended != engines_.end() ? ended->second.engine.to : end.time;
     bool othersGoOn = false;
     for (const auto& [key, watched] : engines_) {
         const JudgedEngine& other = watched.engine;
         if (key == end.key) continue;
-        if (other.name == end.name && other.from >= end.time - 1) incident.replaced = true;
+        if (other.name == end.name && other.from > lastSeen) incident.replaced = true;
         if (!other.ended && other.to - end.time > kAtTheEnd) othersGoOn = true;
     }
     incident.spoils = othersGoOn || incident.replaced;
