@@ -137,13 +137,13 @@ void Threads::add(int tid, const Thread& thread, ThreadEvidence account, EngineE
     constexpr std::uint64_t kSeldom = 10;
     evidence->ran += account.parts.running;
     if (thread.ignored) return;
-    account.tid = tid;
-    account.name = thread.name;
     evidence->waited += account.parts.waiting + account.parts.throttled + account.waitedBefore;
     evidence->turns += account.turns;
     evidence->lateTurns += thread.lateTurns;
     if (thread.last->turns * kSeldom < mostTurns_) account.parts.blocked = 0;
     if (evidence->busiest && slackShare(*evidence->busiest) <= slackShare(account)) return;
+    account.tid = tid;
+    account.name = thread.name;
     evidence->busiest = std::move(account);
 }
 
