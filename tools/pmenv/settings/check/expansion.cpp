@@ -6,7 +6,6 @@
 #include <iterator>
 #include <set>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 
 #include "EnvSettings.h"
@@ -52,7 +51,11 @@ private:
 class ExpansionWatch final : public KRSLoadObserver {
 public:
     ExpansionWatch(SettingsText& settings, const Visit& visit)
-        : settings_(settings), visit_(visit), work_(settings.entries().size()), isRead_(settings.entries().size()) {}
+        : settings_(settings),
+          visit_(visit),
+          work_(settings.entries().size()),
+          isRead_(settings.entries().size()),
+          inForce_(settings.entries().size()) {}
 
     // The load: entry by entry, in file order.
     void begun(const char* /*key*/, const char* value) override { start(loaded_, When::Loading, value); }
@@ -90,6 +93,7 @@ private:
     void finish(const char* expanded);
     void note(const KRSReference& reference, const std::string& name);
     void countUse(const std::string& name);
+    std::optional<std::size_t> inForce(const std::string& name) const;
     void closeCycle(std::vector<ChainLink>& chain) const;
     static void place(Expansion& expansion);
 
@@ -97,7 +101,7 @@ private:
     const Visit& visit_;
     WorkLimit work_;
     std::vector<bool> isRead_;
-    std::unordered_map<std::string, std::size_t> inForce_;
+    std::vector<std::optional<std::size_t>> inForce_;  // of the key whose first entry has that index
     std::size_t loaded_ = 0;
     std::vector<Level> levels_;
     std::vector<Watched> watched_;  // the entry's, then those of the settings on the way
@@ -137,19 +141,25 @@ void ExpansionWatch::note(const KRSReference& reference, const std::string& name
 }
 
 void ExpansionWatch::countUse(const std::string& name) {
-    const auto used = inForce_.find(name);
-    if (used == inForce_.end()) return;
-    int& line = settings_.entries()[used->second].usedBy;
+    const std::optional<std::size_t> used = inForce(name);
+    if (!used) return;
+    int& line = settings_.entries()[*used].usedBy;
     if (line == 0) line = watched_.back().expansion.entry->line;
+}
+
+// The entry that counts by now; none of a further file, which is not loaded.
+std::optional<std::size_t> ExpansionWatch::inForce(const std::string& name) const {
+    const Entry* const last = settings_.find(name);
+    return last != nullptr ? inForce_[last->first] : std::nullopt;
 }
 
 // A setting of this file that has not been read yet is read now.
 bool ExpansionWatch::startNested(const KRSReference& reference, const std::string& name) {
-    if (watched_.front().expansion.when == When::Loading || settings_.isFurther()) return false;
-    const auto entry = inForce_.find(name);
-    if (entry == inForce_.end() || isRead_[entry->second]) return false;
-    const Entry& nested = settings_.entries()[entry->second];
-    watched_.push_back({entry->second, {&nested, When::Reading, nested.value != reference.value}});
+    if (watched_.front().expansion.when == When::Loading) return false;
+    const std::optional<std::size_t> entry = inForce(name);
+    if (!entry || isRead_[*entry]) return false;
+    const Entry& nested = settings_.entries()[*entry];
+    watched_.push_back({*entry, {&nested, When::Reading, nested.value != reference.value}});
     return true;
 }
 
@@ -179,7 +189,7 @@ void ExpansionWatch::closeCycle(std::vector<ChainLink>& chain) const {
 void ExpansionWatch::ended(const char* value) {
     Entry& entry = settings_.entries()[loaded_];
     entry.leftOut = value == nullptr;
-    if (value != nullptr) inForce_[entry.key] = loaded_;
+    if (value != nullptr) inForce_[entry.first] = loaded_;
     ++loaded_;
     finish(value);
 }

@@ -62,13 +62,14 @@ SettingsText::SettingsText(const std::string& path, std::string name, FileKind k
                           line.error != nullptr ? line.error : "", line.errorColumn});
         if (line.key == nullptr || !isLoadable(lines_.back())) return;
         addEntry({line.key, valueOf(lines_.back(), line), line.number, line.keyColumn,
-                  writtenKeyLength(line.text, line.keyColumn), line.valueColumn, std::nullopt});
+                  writtenKeyLength(line.text, line.keyColumn), line.valueColumn, 0, std::nullopt});
     });
     if (read == 0) throw Failure("cannot check the settings: " + name_ + reasonOf(path, KRSLoadError()));
 }
 
 void SettingsText::addEntry(Entry entry) {
     const auto [known, isNew] = lastOfKey_.try_emplace(entry.key, entries_.size());
+    entry.first = isNew ? entries_.size() : entries_[known->second].first;
     if (!isNew) entry.previous = std::exchange(known->second, entries_.size());
     entries_.push_back(std::move(entry));
 }

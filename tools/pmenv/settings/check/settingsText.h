@@ -33,7 +33,8 @@ struct Entry {
     std::size_t keyColumn;
     std::size_t keyLength;  ///< as written, without its section
     std::size_t valueColumn;
-    std::optional<std::size_t> previous;  ///< the entry of the same key before it
+    std::size_t first;                    ///< the first entry of the same key
+    std::optional<std::size_t> previous;  ///< the one before it
     bool leftOut = false;                 ///< by the load, because its references fail
     int usedBy = 0;                       ///< the line of the first #{NAME} that the load has replaced with this value
 
