@@ -148,7 +148,8 @@ void allowManyFiles() {
     const rlim_t before = limit.rlim_cur;
     limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, kMostKept);
     if (limit.rlim_cur < before || setrlimit(RLIMIT_NOFILE, &limit) != 0) limit.rlim_cur = before;
-    mayKeep = limit.rlim_cur > kSpare ? static_cast<std::size_t>(std::min<rlim_t>(limit.rlim_cur - kSpare, kMostKept)) : 0;
+    mayKeep =
+        limit.rlim_cur > kSpare ? static_cast<std::size_t>(std::min<rlim_t>(limit.rlim_cur - kSpare, kMostKept)) : 0;
 }
 
 double clockSeconds() { return seconds(CLOCK_MONOTONIC); }
