@@ -104,6 +104,22 @@ TEST(Judgement, LateTurnsSpoilTheirShareOfAnInterval) {
     EXPECT_THAT(reasons(judged), ElementsAre(Reason::WokenLate));
 }
 
+// Turns that come late because the quota was used up are told with the quota, whatever else kept the thread waiting.
+TEST(Judgement, LateTurnsAreTheQuotasWhereItKeptTheThreadWaitingForLonger) {
+    const auto judgedWith = [](const Did& did) {
+        return MadeRun()
+            .each(10,
+                  [&did](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat(did, evidence.from));
+                      evidence.engines[0].lateTurns = 90;
+                  })
+            .judged();
+    };
+    EXPECT_THAT(reasons(judgedWith({10, 20, 40})), ElementsAre(Reason::Quota));
+    EXPECT_THAT(reasons(judgedWith({10, 40, 20})), ElementsAre(Reason::WokenLate));
+    EXPECT_NEAR(*judgedWith({10, 20, 40}).share, 0.9, 1e-9);
+}
+
 // Throttled for 40 ms at once: what is due in that time is late, whatever slack there is.
 TEST(Judgement, AQuotaSpoilsTheTimeInWhichItIsUsedUp) {
     const auto judgedWith = [](std::uint64_t times) {

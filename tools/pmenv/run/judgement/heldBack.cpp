@@ -35,7 +35,8 @@ double blockedSeconds(const EngineEvidence& engine, double tolerance) {
     return engine.busiest->blockedAtOnce > longest ? engine.busiest->parts.blocked : 0;
 }
 
-// Turns come late when the quota is used up as well, so that these two are not added.
+// Turns come late when the quota is used up as well, so that these two are not added; a quota that kept the busiest thread
+// waiting for longer than other programs did is the reason of both.
 HeldBack partly(const EngineEvidence& engine, double tolerance) {
     const Parts& parts = engine.busiest->parts;
     const double length = engine.to - engine.from;
@@ -43,8 +44,9 @@ HeldBack partly(const EngineEvidence& engine, double tolerance) {
     const double blocked = blockedSeconds(engine, tolerance);
     const double late = lateShare(engine) * length;
     const double seconds = std::min(length, std::max(throttled, late) + blocked + parts.stopped);
+    const Reason lateReason = parts.throttled > parts.waiting ? Reason::Quota : Reason::WokenLate;
     const std::pair<double, Reason> candidates[] = {{throttled, Reason::Quota},
-                                                    {late, Reason::WokenLate},
+                                                    {late, lateReason},
                                                     {blocked, Reason::Blocked},
                                                     {parts.stopped, Reason::Stopped}};
     return {seconds, false, std::max_element(std::begin(candidates), std::end(candidates))->second};
