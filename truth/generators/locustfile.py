@@ -1,4 +1,8 @@
-"""Users that send at a constant rate; when each request ended, and the milliseconds that it took."""
+"""Users that send at a constant rate; when each request ended, the milliseconds that it took, and how late it was sent.
+
+A user sends when its pause is over, and locust's own report begins to count only then: a pause that is too long because the
+whole program was kept waiting is not in it. The milliseconds by which it was too long are the truth here.
+"""
 
 import os
 import time
@@ -11,18 +15,19 @@ TIMES = []
 
 class User(FastHttpUser):
     wait_time = constant_throughput(RATE)
+    due = None
 
     @task
     def get(self):
+        begin = time.monotonic()
+        late = begin - (self.due or begin)
+        self.due = begin + 1 / RATE
         self.client.get("/")
-
-
-@events.request.add_listener
-def note(response_time, **_):
-    TIMES.append((time.monotonic(), response_time))
+        end = time.monotonic()
+        TIMES.append((end, 1000 * (end - begin), 1000 * late))
 
 
 @events.quitting.add_listener
 def write(**_):
     with open(os.environ["LOCUST_TIMES"], "w", encoding="ascii") as file:
-        file.writelines(f"{end} {took}\n" for end, took in TIMES)
+        file.writelines(f"{end} {took} {late}\n" for end, took, late in TIMES)
