@@ -293,6 +293,24 @@ TEST(Judgement, AnEngineThatCannotBeReadCannotBeClean) {
     EXPECT_EQ(withUnreadable({100, 0}).outcome, Outcome::Spoiled);
 }
 
+TEST(Judgement, AnEngineThatCannotBeReadAnyMoreCannotBeClean) {
+    const auto unreadableFor = [](double seconds) {
+        return MadeRun()
+            .engine(60 - seconds, {5, 0})
+            .each(seconds,
+                  [](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat({}, evidence.from));
+                      evidence.engines[0].readable = false;
+                      evidence.engines[0].busiest = std::nullopt;
+                  })
+            .judged();
+    };
+    EXPECT_EQ(unreadableFor(30).doubt, Doubt::NotReadable);
+    EXPECT_NEAR(unreadableFor(30).engines[0].unreadable, 30, 1e-9);
+    EXPECT_EQ(unreadableFor(1).doubt, Doubt::NotReadable) << "more than 1 %";
+    EXPECT_EQ(unreadableFor(0.5).outcome, Outcome::Clean);
+}
+
 TEST(Judgement, AnEngineWhoseThreadsAreAllIgnoredCannotBeClean) {
     const Judged judged = MadeRun()
                               .each(10,

@@ -56,7 +56,7 @@ struct EngineEvidence {
     std::string name;
     double from = 0;
     double to = 0;
-    bool readable = false;                  ///< whether any thread's accounts could be read
+    bool readable = false;                  ///< whether any thread's accounts could be read in this interval
     std::optional<ThreadEvidence> busiest;  ///< the thread with the least slack; empty when none counts
     double waited = 0;                      ///< of all threads that count
     std::uint64_t turns = 0;                ///< how often these were put on a processor

@@ -126,6 +126,11 @@ bool Processes::isAnotherProgram(const ProcessKey& key) const {
     return found != seen_.end() && !found->second.engine;
 }
 
+bool Processes::idIsTaken(const ProcessKey& key) const {
+    const auto found = seen_.lower_bound(ProcessKey{key.pid, 0});
+    return found != seen_.end() && found->first.pid == key.pid && !(found->first == key);
+}
+
 std::vector<ProgramTime> Processes::others(std::size_t count) const {
     std::map<std::string, Finished> programs = finished_;
     for (const auto& [key, seen] : seen_) {

@@ -39,6 +39,9 @@ public:
     /// True when this process ran at the last scan and was none of the engines.
     bool isAnotherProgram(const ProcessKey& key) const;
 
+    /// True when another process had its id at the last scan, so that this one has ended.
+    bool idIsTaken(const ProcessKey& key) const;
+
     /// The programs that used most processor time since the first scan, engines left out; at most `count`.
     std::vector<ProgramTime> others(std::size_t count) const;
 

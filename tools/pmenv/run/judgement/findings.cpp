@@ -280,12 +280,12 @@ std::optional<RunFinding> lateFinding(const Judged& judged, const JudgeLimits& l
 
 std::optional<RunFinding> notReadableFinding(const Judged& judged) {
     for (const JudgedEngine& engine : judged.engines) {
-        if (engine.readable) continue;
+        if (engine.unreadable == 0) continue;
         return RunFinding{"notReadable",
                           false,
                           engine.key.pid,
                           engine.from,
-                          engine.to - engine.from,
+                          engine.unreadable,
                           engineText(engine.key.pid, engine.name) + ": its accounts could not be read",
                           "run pmenv as the engine's user or as root; the kernel needs CONFIG_SCHED_INFO"};
     }

@@ -109,8 +109,10 @@ void Judgement::addEngine(const EngineEvidence& evidence) {
         engine.quota = evidence.group.quota;
         engine.throttledGroup = evidence.group.throttledGroup;
     }
-    if (!evidence.readable || !evidence.busiest) return;
-
+    if (!evidence.readable || !evidence.busiest) {
+        engine.unreadable += evidence.to - evidence.from;
+        return;
+    }
     engine.readable = true;
     addTo(engine.parts, evidence.busiest->parts);
     engine.slack += std::max(0.0, evidence.busiest->seconds - evidence.busiest->parts.sum());
@@ -249,7 +251,9 @@ Doubt Judgement::doubtOf(const Judged& judged, bool namesMissing) const {
     if (seconds_ < kShortestRun) return Doubt::TooShort;
     if (namesMissing) return Doubt::NameNotSeen;
     for (const JudgedEngine& engine : judged.engines) {
-        if (!engine.readable && engine.to - engine.from >= 1) return Doubt::NotReadable;
+        if (engine.unreadable >= 1 && engine.unreadable > allowed * (engine.to - engine.from)) {
+            return Doubt::NotReadable;
+        }
     }
     if (!judged.share) return Doubt::NotReadable;
     if (unseen_ > allowed * seconds_) return Doubt::Unseen;

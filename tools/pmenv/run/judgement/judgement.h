@@ -36,9 +36,10 @@ struct JudgedEngine {
     double from = 0;
     double to = 0;
     bool ended = false;
-    bool readable = false;
-    double heldBack = 0;  ///< seconds
-    double share = 0;     ///< held back, of the time in which it was watched
+    bool readable = false;  ///< in some interval
+    double unreadable = 0;  ///< seconds in which its accounts could not be read
+    double heldBack = 0;    ///< seconds
+    double share = 0;       ///< held back, of the time in which it was watched
     std::vector<Stretch> stretches;
 
     int tid = 0;  ///< the thread that was the busiest most often
