@@ -1,6 +1,6 @@
 // FakeKernel.h - /proc and /sys/fs/cgroup made by hand, with the clock that goes with them.
 //
-// The files lie in a directory; programs that link FakeKernel.cpp wrap the C library's functions (FAKE_KERNEL in
+// The files lie in a directory; programs that link FakeKernel.cpp wrap the C library's functions (fake_kernel in
 // pmenv/CMakeLists.txt), so that paths below /proc and /sys lead there while a FakeKernel lives. A file that is deleted
 // cannot be read through a descriptor any more, as it is with the kernel's.
 #pragma once
@@ -29,6 +29,7 @@ public:
     void remove(const std::string& path);
     /// Opening it, or what lies below it, fails with EACCES.
     void hide(const std::string& path) { hidden_.insert(path); }
+    void show(const std::string& path) { hidden_.erase(path); }
 
     /// A thread: its stat and schedstat; a process is its first thread and has files of its own as well.
     struct Thread {

@@ -99,6 +99,34 @@ TEST_F(ScreenTest, BarsHaveOneWidth) {
     EXPECT_NE(lines(40)[1].find(']'), std::string::npos) << "a small terminal has room for bars";
 }
 
+TEST_F(ScreenTest, BarsAreNotWiderThanIsRead) {
+    showMany(1);
+    const std::string line = lines(200)[2];
+    EXPECT_EQ(line.find(']') - line.find('['), 59u);
+}
+
+TEST_F(ScreenTest, WordsAreFewerBeforeBarsGetShort) {
+    showMany(1);
+    EXPECT_EQ(lines(67)[1], "4 CPUs [|                 ]  5.0 %: # engines 0.1 %, | others 4.9 %");
+    EXPECT_THAT(lines(66)[1], testing::EndsWith(" ]  5.0 %"));
+}
+
+TEST_F(ScreenTest, TheTitleHasWhatFits) {
+    show({});
+    EXPECT_EQ(lines(50)[0], "2001-09-09T01:46:40Z  q quits, ↑↓ scroll  loadhost");
+    EXPECT_EQ(lines(49)[0], "2001-09-09T01:46:40Z  q quits, ↑↓ scroll");
+    EXPECT_EQ(lines(40)[0], "2001-09-09T01:46:40Z  q quits, ↑↓ scroll");
+    EXPECT_EQ(lines(39)[0], "2001-09-09T01:46:40Z");
+    EXPECT_EQ(lines(20)[0], "2001-09-09T01:46:40Z");
+    EXPECT_EQ(lines(19)[0], "2001-09-09T01:46:4…");
+}
+
+TEST_F(ScreenTest, ALineStaysBlankWhereThereIsRoom) {
+    showMany(1);
+    EXPECT_EQ(lines(80, 16)[4], "");
+    EXPECT_THAT(lines(80, 15)[4], StartsWith("    PID "));
+}
+
 TEST_F(ScreenTest, WhereThereIsNoRoomForBarsThereAreWords) {
     showMany(1);
     EXPECT_EQ(lines(30)[2], "Memory [    ]  0 B of 10.0 GiB");
@@ -209,6 +237,7 @@ TEST_F(ScreenTest, AnIdThatIsUsedAgainHasNoPast) {
 TEST_F(ScreenTest, KeepsAsMuchOfThePastAsIsShown) {
     show({engine(7, 60.0)}, 1000);
     EXPECT_THAT(lines(200).back(), testing::EndsWith(" " + repeated("▇", 170)));
+    EXPECT_THAT(lines(700).back(), testing::EndsWith(" " + repeated("▇", 512)));
 }
 
 // --- order ----------------------------------------------------------------------------------------------------------
@@ -245,9 +274,36 @@ TEST_F(ScreenTest, OnePercentMoreIsAClearChangeForAnIdleEngine) {
 }
 
 TEST_F(ScreenTest, SamplesBeforeTheLastTenDoNotCount) {
-    show({engine(7, 50.0), engine(8, 20.0)}, 100);
-    show({engine(7, 0.0), engine(8, 20.0)}, 10);
+    show({engine(7, 400.0), engine(8, 20.0)}, 100);
+    show({engine(7, 0.0), engine(8, 20.0)}, 9);
+    EXPECT_THAT(order(), ElementsAre(7, 8)) << "its mean is 40";
+    show({engine(7, 0.0), engine(8, 20.0)});
     EXPECT_THAT(order(), ElementsAre(8, 7));
+}
+
+// A fifth and one per cent: from 50, to more than 61.
+TEST_F(ScreenTest, AnEngineMovesWhenItsMeanHasClearlyChanged) {
+    const auto afterTwo = [](double first, double second, double other) {
+        Screen screen;
+        Figures figures = figuresAt(0);
+        for (const double percent : {first, second}) {
+            figures.engines = {engine(7, percent), engine(8, other)};
+            screen.add(figures);
+        }
+        return screen.lines({}, {80, 24}, Style(-1)).at(7).substr(0, 7);
+    };
+    EXPECT_EQ(afterTwo(50, 71.8, 60.5), "      8") << "60.9";
+    EXPECT_EQ(afterTwo(50, 72, 60.5), "      8") << "61";
+    EXPECT_EQ(afterTwo(50, 72.4, 60.5), "      7") << "61.2";
+    EXPECT_EQ(afterTwo(50, 28, 40), "      7") << "39";
+    EXPECT_EQ(afterTwo(50, 27.6, 40), "      8") << "38.8";
+}
+
+TEST_F(ScreenTest, UnknownSamplesDoNotCount) {
+    show({engine(7, std::nullopt), engine(8, 15.0), engine(9, 5.0)}, 5);
+    EXPECT_THAT(order(), ElementsAre(8, 9, 7));
+    show({engine(7, 20.0), engine(8, 15.0), engine(9, 5.0)});
+    EXPECT_THAT(order(), ElementsAre(7, 8, 9));
 }
 
 TEST_F(ScreenTest, EqualEnginesStandInTheOrderOfTheirIds) {
@@ -278,6 +334,8 @@ TEST_F(ScreenTest, ScrollsPageByPageAndToTheEnds) {
     EXPECT_FALSE(screen_.scroll(Key::Down));
     EXPECT_TRUE(screen_.scroll(Key::PageUp));
     EXPECT_THAT(order(10), ElementsAre(1003, 1004, 1005, 1006));
+    EXPECT_TRUE(screen_.scroll(Key::PageUp));
+    EXPECT_THAT(order(10), ElementsAre(1001, 1002, 1003, 1004)) << "no further than to the first";
     EXPECT_TRUE(screen_.scroll(Key::Bottom));
     EXPECT_THAT(order(10), ElementsAre(1007, 1008, 1009, 1010));
     EXPECT_TRUE(screen_.scroll(Key::Top));
@@ -314,6 +372,29 @@ TEST_F(ScreenTest, WarningsStandBetweenTheMachineAndItsEngines) {
     EXPECT_EQ(shown[7], "");
 }
 
+TEST_F(ScreenTest, WarningsAreBrokenBetweenWords) {
+    showMany(1);
+    const struct {
+        std::size_t columns;
+        const char* warning;
+        std::vector<std::string> lines;
+    } rows[] = {
+        {10, "abcdefgh", {"! abcdefgh"}},
+        {10, "abcdefgh ij", {"! abcdefgh", "  ij"}},
+        {10, "abcdefg hij", {"! abcdefg", "  hij"}},
+        {10, "abcdefgh   ij", {"! abcdefgh", "  ij"}},
+        {10, "abcdefghijkl", {"! abcdefgh", "  ijkl"}},
+        {10, "a bbbbbbbb", {"! a", "  bbbbbbbb"}},
+        {5, "abc def", {"! abc", "  def"}},
+        {4, "abc def", {"! a…"}},
+    };
+    for (const auto& row : rows) {
+        const auto shown = lines(row.columns, 24, {row.warning});
+        for (std::size_t i = 0; i < row.lines.size(); ++i) EXPECT_EQ(shown[4 + i], row.lines[i]) << row.warning;
+        EXPECT_EQ(shown[4 + row.lines.size()], "") << row.warning;
+    }
+}
+
 TEST_F(ScreenTest, WarningsLeaveRoomForEngines) {
     showMany(50);
     const std::vector<std::string> warnings{"a first one that takes more than a line", "b", "c", "d"};
@@ -324,6 +405,10 @@ TEST_F(ScreenTest, WarningsLeaveRoomForEngines) {
     EXPECT_EQ(shown[6], "! 2 more warnings");
     EXPECT_EQ(shown[9], "   1001      0.5 %    3.0 MiB ");
     EXPECT_EQ(lines(30, 10, warnings)[4], "! 4 warnings");
+    EXPECT_EQ(lines(30, 9, warnings)[4], "! 4 warnings");
+    EXPECT_EQ(lines(30, 11, {"a", "b", "c"})[4], "! a");
+    EXPECT_EQ(lines(30, 11, {"a", "b", "c"})[5], "! 2 more warnings");
+    EXPECT_EQ(lines(30, 12, {"a", "b", "c"})[6], "! c");
     EXPECT_EQ(lines(30, 10, {"only one that is much too long"})[4], "! only one that is much too l…");
 }
 
