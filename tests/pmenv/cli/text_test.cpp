@@ -60,4 +60,13 @@ TEST_F(TextTest, UnmistakableTextsAreQuotedWhereTheyCouldBeAnother) {
     EXPECT_EQ(unmistakable("\xff"), "\"\\xff\"");
 }
 
+TEST_F(TextTest, Utf16LengthCountsCodeUnits) {
+    EXPECT_EQ(utf16Length(""), 0U);
+    EXPECT_EQ(utf16Length("abc\t"), 4U);
+    EXPECT_EQ(utf16Length("ä日\uffff"), 3U);
+    EXPECT_EQ(utf16Length("𐀀𝄞"), 4U) << "each is a pair";
+    EXPECT_EQ(utf16Length("\xff\xc3"), 2U) << "bytes that begin no character";
+    EXPECT_EQ(utf16Length(std::string_view("a\0b", 3)), 3U);
+}
+
 }  // namespace

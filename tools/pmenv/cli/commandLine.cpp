@@ -140,6 +140,13 @@ void checkNumber(const Option& option, const std::string& text, const Command* c
               command);
 }
 
+void checkChoice(const Option& option, const std::string& text, const Command* command) {
+    const std::vector<std::string>& choices = option.choices;
+    if (std::find(choices.begin(), choices.end(), text) != choices.end()) return;
+    failUsage("--" + std::string(option.name) + " takes no '" + text + "'" + didYouMean(nearestNames(text, choices)),
+              command);
+}
+
 void checkValue(const Option& option, const std::optional<std::string>& value, const Command* command) {
     const std::string name = "--" + std::string(option.name);
     if (option.kind == Option::Kind::Flag) {
@@ -148,6 +155,7 @@ void checkValue(const Option& option, const std::optional<std::string>& value, c
     }
     if (!value) failUsage(name + " needs a value: " + name + " " + option.argument, command);
     if (option.kind == Option::Kind::Number) checkNumber(option, *value, command);
+    if (option.kind == Option::Kind::Choice) checkChoice(option, *value, command);
 }
 
 // --- arguments ------------------------------------------------------------------------------------------------------

@@ -19,7 +19,7 @@ enum class Offer { Nothing, Files, Directories, Settings, PathVariables };
 /// An option of pmenv or of one command. For File and FurtherFile the shell offers files: those of the working
 /// directory, or those of the directory that the setting KR_BIN names.
 struct Option {
-    enum class Kind { Flag, Text, File, FurtherFile, Number };
+    enum class Kind { Flag, Text, File, FurtherFile, Number, Choice };
 
     const char* name;  ///< without the dashes
     Kind kind;
@@ -27,7 +27,8 @@ struct Option {
     const char* help;
     double least = 0;  ///< the range of a number: `least` to `most`
     double most = 0;
-    bool whole = false;  ///< a number without a fraction
+    bool whole = false;                  ///< a number without a fraction
+    std::vector<std::string> choices{};  ///< the values of a choice
 };
 
 /// A positional argument. Only the last one of a command may be optional or repeated.

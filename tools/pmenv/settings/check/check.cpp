@@ -1,6 +1,7 @@
 #include "check/check.h"
 
 #include <algorithm>
+#include <map>
 #include <tuple>
 #include <utility>
 
@@ -22,8 +23,11 @@ public:
         for (const Entry& entry : settings_.entries()) apply<EntryCheck>(entry);
         apply<FileCheck>();
         sort();
+        takeAllowed();
+        sort();
         return std::move(findings_);
     }
+    std::size_t allowed() const { return allowed_; }
 
 private:
     template <class Kind, class... Subject>
@@ -34,6 +38,34 @@ private:
             Report report(settings_, *rule, findings_);
             (*check)(subject..., settings_, report);
         }
+    }
+
+    // Each comment allows one finding. What a comment allows in vain is a finding itself.
+    void takeAllowed() {
+        std::vector<Allowance> allowances = allowancesIn(settings_.lines());
+        std::map<std::pair<int, std::string>, std::vector<Allowance*>> open;
+        for (auto allowance = allowances.rbegin(); allowance != allowances.rend(); ++allowance) {
+            allowance->isNeedless = isDecidedByFiles(allowance->rule);
+            open[{allowance->allowedLine, allowance->rule}].push_back(&*allowance);
+        }
+        const auto isAllowed = [&](const CheckFinding& finding) {
+            const auto found = open.find({finding.line, finding.rule->name});
+            if (found == open.end() || found->second.empty()) return false;
+            found->second.back()->isNeedless = false;
+            found->second.pop_back();
+            return true;
+        };
+        const auto end = std::remove_if(findings_.begin(), findings_.end(), isAllowed);
+        allowed_ = static_cast<std::size_t>(findings_.end() - end);
+        findings_.erase(end, findings_.end());
+        for (const Allowance& allowance : allowances) apply<AllowanceCheck>(allowance);
+    }
+
+    // The rule was applied, and would have found nothing on another host either.
+    bool isDecidedByFiles(const std::string& name) const {
+        return std::any_of(rules_.begin(), rules_.end(), [&](const Rule* rule) {
+            return rule->name == name && rule->dependsOn == Rule::DependsOn::Files;
+        });
     }
 
     void sort() {
@@ -47,18 +79,21 @@ private:
     SettingsText& settings_;
     std::vector<const Rule*> rules_;
     std::vector<CheckFinding> findings_;
+    std::size_t allowed_ = 0;
 };
 
 }  // namespace
 
-std::string CheckedFile::sourceOf(const CheckFinding& finding) const {
+const std::string& CheckedFile::sourceOf(const CheckFinding& finding) const {
+    static const std::string none;
     const auto index = static_cast<std::size_t>(finding.line) - 1;
-    return index < lines.size() ? lines[index].text : "";
+    return index < lines.size() ? lines[index].text : none;
 }
 
 CheckedFile checkFile(const CheckRequest& request) {
     const std::string& name = request.name.empty() ? request.path : request.name;
     SettingsText settings(request.path, name, request.pressmark.empty() ? FileKind::Pressmark : FileKind::Further);
-    std::vector<CheckFinding> findings = Check(settings, request.ignored).run(request.pressmark);
-    return {name, settings.takeLines(), std::move(findings)};
+    Check check(settings, request.ignored);
+    std::vector<CheckFinding> findings = check.run(request.pressmark);
+    return {name, settings.takeLines(), std::move(findings), check.allowed()};
 }

@@ -4,6 +4,7 @@
 // would refuse is loaded without the refused lines, so that the rest of it is checked as well.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -13,9 +14,10 @@ struct CheckedFile {
     std::string file;
     std::vector<SettingsLine> lines;
     std::vector<CheckFinding> findings;  ///< by line and column
+    std::size_t allowed;                 ///< how many more were allowed by comments
 
     /// The line of a finding; "" in an empty file.
-    std::string sourceOf(const CheckFinding& finding) const;
+    const std::string& sourceOf(const CheckFinding& finding) const;
 };
 
 /// What is to be checked, and how.

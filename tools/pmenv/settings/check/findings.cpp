@@ -81,15 +81,9 @@ std::string exampleText(const char* title, const std::string& lines, const Style
     return text;
 }
 
-std::string ruleText(const Rule& rule, const Style& style) {
-    const std::string text =
-        style.bold(rule.name) + " (" + severityOf(rule) + ")\n" + wrapped(rule.description, "    ");
-    if (rule.example == nullptr) return text;
-    return text + exampleText("instead of", rule.example, style) + exampleText("write", rule.instead, style);
-}
-
 Json ruleJson(const Rule& rule) {
     Json json{{"rule", rule.name}, {"severity", severityOf(rule)}, {"text", rule.description}};
+    json["repair"] = rule.repair;
     json["example"] = rule.example != nullptr ? Json(rule.example) : Json();
     json["instead"] = rule.instead != nullptr ? Json(rule.instead) : Json();
     return json;
@@ -115,6 +109,13 @@ Json findingJson(const CheckedFile& checked, const CheckFinding& finding) {
             {"rule", finding.rule->name},
             {"text", finding.text},
             {"source", checked.sourceOf(finding)}};
+}
+
+std::string ruleText(const Rule& rule, const Style& style) {
+    const std::string text = style.bold(rule.name) + " (" + severityOf(rule) + ")\n" +
+                             wrapped(rule.description, "    ") + wrapped(rule.repair, "    ");
+    if (rule.example == nullptr) return text;
+    return text + exampleText("instead of", rule.example, style) + exampleText("write", rule.instead, style);
 }
 
 std::string rulesText(const Style& style) {
