@@ -46,5 +46,9 @@ if(TARGET pmenv)
   install(FILES ${PROJECT_BINARY_DIR}/pmenv.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)
   install(FILES ${PROJECT_BINARY_DIR}/pmenv.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME pmenv
     COMPONENT tool)
+  install(FILES ${PROJECT_BINARY_DIR}/pmenv.zsh DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions RENAME _pmenv
+    COMPONENT tool)
+  install(FILES ${PROJECT_BINARY_DIR}/pmenv.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d
+    COMPONENT tool)
   install(FILES examples/pressmark.ini DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/pmenv/examples COMPONENT tool)
 endif()
