@@ -17,7 +17,8 @@
     COMMAND(walk)        \
     COMMAND(report)      \
     COMMAND(stats)       \
-    COMMAND(judge)
+    COMMAND(judge)       \
+    COMMAND(mark)
 
 #define COMMAND(name) Command name##Command();
 PMENV_COMMANDS

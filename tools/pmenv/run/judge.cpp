@@ -14,8 +14,11 @@
 #include "failure.h"
 #include "figures.h"
 #include "judgeFormats.h"
+#include "judgeLimits.h"
+#include "judgeRecordings.h"
 #include "judgement/judgement.h"
 #include "kernel/files.h"
+#include "recording/recording.h"
 #include "runWatch.h"
 #include "units.h"
 
@@ -29,41 +32,24 @@ struct JudgeOptions {
     IgnoredThreads ignored;
     JudgeLimits limits;
     bool json = false;
+    std::string record;  ///< file; "" for none
 };
-
-std::optional<double> numberOf(const CommandLine& line, const char* option) {
-    return line.has(option) ? std::optional(line.number(option, 0)) : std::nullopt;
-}
 
 [[noreturn]] void refuse(const std::string& what) { throw Failure(what + "; see 'pmenv judge --help'", kExitUsage); }
 
-JudgeLimits limitsOf(const CommandLine& line) {
-    JudgeLimits limits;
-    limits.percentile = line.number("percentile", limits.percentile);
-    limits.tolerance = line.number("tolerance", 1000 * limits.tolerance) / 1000;
-    if (line.has("engines")) limits.engines = static_cast<std::size_t>(line.number("engines", 0));
-    limits.machinePercent = numberOf(line, "cpu-limit");
-    limits.enginePercent = numberOf(line, "engine-limit");
-    limits.sustain = line.number("sustain", limits.sustain);
-    limits.memoryPercent = numberOf(line, "memory-limit");
-    limits.swapMegabytes = numberOf(line, "swap-limit");
-    if (line.has("sustain") && !limits.machinePercent && !limits.enginePercent) {
-        refuse("--sustain needs --cpu-limit or --engine-limit");
-    }
-    return limits;
-}
-
 JudgeOptions optionsOf(const CommandLine& line) {
+    if (line.has("to")) refuse("--to needs a recording");
     JudgeOptions options;
-    options.duration = numberOf(line, "duration");
+    if (line.has("duration")) options.duration = line.number("duration", 0);
     options.choice.names = line.texts("engine");
     if (line.has("pid")) options.choice.pid = static_cast<int>(line.number("pid", 0));
     for (const std::string& name : options.choice.names) {
         if (name.empty()) refuse("--engine needs a name");
     }
     options.ignored = line.texts("ignore-thread");
-    options.limits = limitsOf(line);
+    options.limits = judgeLimits(line);
     options.json = line.has("json");
+    options.record = recordOption(line);
     return options;
 }
 
@@ -130,31 +116,32 @@ void watchRun(const JudgeOptions& options, RunWatch& watch) {
     watch.finish();
 }
 
-std::string hostName() {
-    char name[256] = "";
-    gethostname(name, sizeof name - 1);
-    return name;
-}
-
-int run(const CommandLine& line) {
+int judgeLive(const CommandLine& line) {
     const JudgeOptions options = optionsOf(line);
+    const RecordingHeader header = headerOfThisHost(options.choice, options.ignored, options.limits);
+    std::optional<RecordingWriter> recording;
+    if (!options.record.empty()) recording.emplace(options.record, header);
     JudgeContext context;
-    context.host = hostName();
-    context.start = std::chrono::system_clock::now();
+    context.host = header.host;
+    context.start = header.start;
     const double cpuBefore = kernel::ownCpuSeconds();
-    RunWatch watch(options.choice, options.ignored, options.limits);
+    RunWatch watch(options.choice, options.ignored, options.limits, recording ? &*recording : nullptr);
     watchRun(options, watch);
     context.cpuSeconds = kernel::ownCpuSeconds() - cpuBefore;
     context.missingNames = watch.missingNames();
 
     const Judged judged = watch.judged();
+    if (recording) recording->write(RecordedOutcome{judged.outcome, judged.believed, *context.cpuSeconds});
     if (options.json) {
         printJson(judgeJson(judged, options.limits, context));
     } else {
         std::cout << judgeText(judged, options.limits, context, Style(STDOUT_FILENO));
     }
-    return judgeExitCode(judged);
+    const int exitCode = judgeExitCode(judged);
+    return recording && !recording->complete() ? std::max(exitCode, kExitWrong) : exitCode;
 }
+
+int run(const CommandLine& line) { return line.arguments().empty() ? judgeLive(line) : judgeRecordings(line); }
 
 // --- grammar --------------------------------------------------------------------------------------------------------
 
@@ -176,6 +163,8 @@ std::vector<Option> judgeOptions() {
         {"sustain", kNumber, "SECONDS", "how long in total these two may be passed; 10 unless given", 0, kMost},
         {"memory-limit", kNumber, "PERCENT", "share of the memory that must stay available", 0, 100},
         {"swap-limit", kNumber, "MIB", "amount by which swap in use may grow", 0, kMost},
+        {"record", Option::Kind::File, "FILE", "keep what is seen in FILE, to judge or to draw it again"},
+        {"to", kNumber, "T", "of a recording: judge up to second T", 0, kMost},
     };
 }
 
@@ -184,10 +173,13 @@ std::vector<Option> judgeOptions() {
 Command judgeCommand() {
     return {"judge",
             "watch the load engines of a run: which percentiles of its results may be believed?",
-            {},
+            {{"FILE", "a recording to judge again, one for each load generator, instead of watching", true, true,
+              Offer::Files}},
             judgeOptions(),
             "pmenv judge --duration 60                          exit code 0 clean, 3 spoiled, 4 cannot tell\n"
             "pmenv judge --duration 60 --percentile 95 --json   as JSON, for a pipeline\n"
+            "pmenv judge --duration 60 --record gen1.pmrec      keep what was seen\n"
+            "pmenv judge gen1.pmrec gen2.pmrec                  judge two load generators by their recordings\n"
             "pmenv judge --engine wrk --duration 60             another program that generates load\n"
             "pmenv judge --pid 1234 --engines 2                 a process and its children, until Ctrl-C",
             run};

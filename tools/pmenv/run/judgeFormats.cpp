@@ -11,18 +11,6 @@
 
 namespace {
 
-const char* outcomeText(Outcome outcome) {
-    switch (outcome) {
-        case Outcome::Clean:
-            return "clean";
-        case Outcome::Spoiled:
-            return "spoiled";
-        case Outcome::CannotTell:
-            return "cannot tell";
-    }
-    return "";
-}
-
 const char* stateText(Signal::State state) {
     switch (state) {
         case Signal::State::Over:
@@ -65,11 +53,7 @@ std::string signalTable(const std::vector<Signal>& signals, const Style& style) 
 }
 
 std::string headline(const Judged& judged, const JudgeLimits& limits, const Style& style) {
-    const std::string outcome = outcomeText(judged.outcome);
-    const std::string shown = judged.outcome == Outcome::Clean     ? style.green(outcome)
-                              : judged.outcome == Outcome::Spoiled ? style.red(outcome)
-                                                                   : style.yellow(outcome);
-    return shown + ": " + reasonText(judged, limits) + "\n";
+    return verdictText(judged.outcome, style) + ": " + reasonText(judged, limits) + "\n";
 }
 
 std::string watchedText(const Judged& judged, const JudgeContext& context) {
@@ -167,7 +151,7 @@ Json watcherJson(const Judged& judged, const JudgeContext& context) {
         {"wakes", wakes.wakes},
         {"lateShare", woke ? Json(static_cast<double>(wakes.late) / static_cast<double>(wakes.wakes)) : Json()},
         {"longestLate", woke ? Json(wakes.longest) : Json()},
-        {"cpuSeconds", context.cpuSeconds}};
+        {"cpuSeconds", orNull(context.cpuSeconds)}};
 }
 
 template <class Items, class ToJson>
@@ -189,6 +173,12 @@ int judgeExitCode(const Judged& judged) {
             break;
     }
     return kExitCannotTell;
+}
+
+std::string verdictText(Outcome outcome, const Style& style) {
+    const std::string text = outcomeText(outcome);
+    if (outcome == Outcome::Clean) return style.green(text);
+    return outcome == Outcome::Spoiled ? style.red(text) : style.yellow(text);
 }
 
 std::string judgeText(const Judged& judged, const JudgeLimits& limits, const JudgeContext& context,

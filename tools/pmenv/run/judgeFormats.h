@@ -14,11 +14,14 @@ struct JudgeContext {
     std::string host;
     std::chrono::system_clock::time_point start;
     std::vector<std::string> missingNames;  ///< that were asked for and never seen
-    double cpuSeconds = 0;                  ///< that the watch used
+    std::optional<double> cpuSeconds;       ///< that the watch used
 };
 
 /// The exit code: 0 clean, 3 spoiled, 4 cannot tell.
 int judgeExitCode(const Judged& judged);
+
+/// The outcome in its colour.
+std::string verdictText(Outcome outcome, const Style& style);
 
 std::string judgeText(const Judged& judged, const JudgeLimits& limits, const JudgeContext& context, const Style& style);
 

@@ -11,10 +11,12 @@ constexpr double kShortestInterval = 0.1;  // seconds; the kernel adds running t
 
 }  // namespace
 
-RunWatch::RunWatch(const EngineChoice& choice, const IgnoredThreads& ignored, const JudgeLimits& limits)
+RunWatch::RunWatch(const EngineChoice& choice, const IgnoredThreads& ignored, const JudgeLimits& limits,
+                   RecordingWriter* recording)
     : limits_(limits),
       sampler_(choice, ignored, limits.tolerance),
       judgement_(limits),
+      recording_(recording),
       nextTake_(kernel::clockSeconds()) {
     take();
 }
@@ -45,7 +47,9 @@ void RunWatch::take() {
     evidence.wakes = wakes_;
     wakes_ = {};
     engines_ = evidence.engines.size();
+    evidence = asRecorded(std::move(evidence));
     judgement_.add(evidence);
+    if (recording_ != nullptr) recording_->write(evidence);
     nextTake_ = std::max(nextTake_ + sampler_.interval(), kernel::clockSeconds());
 }
 

@@ -7,11 +7,13 @@
 #include "events.h"
 #include "evidence/evidenceSampler.h"
 #include "judgement/judgement.h"
+#include "recording/recording.h"
 
 class RunWatch {
 public:
-    /// Begins the watch.
-    RunWatch(const EngineChoice& choice, const IgnoredThreads& ignored, const JudgeLimits& limits);
+    /// Begins the watch. A recording gets every interval.
+    RunWatch(const EngineChoice& choice, const IgnoredThreads& ignored, const JudgeLimits& limits,
+             RecordingWriter* recording = nullptr);
 
     /// Waits as `events` does, in turns of 10 ms, and gathers evidence meanwhile. How late its turns are tells how late a
     /// light sleeper is woken on this machine.
@@ -33,6 +35,7 @@ private:
     JudgeLimits limits_;
     EvidenceSampler sampler_;
     Judgement judgement_;
+    RecordingWriter* recording_;
     WakeEvidence wakes_;
     double nextTake_;
     std::size_t engines_ = 0;

@@ -115,5 +115,6 @@ struct Evidence {
     WakeEvidence wakes;
     std::vector<EngineEvidence> engines;
     std::vector<EngineEnd> ends;
-    std::vector<ProgramTime> others;  ///< that took most since the watch began, engines left out
+    std::vector<ProgramTime> others;        ///< that took most since the watch began, engines left out
+    std::vector<std::string> missingNames;  ///< that were asked for and have not been seen since the watch began
 };

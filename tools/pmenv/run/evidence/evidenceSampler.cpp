@@ -44,6 +44,7 @@ Evidence EvidenceSampler::take() {
     groups_.sample(slow);
     sampleEngines(evidence, time);
     evidence.others = others_;
+    evidence.missingNames = missingNames();
     last_ = time;
 
     const double cost = kernel::ownCpuSeconds() - scanned;

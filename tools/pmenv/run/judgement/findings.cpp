@@ -298,6 +298,18 @@ bool worse(const RunFinding& left, const RunFinding& right) {
 
 }  // namespace
 
+const char* outcomeText(Outcome outcome) {
+    switch (outcome) {
+        case Outcome::Clean:
+            return "clean";
+        case Outcome::Spoiled:
+            return "spoiled";
+        case Outcome::CannotTell:
+            return "cannot tell";
+    }
+    return "";
+}
+
 const char* reasonName(Reason reason) {
     switch (reason) {
         case Reason::OwnWork:

@@ -34,6 +34,9 @@ struct Signal {
 /// Every signal that was looked at, the worst first.
 std::vector<Signal> signalsOf(const Judged& judged, const JudgeLimits& limits);
 
+/// "clean", "spoiled", "cannot tell".
+const char* outcomeText(Outcome outcome);
+
 /// The reason as programs name it: "ownWork".
 const char* reasonName(Reason reason);
 
