@@ -3,11 +3,18 @@
 #include <algorithm>
 #include <cstdio>
 
+#include <sys/wait.h>
+
 #include "failure.h"
 #include "judgement/findings.h"
 #include "statsFormats.h"
 #include "table.h"
 #include "units.h"
+
+std::string whenText(const RunFinding& finding) {
+    return "from second " + std::to_string(static_cast<long>(finding.since)) + ", for " + secondsText(finding.seconds) +
+           ": ";
+}
 
 namespace {
 
@@ -59,7 +66,9 @@ std::string headline(const Judged& judged, const JudgeLimits& limits, const Styl
 std::string watchedText(const Judged& judged, const JudgeContext& context) {
     const std::size_t count = judged.engines.size();
     std::string text = "watched " + std::to_string(count) + (count == 1 ? " load engine" : " load engines") + " for " +
-                       secondsText(judged.seconds) + " on " + context.host + "\n";
+                       secondsText(judged.seconds) + " on " + context.host +
+                       (judged.from > 0 ? ", after the first " + secondsText(judged.from) : "") + "\n";
+    if (context.commandStatus.value_or(0) != 0) text += "the command" + endText(*context.commandStatus) + "\n";
     for (const std::string& name : context.missingNames) text += "no process named '" + name + "' was seen\n";
     return text;
 }
@@ -67,10 +76,8 @@ std::string watchedText(const Judged& judged, const JudgeContext& context) {
 std::string findingsText(const std::vector<RunFinding>& findings, const Style& style) {
     std::string text;
     for (const RunFinding& finding : findings) {
-        const std::string when = "from second " + std::to_string(static_cast<long>(finding.since)) + ", for " +
-                                 secondsText(finding.seconds) + ": ";
-        text += "\n" + (finding.spoils ? style.red("!") : std::string("-")) + " " + style.bold(when) + finding.text +
-                "\n  " + finding.advice + "\n";
+        text += "\n" + (finding.spoils ? style.red("!") : std::string("-")) + " " + style.bold(whenText(finding)) +
+                finding.text + "\n  " + finding.advice + "\n";
     }
     return text;
 }
@@ -163,6 +170,8 @@ Json arrayOf(const Items& items, ToJson toJson) {
 
 }  // namespace
 
+int shellExitCode(int status) { return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status); }
+
 int judgeExitCode(const Judged& judged) {
     switch (judged.outcome) {
         case Outcome::Clean:
@@ -193,7 +202,9 @@ Json judgeJson(const Judged& judged, const JudgeLimits& limits, const JudgeConte
                 {"reason", reasonText(judged, limits)},
                 {"host", context.host},
                 {"start", isoTime(context.start)},
+                {"from", judged.from},
                 {"seconds", judged.seconds},
+                {"commandExitCode", context.commandStatus ? Json(shellExitCode(*context.commandStatus)) : Json()},
                 {"percentile", limits.percentile},
                 {"tolerance", limits.tolerance},
                 {"believedPercentile", orNull(judged.believed)},

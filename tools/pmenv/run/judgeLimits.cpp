@@ -15,6 +15,7 @@ std::optional<double> numberOf(const CommandLine& line, const char* option, std:
 JudgeLimits judgeLimits(const CommandLine& line, const JudgeLimits& otherwise) {
     JudgeLimits limits = otherwise;
     limits.percentile = line.number("percentile", limits.percentile);
+    limits.skip = line.number("skip", limits.skip);
     if (line.has("tolerance")) limits.tolerance = line.number("tolerance", 0) / 1000;
     if (line.has("engines")) limits.engines = static_cast<std::size_t>(line.number("engines", 0));
     limits.machinePercent = numberOf(line, "cpu-limit", limits.machinePercent);
@@ -28,9 +29,9 @@ JudgeLimits judgeLimits(const CommandLine& line, const JudgeLimits& otherwise) {
     return limits;
 }
 
-std::string recordOption(const CommandLine& line) {
-    if (line.has("record") && line.text("record").empty()) {
-        throw Failure("--record needs the name of a file; see 'pmenv judge --help'", kExitUsage);
+std::string fileOption(const CommandLine& line, const char* option) {
+    if (line.has(option) && line.text(option).empty()) {
+        throw Failure("--" + std::string(option) + " needs the name of a file; see 'pmenv judge --help'", kExitUsage);
     }
-    return line.text("record");
+    return line.text(option);
 }

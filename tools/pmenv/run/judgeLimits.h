@@ -9,5 +9,5 @@
 /// What the user asks for, and `otherwise` where nothing was asked for. Throws Failure for options that do not go together.
 JudgeLimits judgeLimits(const CommandLine& line, const JudgeLimits& otherwise = {});
 
-/// The file of --record; "" when it was not given.
-std::string recordOption(const CommandLine& line);
+/// The file that an option names; "" when it was not given.
+std::string fileOption(const CommandLine& line, const char* option);

@@ -9,10 +9,12 @@
 
 #include <unistd.h>
 
+#include "atomicFile.h"
 #include "failure.h"
 #include "judgeFormats.h"
 #include "judgeLimits.h"
 #include "judgement/findings.h"
+#include "junit.h"
 #include "output.h"
 #include "recording/recording.h"
 #include "table.h"
@@ -29,6 +31,8 @@ void refuseOptionsOfWatches(const CommandLine& line) {
     for (const char* const option : {"duration", "engine", "pid", "ignore-thread", "record"}) {
         if (line.has(option)) refuse("--" + std::string(option) + " is for a watch, and a recording is judged here");
     }
+    if (!line.program().empty()) refuse("a command is for a watch, and a recording is judged here");
+    if (line.has("from") && line.has("skip")) refuse("--from and --skip do not go together: both say where to begin");
 }
 
 std::string millisecondsText(double seconds) {
@@ -39,7 +43,8 @@ std::string millisecondsText(double seconds) {
 
 // Turns are counted as late while the engines run, so that no other tolerance can be applied afterwards.
 JudgeLimits limitsFor(const CommandLine& line, const std::string& file, const RecordingHeader& header) {
-    const JudgeLimits limits = judgeLimits(line, header.limits);
+    JudgeLimits limits = judgeLimits(line, header.limits);
+    limits.skip = line.number("from", limits.skip);
     if (limits.tolerance == header.limits.tolerance) return limits;
     throw Failure(file + " was recorded with a tolerance of " + millisecondsText(header.limits.tolerance) +
                   ", by which late turns were counted; leave --tolerance out, or record the run again");
@@ -48,12 +53,9 @@ JudgeLimits limitsFor(const CommandLine& line, const std::string& file, const Re
 // --- judging --------------------------------------------------------------------------------------------------------
 
 // A load generator: what became of its run.
-struct Generator {
+struct Generator : JudgedRun {
     std::string file;
     bool complete = false;
-    JudgeLimits limits;
-    JudgeContext context;
-    Judged judged;
 };
 
 Generator judgeFile(const CommandLine& line, const std::string& file) {
@@ -150,5 +152,6 @@ int judgeRecordings(const CommandLine& line) {
     for (const std::string& file : line.arguments()) generators.push_back(judgeFile(line, file));
     std::stable_sort(generators.begin(), generators.end(), worse);
     print(line, generators);
+    if (line.has("junit")) replaceFile(fileOption(line, "junit"), junitXml({generators.begin(), generators.end()}));
     return judgeExitCode(generators[0].judged);
 }

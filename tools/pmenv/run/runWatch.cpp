@@ -26,14 +26,15 @@ Events::Event RunWatch::wait(Events& events, double seconds) {
     for (double now = kernel::clockSeconds(); now < end; now = kernel::clockSeconds()) {
         const double due = std::min({now + kTurn, nextTake_, end});
         const Events::Event event = events.wait(due - now);
-        if (event.kind != Events::Kind::Timeout) return event;
+        const bool inTurn = event.kind == Events::Kind::Timeout;
         const double woken = kernel::clockSeconds();
-        noteWake(woken - due);
+        if (inTurn) noteWake(woken - due);
         if (woken >= nextTake_) {
-            take();
-        } else {
+            take();  // also between many signals
+        } else if (inTurn) {
             sampler_.look();
         }
+        if (!inTurn) return event;
     }
     return {Events::Kind::Timeout, 0};
 }

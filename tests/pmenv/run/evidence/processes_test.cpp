@@ -221,4 +221,30 @@ TEST_F(ProcessesTest, TellsWhatOthersUsedSinceTheFirstScan) {
     EXPECT_EQ(processes.others(1).size(), 1u);
 }
 
+// --- a command that was started -------------------------------------------------------------------------------------
+
+// The watcher itself is the root: what the command leaves behind becomes its child.
+TEST_F(ProcessesTest, WhatThisProcessStartsStandsInForEngines) {
+    run(kPid, "pmenv");
+    run(kPid + 1, "wrapper", kPid);
+    run(kPid + 2, "sender", kPid + 1);
+    run(kPid + 3, "left-behind", kPid);
+    run(kPid + 4, "stranger");
+    Processes processes({{}, kPid, true}, kPid);
+    EXPECT_THAT(scanned(processes), ElementsAre(kPid + 1, kPid + 2, kPid + 3));
+    for (const FoundEngine& engine : processes.engines()) EXPECT_TRUE(engine.standIn) << engine.name;
+}
+
+TEST_F(ProcessesTest, AnEngineThatTheCommandStartsIsNoStandIn) {
+    run(kPid, "pmenv");
+    run(kPid + 1, "wrapper", kPid);
+    run(kPid + 2, "PMLoadEngineMai", kPid + 1);
+    Processes processes({{}, kPid, true}, kPid);
+    EXPECT_THAT(scanned(processes), ElementsAre(kPid + 1, kPid + 2));
+    for (const FoundEngine& engine : processes.engines()) {
+        EXPECT_EQ(engine.standIn, engine.key.pid == kPid + 1);
+        EXPECT_EQ(engine.chosenBy == kByRule, engine.key.pid == kPid + 2);
+    }
+}
+
 }  // namespace

@@ -111,6 +111,7 @@ TEST(Recording, KeepsTheHeader) {
     header.choice = {{"wrk", "\xff"}, 77};
     header.ignored = {"log writer"};
     header.limits.percentile = 99.9;
+    header.limits.skip = 2.5;
     header.limits.tolerance = 0.0123;
     header.limits.engines = 3;
     header.limits.machinePercent = 95.5;
@@ -132,6 +133,7 @@ TEST(Recording, KeepsTheHeader) {
     EXPECT_EQ(read.choice.pid, 77);
     EXPECT_THAT(read.ignored, ElementsAre("log writer"));
     EXPECT_EQ(read.limits.percentile, 99.9);
+    EXPECT_EQ(read.limits.skip, 2.5);
     EXPECT_EQ(read.limits.tolerance, 0.0123);
     EXPECT_EQ(read.limits.engines, 3U);
     EXPECT_EQ(read.limits.machinePercent, 95.5);

@@ -54,6 +54,7 @@ struct GroupEvidence {
 struct EngineEvidence {
     ProcessKey key;
     std::string name;
+    bool standIn = false;  ///< counts only as long as no engine is seen that does not stand in for others
     double from = 0;
     double to = 0;
     bool readable = false;                  ///< whether any thread's accounts could be read in this interval

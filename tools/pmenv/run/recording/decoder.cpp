@@ -18,6 +18,7 @@ JudgeLimits limitsOf(const Value& line) {
     const Value& object = member(line, "limits");
     JudgeLimits limits;
     limits.percentile = memberDouble(object, "percentile", 0, 100);
+    limits.skip = memberDouble(object, "skip", 0, kMostSeconds);
     limits.tolerance = memberDouble(object, "tolerance", 0, kMostSeconds);
     const auto engines = memberNumberOrNull(object, "engines", 0, INT_MAX);
     if (engines) limits.engines = static_cast<std::size_t>(*engines);

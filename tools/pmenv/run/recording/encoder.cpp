@@ -34,6 +34,7 @@ Json orNull(const std::optional<Value>& value) {
 
 std::string limitsOf(const JudgeLimits& limits) {
     return Json{{"percentile", limits.percentile},
+                {"skip", limits.skip},
                 {"tolerance", limits.tolerance},
                 {"engines", orNull(limits.engines)},
                 {"machinePercent", orNull(limits.machinePercent)},
