@@ -18,6 +18,7 @@
     COMMAND(report)      \
     COMMAND(stats)       \
     COMMAND(judge)       \
+    COMMAND(chart)       \
     COMMAND(mark)
 
 #define COMMAND(name) Command name##Command();

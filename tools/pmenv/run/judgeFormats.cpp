@@ -18,42 +18,12 @@ std::string whenText(const RunFinding& finding) {
 
 namespace {
 
-const char* stateText(Signal::State state) {
-    switch (state) {
-        case Signal::State::Over:
-            return "over";
-        case Signal::State::NotReadable:
-            return "not readable";
-        case Signal::State::Ok:
-            return "ok";
-    }
-    return "";
-}
-
 // --- text -----------------------------------------------------------------------------------------------------------
-
-std::string valueText(std::optional<double> value, Signal::Unit unit) {
-    if (!value) return "-";
-    char text[32];
-    switch (unit) {
-        case Signal::Unit::Percent:
-            return percentText(value);
-        case Signal::Unit::Bytes:
-            return bytesText(static_cast<std::uint64_t>(*value));
-        case Signal::Unit::Seconds:
-            std::snprintf(text, sizeof text, "%.1f ms", 1000 * *value);
-            return text;
-        case Signal::Unit::Count:
-            std::snprintf(text, sizeof text, "%.0f", *value);
-            return text;
-    }
-    return "";
-}
 
 std::string signalTable(const std::vector<Signal>& signals, const Style& style) {
     Table table({{"SIGNAL"}, {"WORST", true}, {"LIMIT", true}, {"STATE"}});
     for (const Signal& signal : signals) {
-        table.add({signal.name, valueText(signal.value, signal.unit), valueText(signal.limit, signal.unit),
+        table.add({signal.name, signalText(signal.value, signal.unit), signalText(signal.limit, signal.unit),
                    stateText(signal.state)});
     }
     return table.text(style, std::nullopt);
@@ -171,6 +141,36 @@ Json arrayOf(const Items& items, ToJson toJson) {
 }  // namespace
 
 int shellExitCode(int status) { return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status); }
+
+const char* stateText(Signal::State state) {
+    switch (state) {
+        case Signal::State::Over:
+            return "over";
+        case Signal::State::NotReadable:
+            return "not readable";
+        case Signal::State::Ok:
+            return "ok";
+    }
+    return "";
+}
+
+std::string signalText(std::optional<double> value, Signal::Unit unit) {
+    if (!value) return "-";
+    char text[32];
+    switch (unit) {
+        case Signal::Unit::Percent:
+            return percentText(value);
+        case Signal::Unit::Bytes:
+            return bytesText(static_cast<std::uint64_t>(*value));
+        case Signal::Unit::Seconds:
+            std::snprintf(text, sizeof text, "%.1f ms", 1000 * *value);
+            return text;
+        case Signal::Unit::Count:
+            std::snprintf(text, sizeof text, "%.0f", *value);
+            return text;
+    }
+    return "";
+}
 
 int judgeExitCode(const Judged& judged) {
     switch (judged.outcome) {

@@ -23,6 +23,12 @@ struct JudgeContext {
 /// "from second 3, for 2.5 s: "
 std::string whenText(const RunFinding& finding);
 
+/// "over", "not readable", "ok".
+const char* stateText(Signal::State state);
+
+/// A signal's value or limit with its unit; "-" where there is none.
+std::string signalText(std::optional<double> value, Signal::Unit unit);
+
 /// The exit code of a command as shells have it: its own, or 128 and the signal that ended it.
 int shellExitCode(int status);
 
