@@ -75,17 +75,18 @@ TEST_F(ScreenTest, ShowsTheMachineAndItsEngines) {
     figures.engines = {engine(9, std::nullopt), engine(7, 3.0), engine(8, 100.0)};
     screen_.add(figures);
     figures.engines = {engine(9, 0.0, kGiB), engine(7, 3.0), engine(8, 97.0)};
+    figures.engines[2].heldBack = HeldBackFigures{12.5, std::nullopt, 8, "sender", 99};
     screen_.add(figures);
     EXPECT_THAT(lines(80, 20),
                 ElementsAre("2001-09-09T01:46:40Z  q quits, ↑↓ scroll  loadhost",
                             "4 CPUs [#######|||||||              ]  50.0 %: # engines 25.0 %, | others 25.0 %",
                             "Memory [||||||||||||||              ]  5.0 GiB of 10.0 GiB, 5.0 GiB available",
                             "Swap   [|||||||                     ]  512.0 MiB of 2.0 GiB", "",
-                            "    PID OF ONE CPU     MEMORY HISTORY  ▂1 ▃2 ▄5 ▅10 ▆25 ▇50 █90 %",
-                            "  total    100.0 %    1.0 GiB engines: 3",  //
-                            "      8     97.0 %    3.0 MiB  ██",         //
-                            "      7      3.0 %    3.0 MiB  ▃▃",         //
-                            "      9      0.0 %    1.0 GiB   ▁"));
+                            "    PID OF ONE CPU     MEMORY HELD BACK HISTORY  ▂1 ▃2 ▄5 ▅10 ▆25 ▇50 █90 %",
+                            "  total    100.0 %    1.0 GiB           engines: 3",  //
+                            "      8     97.0 %    3.0 MiB    12.5 %  ██",         //
+                            "      7      3.0 %    3.0 MiB         -  ▃▃",         //
+                            "      9      0.0 %    1.0 GiB         -   ▁"));
 }
 
 TEST_F(ScreenTest, BarsHaveOneWidth) {
@@ -161,7 +162,7 @@ TEST_F(ScreenTest, WhatIsUnknownIsNotNothing) {
     EXPECT_THAT(shown[1], AllOf(StartsWith("4 CPUs [? "), HasSubstr("]  -")));
     EXPECT_THAT(shown[2], HasSubstr("2.0 GiB of 10.0 GiB, 8.0 GiB free"));
     EXPECT_THAT(shown[3], AllOf(StartsWith("Swap   [? "), HasSubstr("]  - of 2.0 GiB")));
-    EXPECT_EQ(shown[6], "  total          -          - engines: 2");
+    EXPECT_EQ(shown[6], "  total          -          -           engines: 2");
 }
 
 TEST_F(ScreenTest, PartsOfTheProcessorTimeWaitUntilAllAreKnown) {
@@ -212,9 +213,9 @@ TEST_F(ScreenTest, ShowsEnginesOnASmallTerminal) {
     showMany(50);
     EXPECT_THAT(order(10), ElementsAre(1001, 1002, 1003, 1004));
     EXPECT_EQ(lines(40, 10)[5], "  total     25.0 %  150.0 MiB 1-4/50");
-    EXPECT_EQ(lines(80, 7)[5], "  total     25.0 %  150.0 MiB engines: 1-1 of 50");
-    EXPECT_EQ(lines(80, 6)[5], "  total     25.0 %  150.0 MiB engines: 50") << "no room for any";
-    EXPECT_EQ(lines(80, 10)[5], "  total     25.0 %  150.0 MiB engines: 1-4 of 50");
+    EXPECT_EQ(lines(80, 7)[5], "  total     25.0 %  150.0 MiB           engines: 1-1 of 50");
+    EXPECT_EQ(lines(80, 6)[5], "  total     25.0 %  150.0 MiB           engines: 50") << "no room for any";
+    EXPECT_EQ(lines(80, 10)[5], "  total     25.0 %  150.0 MiB           engines: 1-4 of 50");
 }
 
 TEST_F(ScreenTest, ForgetsEnginesThatHaveGone) {
