@@ -223,8 +223,8 @@ TEST_F(ScreenTest, ForgetsEnginesThatHaveGone) {
     show({engine(8, 60.0)});
     EXPECT_THAT(order(), ElementsAre(8));
     show({engine(7, 60.0), engine(8, 60.0)});
-    EXPECT_THAT(lines(), Contains("      7     60.0 %    3.0 MiB ▇"));
-    EXPECT_THAT(lines(), Contains("      8     60.0 %    3.0 MiB ▇▇▇▇"));
+    EXPECT_THAT(lines(), Contains("      7     60.0 %    3.0 MiB         - ▇"));
+    EXPECT_THAT(lines(), Contains("      8     60.0 %    3.0 MiB         - ▇▇▇▇"));
 }
 
 TEST_F(ScreenTest, AnIdThatIsUsedAgainHasNoPast) {
@@ -232,12 +232,12 @@ TEST_F(ScreenTest, AnIdThatIsUsedAgainHasNoPast) {
     EngineFigures young = engine(7, 1.0);
     young.startTicks = 5000;
     show({young});
-    EXPECT_THAT(lines(), Contains("      7      1.0 %    3.0 MiB ▂"));
+    EXPECT_THAT(lines(), Contains("      7      1.0 %    3.0 MiB         - ▂"));
 }
 
 TEST_F(ScreenTest, KeepsAsMuchOfThePastAsIsShown) {
     show({engine(7, 60.0)}, 1000);
-    EXPECT_THAT(lines(200).back(), testing::EndsWith(" " + repeated("▇", 170)));
+    EXPECT_THAT(lines(200).back(), testing::EndsWith(" " + repeated("▇", 160)));
     EXPECT_THAT(lines(700).back(), testing::EndsWith(" " + repeated("▇", 512)));
 }
 

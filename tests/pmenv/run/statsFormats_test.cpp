@@ -86,7 +86,7 @@ TEST(StatsFormats, TableNamesItsColumns) {
 TEST(StatsFormats, TableOfTheEnginesTellsWhatHeldThemBack) {
     const std::string text = statsTable(sample(), Style(-1), std::nullopt);
     EXPECT_EQ(text.substr(text.find("\n\n") + 2),
-              "PID  OF ONE CPU  MEMORY  HELD BACK  THROTTLED  WORST THREAD  NAME\n"
+              "PID  OF ONE CPU   MEMORY  HELD BACK  THROTTLED  WORST THREAD  NAME\n"
               "  9      75.0 %  2.9 KiB     50.0 %          -  sender 6.2 %  PMLoadEngineMai\n"
               "  8      25.0 %   1000 B     12.5 %     40.0 %    a,b 97.5 %  PMLoadEngineMai\n"
               "  7           -        -          -          -             -  PMLoadEngineMai\n");
