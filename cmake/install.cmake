@@ -50,5 +50,5 @@ if(TARGET pmenv)
     COMPONENT tool)
   install(FILES ${PROJECT_BINARY_DIR}/pmenv.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d
     COMPONENT tool)
-  install(FILES examples/pressmark.ini DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/pmenv/examples COMPONENT tool)
+  install(FILES examples/pressmark.ini examples/pressmark.keys DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/pmenv/examples COMPONENT tool)
 endif()

@@ -1,4 +1,5 @@
 // The rules of pmenv check: each finds what it is about, where it is, and leaves alone what only looks like it.
+#include <algorithm>
 #include <set>
 #include <string>
 #include <vector>
@@ -23,12 +24,19 @@ protected:
         const std::string file = directory_.writeFile(further ? "engine.ini" : "pressmark.ini", text);
         const std::string pressmark = directory_.writeFile("settings.ini", "KR_VERSION = 1\nBOTH = 1\n");
         std::vector<std::string> found;
-        for (const CheckFinding& finding : checkFile({file, "", further ? pressmark : "", {}}).findings) {
+        const KnownKeys* const keys = needsKeys(rule) ? &keys_ : nullptr;
+        for (const CheckFinding& finding : checkFile({file, "", further ? pressmark : "", {}, keys}).findings) {
             if (finding.rule->name != rule) continue;
             found.push_back(std::to_string(finding.line) + ":" + std::to_string(finding.column) + "+" +
                             std::to_string(finding.length) + " " + finding.text);
         }
         return found;
+    }
+
+    static bool needsKeys(const std::string& name) {
+        return std::any_of(allRules().begin(), allRules().end(), [&](const Rule& rule) {
+            return rule.name == name && rule.needs == Rule::Needs::KnownKeys;
+        });
     }
 
     // The same without the texts.
@@ -39,6 +47,11 @@ protected:
     }
 
     const TempDir directory_;
+    // What the examples of the rules about known keys say of them.
+    const KnownKeys keys_ = readKnownKeys(
+        directory_.writeFile("rule.keys",
+                             "[http.TIMEOUT_SEC]\ntype = integer\nleast = 1\nmost = 3600\nrequired = yes\n"
+                             "[http.HOSTS]\ntype = file\n"));
     const ScopedEnv home_{"HOME", "/home/user"};
     const ScopedEnv unset_{"PM_NOT_SET", nullptr};
     const ScopedEnv base_{"BASE", nullptr};

@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <tuple>
 #include <utility>
+
+#include "knownKeys/chosenKeys.h"
 
 namespace {
 
@@ -12,7 +15,9 @@ class Check {
 public:
     Check(SettingsText& settings, const std::vector<std::string>& ignored) : settings_(settings) {
         for (const Rule& rule : allRules()) {
-            if (std::find(ignored.begin(), ignored.end(), rule.name) == ignored.end()) rules_.push_back(&rule);
+            const bool isIgnored = std::find(ignored.begin(), ignored.end(), rule.name) != ignored.end();
+            const bool lacksKeys = rule.needs == Rule::Needs::KnownKeys && settings.knownKeys() == nullptr;
+            if (!isIgnored && !lacksKeys) rules_.push_back(&rule);
         }
     }
 
@@ -82,6 +87,22 @@ private:
     std::size_t allowed_ = 0;
 };
 
+// What a program would read for `key`; none when there is no such setting or it cannot be read.
+std::optional<std::string> readValue(SettingsText& settings, const std::string& pressmark, const std::string& key) {
+    const Entry* const entry = settings.find(key);
+    std::optional<std::string> value;
+    if (entry == nullptr) return value;
+    expandAll(settings, pressmark, [&](const Expansion& expansion) {
+        if (expansion.entry == entry && expansion.when == Expansion::When::Reading) value = expansion.text;
+    });
+    return value;
+}
+
+std::optional<KnownKeys> knownKeysFor(SettingsText& settings, const CheckRequest& request) {
+    if (request.keys != nullptr) return *request.keys;
+    return keysOfSetting(settings.name(), readValue(settings, request.pressmark, kKeysSetting));
+}
+
 }  // namespace
 
 const std::string& CheckedFile::sourceOf(const CheckFinding& finding) const {
@@ -93,6 +114,7 @@ const std::string& CheckedFile::sourceOf(const CheckFinding& finding) const {
 CheckedFile checkFile(const CheckRequest& request) {
     const std::string& name = request.name.empty() ? request.path : request.name;
     SettingsText settings(request.path, name, request.pressmark.empty() ? FileKind::Pressmark : FileKind::Further);
+    settings.setKnownKeys(knownKeysFor(settings, request));
     Check check(settings, request.ignored);
     std::vector<CheckFinding> findings = check.run(request.pressmark);
     return {name, settings.takeLines(), std::move(findings), check.allowed()};

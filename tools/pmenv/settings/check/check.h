@@ -26,7 +26,9 @@ struct CheckRequest {
     std::string name;       ///< what the file is called; that of the path unless it is given
     std::string pressmark;  ///< for a further settings file, the pressmark.ini that its references mean; else ""
     std::vector<std::string> ignored;  ///< names of rules
+    const KnownKeys* keys = nullptr;   ///< what the product knows; else the file's setting PMENV_KEYS counts
 };
 
-/// Checks a file as a program would load it, with this process's environment. Throws Failure when it cannot be read.
+/// Checks a file as a program would load it, with this process's environment. Throws Failure when it cannot be read, or
+/// the known keys that it names cannot be used.
 CheckedFile checkFile(const CheckRequest& request);

@@ -10,6 +10,8 @@
 #include "check/input.h"
 #include "commandLine.h"
 #include "failure.h"
+#include "knownKeys/chosenKeys.h"
+#include "knownKeys/keysDraft.h"
 #include "settingsFile.h"
 
 namespace {
@@ -52,17 +54,19 @@ std::string fileInForce(const CommandLine& line) {
 class Run {
 public:
     Run(const CommandLine& line, FindingsWriter& writer)
-        : line_(line), ignored_(line.texts("ignore")), writer_(writer) {}
+        : line_(line), ignored_(line.texts("ignore")), keys_(keysOfOption(line)), writer_(writer) {}
 
     Counts checkAll();
 
 private:
     void attempt(const std::string& argument, const std::function<void()>& check);
+    void checkInput(const std::string& file);
     void checkFurther(const std::string& name);
     void take(const CheckedFile& checked);
 
     const CommandLine& line_;
     std::vector<std::string> ignored_;
+    std::optional<KnownKeys> keys_;  // of --keys
     FindingsWriter& writer_;
     Counts counts_;
 };
@@ -74,12 +78,12 @@ Counts Run::checkAll() {
         attempt(further, [&] { checkFurther(further); });
     } else if (line_.arguments().empty()) {
         const std::string file = fileInForce(line_);
-        attempt(file, [&] { take(checkInput(file, ignored_)); });
+        attempt(file, [&] { checkInput(file); });
     }
     for (const std::string& argument : line_.arguments()) {
         std::vector<std::string> files;
         attempt(argument, [&] { files = settingsFilesOf(argument); });
-        for (const std::string& file : files) attempt(file, [&] { take(checkInput(file, ignored_)); });
+        for (const std::string& file : files) attempt(file, [&] { checkInput(file); });
     }
     return counts_;
 }
@@ -94,10 +98,16 @@ void Run::attempt(const std::string& argument, const std::function<void()>& chec
     }
 }
 
+void Run::checkInput(const std::string& file) {
+    withInput(file, [&](const std::string& path, const std::string& name) {
+        take(checkFile({path, name, "", ignored_, keys_ ? &*keys_ : nullptr}));
+    });
+}
+
 void Run::checkFurther(const std::string& name) {
     const std::string pressmark = settingsFile(line_);
     const std::string file = furtherFile(Settings(pressmark), name);
-    take(checkFile({file, file, pressmark, ignored_}));
+    take(checkFile({file, file, pressmark, ignored_, keys_ ? &*keys_ : nullptr}));
 }
 
 void Run::take(const CheckedFile& checked) {
@@ -122,13 +132,26 @@ void checkUsage(const CommandLine& line) {
     const bool hasFiles = !line.arguments().empty();
     if (hasFiles && line.has("ini")) failUsage("FILE and --ini do not go together, each names what is checked");
     if (hasFiles && line.has("file")) failUsage("FILE and --file do not go together");
+    if (line.has("write-keys") && !hasFiles) failUsage("--write-keys needs a FILE");
     if (line.has("json") && formatOf(line) != "json")
         failUsage("--json and --format " + formatOf(line) + " contradict");
+}
+
+int writeKeys(const CommandLine& line) {
+    KeysDraft draft;
+    for (const std::string& argument : line.arguments()) {
+        for (const std::string& file : settingsFilesOf(argument)) {
+            withInput(file, [&](const std::string& path, const std::string& name) { draft.add(path, name); });
+        }
+    }
+    std::cout << draft.text();
+    return kExitDone;
 }
 
 int run(const CommandLine& line) {
     checkUsage(line);
     if (line.has("rules")) return printRules(line);
+    if (line.has("write-keys")) return writeKeys(line);
     const std::unique_ptr<FindingsWriter> writer = findingsWriter(formatOf(line));
     const Counts counts = Run(line, *writer).checkAll();
     writer->finish();  // the findings first, where both go to one place
@@ -147,7 +170,8 @@ Command checkCommand() {
           "a settings file, checked as if it were pressmark.ini; a directory for all *.ini below it; - for standard "
           "input; without one, the pressmark.ini in force",
           true, true, Offer::Files}},
-        {{"file", Option::Kind::FurtherFile, "FILE",
+        {keysOption(),
+         {"file", Option::Kind::FurtherFile, "FILE",
           "check FILE in the directory that the setting KR_BIN names; its references refer to pressmark.ini"},
          {"format", Option::Kind::Choice, "text|json|sarif|github",
           "how findings are written: as text, as JSON, as SARIF 2.1.0 or as commands of a GitHub workflow", 0, 0, false,
@@ -155,12 +179,15 @@ Command checkCommand() {
          {"ignore", Option::Kind::Choice, "RULE", "switch off RULE; may be given several times", 0, 0, false,
           ruleNames()},
          {"strict", Option::Kind::Flag, nullptr, "exit with 1 also when there are only warnings"},
-         {"rules", Option::Kind::Flag, nullptr, "print the rules, each with an example, and exit"}},
+         {"rules", Option::Kind::Flag, nullptr, "print the rules, each with an example, and exit"},
+         {"write-keys", Option::Kind::Flag, nullptr,
+          "print known keys for the settings in the files, with guessed types, and exit"}},
         "pmenv check                         the pressmark.ini that programs here would load\n"
         "pmenv check conf --strict           for a pipeline: all *.ini below conf, exit 1 on any finding\n"
         "pmenv check new.ini --json          findings as JSON\n"
         "pmenv check conf --format sarif     the same for code hosts and editors\n"
         "pmenv check --file engine.ini       a further settings file, beside the pressmark.ini in force\n"
+        "pmenv check --write-keys new.ini    a file of known keys to begin with\n"
         "pmenv check new.ini --ignore unset-variable",
         run,
         "Each file is checked as a program would load it as pressmark.ini. A finding is printed as "
@@ -175,5 +202,12 @@ Command checkCommand() {
         "With --format sarif the findings are a SARIF 2.1.0 log, whose columns count UTF-16 code units; with --format "
         "github they are commands that a GitHub workflow shows beside the lines of a change. --json is --format "
         "json.\n\n"
-        "References to environment variables are checked against the environment of this command."};
+        "References to environment variables are checked against the environment of this command.\n\n"
+        "Known keys describe the settings that a product knows. Their file has a section for each setting, [NAME] or "
+        "[section.NAME], with type (text, integer, number, boolean, path, file or choice), least, most and unit of a "
+        "number, values of a choice (a list with commas), required and secret (yes or no), and help. With them the "
+        "rules "
+        "unknown-key, wrong-type, out-of-range, missing-file and missing-key are applied to the expanded values. They "
+        "come from --keys or from the file that the setting PMENV_KEYS names, beside the file that it stands in. With "
+        "--write-keys such a file is drafted from the settings in existing files and printed."};
 }

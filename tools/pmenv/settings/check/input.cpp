@@ -62,11 +62,11 @@ std::vector<std::string> settingsFilesOf(const std::string& argument) {
     return files;
 }
 
-CheckedFile checkInput(const std::string& file, const std::vector<std::string>& ignored) {
-    if (!isStream(file)) return checkFile({file, file, "", ignored});
+void withInput(const std::string& file, const InputVisitor& visit) {
+    if (!isStream(file)) return visit(file, file);
     const std::string name = file == kStandardInput ? "<stdin>" : file;
     const Descriptor stream(file);
     NamelessFile copy("");
     if (!copy.copyFrom(stream.get(), kMost)) failToRead(name, errno);
-    return checkFile({copy.path(), name, "", ignored});
+    visit(copy.path(), name);
 }

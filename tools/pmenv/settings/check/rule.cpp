@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "settings.h"
+
 // What lies behind the beginning of a very long line is not shown.
 void Report::at(int line, std::size_t column, std::size_t length, std::string text) {
     const auto& lines = settings_.lines();
@@ -37,3 +39,11 @@ std::string quoted(const std::string& text) {
 }
 
 std::string onLine(int line) { return "line " + std::to_string(line); }
+
+std::optional<KnownValue> knownValue(const Expansion& expansion, const SettingsText& settings) {
+    if (expansion.when != Expansion::When::Reading || !expansion.text) return std::nullopt;
+    if (expansion.text->size() > kLongestExpansion) return std::nullopt;
+    const KnownKey* const key = settings.knownKeys()->find(expansion.entry->key);
+    if (key == nullptr) return std::nullopt;
+    return KnownValue{*key, *expansion.text};
+}

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -54,6 +55,8 @@ struct Rule {
     enum class Severity { Error, Warning };
     /// What decides whether the rule finds something: the files alone, or also the host that they are checked on.
     enum class DependsOn { Files, Host };
+    /// Whether the rule is about what the product knows, and so is applied only where that is known.
+    enum class Needs { Nothing, KnownKeys };
 
     const char* name;
     Severity severity;
@@ -63,6 +66,7 @@ struct Rule {
     const char* instead;  ///< the same, put right
     std::variant<LineCheck, EntryCheck, ExpansionCheck, AllowanceCheck, FileCheck> check;
     DependsOn dependsOn = DependsOn::Files;
+    Needs needs = Needs::Nothing;
 
     bool isError() const { return severity == Severity::Error; }
 };
@@ -78,3 +82,10 @@ std::string quoted(const std::string& text);
 
 /// "line 7".
 std::string onLine(int line);
+
+/// The value that a program reads, and what the product knows of its key; nothing for another expansion.
+struct KnownValue {
+    const KnownKey& key;
+    const std::string& value;
+};
+std::optional<KnownValue> knownValue(const Expansion& expansion, const SettingsText& settings);

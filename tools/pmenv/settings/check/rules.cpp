@@ -20,6 +20,11 @@
     RULE(oneSidedQuote)      \
     RULE(missingRelease)     \
     RULE(needlessAllow)      \
+    RULE(unknownKey)         \
+    RULE(wrongType)          \
+    RULE(outOfRange)         \
+    RULE(missingFile)        \
+    RULE(missingKey)         \
     RULE(tooMuchWork)
 
 #define RULE(name) Rule name##Rule();

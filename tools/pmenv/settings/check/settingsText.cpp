@@ -97,6 +97,8 @@ std::string SettingsText::nearestVariables(const std::string& name) const {
     return nearest(name, variables_);
 }
 
+std::string SettingsText::nearestKnownKeys(const std::string& name) const { return nearest(name, knownKeys_->names()); }
+
 // Comparing names takes long in a large file, so only the first unknown names get suggestions there.
 std::string SettingsText::nearest(const std::string& name, const std::vector<std::string>& known) const {
     if (comparisonsLeft_ < known.size()) return {};

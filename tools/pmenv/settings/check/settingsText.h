@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "knownKeys/knownKeys.h"
+
 /// A line of the file.
 struct SettingsLine {
     static constexpr std::size_t kLongest = (std::size_t{1} << 20) + 4096;  // no value that can be expanded is longer
@@ -65,9 +67,14 @@ public:
 
     /// Names of the settings that references in this file mean; its own unless they are set.
     void setReferable(std::vector<std::string> names) { referable_ = std::move(names); }
+    /// The settings that the product knows; null when that is not known.
+    const KnownKeys* knownKeys() const { return knownKeys_ ? &*knownKeys_ : nullptr; }
+    void setKnownKeys(std::optional<KnownKeys> keys) { knownKeys_ = std::move(keys); }
     /// "; did you mean 'A'?" for a setting or an environment variable that does not exist.
     std::string nearestSettings(const std::string& name) const;
     std::string nearestVariables(const std::string& name) const;
+    /// The same for a setting that the product does not know.
+    std::string nearestKnownKeys(const std::string& name) const;
 
 private:
     void addEntry(Entry entry);
@@ -80,5 +87,6 @@ private:
     std::unordered_map<std::string, std::size_t> lastOfKey_;
     mutable std::vector<std::string> referable_;  // filled when they are needed
     mutable std::vector<std::string> variables_;
+    std::optional<KnownKeys> knownKeys_;
     mutable std::size_t comparisonsLeft_ = 500'000;
 };

@@ -11,6 +11,7 @@
 #include "explain/furtherEntries.h"
 #include "explain/observation.h"
 #include "explain/observedSettings.h"
+#include "knownKeys/knownKeys.h"
 
 /// A place in the settings file, or with line 0 in the text or the environment variable around it. Counted from 1.
 struct FilePlace {
@@ -73,6 +74,7 @@ struct Explanation {
     ExplainedValue root;
     std::optional<std::string> value;  ///< what KREGetEnvValue answers, or KRERuntimeResolve for a text
     std::optional<ExplainedFailure> failure;
+    std::optional<KnownKey> known{};  ///< what the product knows of the setting
 };
 
 Explanation explainSetting(const ObservedSettings& settings, const std::string& name);

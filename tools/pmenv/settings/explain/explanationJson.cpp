@@ -112,6 +112,9 @@ Json explanationJson(const Explanation& explanation) {
     Json json{{"file", explanation.file}};
     if (!explanation.pressmark.empty()) json["pressmark"] = explanation.pressmark;
     if (explanation.root.source != Source::Text) json["name"] = explanation.name;
+    if (explanation.known) {
+        json["known"] = {{"type", explanation.known->typeText()}, {"help", explanation.known->help}};
+    }
     json["value"] = explanation.value ? Json(*explanation.value) : Json();
     json["failure"] = explanation.failure ? failureJson(*explanation.failure) : Json();
     json["explanation"] = valueJson(explanation.root);

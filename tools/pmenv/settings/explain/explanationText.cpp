@@ -68,6 +68,7 @@ std::string TreeText::compose() {
     const bool isText = explanation_.root.source == Source::Text;
     const std::string title = isText ? "text" : cutToWidth(printable(explanation_.name), kWidestName);
     text_ = filesText() + style_.bold(title) + (isText ? "" : ": " + rootSource()) + "\n";
+    if (explanation_.known) addLine("│ ", "help", printable(explanation_.known->helpText()));
     addValue(explanation_.root, "");
     if (explanation_.failure) {
         addFailure(*explanation_.failure);
