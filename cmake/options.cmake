@@ -16,6 +16,7 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)   # no directory of this machine in what is built
 
 add_library(krenv_options INTERFACE)
 # Support files over 2 GiB, 64-bit inodes and dates after 2038, also on 32 bits.
@@ -29,6 +30,10 @@ if(KRENV_SANITIZE)
   target_link_options(krenv_options INTERFACE -fsanitize=${KRENV_SANITIZE})
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   target_compile_options(krenv_options INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+  # Directories of this machine do not get into what is shipped. (A compiler cache may make the sources' directory relative.)
+  cmake_path(RELATIVE_PATH PROJECT_SOURCE_DIR BASE_DIRECTORY ${PROJECT_BINARY_DIR} OUTPUT_VARIABLE from_build)
+  target_compile_options(krenv_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
+    -ffile-prefix-map=${from_build}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
 endif()
 if(KRENV_BUILD_FUZZ)
   target_compile_options(krenv_options INTERFACE -fsanitize=fuzzer-no-link)
