@@ -34,9 +34,8 @@ protected:
     }
 
     static bool needsKeys(const std::string& name) {
-        return std::any_of(allRules().begin(), allRules().end(), [&](const Rule& rule) {
-            return rule.name == name && rule.needs == Rule::Needs::KnownKeys;
-        });
+        return std::any_of(allRules().begin(), allRules().end(),
+                           [&](const Rule& rule) { return rule.name == name && rule.needs == Rule::Needs::KnownKeys; });
     }
 
     // The same without the texts.
