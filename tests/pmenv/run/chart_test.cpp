@@ -40,6 +40,14 @@ TEST_F(PmenvChart, DrawsARecordingWithItsVerdictTheSameEachTime) {
     EXPECT_THAT(run({"judge", "gen1.pmrec"}).out, HasSubstr("percentiles up to p40 can be believed"));
 }
 
+TEST_F(PmenvChart, TellsWhatTheVerdictLeavesOut) {
+    RecordingHeader header = someHeader();
+    header.limits.skip = 3;
+    recorded("gen1.pmrec", header);
+    EXPECT_THAT(run({"chart", "gen1.pmrec"}).out, AllOf(HasSubstr("The first 3 s are left out of the verdict."),
+                                                        HasSubstr("<dt>left out at the beginning</dt><dd>3 s</dd>")));
+}
+
 TEST_F(PmenvChart, DrawsSeveralGeneratorsAndResults) {
     RecordingHeader later = someHeader();
     later.host = "gen2";

@@ -52,6 +52,17 @@ TEST(RunFigures, WhatIsNotToldIsNotKnown) {
     EXPECT_DOUBLE_EQ(figures[Figure::EngineProcessors].unknownSeconds(), 0);  // no engine ran
 }
 
+TEST(RunFigures, WhatStandsInForEnginesDoesNotCountBesideThem) {
+    const ChartRun run = chartRunOf(10, [](Evidence& evidence) {
+        fillEngines(evidence, {20}, 2);
+        evidence.engines[1] = engineThat({100}, evidence.from, 101);
+        evidence.engines[1].standIn = true;
+    });
+    EXPECT_EQ(run.figures.engines().size(), 1u);
+    EXPECT_DOUBLE_EQ(meanAt(run.figures[Figure::HeldBackWorst], 5), 0);
+    EXPECT_NEAR(meanAt(run.figures[Figure::EngineProcessors], 5), 0.2, 1e-9);
+}
+
 TEST(RunFigures, AnEngineWhoseAccountsCannotBeReadIsNotKnown) {
     const ChartRun run = chartRunOf(10, [](Evidence& evidence) {
         fillEngines(evidence, {20});

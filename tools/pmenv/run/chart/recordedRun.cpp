@@ -34,6 +34,7 @@ NamedTexts optionsOf(const RecordingHeader& header) {
     const auto add = [&options](const char* name, const std::optional<double>& limit, const char* unit) {
         if (limit) options.emplace_back(name, shortNumber(*limit) + unit);
     };
+    if (limits.skip > 0) options.emplace_back("left out at the beginning", secondsText(limits.skip));
     if (limits.engines) options.emplace_back("engines", std::to_string(*limits.engines));
     add("limit on the machine's processors", limits.machinePercent, " %");
     add("limit on one engine", limits.enginePercent, " % of one processor");
@@ -73,6 +74,7 @@ ChartRun readRecordedRun(const std::string& file) {
         missingNames = evidence.missingNames;
     }
     run.judged = judgement.judged(!missingNames.empty());
+    run.judgedFrom = run.judged.from;
     run.remarks = reader.warnings();
     for (const std::string& name : missingNames) run.remarks.push_back("no process named '" + name + "' was seen");
     return run;

@@ -61,7 +61,19 @@ const ThreadEvidence* withLeastSlack(const std::vector<EngineEvidence>& engines)
 
 const char* figureName(Figure figure) { return kNames[static_cast<std::size_t>(figure)]; }
 
+// As in the judgement, what only stands in for engines counts as long as no engine is seen.
 void RunFigures::add(const Evidence& evidence) {
+    const auto standsIn = [](const EngineEvidence& engine) { return engine.standIn; };
+    const auto& engines = evidence.engines;
+    engineSeen_ = engineSeen_ || !std::all_of(engines.begin(), engines.end(), standsIn);
+    if (!engineSeen_ || std::none_of(engines.begin(), engines.end(), standsIn)) return addInterval(evidence);
+    Evidence counted = evidence;
+    counted.engines.erase(std::remove_if(counted.engines.begin(), counted.engines.end(), standsIn),
+                          counted.engines.end());
+    addInterval(counted);
+}
+
+void RunFigures::addInterval(const Evidence& evidence) {
     if (!(evidence.to > evidence.from)) return;
     addHeldBack(evidence);
     addBusiestThread(evidence);

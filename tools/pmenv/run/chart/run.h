@@ -58,6 +58,7 @@ public:
 
 private:
     Series& of(Figure figure) { return series_[static_cast<std::size_t>(figure)]; }
+    void addInterval(const Evidence& evidence);
     void addHeldBack(const Evidence& evidence);
     void addBusiestThread(const Evidence& evidence);
     void addProcessors(const Evidence& evidence);
@@ -68,6 +69,7 @@ private:
     double tolerance_;
     std::array<Series, kFigures> series_;
     std::map<ProcessKey, Series> engines_;
+    bool engineSeen_ = false;  // that does not stand in for others
     bool manyEngines_ = false;
     int processors_ = 1;
     double memoryKnown_ = 0;  // until when
