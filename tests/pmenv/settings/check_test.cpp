@@ -285,7 +285,7 @@ TEST_F(PmenvCheckInput, DirectoryStandsForItsSettingsFiles) {
     const ProgramResult empty = run({"empty"});
     EXPECT_EQ(1, empty.status);
     EXPECT_EQ(
-        "pmenv: cannot check the settings: empty: no *.ini file in this directory\n"
+        "pmenv: cannot read the settings: empty: no *.ini file in this directory\n"
         "0 errors, 0 warnings, 1 file not read\n",
         empty.err);
 }

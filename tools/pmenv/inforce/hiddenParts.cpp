@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "text.h"
+
 namespace {
 
 // Beyond that, all from the first to the last is hidden, so that a text with very many takes no longer.
@@ -70,4 +72,8 @@ std::string HiddenParts::shown(std::string_view text) const {
         from = part.end;
     }
     return shown.append(text.substr(std::min(from, text.size())));
+}
+
+std::string unmistakable(const std::string& shown, bool hides) {
+    return hides && shown == HiddenParts::kShown ? shown : unmistakable(shown);
 }

@@ -42,3 +42,7 @@ private:
 
     std::vector<Part> parts_;  // from left to right, none touching another
 };
+
+/// A text that may be shown such that it can be told from any other and from a remark, as unmistakable() of text.h does;
+/// when it `hides` all of a value, it is a remark itself.
+std::string unmistakable(const std::string& shown, bool hides);

@@ -2,12 +2,12 @@
 
 #include <algorithm>
 
-const HiddenValues::Value* HiddenValues::find(const std::string& key) const {
+const LoadedSecrets::Value* LoadedSecrets::find(const std::string& key) const {
     const auto found = values_.find(key);
     return found != values_.end() ? &found->second : nullptr;
 }
 
-void HiddenValues::store(const std::string& key, Value value) {
+void LoadedSecrets::store(const std::string& key, Value value) {
     if (value.parts.any()) {
         values_[key] = std::move(value);
     } else {
@@ -15,15 +15,12 @@ void HiddenValues::store(const std::string& key, Value value) {
     }
 }
 
-void SecretTrace::begin(HiddenParts parts) {
-    levels_.clear();
-    levels_.push_back({std::move(parts), 0});
-}
-
-void SecretTrace::beginStored(const std::string& key, std::string_view value) {
-    const HiddenValues::Value* const stored = stored_->find(key);
-    begin(stored != nullptr ? stored->parts : HiddenParts());
-    if (stored != nullptr && stored->replaced) levels_.back().writtenFrom = value.size();
+SecretTrace::SecretTrace(const LoadedSecrets& loaded, const std::string& key, std::string_view stored)
+    : SecretTrace(loaded, {}) {
+    const LoadedSecrets::Value* const value = loaded.find(key);
+    if (value == nullptr) return;
+    levels_.back().parts = value->parts;
+    if (value->replaced) levels_.back().writtenFrom = stored.size();
 }
 
 // In a secret text all is secret that a reference puts in, and even its name, unless it was written there and means
@@ -31,12 +28,12 @@ void SecretTrace::beginStored(const std::string& key, std::string_view value) {
 void SecretTrace::found(const KRSReference& reference) {
     const std::string_view value(reference.value != nullptr ? reference.value : "");
     const std::string name = reference.name();
-    const HiddenValues::Value* const stored = reference.isVariable() ? nullptr : stored_->find(name);
+    const LoadedSecrets::Value* const stored = reference.isVariable() ? nullptr : loaded_->find(name);
     const Level& around = levels_.back();
     const bool isInSecret = around.parts.overlap(reference.position, reference.length);
     const bool isWritten = reference.value != nullptr && reference.position >= around.writtenFrom;
 
-    Level level{isInSecret ? HiddenParts(value.size()) : secrets_->partsOf(name, value), 0, reference.position,
+    Level level{isInSecret ? HiddenParts(value.size()) : loaded_->secrets().partsOf(name, value), 0, reference.position,
                 reference.length, isInSecret && !isWritten};
     if (stored != nullptr) level.parts.unite(stored->parts);
     if (stored != nullptr && stored->replaced) level.writtenFrom = value.size();
@@ -47,7 +44,7 @@ void SecretTrace::resolved(std::string_view value) {
     const Level level = std::move(levels_.back());
     levels_.pop_back();
     resolvedParts_ = level.parts;
-    resolvedParts_.unite(secrets_->partsIn(value));
+    resolvedParts_.unite(loaded_->secrets().partsIn(value));
 
     Level& around = levels_.back();
     around.parts.replace(level.position, level.length, resolvedParts_, value.size());
@@ -57,22 +54,6 @@ void SecretTrace::resolved(std::string_view value) {
 
 HiddenParts SecretTrace::ended(std::string_view result) const {
     HiddenParts parts = levels_.front().parts;
-    parts.unite(secrets_->partsIn(result));
+    parts.unite(loaded_->secrets().partsIn(result));
     return parts;
-}
-
-void SecretLoad::begun(const std::string& key, std::string_view value) {
-    key_ = key;
-    replaced_ = false;
-    trace_.begin(secrets_.partsOf(key, value));
-}
-
-void SecretLoad::found(const KRSReference& reference) {
-    replaced_ = true;
-    trace_.found(reference);
-}
-
-void SecretLoad::ended(const char* value) {
-    storedParts_ = value != nullptr ? trace_.ended(value) : HiddenParts();
-    if (value != nullptr) values_.store(key_, {storedParts_, replaced_});
 }

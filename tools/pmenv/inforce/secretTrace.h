@@ -12,32 +12,36 @@
 #include "krresolve.h"
 #include "secrets.h"
 
-/// What is hidden of the settings that were loaded.
-class HiddenValues {
+/// What is secret in the settings that were loaded so far.
+class LoadedSecrets {
 public:
     struct Value {
         HiddenParts parts;
         bool replaced;  ///< the load has put something in, so that the text is not the one of the file
     };
 
-    /// Null for a setting of which nothing is hidden.
+    explicit LoadedSecrets(Secrets secrets) : secrets_(std::move(secrets)) {}
+
+    const Secrets& secrets() const { return secrets_; }
+    /// Null for a setting that hides nothing.
     const Value* find(const std::string& key) const;
     void store(const std::string& key, Value value);
 
 private:
+    Secrets secrets_;
     std::map<std::string, Value> values_;
 };
 
 /// One expansion. It is told what an observer is told.
 class SecretTrace {
 public:
-    /// Both must outlive the trace.
-    SecretTrace(const Secrets& secrets, const HiddenValues& stored) : secrets_(&secrets), stored_(&stored) {}
-
-    /// `parts` are hidden of the text that is about to be expanded.
-    void begin(HiddenParts parts);
-    /// The text is the value of a setting as it was stored.
-    void beginStored(const std::string& key, std::string_view value);
+    /// `parts` are hidden of the text that is about to be expanded; what stands in it is as a person has written it.
+    /// References mean the settings of `loaded`, which must outlive the trace.
+    SecretTrace(const LoadedSecrets& loaded, HiddenParts parts) : loaded_(&loaded) {
+        levels_.push_back({std::move(parts), 0});
+    }
+    /// The text is the value of a setting, as it was stored.
+    SecretTrace(const LoadedSecrets& loaded, const std::string& key, std::string_view stored);
 
     void found(const KRSReference& reference);
     void resolved(std::string_view value);
@@ -61,38 +65,7 @@ private:
         bool hidesReference = false;
     };
 
-    const Secrets* secrets_;
-    const HiddenValues* stored_;
+    const LoadedSecrets* loaded_;
     std::vector<Level> levels_;  // the outermost first
     HiddenParts resolvedParts_;
-};
-
-/// The load of a settings file. It is told what an observer is told.
-class SecretLoad {
-public:
-    explicit SecretLoad(Secrets secrets) : secrets_(std::move(secrets)), trace_(secrets_, values_) {}
-    SecretLoad(const SecretLoad&) = delete;
-    SecretLoad& operator=(const SecretLoad&) = delete;
-
-    void begun(const std::string& key, std::string_view value);
-    void found(const KRSReference& reference);
-    void resolved(std::string_view value) { trace_.resolved(value); }
-    /// `value` is null for an entry that was left out.
-    void ended(const char* value);
-
-    const Secrets& secrets() const { return secrets_; }
-    /// Of the entry that is being loaded.
-    const SecretTrace& trace() const { return trace_; }
-    /// Of the entries that were loaded.
-    const HiddenValues& values() const { return values_; }
-    /// What is hidden of the value that the last entry was stored with.
-    const HiddenParts& storedParts() const { return storedParts_; }
-
-private:
-    Secrets secrets_;
-    HiddenValues values_;
-    SecretTrace trace_;
-    std::string key_;
-    bool replaced_ = false;
-    HiddenParts storedParts_;
 };

@@ -59,12 +59,12 @@ HiddenParts passwordsOfUrls(std::string_view text) {
     for (std::size_t at = text.find(kBegin); at != std::string_view::npos;) {
         const std::size_t begin = at + kBegin.size();
         at = text.find(kBegin, begin);
-        const std::size_t end = std::min({text.find_first_of(" \t\r\n\"'<>", begin), at, text.size()});
-        const std::string_view url = text.substr(begin, end - begin);
+        const std::string_view upToNext = text.substr(begin, at - begin);
+        const std::string_view url = upToNext.substr(0, upToNext.find_first_of(" \t\r\n\"'<>"));
         const std::size_t colon = url.find_first_of(":/?");
         if (colon == std::string_view::npos || url[colon] != ':') continue;
         const std::size_t password = begin + colon + 1;
-        if (const auto length = passwordEnd(text.substr(password, end - password))) {
+        if (const auto length = passwordEnd(url.substr(colon + 1))) {
             hidden.append(password, password + *length);
         }
     }
@@ -77,12 +77,15 @@ HiddenParts passwordsOfUrls(std::string_view text) {
 HiddenParts valuesOfLines(std::string_view text) {
     constexpr std::string_view kLineEnds = "\r\n";
     HiddenParts hidden;
+    const auto has = [text](char character) { return text.find(character) != std::string_view::npos; };
+    if (!has('\r') && !has('\n')) return hidden;  // much faster than looking for both at once
     for (std::size_t at = text.find_first_of(kLineEnds); at != std::string_view::npos;) {
         const std::size_t begin = at + 1;
         at = text.find_first_of(kLineEnds, begin);
-        const std::size_t end = std::min(at, text.size());
-        const std::size_t equals = text.find('=', begin);
-        if (equals < end && soundsSecret(trimmed(text.substr(begin, equals - begin)))) hidden.append(equals + 1, end);
+        const std::string_view line = text.substr(begin, at - begin);
+        const std::size_t equals = line.find('=');
+        if (equals == std::string_view::npos || !soundsSecret(trimmed(line.substr(0, equals)))) continue;
+        hidden.append(begin + equals + 1, begin + line.size());
     }
     return hidden;
 }
@@ -115,6 +118,8 @@ HiddenParts Secrets::partsIn(std::string_view text) const {
 HiddenParts Secrets::partsOfLine(std::string_view line) const {
     if (nothing_) return {};
     const std::string text = upper(line);
+    if (text.find("PMENV:") != std::string::npos)
+        return partsIn(line);  // a comment for pmenv names rules, not settings
     std::size_t begin = std::string::npos;
     const auto look = [&](std::string_view part) {
         const std::size_t at = text.find(part);

@@ -1,5 +1,7 @@
 #include "settingsFile.h"
 
+#include <utility>
+
 #include "CommandLineArguments.h"
 #include "failure.h"
 #include "krenv.h"
@@ -44,6 +46,12 @@ Option furtherFileOption() {
     return {"file", Option::Kind::FurtherFile, "FILE", "read FILE in the directory that the setting KR_BIN names"};
 }
 
-AskedSettings::AskedSettings(const CommandLine& line) : name_(furtherName(line)), pressmark_(loadSettings(line)) {
+AskedSettings::AskedSettings(const CommandLine& line) : AskedSettings(line, loadSettings(line)) {}
+
+AskedSettings::AskedSettings(const CommandLine& line, const Secrets& secrets)
+    : AskedSettings(line, Settings(settingsFile(line), secrets)) {}
+
+AskedSettings::AskedSettings(const CommandLine& line, Settings pressmark)
+    : name_(furtherName(line)), pressmark_(std::move(pressmark)) {
     if (!name_.empty()) further_.emplace(pressmark_, name_);
 }

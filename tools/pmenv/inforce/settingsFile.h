@@ -30,10 +30,14 @@ Option furtherFileOption();
 class AskedSettings {
 public:
     explicit AskedSettings(const CommandLine& line);
+    /// The same, for a command that shows all settings.
+    AskedSettings(const CommandLine& line, const Secrets& secrets);
 
     const Settings& operator*() const { return further_ ? *further_ : pressmark_; }
 
 private:
+    AskedSettings(const CommandLine& line, Settings pressmark);
+
     std::string name_;  // of --file
     Settings pressmark_;
     std::optional<FurtherSettings> further_;

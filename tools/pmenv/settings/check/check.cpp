@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "knownKeys/chosenKeys.h"
+#include "knownKeys/knownSecrets.h"
 
 namespace {
 
@@ -111,10 +112,21 @@ const std::string& CheckedFile::sourceOf(const CheckFinding& finding) const {
     return index < lines.size() ? lines[index].text : none;
 }
 
+HiddenParts CheckedFile::hiddenOf(const CheckFinding& finding) const {
+    const auto index = static_cast<std::size_t>(finding.line) - 1;
+    return index < lines.size() ? lines[index].hidden : HiddenParts();
+}
+
 CheckedFile checkFile(const CheckRequest& request) {
     const std::string& name = request.name.empty() ? request.path : request.name;
-    SettingsText settings(request.path, name, request.pressmark.empty() ? FileKind::Pressmark : FileKind::Further);
-    settings.setKnownKeys(knownKeysFor(settings, request));
+    SettingsText settings(request.path, name, request.pressmark.empty() ? FileKind::Pressmark : FileKind::Further,
+                          request.secrets);
+    std::optional<KnownKeys> keys = knownKeysFor(settings, request);
+    if (keys) {
+        settings = SettingsText(request.path, name, request.pressmark.empty() ? FileKind::Pressmark : FileKind::Further,
+                                withKnownKeys(request.secrets, keys));
+    }
+    settings.setKnownKeys(std::move(keys));
     Check check(settings, request.ignored);
     std::vector<CheckFinding> findings = check.run(request.pressmark);
     return {name, settings.takeLines(), std::move(findings), check.allowed()};

@@ -18,6 +18,8 @@ struct CheckedFile {
 
     /// The line of a finding; "" in an empty file.
     const std::string& sourceOf(const CheckFinding& finding) const;
+    /// What of that line must not be shown.
+    HiddenParts hiddenOf(const CheckFinding& finding) const;
 };
 
 /// What is to be checked, and how.
@@ -27,6 +29,7 @@ struct CheckRequest {
     std::string pressmark;  ///< for a further settings file, the pressmark.ini that its references mean; else ""
     std::vector<std::string> ignored;  ///< names of rules
     const KnownKeys* keys = nullptr;   ///< what the product knows; else the file's setting PMENV_KEYS counts
+    Secrets secrets{};
 };
 
 /// Checks a file as a program would load it, with this process's environment. Throws Failure when it cannot be read, or

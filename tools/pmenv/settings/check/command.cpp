@@ -54,7 +54,11 @@ std::string fileInForce(const CommandLine& line) {
 class Run {
 public:
     Run(const CommandLine& line, FindingsWriter& writer)
-        : line_(line), ignored_(line.texts("ignore")), keys_(keysOfOption(line)), writer_(writer) {}
+        : line_(line),
+          ignored_(line.texts("ignore")),
+          keys_(keysOfOption(line)),
+          secrets_(secretsOf(line)),
+          writer_(writer) {}
 
     Counts checkAll();
 
@@ -67,6 +71,7 @@ private:
     const CommandLine& line_;
     std::vector<std::string> ignored_;
     std::optional<KnownKeys> keys_;  // of --keys
+    Secrets secrets_;
     FindingsWriter& writer_;
     Counts counts_;
 };
@@ -100,14 +105,14 @@ void Run::attempt(const std::string& argument, const std::function<void()>& chec
 
 void Run::checkInput(const std::string& file) {
     withInput(file, [&](const std::string& path, const std::string& name) {
-        take(checkFile({path, name, "", ignored_, keys_ ? &*keys_ : nullptr}));
+        take(checkFile({path, name, "", ignored_, keys_ ? &*keys_ : nullptr, secrets_}));
     });
 }
 
 void Run::checkFurther(const std::string& name) {
     const std::string pressmark = settingsFile(line_);
     const std::string file = furtherFile(Settings(pressmark), name);
-    take(checkFile({file, file, pressmark, ignored_, keys_ ? &*keys_ : nullptr}));
+    take(checkFile({file, file, pressmark, ignored_, keys_ ? &*keys_ : nullptr, secrets_}));
 }
 
 void Run::take(const CheckedFile& checked) {
@@ -179,6 +184,7 @@ Command checkCommand() {
          {"ignore", Option::Kind::Choice, "RULE", "switch off RULE; may be given several times", 0, 0, false,
           ruleNames()},
          {"strict", Option::Kind::Flag, nullptr, "exit with 1 also when there are only warnings"},
+         showSecretsOption(),
          {"rules", Option::Kind::Flag, nullptr, "print the rules, each with an example, and exit"},
          {"write-keys", Option::Kind::Flag, nullptr,
           "print known keys for the settings in the files, with guessed types, and exit"}},
@@ -202,6 +208,10 @@ Command checkCommand() {
         "With --format sarif the findings are a SARIF 2.1.0 log, whose columns count UTF-16 code units; with --format "
         "github they are commands that a GitHub workflow shows beside the lines of a change. --json is --format "
         "json.\n\n"
+        "What is secret is shown as (hidden), as 'list' does, and so are texts that a finding would quote from it. "
+        "With "
+        "--json, line, column and length are those of the file, and source has a member sourceHidden beside it when "
+        "something is hidden in it. --show-secrets shows all.\n\n"
         "References to environment variables are checked against the environment of this command.\n\n"
         "Known keys describe the settings that a product knows. Their file has a section for each setting, [NAME] or "
         "[section.NAME], with type (text, integer, number, boolean, path, file or choice), least, most and unit of a "

@@ -40,6 +40,8 @@ public:
     void atReference(const Entry& entry, const Reference& reference, const std::string& text);
 
 private:
+    void add(int line, std::size_t column, std::size_t length, std::string text);
+
     const SettingsText& settings_;
     const Rule& rule_;
     std::vector<CheckFinding>& findings_;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "knownKeys/knownKeys.h"
+#include "secrets.h"
 
 /// A line of the file.
 struct SettingsLine {
@@ -19,6 +20,7 @@ struct SettingsLine {
     std::size_t length;   ///< of the whole line
     std::string refusal;  ///< why the library refuses the file at this line; "" when it does not
     std::size_t refusalColumn;
+    HiddenParts hidden{};  ///< what of it must not be shown
 
     bool isWhole() const { return text.size() == length; }
     /// The section's name of a [section] line, "" for [].
@@ -52,9 +54,10 @@ enum class FileKind { Pressmark, Further };
 class SettingsText {
 public:
     /// Reads the file `path`, which is called `name` to the user. Throws Failure when it cannot be read.
-    SettingsText(const std::string& path, std::string name, FileKind kind);
+    SettingsText(const std::string& path, std::string name, FileKind kind, Secrets secrets);
 
     const std::string& name() const { return name_; }
+    const Secrets& secrets() const { return secrets_; }
     bool isFurther() const { return kind_ == FileKind::Further; }
     const std::vector<SettingsLine>& lines() const { return lines_; }
     std::vector<Entry>& entries() { return entries_; }
@@ -82,6 +85,7 @@ private:
 
     std::string name_;
     FileKind kind_;
+    Secrets secrets_;
     std::vector<SettingsLine> lines_;
     std::vector<Entry> entries_;
     std::unordered_map<std::string, std::size_t> lastOfKey_;

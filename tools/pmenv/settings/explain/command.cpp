@@ -11,6 +11,7 @@
 #include "explain/explanationText.h"
 #include "failure.h"
 #include "knownKeys/chosenKeys.h"
+#include "knownKeys/knownSecrets.h"
 #include "krenv.h"
 #include "nearest.h"
 #include "settingsFile.h"
@@ -71,10 +72,11 @@ Explanation withHelp(const CommandLine& line, const std::function<Explanation(co
 Explanation explained(const CommandLine& line) {
     const std::string further = furtherName(line);
     const std::string file = further.empty() ? "" : furtherFile(loadSettings(line), further);
-    const ObservedSettings settings(settingsFile(line));
+    const Secrets secrets = secretsFor(line, settingsFile(line));
+    const ObservedSettings settings(settingsFile(line), secrets);
     if (line.has("text")) return explainText(settings, line.text("text"));
     if (further.empty()) return withHelp(line, [&](const std::string& name) { return explainSetting(settings, name); });
-    const FurtherEntries entries(file);
+    const FurtherEntries entries(file, secrets);
     return withHelp(line, [&](const std::string& name) { return explainFurther(settings, entries, name); });
 }
 
@@ -112,7 +114,8 @@ Command explainCommand() {
          {"text", Option::Kind::Text, "TEXT",
           "explain how this text is expanded when it is read, instead of a setting"},
          {"set", Option::Kind::Text, "NAME=VALUE",
-          "set a run-time value first, as a program does; may be given several times"}},
+          "set a run-time value first, as a program does; may be given several times"},
+         showSecretsOption()},
         "pmenv explain LOG_DIR                      a tree down to the sources, the final text last\n"
         "pmenv explain LOG_DIR --json               the same as data\n"
         "pmenv explain TIMEOUT --file engine.ini    a setting of a further settings file\n"
@@ -129,6 +132,9 @@ Command explainCommand() {
         "written with a backslash.\n\n"
         "With --file the references refer to pressmark.ini, never to FILE itself.\n\n"
         "If the setting is among the known keys (see check), its help and its type are shown.\n\n"
+        "What is secret is shown as (hidden), as 'list' does. The name of a reference in a secret text is shown when "
+        "it was written there and is defined, so that one can see where a secret comes from. --show-secrets shows "
+        "all.\n\n"
         "A value of --set takes precedence over the setting of that name and is not expanded.\n\n"
         "With --json the answer is an object with file; with --file, pressmark (the file that references mean); name "
         "(not for a text); value (the final text, or "
@@ -143,5 +149,6 @@ Command explainCommand() {
         "Where they apply: replaced and leftOut (lines of other entries of the same key), definedBelow "
         "(the line of a setting that did not exist yet), hidden (the place of a setting that a run-time "
         "value hides), nearest (names that may be meant), stepsLeftOut (how many more references there "
-        "are at all levels below), rawLength and the like (the length of a text that is cut)."};
+        "are at all levels below), rawLength and the like (the length of a text that is cut), rawHidden and the "
+        "like (true for a text in which something is hidden)."};
 }

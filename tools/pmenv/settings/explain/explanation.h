@@ -67,12 +67,14 @@ struct ExplainedFailure {
     std::size_t linksLeftOut = 0;  ///< behind the first ObservedFailure::kLinksBeforeGap
 };
 
+ExplainedFailure::Reason reasonOf(KRSResolveFailure why);
+
 struct Explanation {
     std::string file;
     std::string pressmark;  ///< of a setting of a further file, the file that its references mean; else ""
     std::string name;       ///< the setting's; "" for a text
     ExplainedValue root;
-    std::optional<std::string> value;  ///< what KREGetEnvValue answers, or KRERuntimeResolve for a text
+    std::optional<std::string> value;  ///< what KREGetEnvValue answers, or KRERuntimeResolve for a text, secrets hidden
     std::optional<ExplainedFailure> failure;
     std::optional<KnownKey> known{};  ///< what the product knows of the setting
 };

@@ -20,6 +20,7 @@ Json placeJson(const std::optional<FilePlace>& place) {
 void addExcerpt(Json& json, const std::string& name, const std::optional<Excerpt>& excerpt) {
     json[name] = excerpt ? Json(excerpt->text) : Json();
     if (excerpt && !excerpt->isWhole()) json[name + "Length"] = excerpt->length;
+    if (excerpt && excerpt->hides) json[name + "Hidden"] = true;
 }
 
 void addLines(Json& json, const std::string& name, const LineList& lines) {

@@ -36,7 +36,7 @@ void KeysDraft::narrow(Guess& guess, const std::string& value) {
 }
 
 void KeysDraft::add(const std::string& path, const std::string& name) {
-    SettingsText settings(path, name, FileKind::Pressmark);
+    SettingsText settings(path, name, FileKind::Pressmark, {});
     files_.push_back(name);
     for (const Entry& entry : settings.entries()) guessFor(entry.key);
     expandAll(settings, "", [&](const Expansion& expansion) {
