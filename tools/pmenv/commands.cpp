@@ -7,6 +7,7 @@
     COMMAND(list)        \
     COMMAND(explain)     \
     COMMAND(check)       \
+    COMMAND(diff)        \
     COMMAND(find)        \
     COMMAND(resolve)     \
     COMMAND(pathSplit)   \

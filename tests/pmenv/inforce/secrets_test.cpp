@@ -83,7 +83,7 @@ TEST(Secrets, BehindASecretNameALineIsHidden) {
 
 // A text that is looked through once for each part of it would take hours.
 TEST(Secrets, LongTextsTakeLinearTime) {
-    const std::size_t length = std::size_t{8} << 20;
+    const std::size_t length = std::size_t{256} << 10;
     for (const std::string& piece :
          std::vector<std::string>{"://", "://a:", "\r", "\rTOKEN", "http://u:p@h ", "TOKEN"}) {
         std::string text;

@@ -74,7 +74,7 @@ std::vector<std::string> exampleLines(const Command& command) {
 
 // Commands that measure know no settings.
 TEST_F(PmenvCanary, IsInNoOutputOfAnyExampleOfAnyCommand) {
-    const std::set<std::string> measure{"stats", "judge"};
+    const std::set<std::string> measure{"stats", "judge", "mark", "chart", "export"};
     const std::set<std::string> answer{"get", "resolve"};  // the value that they are asked for
     std::size_t lines = 0;
     for (const Command& command : pmenvGrammar().commands) {
@@ -102,20 +102,36 @@ TEST_F(PmenvCanary, IsInNoExplanationOfAnySetting) {
 }
 
 TEST_F(PmenvCanary, IsInNoErrorOfAnyCommand) {
-    for (const char* const line :
-         {"pmenv list --ini refused.ini", "pmenv get PASSWORD --ini refused.ini", "pmenv check refused.ini",
-          "pmenv check --file engine.ini", "pmenv check --strict --json", "pmenv explain NONE",
-          "pmenv find none '#INCLUDE_PATH' '#LOOP'",
-          "pmenv find none '#INCLUDE_PATH' --json", "pmenv resolve '#LOOP'", "pmenv list --file engine.ini",
-          "pmenv list --file engine.ini --json"}) {
+    for (const char* const line : {"pmenv list --ini refused.ini",
+                                   "pmenv get PASSWORD --ini refused.ini",
+                                   "pmenv check refused.ini",
+                                   "pmenv check --file engine.ini",
+                                   "pmenv check --strict --json",
+                                   "pmenv explain NONE",
+                                   "pmenv check --format sarif",
+                                   "pmenv check --format github",
+                                   "pmenv check --write-keys new.ini",
+                                   "pmenv find none '#INCLUDE_PATH' '#LOOP'",
+                                   "pmenv find none '#INCLUDE_PATH' --json",
+                                   "pmenv resolve '#LOOP'",
+                                   "pmenv diff pressmark.ini other/pressmark.ini",
+                                   "pmenv diff pressmark.ini other/pressmark.ini --json",
+                                   "pmenv diff pressmark.ini other/pressmark.ini --raw",
+                                   "pmenv diff refused.ini pressmark.ini",
+                                   "pmenv diff other/pressmark.ini pressmark.ini",
+                                   "pmenv diff conf other",
+                                   "pmenv diff pressmark.ini new.ini --env-a bad.env",
+                                   "pmenv list --file engine.ini",
+                                   "pmenv list --file engine.ini --json"}) {
         EXPECT_EQ(1U, linesWithoutSecret(line)) << line;
     }
 }
 
 // The examples would pass as well if there were no secrets to be seen.
 TEST_F(PmenvCanary, IsShownOnDemand) {
-    for (const char* const line : {"pmenv list --show-secrets", "pmenv explain THROUGH --show-secrets",
-                                   "pmenv check --show-secrets", "pmenv get API_TOKEN"}) {
+    for (const char* const line :
+         {"pmenv list --show-secrets", "pmenv explain THROUGH --show-secrets", "pmenv check --show-secrets",
+          "pmenv diff pressmark.ini other/pressmark.ini --show-secrets", "pmenv get API_TOKEN"}) {
         EXPECT_THAT(runLine(line).out, HasSubstr(kCanary)) << line;
     }
 }

@@ -43,10 +43,10 @@ protected:
 TEST_F(PmenvHidden, ListHidesValuesOfSecretNames) {
     const std::string text = "DB_PASSWORD = " + kSecret + "\nEMPTY_TOKEN =\nLITERAL = (hidden)\n";
     EXPECT_EQ(list(text).out, head() +
-                                  "KEY          STORED        EXPANDED\n"
-                                  "DB_PASSWORD  (hidden)      (hidden)\n"
+                                  "KEY          STORED      EXPANDED\n"
+                                  "DB_PASSWORD  (hidden)    (hidden)\n"
                                   "EMPTY_TOKEN\n"
-                                  "LITERAL      \"(hidden)\"    \"(hidden)\"\n");
+                                  "LITERAL      \"(hidden)\"  \"(hidden)\"\n");
     const json settings = json::parse(list(text, {"--json"}).out).at("settings");
     EXPECT_EQ(
         settings[0],
@@ -67,14 +67,14 @@ TEST_F(PmenvHidden, ListHidesWhatASecretBecomesInOtherValues) {
                                        "BYE = #{LOADED} #(LOADED_ENV)\n"
                                        "NAME = #(#(API_KEY))\n");
     EXPECT_EQ(outcome.out, head() +
-                               "KEY         STORED                      EXPANDED\n"
-                               "API_KEY     (hidden)                    (hidden)\n"
-                               "LOADED      <(hidden)>                  <(hidden)>\n"
-                               "READ        <#(API_KEY)>                <(hidden)>\n"
-                               "NESTED      a#(READ)b#(LOADED)c         a<(hidden)>b<(hidden)>c\n"
-                               "FROM_ENV    $(PM_CANARY_TOKEN)!         (hidden)!\n"
-                               "LOADED_ENV  (hidden)                    (hidden)\n"
-                               "BYE         <(hidden)> #(LOADED_ENV)    <(hidden)> (hidden)\n"
+                               "KEY         STORED                    EXPANDED\n"
+                               "API_KEY     (hidden)                  (hidden)\n"
+                               "LOADED      <(hidden)>                <(hidden)>\n"
+                               "READ        <#(API_KEY)>              <(hidden)>\n"
+                               "NESTED      a#(READ)b#(LOADED)c       a<(hidden)>b<(hidden)>c\n"
+                               "FROM_ENV    $(PM_CANARY_TOKEN)!       \"(hidden)!\"\n"
+                               "LOADED_ENV  (hidden)                  (hidden)\n"
+                               "BYE         <(hidden)> #(LOADED_ENV)  <(hidden)> (hidden)\n"
                                "NAME        #(#(API_KEY))\n");
 }
 
@@ -196,6 +196,27 @@ TEST_F(PmenvHidden, CheckHidesInLinesThatAreNoSettings) {
     EXPECT_THAT(check("[PASSWORD " + kSecret + "\n").out, HasSubstr("    1 | [PASSWORD(hidden)\n"));
     EXPECT_THAT(check("; TOKEN = " + kSecret + "\xef\xbb\xbf\n").out, HasSubstr("    1 | ; TOKEN(hidden)\n"));
     EXPECT_THAT(check("A = 1\rTOKEN = " + kSecret + "\n").out, HasSubstr("    1 | A = 1\\rTOKEN =(hidden)\n"));
+}
+
+TEST_F(PmenvHidden, EveryFormatOfFindingsHides) {
+    for (const char* const format : {"text", "json", "sarif", "github"}) {
+        const ProgramResult outcome =
+            check("TOKEN = " + kSecret + "$(A #(" + kSecret + ") ; " + kSecret + "\n", {"--format", format});
+        EXPECT_THAT(outcome.out, HasSubstr("this is in a value that is hidden")) << format;
+    }
+}
+
+TEST_F(PmenvHidden, KnownKeysTellWhatIsSecret) {
+    directory_.writeFile("product.keys", "[PIN]\nsecret = yes\ntype = integer\n[SIZE]\n");
+    const std::string text = "PMENV_KEYS = product.keys\nPIN = " + kSecret + "\nSIZE = <#(PIN)>\n";
+    EXPECT_THAT(list(text).out,
+                HasSubstr("\nPIN         (hidden)      (hidden)\nSIZE        <#(PIN)>      <(hidden)>\n"));
+    EXPECT_THAT(explain(text, {"SIZE"}).out, HasSubstr("└ value   <(hidden)>\n"));
+    EXPECT_THAT(check(text).out, HasSubstr("    2 | PIN = (hidden)\n"));
+    directory_.writeFile("b.ini", "PIN = 1\nSIZE = <#(PIN)>\n");
+    EXPECT_THAT(run({"diff", "a.ini", "b.ini"}).out, HasSubstr("PIN\n  A  (hidden)\n"));
+    EXPECT_THAT(explain("PIN = " + kSecret + "\n", {"PIN", "--keys", directory_ / "product.keys"}).out,
+                HasSubstr("(hidden)"));
 }
 
 TEST_F(PmenvHidden, CheckHidesNamesThatFormOfSecrets) {
