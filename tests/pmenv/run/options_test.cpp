@@ -101,7 +101,7 @@ TEST(JudgeOptions, NumbersHaveTheirRanges) {
                 ElementsAre("duration 2 to 1e+09", "skip 0 to 1e+09", "percentile 0 to 100", "tolerance 1 to 60000",
                             "pid 1 to 4.1943e+06 whole", "engines 1 to 1e+09 whole", "cpu-limit 0 to 1000",
                             "engine-limit 0 to 100000", "sustain 0 to 1e+09", "memory-limit 0 to 100",
-                            "swap-limit 0 to 1e+09"));
+                            "swap-limit 0 to 1e+09", "from 0 to 1e+09", "to 0 to 1e+09"));
 }
 
 }  // namespace

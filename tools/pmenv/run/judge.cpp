@@ -245,10 +245,13 @@ Command judgeCommand() {
     return {
         "judge",
         "watch the load engines of a run: which percentiles of its results may be believed?",
-        {},
+        {{"FILE", "a recording to judge again, one for each load generator, instead of watching", true, true,
+          Offer::Files}},
         judgeOptions(),
         "pmenv judge --duration 60                          exit code 0 clean, 3 spoiled, 4 cannot tell\n"
         "pmenv judge --duration 60 --percentile 95 --json   as JSON, for a pipeline\n"
+        "pmenv judge --duration 60 --record gen1.pmrec      keep what was seen\n"
+        "pmenv judge gen1.pmrec gen2.pmrec                  judge two load generators by their recordings\n"
         "pmenv judge --engine wrk --duration 60             another program that generates load\n"
         "pmenv judge --pid 1234 --engines 2                 a process and its children, until Ctrl-C\n"
         "pmenv judge --skip 10 -- wrk -d 60 http://host     starts a command and watches it until it ends",
@@ -260,7 +263,6 @@ Command judgeCommand() {
         "with 0; 127 when there is no such command, 126 when it cannot be executed.\n\n"
         "INT, TERM, HUP, QUIT, TSTP and CONT are passed on to the command. All processes that it starts count as load "
         "engines, unless --engine or --pid names others or an engine of the product runs. The watch ends with the "
-        "command, "
-        "even if it leaves processes behind.",
+        "command, even if it leaves processes behind.",
         "the command to start, with its arguments; it is watched until it ends"};
 }
