@@ -70,6 +70,7 @@ private:
     void engine(const EngineEvidence& engine) {
         add("pid", engine.key.pid).add("start", engine.key.startTicks).add("name", engine.name);
         add("from", engine.from).add("to", engine.to).add("readable", engine.readable);
+        add("standIn", engine.standIn);
         add("busiest", engine.busiest.has_value());
         if (engine.busiest) thread(*engine.busiest);
         add("waited", engine.waited).add("turns", engine.turns).add("late", engine.lateTurns).add("ran", engine.ran);
@@ -208,6 +209,7 @@ private:
         engine.from = chance(0.9) ? evidence.from : evidence.to;
         engine.to = evidence.to;
         engine.readable = chance(0.9);
+        engine.standIn = chance(0.1);
         if (chance(0.9)) engine.busiest = thread();
         engine.waited = fraction(0.5);
         engine.turns = count();

@@ -59,10 +59,11 @@ void visitMachine(Machine& machine, const Visit& visit) {
 }
 
 /// Those of an engine and its busiest thread that are mostly 0 or stay as they are, so that only changes are recorded.
-constexpr std::size_t kSteadyFigures = 16;
+constexpr std::size_t kSteadyFigures = 17;
 template <class Engine, class Thread, class Visit>
 void visitSteady(Engine& engine, Thread& thread, const Visit& visit) {
     visit("readable", engine.readable);
+    visit("standIn", engine.standIn);
     visit("throttled", thread.parts.throttled);
     visit("stolen", thread.parts.stolen);
     visit("blocked", thread.parts.blocked);
