@@ -104,7 +104,7 @@ TEST(Judgement, LateTurnsSpoilTheirShareOfAnInterval) {
     EXPECT_THAT(reasons(judged), ElementsAre(Reason::WokenLate));
 }
 
-// Turns that come late because the quota was used up are told with the quota, whatever else kept the thread waiting.
+// An engine in a quota also waits for other programs; whichever made it wait for longer is the reason to repair.
 TEST(Judgement, LateTurnsAreTheQuotasWhereItKeptTheThreadWaitingForLonger) {
     const auto judgedWith = [](const Did& did) {
         return MadeRun()
