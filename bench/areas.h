@@ -4,6 +4,7 @@
 #include "measure.h"
 
 void measureProcesses(Report& report);
+void measureWatching(Report& report);
 void measureStart(Report& report);
 void measureFiles(Report& report);
 void measurePaths(Report& report);

@@ -19,8 +19,9 @@ struct Area {
 
 // The processes come first, while this program is small.
 constexpr Area kAreas[] = {
-    {"processes", measureProcesses}, {"start", measureStart},       {"files", measureFiles}, {"paths", measurePaths},
-    {"reading", measureReading},     {"settings", measureSettings}, {"log", measureLog},
+    {"processes", measureProcesses}, {"watching", measureWatching}, {"start", measureStart},
+    {"files", measureFiles},         {"paths", measurePaths},       {"reading", measureReading},
+    {"settings", measureSettings},   {"log", measureLog},
 };
 
 void write(const char* path, const nlohmann::json& rows) {
@@ -57,7 +58,7 @@ void joinAndPrint(const char* out, const std::vector<std::string>& in) {
 
 int main(int argc, char** argv) {
     const std::vector<std::string> words(argv + 1, argv + argc);
-    if (words.size() == 3 && words[0] == "population") return runPopulation(words[1], words[2]);
+    if (words.size() == 4 && words[0] == "population") return runPopulation(words[1], words[2], words[3]);
     if (words.size() < 2 || (words[0] != "run" && words[0] != "table")) {
         std::fputs("usage: krenv_bench run OUT.json [AREA...] | table OUT.json IN.json...\n", stderr);
         return 2;

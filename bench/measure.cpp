@@ -90,7 +90,8 @@ void Report::measure(const Row& row) {
         all.push_back({&way, 1, {}});
         roundNs += warmUp(&all.back(), row.inChild);
     }
-    const std::size_t rounds = std::clamp(static_cast<std::size_t>(kRowNs / roundNs), kFewest, kMost);
+    const std::size_t asManyAsFit = std::clamp(static_cast<std::size_t>(kRowNs / roundNs), kFewest, kMost);
+    const std::size_t rounds = row.rounds != 0 ? row.rounds : asManyAsFit;
     std::vector<Samples*> order;
     for (Samples& samples : all) order.push_back(&samples);
     std::mt19937 random(1);

@@ -32,8 +32,9 @@ struct Row {
     std::string size;
     Goal goal;
     std::vector<Way> ways;
-    double operations = 1;  ///< how many operations one call of a way makes
-    bool inChild = false;   ///< run each call in a process of its own, because it changes the process that it runs in
+    double operations = 1;   ///< how many operations one call of a way makes
+    bool inChild = false;    ///< run each call in a process of its own, because it changes the process that it runs in
+    std::size_t rounds = 0;  ///< so many, for ways that take seconds; 0 for as many as there is time for
 };
 
 /// The rows measured so far.

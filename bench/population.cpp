@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <thread>
 #include <vector>
 
 #include <fcntl.h>
@@ -13,9 +14,15 @@
 
 namespace {
 
-[[noreturn]] void sleepAs(const char* name) {
+[[noreturn]] void wakeNowAndThen() {
+    for (;;) usleep(100'000);
+}
+
+[[noreturn]] void sleepAs(const char* name, int threads) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     prctl(PR_SET_NAME, name);
+    for (int i = 1; i < threads; ++i) std::thread(wakeNowAndThen).detach();
+    if (threads > 1) wakeNowAndThen();
     for (;;) pause();
 }
 
@@ -44,13 +51,14 @@ void waitForName(pid_t pid, const char* name) {
 
 }  // namespace
 
-int runPopulation(const std::string& processes, const std::string& engines) {
+int runPopulation(const std::string& processes, const std::string& engines, const std::string& threads) {
     std::signal(SIGPIPE, SIG_IGN);  // the benchmark may be gone before the children are up
     Children children;
     for (int i = 0; i < std::atoi(processes.c_str()); ++i) {
-        const char* const name = i < std::atoi(engines.c_str()) ? "PMLoadEngineMain" : "sleeper";
+        const bool isEngine = i < std::atoi(engines.c_str());
+        const char* const name = isEngine ? "PMLoadEngineMain" : "sleeper";
         const pid_t pid = fork();
-        if (pid == 0) sleepAs(name);
+        if (pid == 0) sleepAs(name, isEngine ? std::atoi(threads.c_str()) : 1);
         if (pid < 0) return 1;
         children.pids.push_back(pid);
         waitForName(pid, name);
@@ -62,7 +70,7 @@ int runPopulation(const std::string& processes, const std::string& engines) {
     return 0;
 }
 
-Population::Population(int processes, int engines) {
+Population::Population(int processes, int engines, int threads) {
     int in[2];
     int out[2];
     check(pipe2(in, O_CLOEXEC) == 0 && pipe2(out, O_CLOEXEC) == 0, "a pipe");
@@ -71,7 +79,7 @@ Population::Population(int processes, int engines) {
         dup2(in[0], STDIN_FILENO);
         dup2(out[1], STDOUT_FILENO);
         execl("/proc/self/exe", "krenv_bench", "population", std::to_string(processes).c_str(),
-              std::to_string(engines).c_str(), nullptr);
+              std::to_string(engines).c_str(), std::to_string(threads).c_str(), nullptr);
         _exit(127);
     }
     close(in[0]);

@@ -4,21 +4,17 @@
 #include <string>
 #include <vector>
 
-#include <fcntl.h>
 #include <ifaddrs.h>
 #include <netdb.h>
-#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/utsname.h>
-#include <sys/wait.h>
 
 #include "Logging.h"
 #include "TempDir.h"
 #include "areas.h"
+#include "children.h"
 #include "floors.h"
 #include "krenv.h"
-
-extern char** environ;
 
 namespace {
 
@@ -62,22 +58,6 @@ void measureInit(Report& report, const TempDir& dir) {
                     1,
                     true});
     nLogging::gSetSink({});
-}
-
-void runProgram(std::vector<std::string> words) {
-    std::vector<char*> arguments;
-    for (std::string& word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    for (const int output : {STDOUT_FILENO, STDERR_FILENO}) {
-        posix_spawn_file_actions_addopen(&actions, output, "/dev/null", O_WRONLY, 0);
-    }
-    pid_t pid = 0;
-    check(posix_spawn(&pid, arguments[0], &actions, nullptr, arguments.data(), environ) == 0, words[0]);
-    posix_spawn_file_actions_destroy(&actions);
-    int status = 0;
-    check(waitpid(pid, &status, 0) == pid && status == 0, words[0]);
 }
 
 void measurePmenv(Report& report, const TempDir& dir) {

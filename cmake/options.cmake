@@ -28,7 +28,17 @@ if(KRENV_SANITIZE)
   target_compile_options(krenv_options INTERFACE -fsanitize=${KRENV_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(krenv_options INTERFACE -fsanitize=${KRENV_SANITIZE})
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
-  target_compile_options(krenv_options INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+  # The tests (KRENV_TEST) are not optimised, because that takes longer than it saves, and cannot be fortified then.
+  set(is_test $<BOOL:$<TARGET_PROPERTY:KRENV_TEST>>)
+  target_compile_options(krenv_options INTERFACE
+    -U_FORTIFY_SOURCE $<IF:${is_test},-O0,-D_FORTIFY_SOURCE=3> -fstack-clash-protection)
+  if(CMAKE_SIZEOF_VOID_P EQUAL 8)   # Linux protects the control flow of 64-bit programs only
+    target_compile_options(krenv_options INTERFACE -fcf-protection)
+  endif()
+  # Directories of this machine do not get into what is shipped. (A compiler cache may make the sources' directory relative.)
+  cmake_path(RELATIVE_PATH PROJECT_SOURCE_DIR BASE_DIRECTORY ${PROJECT_BINARY_DIR} OUTPUT_VARIABLE from_build)
+  target_compile_options(krenv_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.
+    -ffile-prefix-map=${from_build}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
 endif()
 if(KRENV_BUILD_FUZZ)
   target_compile_options(krenv_options INTERFACE -fsanitize=fuzzer-no-link)

@@ -1,12 +1,12 @@
-# `./dev package` makes of the installed files an archive that unpacks anywhere, and a Debian package for each
-# component. packaging/debian/ adds to the packages what only Debian needs.
+# `./dev package` makes of the installed files an archive that unpacks anywhere (packaging/make.sh), and here a Debian
+# package for each component. packaging/debian/ adds to the packages what only Debian needs.
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   set(krenv_architecture i386)
 else()
   set(krenv_architecture amd64)
 endif()
 
-set(CPACK_GENERATOR TGZ DEB)
+set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME krenv)
 set(CPACK_PACKAGE_FILE_NAME krenv-${PROJECT_VERSION}-linux-${krenv_architecture})
 set(CPACK_PACKAGE_CONTACT "Pressmark developers <krenv@example.net>")
@@ -51,6 +51,7 @@ Shows on the command line what the environment support library tells the\nprogra
 
 configure_file(packaging/debian/changelog.in ${PROJECT_BINARY_DIR}/debian-changelog @ONLY)
 set(CPACK_KRENV_DEBIAN_DIR ${PROJECT_SOURCE_DIR}/packaging/debian)
+set(CPACK_KRENV_BUILD_DIR ${PROJECT_BINARY_DIR})
 set(CPACK_KRENV_DEBIAN_CHANGELOG ${PROJECT_BINARY_DIR}/debian-changelog)
 set(CPACK_PRE_BUILD_SCRIPTS ${CPACK_KRENV_DEBIAN_DIR}/finish.cmake)
 set(CPACK_POST_BUILD_SCRIPTS ${CPACK_KRENV_DEBIAN_DIR}/control.cmake)

@@ -105,6 +105,11 @@ const std::vector<Situation> kSituations = {
      "generator=locust rate=4000..6000 connections=20 settle=3", "", "--engine locust", Sight::Others},
     {"locust-quota", "locust in a quota that is too small", "generator=locust rate=80..120 connections=4 settle=3",
      "quota=6..9", "--engine locust", Sight::Others},
+    {"java", "a Java program", "generator=java rate=80..160 connections=4 settle=6", "", "--engine java",
+     Sight::Others},
+    {"java-quota", "a Java program in a quota that is too small for a moment",
+     "generator=java rate=80..160 connections=4 settle=6", "quota=1..2 from=0.5..1.0 for=3.0..4.0", "--engine java",
+     Sight::Others},
 };
 
 }  // namespace

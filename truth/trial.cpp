@@ -55,15 +55,23 @@ std::string textOf(const Words& words) {
 class Judge {
 public:
     Judge(double seconds, const std::string& options, const Scratch& memory)
-        : out_(memory / "judge.json"), errors_(memory / "judge.errors") {
-        std::vector<std::string> arguments = {PMENV_BINARY, "judge", "--json", "--duration", std::to_string(seconds)};
+        : out_(memory / "judge.json"), errors_(memory / "judge.errors"), recording_(memory / "judge.pmrec") {
+        std::vector<std::string> arguments = {PMENV_BINARY, "judge",   "--json", "--duration", std::to_string(seconds),
+                                              "--record",   recording_};
         std::istringstream words(options);
         for (std::string word; words >> word;) arguments.push_back(word);
         process_.emplace(arguments, Groups{}, Process::Output{out_, errors_});
     }
 
     Json judgement() {
-        const int status = process_->wait();
+        const Json told = toldBy(*process_);
+        requireSameOfRecording(told);
+        return told;
+    }
+
+private:
+    Json toldBy(Process& process) const {
+        const int status = process.wait();
         const Json told = Json::parse(readText(out_), nullptr, false);
         if (told.is_discarded() || told["exitCode"] != status) {
             throw std::runtime_error("pmenv judge ended with " + std::to_string(status) + ": " + readText(errors_));
@@ -71,8 +79,15 @@ public:
         return told;
     }
 
-private:
-    std::string out_, errors_;
+    // A recording of the run is judged as the run itself, to the last digit.
+    void requireSameOfRecording(const Json& live) const {
+        Process again({PMENV_BINARY, "judge", "--json", recording_}, Groups{}, Process::Output{out_, errors_});
+        Json told = toldBy(again);
+        told.erase("recording");
+        if (told != live) throw std::runtime_error("the recording is judged differently: " + told.dump());
+    }
+
+    std::string out_, errors_, recording_;
     std::optional<Process> process_;
 };
 

@@ -1,10 +1,6 @@
-# CPack runs this between installing and packing. It adds to each Debian package its changelog, copyright and lintian
-# overrides, compresses its manual page and removes the run-time search path, which libraries in the system's
-# directories do not need.
-if(NOT CPACK_GENERATOR STREQUAL "DEB")
-  return()
-endif()
-
+# CPack runs this between installing and packing. It adds to each Debian package its changelog, copyright, lintian
+# overrides and bill of materials, compresses its manual page and removes the run-time search path, which libraries in the
+# system's directories do not need.
 function(compress file to)
   execute_process(COMMAND gzip -9nc ${file} OUTPUT_FILE ${to} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
@@ -28,4 +24,15 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   foreach(binary IN LISTS binaries)
     file(RPATH_REMOVE FILE ${binary})
   endforeach()
+
+  # The bills of two architectures differ, and both can be installed together.
+  set(architecture ${CPACK_DEBIAN_PACKAGE_ARCHITECTURE})
+  execute_process(COMMAND ${CPACK_KRENV_DEBIAN_DIR}/../bill.sh
+      ${package} ${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE} ${architecture} ${CPACK_KRENV_BUILD_DIR} ${usr}
+    OUTPUT_FILE ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/${component}/bill COMMAND_ERROR_IS_FATAL ANY)
+  file(RENAME ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/${component}/bill
+    ${usr}/share/doc/${package}/${package}_${architecture}.spdx.json)
+
+  # Nothing depends on the modes of the checkout.
+  execute_process(COMMAND chmod -R u=rwX,go=rX ${usr} COMMAND_ERROR_IS_FATAL ANY)
 endforeach()

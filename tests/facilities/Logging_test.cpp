@@ -2,6 +2,8 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <ctime>
 #include <locale>
 #include <regex>
 #include <stdexcept>
@@ -14,6 +16,7 @@
 #include <unistd.h>
 
 #include "support/LogCapture.h"
+#include "support/ScopedEnv.h"
 #include "support/Subprocess.h"
 #include "support/TempDir.h"
 
@@ -299,6 +302,24 @@ TEST(DefaultSink, WritesOneLineInOneWrite) {
     const std::regex line(
         R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{6}Z Error Category \.\./src/file:61 \[[^ ]+\] some text\n)");
     EXPECT_TRUE(std::regex_match(writes[0], line)) << writes[0];
+}
+
+// The time of the record, in UTC whatever the time zone.
+TEST(DefaultSink, ALineBeginsWithTheTimeOfItsRecord) {
+    const ScopedEnv elsewhere("TZ", "XXX-9");
+    tzset();
+    using std::chrono::system_clock;
+    StderrWrites standardError;
+    const auto before = system_clock::now();
+    PM_LOG_RECORD(Level::Error, "C", "f", 1) << "text";
+    const auto after = system_clock::now();
+    const std::string line = standardError.take().at(0);
+    std::tm parts{};
+    const char* const fraction = strptime(line.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
+    ASSERT_NE(nullptr, fraction) << line;
+    const auto time = system_clock::from_time_t(timegm(&parts)) + std::chrono::microseconds(std::stoi(fraction + 1));
+    EXPECT_GE(time, std::chrono::time_point_cast<std::chrono::microseconds>(before)) << line;
+    EXPECT_LE(time, after) << line;
 }
 
 TEST(DefaultSink, EscapesControlCharacters) {

@@ -8,10 +8,8 @@ set(fault_functions
   strerror_r getrandom pthread_key_create pthread_setspecific)
 
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
-  # The facilities' own sources, so that their calls can be made to fail as well.
-  file(GLOB facility_sources ${PROJECT_SOURCE_DIR}/facilities/src/*.cpp)
-  krenv_test(faults_test OBJECTS WRAP ${fault_functions}
-    SOURCES faults_test.cpp ${support}/Faults.cpp ${support}/FaultSweep.cpp ${facility_sources})
+  krenv_test(faults_test OBJECTS FACILITIES WRAP ${fault_functions}
+    SOURCES faults_test.cpp ${support}/Faults.cpp ${support}/FaultSweep.cpp)
   target_compile_definitions(faults_test PRIVATE
     KRENV_EXPORTS="${PROJECT_SOURCE_DIR}/src/krenv.exports"
     KRFACILITIES_EXPORTS="${PROJECT_SOURCE_DIR}/facilities/krfacilities.exports")

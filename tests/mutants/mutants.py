@@ -1,17 +1,21 @@
 #!/usr/bin/env python3
 """Measures how strong the tests are: changes one thing at a time in a source and checks whether a test notices.
 
-    mutants.py [--sample N] [--seed S] [--jobs N] [--json FILE] SOURCE...
+    mutants.py [--sample N] [--seed S] [--jobs N] [--scratch DIR] [--json FILE] SOURCE...
 
 The sources are changed in a scratch copy of the project, which is built and tested as an unprivileged user, because a
 changed file operation may remove files. For each source the result is how many changes were noticed ("killed"), and a list
-of those that were not ("survived"). Changes that do not compile, or that give the same object code, are not counted.
+of those that were not ("survived"). Changes that do not compile, or that give the same optimised code, are not counted.
 accepted.txt lists survivors, each with its reason, that do not change what the program does for its users.
+
+Which changes are chosen depends only on the seed, the source and its text, so that a source can be tried again alone.
 """
 import argparse
 import concurrent.futures
+import contextlib
 import filecmp
 import fnmatch
+import hashlib
 import json
 import os
 import pathlib
@@ -28,6 +32,7 @@ import tempfile
 HERE = pathlib.Path(__file__).resolve().parent
 PROJECT = HERE.parent.parent
 PATIENCE_SECONDS = 90  # for one test program; one that takes longer has noticed
+OPTIMISED = ["-O2"]    # shows which changes change nothing
 
 # --- what is changed -----------------------------------------------------------------------------------------------
 
@@ -61,7 +66,8 @@ def mutations_of(number, line):
             pattern = rf"\b{old}\b" if old.isalpha() else re.escape(old)
             for match in re.finditer(pattern, code):
                 at = match.start()
-                if kind == "relation" and "template" in code or old in ("++", "--") and code[at - 1:at] == " " and code[at + 2:at + 3] == " ":
+                alone = code[at - 1:at] == " " and code[at + len(old):at + len(old) + 1] == " "
+                if (kind == "relation" and "template" in code) or (old in ("++", "--") and alone):
                     continue
                 yield number, f"{kind} {old.strip()} to {new.strip()}", line[:at] + new + line[at + len(old):]
     for match in re.finditer(r"(?<![\w.'])(\d+)(?![\w.'])", code):
@@ -96,11 +102,11 @@ def mutations(source):
 # --- which tests look at a source ------------------------------------------------------------------------------------
 
 def programs_for(source):
-    """The test programs of programs.txt for a source, in the order in which they are tried."""
+    """The test programs of programs.txt for a source, as (name, filter), in the order in which they are tried."""
     for line in (HERE / "programs.txt").read_text().splitlines():
         pattern, _, programs = line.partition(":")
         if not line.startswith("#") and programs and fnmatch.fnmatch(str(source), pattern.strip()):
-            return programs.split()
+            return [tuple(program.partition(":")[::2]) for program in programs.split()]
     sys.exit(f"mutants: programs.txt names no test program for {source}")
 
 
@@ -118,22 +124,51 @@ def become_nobody():
 
 
 class Copy:
-    """A copy of the project with a build directory, owned by nobody."""
+    """A copy of the project with a build directory, owned by nobody.
+
+    What is tested is not optimised, and the headers of the system are compiled once, because compiling takes most of the
+    time.
+    """
 
     def __init__(self, scratch, number):
-        self.top = pathlib.Path(scratch) / f"copy{number}"
-        files = subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], cwd=PROJECT, check=True, text=True,
-                               capture_output=True).stdout.splitlines()
+        self.top = scratch / f"copy{number}"
+        self.headers = self.top / "build/tmp/headers.h"
+        self.passing = set()  # the test programs that have passed without any change
+        self.unchanged = None, None  # a source and its optimised code
+        self.update()
+        if not (self.top / "build/build.ninja").exists():
+            self.configure()
+
+    def update(self):
+        """Copies what changed since the last run, and removes what is gone."""
+        files = set(subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], cwd=PROJECT, check=True, text=True,
+                                   capture_output=True).stdout.splitlines())
         for file in files:
-            if (PROJECT / file).is_file():
-                (self.top / file).parent.mkdir(parents=True, exist_ok=True)
-                shutil.copy2(PROJECT / file, self.top / file)
-        (self.top / "tmp").mkdir()
+            source, copy = PROJECT / file, self.top / file
+            if source.is_file() and not (copy.exists() and filecmp.cmp(source, copy, shallow=False)):
+                copy.parent.mkdir(parents=True, exist_ok=True)
+                shutil.copyfile(source, copy)
+                shutil.copymode(source, copy)
+        for folder, folders, names in os.walk(self.top):
+            if pathlib.Path(folder) == self.top:
+                folders[:] = set(folders) - {"build", "tmp"}
+            for path in (pathlib.Path(folder) / name for name in names):
+                if str(path.relative_to(self.top)) not in files:
+                    path.unlink()
+        (self.top / "build/tmp").mkdir(parents=True, exist_ok=True)
+        (self.top / "tmp").mkdir(exist_ok=True)
         if os.getuid() == 0:
             subprocess.run(["chown", "-R", "65534:65534", self.top], check=True)
-        configured = self.run("cmake", "-S", ".", "-B", "build", "-G", "Ninja", "-DCMAKE_CXX_FLAGS=-O1",
-                              "-DCMAKE_TOOLCHAIN_FILE=cmake/linux-i686.cmake", "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON",
-                              patience=120)
+
+    def configure(self):
+        headers = set()
+        for folder in ("src", "facilities", "tools"):
+            for file in (self.top / folder).rglob("*.[ch]*"):
+                headers.update(re.findall(r"^#include <.*>$", file.read_text(), re.MULTILINE))
+        self.headers.write_text("\n".join(sorted(headers)) + "\n")
+        configured = self.run("cmake", "-S", ".", "-B", "build", "-G", "Ninja",
+                              f"-DCMAKE_CXX_FLAGS=-O0 -include {self.headers}", "-DCMAKE_TOOLCHAIN_FILE=cmake/linux-i686.cmake", "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON",
+                              "-DCMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST", patience=300)
         if configured.returncode != 0:
             sys.exit(f"mutants: the scratch copy cannot be configured:\n{configured.stdout}")
 
@@ -156,45 +191,67 @@ class Copy:
         process.communicate()
         return subprocess.CompletedProcess(command, code, output)
 
-    def build(self, target):
-        return self.run("ninja", "-C", "build", target, patience=600)
+    def build(self, target, patience=600):
+        return self.run("ninja", "-C", "build", target, patience=patience)
 
-    def object_of(self, source):
-        commands = json.loads((self.top / "build/compile_commands.json").read_text())
-        for entry in commands:
-            output = re.search(r" -o (\S+)", entry["command"]).group(1)
-            if entry["file"] == str(self.top / source) and "_test" not in output:
-                return output
+    def compile_command(self, source):
+        """The command that compiles a source for the product, up to the object's name, and that name."""
+        for entry in json.loads((self.top / "build/compile_commands.json").read_text()):
+            command, _, rest = entry["command"].partition(" -o ")
+            target = rest.split()[0]
+            if entry["file"] == str(self.top / source) and "_test" not in target:
+                return command.split(), target
         sys.exit(f"mutants: no compile command for {source}")
 
+    def precompile(self, source):
+        """Compiles the headers with the flags of a source; the compiler then finds them compiled."""
+        command, _ = self.compile_command(source)
+        flags = [word for word in command if not word.startswith("-I") and word not in ("-include", str(self.headers))]
+        for level in ([], OPTIMISED):
+            name = hashlib.sha1(" ".join(flags + level).encode()).hexdigest()
+            compiled = self.top / "build/tmp/headers.h.gch" / name
+            if not compiled.exists():
+                self.run("mkdir", "-p", compiled.parent)
+                self.run(*flags, *level, "-x", "c++-header", self.headers, "-o", compiled, patience=300)
+
+    def optimised_code(self, source, text):
+        (self.top / source).write_text(text)
+        command, _ = self.compile_command(source)
+        self.run(*command, *OPTIMISED, "-c", source, "-o", "build/tmp/optimised.o", patience=300)
+        return (self.top / "build/tmp/optimised.o").read_bytes()
+
+    def test(self, program):
+        name, tests = program
+        return self.run(f"build/tests/{name}", f"--gtest_filter={tests or '*'}")
+
     def notices(self, program):
-        """Whether a test program fails, or cannot be built any more, as its tests are listed by running it."""
-        if self.build(program).returncode != 0:
-            return True
-        return self.run(f"build/tests/{program}").returncode != 0
+        """Whether a test program fails, or cannot be built because another program of the build fails."""
+        return self.build(program[0]).returncode != 0 or self.test(program).returncode != 0
 
     def judge(self, source, original, mutation, programs):
         """"killed", "survived", or "void" for a change that does not compile or changes nothing."""
         number, _, line = mutation
         lines = original.split("\n")
         lines[number] = line
-        (self.top / source).write_text("\n".join(lines))
-        target = self.object_of(source)
-        unchanged = self.top / "tmp" / "unchanged.o"
-        if self.build(target).returncode != 0 or filecmp.cmp(self.top / "build" / target, unchanged, shallow=False):
+        changed = "\n".join(lines)
+        (self.top / source).write_text(changed)
+        if self.notices(programs[0]):
+            return "killed" if self.build(self.compile_command(source)[1]).returncode == 0 else "void"
+        if self.unchanged[0] != source:
+            self.unchanged = source, self.optimised_code(source, original)
+        if self.optimised_code(source, changed) == self.unchanged[1]:
             return "void"
-        return "killed" if any(self.notices(program) for program in programs) else "survived"
+        return "killed" if any(self.notices(program) for program in programs[1:]) else "survived"
 
     def prepare(self, source, programs):
-        """Builds the unchanged source, keeps its object, and demands that its tests pass."""
-        target = self.object_of(source)
-        if self.build(target).returncode != 0:
-            sys.exit(f"mutants: {source} cannot be built unchanged")
-        shutil.copy(self.top / "build" / target, self.top / "tmp" / "unchanged.o")
-        for program in programs:
+        """Demands that the tests of the unchanged source pass."""
+        self.precompile(source)
+        for program in sorted(set(programs) - self.passing):
+            self.build(program[0], patience=3600)
             if self.notices(program):
-                sys.exit(f"mutants: {program} fails without any change of {source}:\n" + self.build(program).stdout +
-                         self.run(f"build/tests/{program}").stdout[-3000:])
+                sys.exit(f"mutants: {':'.join(program)} fails without any change of {source}:\n" +
+                         (self.build(program[0]).stdout + self.test(program).stdout)[-3000:])
+            self.passing.add(program)
 
 
 # --- the run ---------------------------------------------------------------------------------------------------------
@@ -208,9 +265,10 @@ def accepted_survivors():
     return accepted
 
 
-def try_source(source, copies, sample, rng, accepted):
+def try_source(source, copies, sample, seed, accepted):
     original = (PROJECT / source).read_text()
     found = mutations(PROJECT / source)
+    rng = random.Random(f"{seed} {source}")
     chosen = sorted(rng.sample(found, sample)) if sample and sample < len(found) else found
     programs = programs_for(source)
     free = queue.Queue()
@@ -231,7 +289,8 @@ def try_source(source, copies, sample, rng, accepted):
         (copy.top / source).write_text(original)
 
     lines = original.split("\n")
-    result = {"file": str(source), "possible": len(found), "killed": outcomes.count("killed"), "accepted": 0, "survived": []}
+    result = {"file": str(source), "possible": len(found), "killed": outcomes.count("killed"), "accepted": 0,
+              "survived": []}
     for (number, change, _), outcome in zip(chosen, outcomes):
         if outcome != "survived":
             continue
@@ -251,21 +310,33 @@ def report(result):
         print(f"  {result['file']}:{survivor['line']}: {survivor['change']}: {survivor['code']}", flush=True)
 
 
+@contextlib.contextmanager
+def scratch_directory(kept):
+    """A directory that nobody may enter, removed afterwards unless it is to be kept."""
+    if kept:
+        kept.mkdir(mode=0o755, exist_ok=True)
+        yield kept.resolve()
+    else:
+        with tempfile.TemporaryDirectory(prefix="krenv-mutants-") as scratch:
+            os.chmod(scratch, 0o755)
+            yield pathlib.Path(scratch)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     parser.add_argument("sources", nargs="+", type=pathlib.Path, metavar="SOURCE")
     parser.add_argument("--sample", type=int, default=0, help="how many changes of each source, 0 for all")
     parser.add_argument("--seed", type=int, default=1, help="which ones")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
+    parser.add_argument("--scratch", type=pathlib.Path, help="a directory that keeps the scratch copies for the next run")
     parser.add_argument("--json", type=pathlib.Path, help="write the results there as well")
     options = parser.parse_args()
 
-    results, accepted, rng = [], accepted_survivors(), random.Random(options.seed)
-    with tempfile.TemporaryDirectory(prefix="krenv-mutants-") as scratch:
-        os.chmod(scratch, 0o755)
+    results, accepted = [], accepted_survivors()
+    with scratch_directory(options.scratch) as scratch:
         copies = [Copy(scratch, number) for number in range(options.jobs)]
         for source in options.sources:
-            results.append(try_source(source, copies, options.sample, rng, accepted))
+            results.append(try_source(source, copies, options.sample, options.seed, accepted))
             report(results[-1])
             if options.json:
                 options.json.write_text(json.dumps(results, indent=1) + "\n")

@@ -120,6 +120,8 @@ use_packages() { # RUN
     expect /opt/pressmark/bin "$1" /usr/bin/pmenv get KR_BIN --ini "$ini"
     [[ -z $(man --warnings -l -Tutf8 "$root/usr/share/man/man1/pmenv.1.gz" 2>&1 >/dev/null) ]] || fail "the manual page warns"
     bash -n "$root/usr/share/bash-completion/completions/pmenv"
+    zsh -n "$root/usr/share/zsh/vendor-completions/_pmenv"
+    fish --no-execute "$root/usr/share/fish/vendor_completions.d/pmenv.fish"
 
     options=$(PKG_CONFIG_LIBDIR="$root/usr/$libdir/pkgconfig" pkg-config --cflags --libs krenv)
     flags=$(cached CMAKE_CXX_FLAGS)

@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
-# ./dev refuses an unknown command and lists the commands; help prints the same list and is no error.
+# ./dev refuses an unknown command and lists the commands; help prints the same list and is no error. In a small project of
+# its own, `./dev test` counts tests and shows how far it is, and its stage `lint` notices what it is there for.
 set -euo pipefail
 dev=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)/dev
 fail() { printf 'dev_test.sh: %s\n' "$*" >&2; exit 1; }
+
+# --- Commands ---------------------------------------------------------------------------------------------------------
 
 status=0
 said=$("$dev" bogus 2>&1 >/dev/null) || status=$?
@@ -12,3 +15,70 @@ said=$("$dev" bogus 2>&1 >/dev/null) || status=$?
 
 [[ $("$dev" help 2>&1 >/dev/null) == "" ]] || fail "help writes to standard error"
 [[ $("$dev") == "$("$dev" help)" ]] || fail "./dev without a command does not print the help"
+
+# --- A project with one test that passes and one that fails -----------------------------------------------------------
+
+work=$(mktemp -d /tmp/krenv-dev-XXXXXX)
+trap 'rm -rf "$work"' EXIT
+project=$work/project
+mkdir -p "$project/src"
+cp "$dev" "${dev%/dev}/.clang-format" "${dev%/dev}/.clang-tidy" "$project"
+cd "$project"
+cat >CMakeLists.txt <<'END'
+cmake_minimum_required(VERSION 3.25)
+project(small LANGUAGES CXX)
+file(GLOB sources src/*.cpp)
+add_library(small OBJECT ${sources})
+enable_testing()
+add_test(NAME passes COMMAND true)
+add_test(NAME fails COMMAND false)
+END
+cat >CMakePresets.json <<'END'
+{
+  "version": 4,
+  "configurePresets": [
+    {
+      "name": "release-64", "generator": "Ninja", "binaryDir": "${sourceDir}/build/release-64",
+      "cacheVariables": { "CMAKE_EXPORT_COMPILE_COMMANDS": "ON" }
+    }
+  ],
+  "buildPresets": [ { "name": "release-64", "configurePreset": "release-64" } ],
+  "testPresets": [ { "name": "release-64", "configurePreset": "release-64" } ]
+}
+END
+echo "int one() { return 1; }" >src/good.cpp
+printf '#!/bin/sh\necho good\n' >good.sh
+echo build/ >.gitignore
+git init -q . && git add . && git -c user.name=dev -c user.email=dev@example.net commit -qm small
+
+# Checks the exit code and the last lines of `./dev test STAGE...`.
+expect() { # STATUS LINES STAGE...
+    local status=0 expected=$1 lines=$2
+    shift 2
+    ./dev test "$@" >"$work/output" 2>&1 || status=$?
+    [[ $status == "$expected" && $(<"$work/output") == *"$lines" ]] ||
+        { cat "$work/output"; fail "./dev test $* ends with $status"; }
+}
+
+expect 1 $'\nFAILED   release-64: fails\n4 passed, 1 failed' lint release-64
+! grep -q $'\r' "$work/output" || fail "progress is shown where there is no terminal"
+
+shown=$(TERM=xterm script -qec "./dev test release-64" /dev/null </dev/null || true)
+[[ $shown == *"release-64: 1 of 2 tests done"*"release-64: 2 of 2 tests done"* ]] || fail "no progress on a terminal: $shown"
+[[ ${shown%of 2 tests done*} == *" fails "*"Failed"* ]] || fail "a failure is not shown at once: $shown"
+
+# --- Mistakes, and a tool that is not there ---------------------------------------------------------------------------
+
+echo "int  one( ) ;" >src/format.h
+printf '#!/bin/sh\nrm -r /tmp/$*\n' >bad.sh
+echo "int quotient(int number) { return number == 0 ? 1 / number : number; }" >src/bad.cpp
+expect 1 $'FAILED   lint: formatting\nFAILED   lint: scripts\nFAILED   lint: clang-tidy\n0 passed, 3 failed' lint
+for place in src/format.h:1 "bad.sh line 2" src/bad.cpp:1; do
+    grep -qF "$place" "$work/output" || { cat "$work/output"; fail "it does not name $place"; }
+done
+rm src/format.h bad.sh src/bad.cpp
+
+mkdir "$work/bin"
+ln -s /usr/bin/* "$work/bin"
+rm "$work/bin/clang-format"
+PATH=$work/bin expect 1 $'FAILED   lint: formatting\n2 passed, 1 failed' lint

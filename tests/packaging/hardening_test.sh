@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Checks that shared libraries and programs were built and linked with the usual hardening options.
+# Checks that shared libraries and programs were built and linked with the usual hardening options, as Debian's
+# hardening-check sees them and in more detail.
 #
 #   hardening_test.sh FILE...
 #   hardening_test.sh --self COMPILER    checks that the test notices each option that a program was built without
@@ -12,7 +13,11 @@ complain() { printf '%s: %s\n' "$1" "$2"; status=1; }
 imported() { readelf -W --dyn-syms "$1" | awk '$7 == "UND" { sub(/@.*/, "", $8); print $8 }'; }
 
 look_at() { # FILE
-    local file=$1 dynamic segments symbols plain
+    local file=$1 dynamic segments symbols plain only_64=()
+    # Linux protects the control flow of 64-bit programs only.
+    [[ $(file -Lb "$file") != *32-bit* ]] || only_64=(--nocfprotection)
+    hardening-check "${only_64[@]}" "$file" || complain "$file" "hardening-check complains"
+
     dynamic=$(readelf -dW "$file") segments=$(readelf -lW "$file") symbols=$(imported "$file")
 
     # Functions with buffers guard their return addresses.
@@ -56,7 +61,7 @@ END
     look_at "$work/bare" >"$work/complaints"
     look_at "$work/bare.so" >>"$work/complaints"
     for complaint in "stack protector" "read-only relocations" "bound late" "stack is executable" "writable and exec" \
-        "program text" "position-independent" "no fortified call" "fortified: sprintf"; do
+        "hardening-check" "program text" "position-independent" "no fortified call" "fortified: sprintf"; do
         grep -qF "$complaint" "$work/complaints" || { echo "goes unnoticed: $complaint" >&2; exit 1; }
     done
 }

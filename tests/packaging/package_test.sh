@@ -39,7 +39,8 @@ install_component development include/krenv/krenv.h include/krenv/krs.h "$libdir
 [[ -e $work/first/$libdir/libkrenv.so && -e $work/first/$libdir/libkrfacilities.so ]] || fail "there is nothing to link"
 if [[ $(cached KRENV_BUILD_TOOLS) == ON ]]; then
     install_component tool bin/pmenv share/man/man1/pmenv.1 share/bash-completion/completions/pmenv \
-        share/doc/pmenv/examples/pressmark.ini
+        share/zsh/vendor-completions/_pmenv share/fish/vendor_completions.d/pmenv.fish \
+        share/doc/pmenv/examples/pressmark.ini share/doc/pmenv/examples/pressmark.keys
 fi
 mv "$work/first" "$work/moved here"
 prefix="$work/moved here"

@@ -1,6 +1,7 @@
 // PmenvTest.h - pmenv as a user runs it: arguments and environment in; standard output, standard error and exit code out.
 #pragma once
 
+#include <algorithm>
 #include <map>
 #include <string>
 #include <utility>
@@ -30,6 +31,9 @@ inline constexpr char kSettings[] =
     "[engine]\n"
     "threads = 8\n";
 
+// A secret. No output of pmenv may contain it, unless that was asked for.
+inline constexpr char kCanary[] = "c4n4ry-5ecre7";
+
 /// A directory with a pressmark.ini, and pmenv called in it.
 class Pmenv : public testing::Test {
 protected:
@@ -39,8 +43,9 @@ protected:
 
     // The variables that pmenv looks at are set as the test says, or not at all.
     static std::map<std::string, const char*> environmentOf(const Environment& given) {
-        std::map<std::string, const char*> all{{"HOME", "/home/user"}, {"KR_BIN", nullptr},   {"MYDOCUMENTS", nullptr},
-                                               {"PM_LOG", nullptr},    {"NO_COLOR", nullptr}, {"TERM", "xterm"}};
+        std::map<std::string, const char*> all{
+            {"HOME", "/home/user"}, {"KR_BIN", nullptr}, {"MYDOCUMENTS", nullptr},    {"PM_LOG", nullptr},
+            {"NO_COLOR", nullptr},  {"TERM", "xterm"},   {"PM_CANARY_TOKEN", kCanary}};
         for (const auto& [name, value] : given) all[name] = value.c_str();
         return all;
     }
@@ -52,7 +57,19 @@ protected:
 
     ProgramResult run(Words words, const Environment& environment = {}) const {
         const ScopedCwd here(directory_.path());
-        return runProgram(pmenv(std::move(words)), environmentOf(environment));
+        const bool mayShow = showsSecrets(words);
+        const ProgramResult outcome = runProgram(pmenv(std::move(words)), environmentOf(environment));
+        EXPECT_TRUE(mayShow || (outcome.out + outcome.err).find(kCanary) == std::string::npos)
+            << "a secret is shown in\n"
+            << outcome.out << outcome.err;
+        return outcome;
+    }
+
+    // `get` is asked for one value, and says it.
+    static bool showsSecrets(const Words& words) {
+        return std::count(words.begin(), words.end(), "--show-secrets") +
+                   std::count(words.begin(), words.end(), "get") >
+               0;
     }
 
     // With --ini for this directory's settings.

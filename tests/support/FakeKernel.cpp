@@ -1,5 +1,6 @@
 #include "support/FakeKernel.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
@@ -50,10 +51,16 @@ void FakeKernel::link(const std::string& path, const std::string& target) {
 
 void FakeKernel::remove(const std::string& path) { std::filesystem::remove_all(root_.path() + path); }
 
-void FakeKernel::hide(const std::string& path) { hidden_ = path; }
-
 bool FakeKernel::isHidden(const std::string& path) const {
-    return !hidden_.empty() && path.compare(0, hidden_.size(), hidden_) == 0;
+    return std::any_of(hidden_.begin(), hidden_.end(), [&path](const std::string& hidden) {
+        return path.compare(0, hidden.size(), hidden) == 0 &&
+               (path.size() == hidden.size() || path[hidden.size()] == '/');
+    });
+}
+
+void FakeKernel::reads(const std::string& path) {
+    cpu += cpuOfRead;
+    if (before) before(path);
 }
 
 void FakeKernel::run(const Thread& thread) {
@@ -68,7 +75,7 @@ void FakeKernel::run(const Thread& thread) {
 std::string FakeKernel::answered(const char* path) {
     const bool fakes = std::strncmp(path, "/proc", 5) == 0 || std::strncmp(path, "/sys/", 5) == 0;
     if (!fakes) return path;
-    if (before) before(path);
+    reads(path);
     return root_.path() + path;
 }
 
@@ -105,7 +112,7 @@ ssize_t __wrap_pread64(int descriptor, void* buffer, size_t count, off64_t offse
     FakeKernel* const fake = FakeKernel::current();
     struct stat facts {};
     if (fake != nullptr) {
-        if (fake->before) fake->before("read");
+        fake->reads("read");
         if (fstat(descriptor, &facts) == 0 && facts.st_nlink == 0) {
             errno = ESRCH;
             return -1;
@@ -132,12 +139,16 @@ ssize_t __wrap_readlink(const char* path, char* target, size_t size) {
 
 }  // extern "C"
 
-namespace kernel {
-double clockSeconds();
-}
 double realClock() __asm__("__real__ZN6kernel12clockSecondsEv");
 double fakeClock() __asm__("__wrap__ZN6kernel12clockSecondsEv");
 double fakeClock() {
     FakeKernel* const fake = FakeKernel::current();
     return fake != nullptr ? fake->now : realClock();
+}
+
+double realCpu() __asm__("__real__ZN6kernel13ownCpuSecondsEv");
+double fakeCpu() __asm__("__wrap__ZN6kernel13ownCpuSecondsEv");
+double fakeCpu() {
+    FakeKernel* const fake = FakeKernel::current();
+    return fake != nullptr ? fake->cpu : realCpu();
 }

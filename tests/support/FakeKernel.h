@@ -1,12 +1,13 @@
 // FakeKernel.h - /proc and /sys/fs/cgroup made by hand, with the clock that goes with them.
 //
-// The files lie in a directory; programs that link FakeKernel.cpp wrap the C library's functions (FAKE_KERNEL in
+// The files lie in a directory; programs that link FakeKernel.cpp wrap the C library's functions (fake_kernel in
 // pmenv/CMakeLists.txt), so that paths below /proc and /sys lead there while a FakeKernel lives. A file that is deleted
 // cannot be read through a descriptor any more, as it is with the kernel's.
 #pragma once
 
 #include <cstdint>
 #include <functional>
+#include <set>
 #include <string>
 
 #include "support/TempDir.h"
@@ -26,8 +27,9 @@ public:
     void link(const std::string& path, const std::string& target);
     /// Removes a file or a whole directory.
     void remove(const std::string& path);
-    /// Opening it fails with EACCES.
-    void hide(const std::string& path);
+    /// Opening it, or what lies below it, fails with EACCES.
+    void hide(const std::string& path) { hidden_.insert(path); }
+    void show(const std::string& path) { hidden_.erase(path); }
 
     /// A thread: its stat and schedstat; a process is its first thread and has files of its own as well.
     struct Thread {
@@ -47,7 +49,9 @@ public:
     void run(const Thread& thread);
     void end(int pid) { remove("/proc/" + std::to_string(pid)); }
 
-    double now = 1000;  ///< what the clock says
+    double now = 1000;     ///< what the clock says
+    double cpu = 0;        ///< processor time that the program has used ...
+    double cpuOfRead = 0;  ///< ... and each file that is opened and each read adds
 
     /// Runs before each file or directory is opened, and before each read through a descriptor that is kept ("read").
     std::function<void(const std::string& path)> before;
@@ -56,8 +60,9 @@ public:
     static FakeKernel* current();
     std::string answered(const char* path);
     bool isHidden(const std::string& path) const;
+    void reads(const std::string& path);
 
 private:
     TempDir root_;
-    std::string hidden_;
+    std::set<std::string> hidden_;
 };

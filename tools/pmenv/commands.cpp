@@ -7,6 +7,7 @@
     COMMAND(list)        \
     COMMAND(explain)     \
     COMMAND(check)       \
+    COMMAND(diff)        \
     COMMAND(find)        \
     COMMAND(resolve)     \
     COMMAND(pathSplit)   \
@@ -17,7 +18,9 @@
     COMMAND(walk)        \
     COMMAND(report)      \
     COMMAND(stats)       \
-    COMMAND(judge)
+    COMMAND(judge)       \
+    COMMAND(chart)       \
+    COMMAND(mark)
 
 #define COMMAND(name) Command name##Command();
 PMENV_COMMANDS

@@ -7,6 +7,9 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "CommandLineArguments.h"
 #include "commands.h"
 #include "failure.h"
@@ -31,6 +34,15 @@ int printVersion() {
 // The arguments after the program's name, which a caller may omit.
 std::vector<std::string> wordsOf(int argc, char** argv) { return {argv + std::min(argc, 1), argv + argc}; }
 
+// A standard descriptor that the caller has closed must not become that of a file, which would then receive messages.
+// Reading and writing fail as before, and a program that pmenv starts finds it closed.
+void occupyStandardDescriptors() {
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(descriptor, F_GETFD) >= 0) continue;
+        open("/dev/null", (descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY) | O_CLOEXEC);
+    }
+}
+
 int run(const CommandLine& line) {
     if (line.asksForHelp()) return printHelp(line);
     if (line.asksForVersion()) return printVersion();
@@ -40,6 +52,7 @@ int run(const CommandLine& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    occupyStandardDescriptors();
     nCommandLineArguments::gSet(argc, argv);
     showLibraryLog();
     gatherOutput();

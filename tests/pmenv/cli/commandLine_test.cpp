@@ -5,11 +5,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "commandLine.h"
+#include "failure.h"
+#include "help.h"
 #include "pmenv/PmenvTest.h"
 
 using nlohmann::json;
+using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
+using testing::IsEmpty;
 using testing::MatchesRegex;
 
 namespace {
@@ -99,6 +104,72 @@ TEST_F(PmenvCommandLine, FindsItselfWhenItsNameIsEmpty) {
     const std::string itself = std::filesystem::canonical(PMENV_BINARY).parent_path();
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.err, HasSubstr("1. " + itself + ": no such file there\n"));
+}
+
+// --- a program behind -- ---------------------------------------------------------------------------------------------
+
+int runNothing(const CommandLine&) { return 0; }
+
+Grammar grammarWithPrograms() {
+    Grammar grammar;
+    grammar.globalOptions = {{"help", Option::Kind::Flag, nullptr, "print help"}};
+    grammar.commands = {
+        {"watch",
+         "watches",
+         {{"FILE", "a file", true, true}},
+         {{"for", Option::Kind::Text, "S", "time"}},
+         "",
+         runNothing,
+         "",
+         "the program to watch"},
+        {"print", "prints", {{"TEXT", "a text", true, true}}, {}, "", runNothing},
+    };
+    return grammar;
+}
+
+CommandLine parsed(const Words& words) {
+    static const Grammar grammar = grammarWithPrograms();
+    return CommandLine::parse(grammar, words);
+}
+
+TEST(CommandLineWithAProgram, WhatStandsBehindTheDashesIsTakenAsItIs) {
+    const CommandLine line = parsed({"watch", "--for", "5", "--", "prog", "--for", "--", "-h", "", "\xff\n", "--help"});
+    EXPECT_THAT(line.program(), ElementsAre("prog", "--for", "--", "-h", "", "\xff\n", "--help"));
+    EXPECT_THAT(line.arguments(), IsEmpty());
+    EXPECT_EQ(line.text("for"), "5");
+    EXPECT_FALSE(line.asksForHelp());
+}
+
+TEST(CommandLineWithAProgram, ArgumentsInFrontOfTheDashesStayArguments) {
+    const CommandLine line = parsed({"watch", "a", "b", "--", "prog", "c"});
+    EXPECT_THAT(line.arguments(), ElementsAre("a", "b"));
+    EXPECT_THAT(line.program(), ElementsAre("prog", "c"));
+    EXPECT_THAT(parsed({"watch", "a", "b"}).program(), IsEmpty());
+    EXPECT_THAT(parsed({"--", "watch", "prog"}).program(), ElementsAre("prog"));
+}
+
+TEST(CommandLineWithAProgram, OtherCommandsTakeFurtherArgumentsBehindTheDashes) {
+    const CommandLine line = parsed({"print", "a", "--", "-b"});
+    EXPECT_THAT(line.arguments(), ElementsAre("a", "-b"));
+    EXPECT_THAT(line.program(), IsEmpty());
+}
+
+TEST(CommandLineWithAProgram, DashesWithoutAProgramAreRefused) {
+    try {
+        parsed({"watch", "--"});
+        FAIL() << "accepted";
+    } catch (const Failure& failure) {
+        EXPECT_STREQ(failure.what(), "a command is needed behind --; see 'pmenv watch --help'");
+        EXPECT_EQ(failure.exitCode(), kExitUsage);
+    }
+}
+
+TEST(CommandLineWithAProgram, TheHelpShowsIt) {
+    const Grammar grammar = grammarWithPrograms();
+    const std::string help = commandHelp(grammar, grammar.commands[0]);
+    EXPECT_THAT(help, HasSubstr("Usage: pmenv watch [FILE...] [OPTION]... [-- COMMAND [ARGUMENT]...]\n"));
+    EXPECT_THAT(help, HasSubstr("\n  COMMAND   the program to watch\n"));
+    EXPECT_THAT(commandHelp(grammar, grammar.commands[1]), HasSubstr("Usage: pmenv print [TEXT...] [OPTION]...\n"));
 }
 
 }  // namespace

@@ -38,9 +38,54 @@ TEST(NearestNames, KeysOfSectionsComeFirst) {
     EXPECT_THAT(nearestNames("x", {"s.x", "s.X"}), ElementsAre("s.x"));
 }
 
+// One mistake in two to four letters, two in five to seven, three in eight.
+TEST(NearestNames, LongerNamesMayHaveMoreMistakes) {
+    const struct {
+        const char* typed;
+        const char* known;
+        bool found;
+    } rows[] = {
+        {"A", "B", false},
+        {"AB", "AX", true},
+        {"ABCD", "ABCX", true},
+        {"ABCD", "ABXX", false},
+        {"ABCDE", "ABCXX", true},
+        {"ABCDE", "ABXXX", false},
+        {"ABCDEFG", "ABCDEXX", true},
+        {"ABCDEFG", "ABCDXXX", false},
+        {"ABCDEFGH", "ABCDEXXX", true},
+        {"ABCDE", "ABCDEFG", true},
+        {"ABCDE", "ABCDEFGH", false},
+        {"ABCDE", "ABC", true},
+        {"ABCDE", "AB", false},
+        {"BADCE", "ABCDE", true},
+        {"BADC", "ABCD", false},
+        {"AXBCDY", "ABCD", true},
+        {"ABCD", "XABCDY", false},
+        {"ABCDE", "XABCDEY", true},
+        {"ABCDE", "BCDEX", true},
+        {"ABCDE", "BCDXX", false},
+        {"ABCDE", "aBcDeF", true},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(nearestNames(row.typed, {row.known}).size(), row.found ? 1U : 0U) << row.typed << " " << row.known;
+    }
+}
+
+TEST(NearestNames, NobodyMistypesAVeryLongName) {
+    EXPECT_THAT(nearestNames(std::string(100, 'x'), {std::string(99, 'x')}), ElementsAre(std::string(99, 'x')));
+    EXPECT_THAT(nearestNames(std::string(101, 'x'), {std::string(100, 'x')}), IsEmpty());
+}
+
+TEST(NearestNames, TheNearestThreeInOrder) {
+    EXPECT_THAT(nearestNames("ABCDE", {"ABCXX", "ABCDY", "ABCDX", "ABCDE", "ABXXE"}),
+                ElementsAre("ABCDE", "ABCDX", "ABCDY"));
+}
+
 TEST(NearestNames, SentenceHasUpToThree) {
     EXPECT_EQ(didYouMean({}), "");
     EXPECT_EQ(didYouMean({"A"}), "; did you mean 'A'?");
+    EXPECT_EQ(didYouMean({"A", "B"}), "; did you mean 'A' or 'B'?");
     EXPECT_EQ(didYouMean({"A", "B", "C"}), "; did you mean 'A', 'B' or 'C'?");
 }
 

@@ -19,6 +19,11 @@ TEST_F(TextTest, WidthCountsColumns) {
     EXPECT_EQ(displayWidth("日本"), 4u);
     EXPECT_EQ(displayWidth("a\xcc\x81"), 1u) << "a combining accent takes no column";
     EXPECT_EQ(displayWidth("\xff"), 1u);
+    EXPECT_EQ(displayWidth("\xff"
+                           "a"),
+              2u);
+    EXPECT_EQ(displayWidth("a\xc3"), 2u) << "the first byte of a character that is not there";
+    EXPECT_EQ(displayWidth(std::string("a\0b", 3)), 2u);
 }
 
 TEST_F(TextTest, CutsBetweenCharacters) {
@@ -35,6 +40,10 @@ TEST_F(TextTest, PrintableShowsWhatATerminalWouldObey) {
     EXPECT_EQ(printable("\x1b[31m\x7f"), "\\x1b[31m\\x7f");
     EXPECT_EQ(printable("\xc2\x9b"), "\\xc2\\x9b") << "the one-character form of ESC [";
     EXPECT_EQ(printable("grüße \xff"), "grüße \\xff");
+    EXPECT_EQ(printable("\xff"
+                        "a\xc3"),
+              "\\xffa\\xc3");
+    EXPECT_EQ(printable(std::string("a\0b", 3)), "a\\x00b");
 }
 
 TEST_F(TextTest, UnmistakableTextsAreQuotedWhereTheyCouldBeAnother) {
@@ -49,6 +58,15 @@ TEST_F(TextTest, UnmistakableTextsAreQuotedWhereTheyCouldBeAnother) {
     EXPECT_EQ(unmistakable("C:\\temp\t"), "\"C:\\\\temp\\t\"");
     EXPECT_EQ(unmistakable("\x1b\\"), "\"\\x1b\\\\\"");
     EXPECT_EQ(unmistakable("\xff"), "\"\\xff\"");
+}
+
+TEST_F(TextTest, Utf16LengthCountsCodeUnits) {
+    EXPECT_EQ(utf16Length(""), 0U);
+    EXPECT_EQ(utf16Length("abc\t"), 4U);
+    EXPECT_EQ(utf16Length("ä日\uffff"), 3U);
+    EXPECT_EQ(utf16Length("𐀀𝄞"), 4U) << "each is a pair";
+    EXPECT_EQ(utf16Length("\xff\xc3"), 2U) << "bytes that begin no character";
+    EXPECT_EQ(utf16Length(std::string_view("a\0b", 3)), 3U);
 }
 
 }  // namespace

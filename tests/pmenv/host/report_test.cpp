@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "pmenv/PmenvTest.h"
 
@@ -30,6 +31,12 @@ double bytesOfMemory() {
     return -1;
 }
 
+std::string hostName() {
+    char name[256] = {};
+    EXPECT_EQ(gethostname(name, sizeof name - 1), 0);
+    return name;
+}
+
 class PmenvReport : public Pmenv {
 protected:
     ProgramResult report(const Words& words = {}) const {
@@ -48,7 +55,7 @@ TEST_F(PmenvReport, PrintsTheElevenLines) {
     ASSERT_EQ(lines.size(), 11u);
     const std::string banner = "/" + std::string(72, '*') + "/";
     for (const std::size_t line : {0, 8, 10}) EXPECT_EQ(lines[line], banner);
-    EXPECT_THAT(lines[1], StartsWith("Machine Name "));
+    EXPECT_EQ(lines[1], "Machine Name " + hostName());
     EXPECT_THAT(lines[2], StartsWith("Machine IP: "));
     EXPECT_THAT(lines[3], StartsWith("Operating System:  Linux (Linux "));
     EXPECT_THAT(lines[4], StartsWith("CPU: "));
@@ -64,8 +71,33 @@ TEST_F(PmenvReport, JsonNamesTheFacts) {
     EXPECT_EQ(facts.at("version"), "12");
     EXPECT_EQ(facts.at("build"), nullptr);
     EXPECT_EQ(facts.at("memoryBytes").get<double>(), bytesOfMemory());
-    EXPECT_THAT(facts.at("bits"), AnyOf("64 bit OS", "32 bit OS"));
-    EXPECT_THAT(facts.at("operatingSystem").get<std::string>(), StartsWith("Linux (Linux "));
+    EXPECT_EQ(facts.at("machineName"), hostName());
+}
+
+TEST_F(PmenvReport, JsonHasTheTextOfEachLine) {
+    directory_.writeFile("pressmark.ini", "KR_BUILD = 345\n");
+    const json facts = json::parse(report({"--json"}).out);
+    const auto lines = linesOf(report().out);
+    ASSERT_EQ(lines.size(), 11u);
+    const auto text = [&facts](const char* name) {
+        return facts.at(name).is_null() ? "<NullChar*>" : facts.at(name).get<std::string>();
+    };
+    EXPECT_EQ(lines[1], "Machine Name " + text("machineName"));
+    EXPECT_EQ(lines[2], "Machine IP: " + text("addresses"));
+    EXPECT_EQ(lines[3], "Operating System:  " + text("operatingSystem"));
+    EXPECT_EQ(lines[4], "CPU: " + text("cpu"));
+    EXPECT_EQ(lines[6], "Bits: " + text("bits"));
+    EXPECT_EQ(lines[9], "KR_VERSION\t" + text("version") + "\tKR_BUILD\t" + text("build") + "\t");
+    EXPECT_TRUE(facts.at("version").is_null());
+    EXPECT_EQ(facts.at("build"), "345");
+}
+
+TEST_F(PmenvReport, ReadsTheFileThatTheOtherCommandsRead) {
+    directory_.writeFile("pressmark.ini", "KR_VERSION = 12\n");
+    EXPECT_EQ(linesOf(run({"report", "--ini", "pressmark.ini"}).out).size(), 11u) << "in the working directory";
+    EXPECT_EQ(linesOf(run({"report", "--ini", ini()}).out).size(), 11u);
+    const ProgramResult found = run({"report", "--json"}, {{"HOME", directory_.path()}});
+    EXPECT_EQ(json::parse(found.out).at("version"), "12") << "of the file that is found";
 }
 
 TEST_F(PmenvReport, NeedsASettingsFile) {

@@ -39,7 +39,11 @@ TEST_F(PmenvSettingsFile, FindsTheSettingsBesideItselfThroughALink) {
     std::filesystem::copy_file(PMENV_BINARY, copy);
     const std::string elsewhere = directory_.makeDirectory("elsewhere");
     std::filesystem::create_symlink(copy, elsewhere + "/pmenv");
-    const ProgramResult outcome = runProgram({elsewhere + "/pmenv", "get", "KR_BUILD"}, environmentOf({}));
+    // pmenv looks for its libraries beside itself, too, and the copy has none there.
+    const std::filesystem::path build = std::filesystem::path(PMENV_BINARY).parent_path() / "../..";
+    const std::string libraries = (build / "src").string() + ":" + (build / "facilities").string();
+    const ProgramResult outcome =
+        runProgram({elsewhere + "/pmenv", "get", "KR_BUILD"}, environmentOf({{"LD_LIBRARY_PATH", libraries}}));
     EXPECT_EQ(outcome.out, "345\n") << outcome.err;
 }
 

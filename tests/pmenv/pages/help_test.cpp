@@ -1,4 +1,4 @@
-// Help, manual page and completion agree.
+// The help and the manual page agree.
 #include <iterator>
 #include <regex>
 #include <set>
@@ -12,7 +12,6 @@
 #include "commands.h"
 #include "pmenv/PmenvTest.h"
 
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -54,26 +53,6 @@ protected:
         EXPECT_EQ(outcome.err, "");
         return outcome.out;
     }
-
-    // What the completion offers behind `words` for the beginning of a word.
-    Words complete(Words words, const std::string& beginning) const {
-        words.insert(words.begin(), PMENV_BINARY);
-        words.push_back(beginning);
-        std::string script = "source " + std::string(PMENV_COMPLETION) + "; COMP_WORDS=(";
-        for (const std::string& word : words) script += " '" + word + "'";
-        script += "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _pmenv; printf '%s\\n' \"${COMPREPLY[@]}\"";
-        const ProgramResult outcome = [&] {
-            const ScopedCwd here(directory_.path());
-            return runProgram({"/bin/bash", "-c", script}, environmentOf({{"HOME", directory_.path()}}));
-        }();
-        EXPECT_EQ(outcome.err, "");
-        Words offered;
-        std::istringstream lines(outcome.out);
-        for (std::string line; std::getline(lines, line);) {
-            if (!line.empty()) offered.push_back(line);
-        }
-        return offered;
-    }
 };
 
 TEST_F(PmenvHelp, NamesEveryCommand) {
@@ -108,40 +87,6 @@ TEST_F(PmenvHelp, ManualPageNamesEveryCommandAndOption) {
         EXPECT_THAT(text, HasSubstr("pmenv " + joined(words)));
         for (const std::string& option : optionsIn(help(words))) EXPECT_THAT(text, HasSubstr("\n       " + option));
     }
-}
-
-TEST_F(PmenvHelp, CompletionOffersEveryCommandAndExactlyItsOptions) {
-    std::set<std::string> firsts;
-    for (const Words& words : allCommands()) {
-        firsts.insert(words[0]);
-        const Words offered = complete(words, "--");
-        EXPECT_EQ(std::set<std::string>(offered.begin(), offered.end()), optionsIn(help(words))) << joined(words);
-    }
-    const Words offered = complete({}, "");
-    EXPECT_EQ(std::set<std::string>(offered.begin(), offered.end()), firsts);
-    EXPECT_THAT(complete({"path"}, ""), ElementsAre("split", "make", "shorten", "abs"));
-    EXPECT_THAT(complete({"path"}, "s"), ElementsAre("split", "shorten"));
-}
-
-TEST_F(PmenvHelp, CompletionOffersTheNamesOfSettings) {
-    EXPECT_THAT(complete({"get"}, "KR_"), ElementsAre("KR_VERSION", "KR_BUILD"));
-    directory_.makeDirectory("other");
-    directory_.writeFile("other/pressmark.ini", "KR_OTHER = 1\n");
-    EXPECT_THAT(complete({"--ini", "other", "get"}, "KR_"), ElementsAre("KR_OTHER"));
-    EXPECT_THAT(complete({"explain"}, "KR_B"), ElementsAre("KR_BUILD"));
-    EXPECT_THAT(complete({"--ini"}, "oth"), ElementsAre("other"));
-    EXPECT_THAT(complete({"resolve"}, "M"), ElementsAre("MYDOCUMENTS"));
-}
-
-TEST_F(PmenvHelp, CompletionOffersFilesBelowTheSettingKrBin) {
-    directory_.makeDirectory("bin");
-    directory_.writeFile("bin/engine.ini");
-    EXPECT_THAT(complete({"get", "--file"}, "e"), ElementsAre()) << "there is no such setting";
-    directory_.writeFile("pressmark.ini", "KR_BIN = " + directory_ / "bin\n");
-    EXPECT_THAT(complete({"get", "--file"}, "e"), ElementsAre("engine.ini"));
-    EXPECT_THAT(complete({"get", "--file", "engine.ini"}, "KR"), ElementsAre()) << "that file's names are not known";
-    EXPECT_THAT(complete({"walk"}, "b"), ElementsAre("bin"));
-    EXPECT_THAT(complete({"walk", "--skip"}, "b"), ElementsAre());
 }
 
 }  // namespace

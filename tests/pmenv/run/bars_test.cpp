@@ -13,6 +13,8 @@ TEST(Bar, IsFilledToItsShare) {
     EXPECT_EQ(bar(1.0, 10), "[||||||||]");
     EXPECT_EQ(bar(7.0, 10), "[||||||||]");
     EXPECT_EQ(bar(-1.0, 10), "[        ]");
+    EXPECT_EQ(bar(0.18, 10), "[|       ]") << "to the nearest stroke";
+    EXPECT_EQ(bar(0.19, 10), "[||      ]");
 }
 
 TEST(Bar, ThePartOfAShareHasItsOwnCharacter) {

@@ -75,17 +75,18 @@ TEST_F(ScreenTest, ShowsTheMachineAndItsEngines) {
     figures.engines = {engine(9, std::nullopt), engine(7, 3.0), engine(8, 100.0)};
     screen_.add(figures);
     figures.engines = {engine(9, 0.0, kGiB), engine(7, 3.0), engine(8, 97.0)};
+    figures.engines[2].heldBack = HeldBackFigures{12.5, std::nullopt, 8, "sender", 99};
     screen_.add(figures);
     EXPECT_THAT(lines(80, 20),
                 ElementsAre("2001-09-09T01:46:40Z  q quits, ↑↓ scroll  loadhost",
                             "4 CPUs [#######|||||||              ]  50.0 %: # engines 25.0 %, | others 25.0 %",
                             "Memory [||||||||||||||              ]  5.0 GiB of 10.0 GiB, 5.0 GiB available",
                             "Swap   [|||||||                     ]  512.0 MiB of 2.0 GiB", "",
-                            "    PID OF ONE CPU     MEMORY HISTORY  ▂1 ▃2 ▄5 ▅10 ▆25 ▇50 █90 %",
-                            "  total    100.0 %    1.0 GiB engines: 3",  //
-                            "      8     97.0 %    3.0 MiB  ██",         //
-                            "      7      3.0 %    3.0 MiB  ▃▃",         //
-                            "      9      0.0 %    1.0 GiB   ▁"));
+                            "    PID OF ONE CPU     MEMORY HELD BACK HISTORY  ▂1 ▃2 ▄5 ▅10 ▆25 ▇50 █90 %",
+                            "  total    100.0 %    1.0 GiB           engines: 3",  //
+                            "      8     97.0 %    3.0 MiB    12.5 %  ██",         //
+                            "      7      3.0 %    3.0 MiB         -  ▃▃",         //
+                            "      9      0.0 %    1.0 GiB         -   ▁"));
 }
 
 TEST_F(ScreenTest, BarsHaveOneWidth) {
@@ -97,6 +98,34 @@ TEST_F(ScreenTest, BarsHaveOneWidth) {
         EXPECT_EQ(shown[3].find(']'), end) << columns;
     }
     EXPECT_NE(lines(40)[1].find(']'), std::string::npos) << "a small terminal has room for bars";
+}
+
+TEST_F(ScreenTest, BarsAreNotWiderThanIsRead) {
+    showMany(1);
+    const std::string line = lines(200)[2];
+    EXPECT_EQ(line.find(']') - line.find('['), 59u);
+}
+
+TEST_F(ScreenTest, WordsAreFewerBeforeBarsGetShort) {
+    showMany(1);
+    EXPECT_EQ(lines(67)[1], "4 CPUs [|                 ]  5.0 %: # engines 0.1 %, | others 4.9 %");
+    EXPECT_THAT(lines(66)[1], testing::EndsWith(" ]  5.0 %"));
+}
+
+TEST_F(ScreenTest, TheTitleHasWhatFits) {
+    show({});
+    EXPECT_EQ(lines(50)[0], "2001-09-09T01:46:40Z  q quits, ↑↓ scroll  loadhost");
+    EXPECT_EQ(lines(49)[0], "2001-09-09T01:46:40Z  q quits, ↑↓ scroll");
+    EXPECT_EQ(lines(40)[0], "2001-09-09T01:46:40Z  q quits, ↑↓ scroll");
+    EXPECT_EQ(lines(39)[0], "2001-09-09T01:46:40Z");
+    EXPECT_EQ(lines(20)[0], "2001-09-09T01:46:40Z");
+    EXPECT_EQ(lines(19)[0], "2001-09-09T01:46:4…");
+}
+
+TEST_F(ScreenTest, ALineStaysBlankWhereThereIsRoom) {
+    showMany(1);
+    EXPECT_EQ(lines(80, 16)[4], "");
+    EXPECT_THAT(lines(80, 15)[4], StartsWith("    PID "));
 }
 
 TEST_F(ScreenTest, WhereThereIsNoRoomForBarsThereAreWords) {
@@ -133,7 +162,7 @@ TEST_F(ScreenTest, WhatIsUnknownIsNotNothing) {
     EXPECT_THAT(shown[1], AllOf(StartsWith("4 CPUs [? "), HasSubstr("]  -")));
     EXPECT_THAT(shown[2], HasSubstr("2.0 GiB of 10.0 GiB, 8.0 GiB free"));
     EXPECT_THAT(shown[3], AllOf(StartsWith("Swap   [? "), HasSubstr("]  - of 2.0 GiB")));
-    EXPECT_EQ(shown[6], "  total          -          - engines: 2");
+    EXPECT_EQ(shown[6], "  total          -          -           engines: 2");
 }
 
 TEST_F(ScreenTest, PartsOfTheProcessorTimeWaitUntilAllAreKnown) {
@@ -184,9 +213,9 @@ TEST_F(ScreenTest, ShowsEnginesOnASmallTerminal) {
     showMany(50);
     EXPECT_THAT(order(10), ElementsAre(1001, 1002, 1003, 1004));
     EXPECT_EQ(lines(40, 10)[5], "  total     25.0 %  150.0 MiB 1-4/50");
-    EXPECT_EQ(lines(80, 7)[5], "  total     25.0 %  150.0 MiB engines: 1-1 of 50");
-    EXPECT_EQ(lines(80, 6)[5], "  total     25.0 %  150.0 MiB engines: 50") << "no room for any";
-    EXPECT_EQ(lines(80, 10)[5], "  total     25.0 %  150.0 MiB engines: 1-4 of 50");
+    EXPECT_EQ(lines(80, 7)[5], "  total     25.0 %  150.0 MiB           engines: 1-1 of 50");
+    EXPECT_EQ(lines(80, 6)[5], "  total     25.0 %  150.0 MiB           engines: 50") << "no room for any";
+    EXPECT_EQ(lines(80, 10)[5], "  total     25.0 %  150.0 MiB           engines: 1-4 of 50");
 }
 
 TEST_F(ScreenTest, ForgetsEnginesThatHaveGone) {
@@ -194,8 +223,8 @@ TEST_F(ScreenTest, ForgetsEnginesThatHaveGone) {
     show({engine(8, 60.0)});
     EXPECT_THAT(order(), ElementsAre(8));
     show({engine(7, 60.0), engine(8, 60.0)});
-    EXPECT_THAT(lines(), Contains("      7     60.0 %    3.0 MiB ▇"));
-    EXPECT_THAT(lines(), Contains("      8     60.0 %    3.0 MiB ▇▇▇▇"));
+    EXPECT_THAT(lines(), Contains("      7     60.0 %    3.0 MiB         - ▇"));
+    EXPECT_THAT(lines(), Contains("      8     60.0 %    3.0 MiB         - ▇▇▇▇"));
 }
 
 TEST_F(ScreenTest, AnIdThatIsUsedAgainHasNoPast) {
@@ -203,12 +232,13 @@ TEST_F(ScreenTest, AnIdThatIsUsedAgainHasNoPast) {
     EngineFigures young = engine(7, 1.0);
     young.startTicks = 5000;
     show({young});
-    EXPECT_THAT(lines(), Contains("      7      1.0 %    3.0 MiB ▂"));
+    EXPECT_THAT(lines(), Contains("      7      1.0 %    3.0 MiB         - ▂"));
 }
 
 TEST_F(ScreenTest, KeepsAsMuchOfThePastAsIsShown) {
     show({engine(7, 60.0)}, 1000);
-    EXPECT_THAT(lines(200).back(), testing::EndsWith(" " + repeated("▇", 170)));
+    EXPECT_THAT(lines(200).back(), testing::EndsWith(" " + repeated("▇", 160)));
+    EXPECT_THAT(lines(700).back(), testing::EndsWith(" " + repeated("▇", 512)));
 }
 
 // --- order ----------------------------------------------------------------------------------------------------------
@@ -245,9 +275,36 @@ TEST_F(ScreenTest, OnePercentMoreIsAClearChangeForAnIdleEngine) {
 }
 
 TEST_F(ScreenTest, SamplesBeforeTheLastTenDoNotCount) {
-    show({engine(7, 50.0), engine(8, 20.0)}, 100);
-    show({engine(7, 0.0), engine(8, 20.0)}, 10);
+    show({engine(7, 400.0), engine(8, 20.0)}, 100);
+    show({engine(7, 0.0), engine(8, 20.0)}, 9);
+    EXPECT_THAT(order(), ElementsAre(7, 8)) << "its mean is 40";
+    show({engine(7, 0.0), engine(8, 20.0)});
     EXPECT_THAT(order(), ElementsAre(8, 7));
+}
+
+// A fifth and one per cent: from 50, to more than 61.
+TEST_F(ScreenTest, AnEngineMovesWhenItsMeanHasClearlyChanged) {
+    const auto afterTwo = [](double first, double second, double other) {
+        Screen screen;
+        Figures figures = figuresAt(0);
+        for (const double percent : {first, second}) {
+            figures.engines = {engine(7, percent), engine(8, other)};
+            screen.add(figures);
+        }
+        return screen.lines({}, {80, 24}, Style(-1)).at(7).substr(0, 7);
+    };
+    EXPECT_EQ(afterTwo(50, 71.8, 60.5), "      8") << "60.9";
+    EXPECT_EQ(afterTwo(50, 72, 60.5), "      8") << "61";
+    EXPECT_EQ(afterTwo(50, 72.4, 60.5), "      7") << "61.2";
+    EXPECT_EQ(afterTwo(50, 28, 40), "      7") << "39";
+    EXPECT_EQ(afterTwo(50, 27.6, 40), "      8") << "38.8";
+}
+
+TEST_F(ScreenTest, UnknownSamplesDoNotCount) {
+    show({engine(7, std::nullopt), engine(8, 15.0), engine(9, 5.0)}, 5);
+    EXPECT_THAT(order(), ElementsAre(8, 9, 7));
+    show({engine(7, 20.0), engine(8, 15.0), engine(9, 5.0)});
+    EXPECT_THAT(order(), ElementsAre(7, 8, 9));
 }
 
 TEST_F(ScreenTest, EqualEnginesStandInTheOrderOfTheirIds) {
@@ -278,6 +335,8 @@ TEST_F(ScreenTest, ScrollsPageByPageAndToTheEnds) {
     EXPECT_FALSE(screen_.scroll(Key::Down));
     EXPECT_TRUE(screen_.scroll(Key::PageUp));
     EXPECT_THAT(order(10), ElementsAre(1003, 1004, 1005, 1006));
+    EXPECT_TRUE(screen_.scroll(Key::PageUp));
+    EXPECT_THAT(order(10), ElementsAre(1001, 1002, 1003, 1004)) << "no further than to the first";
     EXPECT_TRUE(screen_.scroll(Key::Bottom));
     EXPECT_THAT(order(10), ElementsAre(1007, 1008, 1009, 1010));
     EXPECT_TRUE(screen_.scroll(Key::Top));
@@ -314,6 +373,29 @@ TEST_F(ScreenTest, WarningsStandBetweenTheMachineAndItsEngines) {
     EXPECT_EQ(shown[7], "");
 }
 
+TEST_F(ScreenTest, WarningsAreBrokenBetweenWords) {
+    showMany(1);
+    const struct {
+        std::size_t columns;
+        const char* warning;
+        std::vector<std::string> lines;
+    } rows[] = {
+        {10, "abcdefgh", {"! abcdefgh"}},
+        {10, "abcdefgh ij", {"! abcdefgh", "  ij"}},
+        {10, "abcdefg hij", {"! abcdefg", "  hij"}},
+        {10, "abcdefgh   ij", {"! abcdefgh", "  ij"}},
+        {10, "abcdefghijkl", {"! abcdefgh", "  ijkl"}},
+        {10, "a bbbbbbbb", {"! a", "  bbbbbbbb"}},
+        {5, "abc def", {"! abc", "  def"}},
+        {4, "abc def", {"! a…"}},
+    };
+    for (const auto& row : rows) {
+        const auto shown = lines(row.columns, 24, {row.warning});
+        for (std::size_t i = 0; i < row.lines.size(); ++i) EXPECT_EQ(shown[4 + i], row.lines[i]) << row.warning;
+        EXPECT_EQ(shown[4 + row.lines.size()], "") << row.warning;
+    }
+}
+
 TEST_F(ScreenTest, WarningsLeaveRoomForEngines) {
     showMany(50);
     const std::vector<std::string> warnings{"a first one that takes more than a line", "b", "c", "d"};
@@ -324,6 +406,10 @@ TEST_F(ScreenTest, WarningsLeaveRoomForEngines) {
     EXPECT_EQ(shown[6], "! 2 more warnings");
     EXPECT_EQ(shown[9], "   1001      0.5 %    3.0 MiB ");
     EXPECT_EQ(lines(30, 10, warnings)[4], "! 4 warnings");
+    EXPECT_EQ(lines(30, 9, warnings)[4], "! 4 warnings");
+    EXPECT_EQ(lines(30, 11, {"a", "b", "c"})[4], "! a");
+    EXPECT_EQ(lines(30, 11, {"a", "b", "c"})[5], "! 2 more warnings");
+    EXPECT_EQ(lines(30, 12, {"a", "b", "c"})[6], "! c");
     EXPECT_EQ(lines(30, 10, {"only one that is much too long"})[4], "! only one that is much too l…");
 }
 

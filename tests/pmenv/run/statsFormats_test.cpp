@@ -24,6 +24,8 @@ Figures sample() {
     Figures figures = figuresAt(3);
     figures.cpuPercent = 12.5;
     figures.engines = {engine(7, std::nullopt, std::nullopt), engine(8, 25.0, 1000), engine(9, 75.0, 3000)};
+    figures.engines[1].heldBack = HeldBackFigures{12.5, 40.0, 88, "a,b", 97.5};
+    figures.engines[2].heldBack = HeldBackFigures{50.0, std::nullopt, 99, "sender", 6.25};
     return figures;
 }
 
@@ -42,9 +44,12 @@ TEST(StatsFormats, JsonIsExactAndUnknownIsNull) {
         statsJson(sample()).dump(),
         R"({"time":"2001-09-09T01:46:40.123Z","host":"loadhost","processors":4,"cpuPercent":12.5,)"
         R"("memoryBytes":10737418240,"freeBytes":8589934592,"availableBytes":10737418240,"swapBytes":2147483648,"swapUsedBytes":0,"engines":[)"
-        R"({"pid":7,"name":"PMLoadEngineMai","cpuPercentOfOne":null,"residentBytes":null},)"
-        R"({"pid":8,"name":"PMLoadEngineMai","cpuPercentOfOne":25.0,"residentBytes":1000},)"
-        R"({"pid":9,"name":"PMLoadEngineMai","cpuPercentOfOne":75.0,"residentBytes":3000}]})");
+        R"({"pid":7,"name":"PMLoadEngineMai","cpuPercentOfOne":null,"residentBytes":null,)"
+        R"("heldBackPercent":null,"throttledPercent":null,"worstThread":null},)"
+        R"({"pid":8,"name":"PMLoadEngineMai","cpuPercentOfOne":25.0,"residentBytes":1000,)"
+        R"("heldBackPercent":12.5,"throttledPercent":40.0,"worstThread":{"tid":88,"name":"a,b","busyPercent":97.5}},)"
+        R"({"pid":9,"name":"PMLoadEngineMai","cpuPercentOfOne":75.0,"residentBytes":3000,)"
+        R"("heldBackPercent":50.0,"throttledPercent":null,"worstThread":{"tid":99,"name":"sender","busyPercent":6.25}}]})");
     EXPECT_THAT(statsJson(unknownSample()).dump(),
                 AllOf(HasSubstr("\"cpuPercent\":null"), HasSubstr("\"availableBytes\":null"),
                       HasSubstr("\"swapUsedBytes\":null")));
@@ -53,9 +58,10 @@ TEST(StatsFormats, JsonIsExactAndUnknownIsNull) {
 TEST(StatsFormats, CsvHasALineForEachEngine) {
     const std::string machine =
         "2001-09-09T01:46:40.123Z,loadhost,4,12.5,10737418240,8589934592,10737418240,2147483648,0,";
-    EXPECT_EQ(statsCsv(sample()), machine + "7,,\n" + machine + "8,25.0,1000\n" + machine + "9,75.0,3000\n");
+    EXPECT_EQ(statsCsv(sample()), machine + "7,,,,,,\n" + machine + "8,25.0,1000,12.5,40.0,\"a,b\",97.5\n" + machine +
+                                      "9,75.0,3000,50.0,,sender,6.25\n");
     EXPECT_EQ(statsCsv(unknownSample()),
-              "2001-09-09T01:46:40.123Z,loadhost,4,,10737418240,8589934592,,2147483648,,,,\n");
+              "2001-09-09T01:46:40.123Z,loadhost,4,,10737418240,8589934592,,2147483648,,,,,,,,\n");
     const auto commas = [](const std::string& line) { return std::count(line.begin(), line.end(), ','); };
     EXPECT_EQ(commas(csvHeader()), commas(statsCsv(unknownSample())));
 }
@@ -75,6 +81,15 @@ TEST(StatsFormats, TableNamesItsColumns) {
         statsTable(figures, Style(-1), std::nullopt),
         "TIME                        CPU  PROCESSORS    MEMORY  AVAILABLE     FREE     SWAP  SWAP USED  ENGINES\n"
         "2001-09-09T01:46:40.123Z  5.0 %           4  10.0 GiB   10.0 GiB  8.0 GiB  2.0 GiB    1.0 MiB        0\n");
+}
+
+TEST(StatsFormats, TableOfTheEnginesTellsWhatHeldThemBack) {
+    const std::string text = statsTable(sample(), Style(-1), std::nullopt);
+    EXPECT_EQ(text.substr(text.find("\n\n") + 2),
+              "PID  OF ONE CPU   MEMORY  HELD BACK  THROTTLED  WORST THREAD  NAME\n"
+              "  9      75.0 %  2.9 KiB     50.0 %          -  sender 6.2 %  PMLoadEngineMai\n"
+              "  8      25.0 %   1000 B     12.5 %     40.0 %    a,b 97.5 %  PMLoadEngineMai\n"
+              "  7           -        -          -          -             -  PMLoadEngineMai\n");
 }
 
 // Every figure of the machine has a value of its own, so that none can stand in for another.
@@ -108,7 +123,10 @@ TEST(StatsFormats, ExpositionSumsTheEnginesOfAName) {
                                    "\npmenv_engines_cpu_ratio{name=\"PMLoadEngineMai\"} 1.0\n",
                                    "\npmenv_engines_cpu_max_ratio{name=\"PMLoadEngineMai\"} 0.75\n",
                                    "\npmenv_engines_memory_bytes{name=\"PMLoadEngineMai\"} 4000\n",
-                                   "\npmenv_engines_memory_max_bytes{name=\"PMLoadEngineMai\"} 3000\n"}) {
+                                   "\npmenv_engines_memory_max_bytes{name=\"PMLoadEngineMai\"} 3000\n",
+                                   "\npmenv_engines_held_back_max_ratio{name=\"PMLoadEngineMai\"} 0.5\n",
+                                   "\npmenv_engines_throttled_max_ratio{name=\"PMLoadEngineMai\"} 0.4\n",
+                                   "\npmenv_engines_thread_max_ratio{name=\"PMLoadEngineMai\"} 0.975\n"}) {
         EXPECT_THAT(text, HasSubstr(line));
     }
     EXPECT_THAT(text, Not(HasSubstr("pid")));
@@ -119,6 +137,10 @@ TEST(StatsFormats, ExpositionNamesProcessesOnlyWhenAsked) {
     const std::string text = statsOpenMetrics(sample(), true);
     EXPECT_THAT(text, HasSubstr("\npmenv_engine_cpu_ratio{name=\"PMLoadEngineMai\",pid=\"8\"} 0.25\n"));
     EXPECT_THAT(text, HasSubstr("\npmenv_engine_memory_bytes{name=\"PMLoadEngineMai\",pid=\"9\"} 3000\n"));
+    EXPECT_THAT(text, HasSubstr("\npmenv_engine_held_back_ratio{name=\"PMLoadEngineMai\",pid=\"8\"} 0.125\n"));
+    EXPECT_THAT(text, HasSubstr("\npmenv_engine_throttled_ratio{name=\"PMLoadEngineMai\",pid=\"8\"} 0.4\n"));
+    EXPECT_THAT(text, HasSubstr("\npmenv_engine_thread_ratio{name=\"PMLoadEngineMai\",pid=\"9\"} 0.0625\n"));
+    EXPECT_THAT(text, Not(HasSubstr("throttled_ratio{name=\"PMLoadEngineMai\",pid=\"9\""))) << "no quota is known";
     EXPECT_THAT(text, Not(HasSubstr("pid=\"7\""))) << "nothing is known of it yet";
 }
 

@@ -212,8 +212,27 @@ TEST(PmenvStats, TableIsForPeople) {
         "TIME +CPU +PROCESSORS[^\n]*\n[0-9T:.-]+Z +[0-9]+\\.[0-9] % +[0-9]+ +[0-9.]+ [GMT]iB [^\n]*\n");
     EXPECT_EQ(std::distance(std::sregex_iterator(outcome.out.begin(), outcome.out.end(), machine), {}), 2);
     EXPECT_TRUE(std::regex_search(outcome.out, std::regex("\n *" + std::to_string(engine.pid()) +
-                                                          " +[0-9]+\\.[0-9] % +[0-9.]+ [KM]iB  PMLoadEngineMai\n")))
+                                                          " +[0-9.]+ % +[0-9.]+ [KM]iB +[0-9.]+ % +([0-9.]+ %|-) +"
+                                                          "PMLoadEngineMai [0-9.]+ %  PMLoadEngineMai\n")))
         << outcome.out;
+}
+
+std::vector<std::string> fieldsOf(const std::string& line) {
+    std::vector<std::string> fields;
+    std::istringstream stream(line);
+    for (std::string field; std::getline(stream, field, ',');) fields.push_back(field);
+    return fields;
+}
+
+// A thread that runs without a pause has nothing to spare.
+TEST(PmenvStats, TellsWhatHeldAnEngineBack) {
+    const LoadEngine engine("burn");
+    const json found = engineIn(json::parse(run({"stats", "--json"}).out), engine.pid());
+    ASSERT_FALSE(found.is_null());
+    EXPECT_GT(found.at("heldBackPercent"), 50.0) << found;
+    EXPECT_LE(found.at("heldBackPercent"), 100.0) << found;
+    EXPECT_EQ(found.at("worstThread").at("tid"), engine.pid());
+    EXPECT_GT(found.at("worstThread").at("busyPercent"), 80.0) << found;
 }
 
 TEST(PmenvStats, CsvHasOneHeaderAndALineForEachEngine) {
@@ -225,8 +244,8 @@ TEST(PmenvStats, CsvHasOneHeaderAndALineForEachEngine) {
     std::map<std::string, std::set<std::string>> enginesAt;
     for (std::size_t i = 1; i < lines.size(); ++i) {
         EXPECT_EQ(std::count(lines[i].begin(), lines[i].end(), ','), std::count(lines[0].begin(), lines[0].end(), ','));
-        const std::size_t pid = lines[i].rfind(',', lines[i].rfind(',', lines[i].rfind(',') - 1) - 1) + 1;
-        enginesAt[lines[i].substr(0, lines[i].find(','))].insert(lines[i].substr(pid, lines[i].find(',', pid) - pid));
+        const std::vector<std::string> fields = fieldsOf(lines[i]);
+        enginesAt[fields.at(0)].insert(fields.at(9));
     }
     EXPECT_EQ(enginesAt.size(), 2u);
     for (const auto& [time, pids] : enginesAt) {

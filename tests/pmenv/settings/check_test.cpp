@@ -190,8 +190,10 @@ TEST_F(PmenvCheck, RulesAreListedWithDescriptionAndExample) {
         const std::string name = rule["rule"];
         EXPECT_THAT(text.out, HasSubstr(name + " (" + std::string(rule["severity"]) + ")\n    "));
         EXPECT_GT(std::string(rule["text"]).size(), 60U) << name;
+        EXPECT_THAT(std::string(rule["repair"]), testing::MatchesRegex("[A-Z].*[.]")) << name;
         EXPECT_TRUE(rule["example"].is_string() || name == "too-much-work") << name;
     }
+    EXPECT_THAT(text.out, HasSubstr("\n    Set KR_VERSION and KR_BUILD.\n"));
     EXPECT_THAT(text.out, HasSubstr("\n    instead of\n        PORT 8080\n    write\n        PORT = 8080\n\n"));
 }
 
@@ -207,9 +209,12 @@ TEST_F(PmenvCheck, IgnoresRules) {
 TEST_F(PmenvCheck, WrongUsageIsNamedAndExitsWithTwo) {
     const std::vector<std::pair<Words, std::string>> rows{
         {{"--ignore", "duplicate-keys"},
-         "--ignore duplicate-keys: there is no such rule; did you mean 'duplicate-key'? 'pmenv check --rules' tells "
-         "them"},
-        {{"--ignore", ""}, "--ignore : there is no such rule; 'pmenv check --rules' tells them"},
+         "--ignore takes no 'duplicate-keys'; did you mean 'duplicate-key'? See 'pmenv check --help'"},
+        {{"--ignore", ""}, "--ignore takes no ''; see 'pmenv check --help'"},
+        {{"--format", "sarf"}, "--format takes no 'sarf'; did you mean 'sarif'? See 'pmenv check --help'"},
+        {{"--format", "text", "--json"}, "--json and --format text contradict; see 'pmenv check --help'"},
+        {{"--rules", "--format", "sarif"},
+         "--rules are printed as text or json, not as sarif; see 'pmenv check --help'"},
         {{"a.ini", "--ini", "."},
          "FILE and --ini do not go together, each names what is checked; see 'pmenv check --help'"},
         {{"a.ini", "--file", "b.ini"}, "FILE and --file do not go together; see 'pmenv check --help'"},
@@ -280,7 +285,7 @@ TEST_F(PmenvCheckInput, DirectoryStandsForItsSettingsFiles) {
     const ProgramResult empty = run({"empty"});
     EXPECT_EQ(1, empty.status);
     EXPECT_EQ(
-        "pmenv: cannot check the settings: empty: no *.ini file in this directory\n"
+        "pmenv: cannot read the settings: empty: no *.ini file in this directory\n"
         "0 errors, 0 warnings, 1 file not read\n",
         empty.err);
 }
@@ -377,6 +382,8 @@ TEST_F(PmenvCheck, StopsAtAValueThatIsTooLong) {
     const json findings = json::parse(result.out).at(0).at("findings");
     ASSERT_EQ(3U, findings.size());
     EXPECT_EQ("the value has 30000000 characters, the limit is 2047", findings[0].at("text"));
+    EXPECT_EQ(SettingsLine::kLongest - std::string("A = ").size(), findings[0].at("length")) << "as far as it is kept";
+    EXPECT_EQ(4U, findings[1].at("length"));
     EXPECT_EQ("expanding the value takes more than 1 MiB of text; the setting cannot be read", findings[1].at("text"));
     EXPECT_EQ("expanding the value takes more than 1 MiB of text; the setting is left out", findings[2].at("text"));
     EXPECT_LT(result.out.size(), 4'000'000U);

@@ -285,6 +285,27 @@ TEST_F(ExplanationTest, TreeOfMoreThanTwoHundredReferencesCountsTheOthers) {
     EXPECT_EQ(220U, shown.leftOut);
 }
 
+// Of each setting's references only the first twenty are kept when the file is loaded.
+TEST_F(ExplanationTest, SettingsOfMoreThanTwentyReferencesAreCountedWhole) {
+    const ScopedEnv variable("EXPLAIN_1", "v");
+    std::string text = "N = 1\n";
+    std::string all;
+    for (int i = 0; i < 20; ++i) {
+        text += "S" + std::to_string(i) + " = " + repeated("#{N} ${EXPLAIN_1} ", 12) + "#{N}\n";
+        all += "#(S" + std::to_string(i) + ")";
+    }
+    const Shown shown = shownIn(explainSetting(load(text + "ALL = " + all + "\n"), "ALL").root);
+    EXPECT_EQ(200U, shown.steps);
+    EXPECT_EQ(20U + 20U * 25U, shown.steps + shown.leftOut);
+}
+
+TEST_F(ExplanationTest, SettingThatRefersToItselfIsNotDefinedYetOnItsOwnLine) {
+    const Explanation explanation = explainSetting(load("B = 1\nA = <#{A}>\n"), "A");
+    ASSERT_EQ(1U, explanation.root.steps.size());
+    EXPECT_EQ(2, explanation.root.steps[0].definedBelow);
+    EXPECT_EQ("<>", explanation.value);
+}
+
 TEST_F(ExplanationTest, TreeOfMoreThanTwentyLevelsCountsTheOthers) {
     std::string text = "C0 = x\n";
     for (int i = 1; i <= 30; ++i) text += "C" + std::to_string(i) + " = #{C" + std::to_string(i - 1) + "}\n";

@@ -1,4 +1,5 @@
 // The rules of pmenv check: each finds what it is about, where it is, and leaves alone what only looks like it.
+#include <algorithm>
 #include <set>
 #include <string>
 #include <vector>
@@ -23,12 +24,18 @@ protected:
         const std::string file = directory_.writeFile(further ? "engine.ini" : "pressmark.ini", text);
         const std::string pressmark = directory_.writeFile("settings.ini", "KR_VERSION = 1\nBOTH = 1\n");
         std::vector<std::string> found;
-        for (const CheckFinding& finding : checkFile({file, "", further ? pressmark : "", {}}).findings) {
+        const KnownKeys* const keys = needsKeys(rule) ? &keys_ : nullptr;
+        for (const CheckFinding& finding : checkFile({file, "", further ? pressmark : "", {}, keys}).findings) {
             if (finding.rule->name != rule) continue;
             found.push_back(std::to_string(finding.line) + ":" + std::to_string(finding.column) + "+" +
                             std::to_string(finding.length) + " " + finding.text);
         }
         return found;
+    }
+
+    static bool needsKeys(const std::string& name) {
+        return std::any_of(allRules().begin(), allRules().end(),
+                           [&](const Rule& rule) { return rule.name == name && rule.needs == Rule::Needs::KnownKeys; });
     }
 
     // The same without the texts.
@@ -39,6 +46,11 @@ protected:
     }
 
     const TempDir directory_;
+    // What the examples of the rules about known keys say of them.
+    const KnownKeys keys_ = readKnownKeys(
+        directory_.writeFile("rule.keys",
+                             "[http.TIMEOUT_SEC]\ntype = integer\nleast = 1\nmost = 3600\nrequired = yes\n"
+                             "[http.HOSTS]\ntype = file\n"));
     const ScopedEnv home_{"HOME", "/home/user"};
     const ScopedEnv unset_{"PM_NOT_SET", nullptr};
     const ScopedEnv base_{"BASE", nullptr};
@@ -163,6 +175,65 @@ TEST_F(Rules, DuplicateKeyWhoseValueWasUsed) {
                     "more from here on"));
     EXPECT_THAT(find(rule, "A = 1\nA = #{A},2\n"), IsEmpty());
     EXPECT_THAT(placesOf(rule, "A = 1\nB = #{A}\nA = #{A},2\nA = 3\n"), ElementsAre("4:1+1"));
+}
+
+// --- comments that allow a finding ---------------------------------------------------------------------------------
+
+TEST_F(Rules, AllowTakesOneFindingFromTheNextLine) {
+    const std::string twoOnALine = "A = #(X)#(Y)\n";
+    EXPECT_THAT(placesOf("undefined-setting", twoOnALine), ElementsAre("1:5+4", "1:9+4"));
+    EXPECT_THAT(placesOf("undefined-setting", "; pmenv: allow undefined-setting\n" + twoOnALine), ElementsAre("2:9+4"));
+    const std::string both = "; pmenv: allow undefined-setting\n  #pmenv:allow\tundefined-setting - why\r\n";
+    EXPECT_THAT(placesOf("undefined-setting", both + twoOnALine), IsEmpty());
+    EXPECT_THAT(placesOf("needless-allow", both + twoOnALine), IsEmpty());
+    EXPECT_THAT(placesOf("undefined-setting", both + "\n" + twoOnALine), ElementsAre("4:5+4", "4:9+4"));
+    EXPECT_THAT(placesOf("undefined-setting", twoOnALine + both), ElementsAre("1:5+4", "1:9+4"));
+}
+
+TEST_F(Rules, AllowTakesOnlyTheFindingsOfItsRule) {
+    const std::string text = "A = 1\n; pmenv: allow duplicate-key\nA = #(X) ; y\n";
+    EXPECT_THAT(placesOf("duplicate-key", text), IsEmpty());
+    EXPECT_THAT(placesOf("undefined-setting", text), ElementsAre("3:5+4"));
+    EXPECT_THAT(placesOf("trailing-comment", text), ElementsAre("3:10+3"));
+}
+
+TEST_F(Rules, AllowedFindingsAreCounted) {
+    const std::string file = directory_.writeFile("a.ini", "A = 1\n; pmenv: allow duplicate-key\nA = 2\nA = 3\n");
+    const CheckedFile checked = checkFile({file, "", "", {}});
+    EXPECT_EQ(1U, checked.allowed);
+    EXPECT_EQ(1U, checked.findings.size());
+}
+
+TEST_F(Rules, NeedlessAllow) {
+    const char* const rule = "needless-allow";
+    EXPECT_THAT(
+        find(rule, "; pmenv: allow duplicate-key\nA = 1\n"),
+        ElementsAre("1:10+19 line 2 has no finding of 'duplicate-key' that this comment could allow; remove the "
+                    "comment"));
+    EXPECT_THAT(find(rule, "; pmenv: allow duplicate-keys\nA = 1\n"),
+                ElementsAre("1:10+20 there is no rule 'duplicate-keys'; did you mean 'duplicate-key'?"));
+    EXPECT_THAT(find(rule, ";pmenv: alow cycle\n# pmenv: allow\n; pmenv:"),
+                ElementsAre("1:9+10 write ; pmenv: allow RULE", "2:10+5 write ; pmenv: allow RULE",
+                            "3:9+1 write ; pmenv: allow RULE"));
+    const std::string twice = "; pmenv: allow cycle\n; pmenv: allow cycle\n";
+    EXPECT_THAT(placesOf(rule, twice + "A = #(A)\n"), ElementsAre("2:10+11")) << "one finding, two comments";
+    EXPECT_THAT(placesOf(rule, "A = 1\n" + twice), ElementsAre("2:10+11", "3:10+11"));
+    EXPECT_THAT(placesOf(rule, "; pmenv: allow needless-allow\n; pmenv: allow cycle\nA = 1\n"),
+                ElementsAre("1:10+20", "2:10+11"));
+    EXPECT_THAT(placesOf(rule, "; pmenv is a tool\n; see pmenv: allow cycle\nA = ; pmenv: allow cycle\n[a]\n"),
+                IsEmpty());
+}
+
+// Otherwise the comment would be needed on one host and needless on the next.
+TEST_F(Rules, AllowOfWhatDependsOnTheHostIsNeverNeedless) {
+    EXPECT_THAT(find("needless-allow", "; pmenv: allow unset-variable\nA = $(HOME)\n"), IsEmpty());
+    EXPECT_THAT(find("unset-variable", "; pmenv: allow unset-variable\nA = $(PM_NOT_SET)\n"), IsEmpty());
+}
+
+TEST_F(Rules, AllowOfARuleThatIsSwitchedOffIsNotNeedless) {
+    const std::string file = directory_.writeFile("a.ini", "; pmenv: allow duplicate-key\nA = 2\n");
+    EXPECT_THAT(checkFile({file, "", "", {"duplicate-key"}}).findings, IsEmpty());
+    EXPECT_THAT(checkFile({file, "", "", {"needless-allow"}}).findings, IsEmpty());
 }
 
 // --- references -----------------------------------------------------------------------------------------------------

@@ -1,5 +1,6 @@
 #include "commandLine.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <optional>
@@ -25,6 +26,7 @@ struct Words {
     };
     std::vector<Given> options;
     std::vector<std::string> rest;
+    std::optional<std::size_t> beforeDashes;  // how many of `rest` stand in front of "--"
 };
 
 const Option* findOption(const std::vector<Option>& options, const std::string& name) {
@@ -56,6 +58,7 @@ Words separate(const Grammar& grammar, const std::vector<std::string>& typed) {
     Words words;
     for (std::size_t i = 0; i < typed.size(); ++i) {
         if (typed[i] == "--") {
+            words.beforeDashes = words.rest.size();
             words.rest.insert(words.rest.end(), typed.begin() + static_cast<std::ptrdiff_t>(i) + 1, typed.end());
             break;
         }
@@ -137,6 +140,13 @@ void checkNumber(const Option& option, const std::string& text, const Command* c
               command);
 }
 
+void checkChoice(const Option& option, const std::string& text, const Command* command) {
+    const std::vector<std::string>& choices = option.choices;
+    if (std::find(choices.begin(), choices.end(), text) != choices.end()) return;
+    failUsage("--" + std::string(option.name) + " takes no '" + text + "'" + didYouMean(nearestNames(text, choices)),
+              command);
+}
+
 void checkValue(const Option& option, const std::optional<std::string>& value, const Command* command) {
     const std::string name = "--" + std::string(option.name);
     if (option.kind == Option::Kind::Flag) {
@@ -145,6 +155,7 @@ void checkValue(const Option& option, const std::optional<std::string>& value, c
     }
     if (!value) failUsage(name + " needs a value: " + name + " " + option.argument, command);
     if (option.kind == Option::Kind::Number) checkNumber(option, *value, command);
+    if (option.kind == Option::Kind::Choice) checkChoice(option, *value, command);
 }
 
 // --- arguments ------------------------------------------------------------------------------------------------------
@@ -173,6 +184,10 @@ CommandLine CommandLine::parse(const Grammar& grammar, const std::vector<std::st
 
     if (line.command_ == nullptr && line.group_.empty()) failUsage("a command is needed", nullptr);
     if (line.command_ == nullptr) failUsage("'" + line.group_ + "' needs a command", nullptr);
+    if (line.command_->program != nullptr && typed.beforeDashes) {
+        const std::size_t commandWords = typed.rest.size() - line.arguments_.size();
+        line.takeProgram(std::max(*typed.beforeDashes, commandWords) - commandWords);
+    }
     checkArguments(*line.command_, line.arguments_);
     return line;
 }
@@ -189,6 +204,13 @@ void CommandLine::takeCommand(const Grammar& grammar, const std::vector<std::str
     command_ = findCommand(grammar, name);
     if (command_ == nullptr) failUnknownCommand(grammar, name);
     arguments_.assign(words.begin() + (ofGroup ? 2 : 1), words.end());
+}
+
+void CommandLine::takeProgram(std::size_t argumentsBefore) {
+    const auto first = arguments_.begin() + static_cast<std::ptrdiff_t>(argumentsBefore);
+    program_.assign(first, arguments_.end());
+    arguments_.erase(first, arguments_.end());
+    if (program_.empty()) failUsage("a command is needed behind --", command_);
 }
 
 void CommandLine::takeOption(const Grammar& grammar, const std::string& name, const std::optional<std::string>& value) {

@@ -24,7 +24,12 @@ Events::Events(const std::vector<int>& signals, bool keys) : keys_(keys) {
     throw Failure(std::string("cannot wait for signals: ") + std::strerror(error));
 }
 
+// A signal that nobody has waited for any more must not end the process when the mask is restored.
 Events::~Events() {
+    signalfd_siginfo late;
+    pollfd source{signals_, POLLIN, 0};
+    while (poll(&source, 1, 0) > 0 && read(signals_, &late, sizeof late) > 0) {
+    }
     close(signals_);
     sigprocmask(SIG_SETMASK, &before_, nullptr);
 }

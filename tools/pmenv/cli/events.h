@@ -4,7 +4,8 @@
 #include <csignal>
 #include <vector>
 
-/// While it exists, the given signals are not delivered but reported by wait. Its destructor restores the signal mask.
+/// While it exists, the given signals are not delivered but reported by wait. Its destructor
+/// drops those that have not been waited for, and restores the signal mask.
 class Events {
 public:
     enum class Kind { Timeout, Key, Signal };

@@ -36,7 +36,9 @@ Rows optionRows(const std::vector<Option>& options) {
 std::string usage(const Command& command) {
     std::string text = "Usage: pmenv " + std::string(command.name);
     for (const Argument& argument : command.arguments) text += " " + argumentText(argument);
-    return text + " [OPTION]...\n";
+    text += " [OPTION]...";
+    if (command.program != nullptr) text += " [-- COMMAND [ARGUMENT]...]";
+    return text + "\n";
 }
 
 std::string examples(const char* lines) {
@@ -78,11 +80,10 @@ std::string overviewHelp(const Grammar& grammar, const std::string& group) {
 
 std::string commandHelp(const Grammar& grammar, const Command& command) {
     std::string text = usage(command) + "\n" + command.summary + "\n";
-    if (!command.arguments.empty()) {
-        Rows rows;
-        for (const Argument& argument : command.arguments) rows.emplace_back(argument.name, argument.help);
-        text += section("Arguments", rows);
-    }
+    Rows rows;
+    for (const Argument& argument : command.arguments) rows.emplace_back(argument.name, argument.help);
+    if (command.program != nullptr) rows.emplace_back("COMMAND", command.program);
+    if (!rows.empty()) text += section("Arguments", rows);
     if (!command.options.empty()) text += section("Options", optionRows(command.options));
     return text + section("Options of all commands", optionRows(grammar.globalOptions)) + examples(command.examples);
 }

@@ -77,7 +77,9 @@ void printWarning(const std::string& text) {
     std::cerr << Style(STDERR_FILENO).yellow("pmenv: warning:") << " " << text << "\n";
 }
 
-void printJson(const Json& value) { std::cout << dumped(value, 2) << "\n"; }
+void printJson(const Json& value) { printJson(value, std::cout); }
+
+void printJson(const Json& value, std::ostream& out) { out << dumped(value, 2) + "\n"; }
 
 void printJsonLine(const Json& value) { std::cout << dumped(value, -1) << "\n"; }
 

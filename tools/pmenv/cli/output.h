@@ -1,6 +1,7 @@
 // output.h - pmenv's output: results on standard output, everything else on standard error.
 #pragma once
 
+#include <iosfwd>
 #include <string>
 
 #include <nlohmann/json.hpp>
@@ -18,6 +19,7 @@ void printWarning(const std::string& text);
 
 /// printJson prints the value on several lines, printJsonLine on one. Bytes that are not UTF-8 become U+FFFD.
 void printJson(const Json& value);
+void printJson(const Json& value, std::ostream& out);
 void printJsonLine(const Json& value);
 
 /// Flushes the output. Throws Failure when some of it could not be written.

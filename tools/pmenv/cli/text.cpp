@@ -16,7 +16,7 @@ struct Character {
     wchar_t code = 0;
 };
 
-Character characterAt(const std::string& text, std::size_t position) {
+Character characterAt(std::string_view text, std::size_t position) {
     // Set when characters are first examined, because a command that only prints a value starts faster without it.
     static const char* const locale = std::setlocale(LC_CTYPE, "C.UTF-8");
     static_cast<void>(locale);
@@ -100,4 +100,15 @@ std::string unmistakable(const std::string& text) {
         begin = end + 1;
     }
     return "\"" + quoted + "\"";
+}
+
+std::size_t utf16Length(std::string_view text) {
+    constexpr wchar_t kLastOfOneUnit = 0xffff;
+    std::size_t units = 0;
+    for (std::size_t i = 0; i < text.size();) {
+        const Character character = characterAt(text, i);
+        units += character.code > kLastOfOneUnit ? 2 : 1;
+        i += character.bytes;
+    }
+    return units;
 }

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 /// The number of columns that `text` takes.
 std::size_t displayWidth(const std::string& text);
@@ -19,3 +20,6 @@ std::string printable(const std::string& text);
 /// The text such that it can be told from any other and from a remark like (empty): as it is, or where that could be
 /// mistaken in quotes, with a backslash in front of quotes, backslashes and what would not be seen.
 std::string unmistakable(const std::string& text);
+
+/// The number of UTF-16 code units of `text`. A byte that begins no character counts as one.
+std::size_t utf16Length(std::string_view text);

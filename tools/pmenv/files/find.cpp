@@ -12,7 +12,7 @@ namespace {
 int run(const CommandLine& line) {
     const std::string name = checkedPath(line.arguments()[0]);
     const std::vector<std::string> variables(line.arguments().begin() + 1, line.arguments().end());
-    const auto settings = settingsFor(line, variables);
+    const auto settings = settingsFor(line, variables, Secrets());
     const SearchResult result = searchFile(name, variables, settings.get());
 
     if (line.has("json")) {

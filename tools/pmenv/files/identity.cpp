@@ -1,6 +1,7 @@
 // identity: the product's names, versions and numbers.
 #include <iostream>
 #include <string>
+#include <utility>
 
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include "krenv.h"
 #include "krs.h"
 #include "output.h"
+#include "secrets.h"
 #include "table.h"
 
 namespace {
@@ -44,7 +46,7 @@ constexpr Accessor kAccessors[] = {
 // The library's identity table while it lives.
 class Identity {
 public:
-    explicit Identity(const std::string& file) {
+    Identity(const std::string& file, Secrets secrets) : secrets_(std::move(secrets)) {
         table = KRSCreateTable();
         if (KRSLoad(file.c_str(), table, nullptr) != 0) return;
         release();
@@ -57,14 +59,19 @@ public:
     // Null for an absent key, which some accessors answer with "" or 0.
     Json value(const Accessor& accessor) const {
         if (KRVersionInfo(accessor.key) == nullptr) return nullptr;
-        return accessor.text != nullptr ? Json(accessor.text()) : Json(accessor.number());
+        return accessor.text != nullptr ? Json(shown(accessor.key, accessor.text())) : Json(accessor.number());
     }
 
 private:
+    std::string shown(const char* key, const std::string& text) const {
+        return secrets_.partsOf(key, text).shown(text);
+    }
     static void release() {
         KRSDestroyTable(table);
         table = 0;
     }
+
+    Secrets secrets_;
 };
 
 std::string cellOf(const Json& value) {
@@ -86,7 +93,7 @@ void printIdentityTable(const Identity& identity) {
 }
 
 int run(const CommandLine& line) {
-    const Identity identity(line.arguments()[0]);
+    const Identity identity(line.arguments()[0], secretsOf(line));
     if (line.has("json")) {
         printIdentityJson(identity);
     } else {
@@ -101,7 +108,7 @@ Command identityCommand() {
     return {"identity",
             "print the product's names, versions and numbers",
             {{"FILE", "the settings file that contains them", false, false, Offer::Files}},
-            {},
+            {showSecretsOption()},
             "pmenv identity product.ini          a table; a key that is not in the file is marked (absent)\n"
             "pmenv identity product.ini --json   by key; a key that is not in the file is null",
             run,

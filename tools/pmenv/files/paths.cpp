@@ -17,9 +17,10 @@ const char* checkedPath(const std::string& path) {
                   std::to_string(kLongestPath) + ": " + path.substr(0, 60) + "...");
 }
 
-std::unique_ptr<const Settings> settingsFor(const CommandLine& line, const std::vector<std::string>& variables) {
+std::unique_ptr<const Settings> settingsFor(const CommandLine& line, const std::vector<std::string>& variables,
+                                            const Secrets& secrets) {
     if (std::none_of(variables.begin(), variables.end(), namesSetting)) return nullptr;
-    return std::make_unique<const Settings>(loadSettings(line));
+    return std::make_unique<const Settings>(settingsFile(line), secrets);
 }
 
 Argument pathVariableArgument(bool repeated) {

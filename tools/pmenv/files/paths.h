@@ -16,8 +16,9 @@ constexpr std::size_t kLongestPath = 4095;
 const char* checkedPath(const std::string& path);
 
 /// The settings from which a "#X" among the variables is read. Null when there is no "#X", because such searches work
-/// without a pressmark.ini.
-std::unique_ptr<const Settings> settingsFor(const CommandLine& line, const std::vector<std::string>& variables);
+/// without a pressmark.ini. What is secret of `secrets` is hidden in the places of a search.
+std::unique_ptr<const Settings> settingsFor(const CommandLine& line, const std::vector<std::string>& variables,
+                                            const Secrets& secrets = Secrets::none());
 
 /// A path variable as an argument of a command.
 Argument pathVariableArgument(bool repeated);

@@ -2,6 +2,7 @@
 #include <iostream>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Logging.h"
@@ -71,10 +72,34 @@ Json reportJson(const std::vector<std::string>& lines) {
             {"build", orNull(release[3])}};
 }
 
+// A text that holds a secret, and what is shown for it.
+using Secret = std::pair<std::string, std::string>;
+
+// The release may be any text of the settings, and so may hold a secret.
+std::vector<Secret> secretsOfRelease(const Settings& settings) {
+    std::vector<Secret> secrets;
+    for (const char* const name : {"KR_VERSION", "KR_BUILD"}) {
+        const Setting hidden = settings.readHidden(name);
+        if (hidden.hidesExpanded) secrets.emplace_back(*settings.read(name).expanded, *hidden.expanded);
+    }
+    return secrets;
+}
+
+void hide(std::string& text, const Secret& secret) {
+    for (std::size_t at = 0; (at = text.find(secret.first, at)) != std::string::npos; at += secret.second.size()) {
+        text.replace(at, secret.first.size(), secret.second);
+    }
+}
+
 // The settings are loaded on their own first: what is wrong with them is then said as by every other command.
 int run(const CommandLine& line) {
-    const std::string directory = directoryFor(line, loadSettings(line).file());
-    const std::vector<std::string> lines = reportLines(directory);
+    const Settings settings(settingsFile(line), Secrets());
+    const std::string directory = directoryFor(line, settings.file());
+    const std::vector<Secret> secrets = secretsOfRelease(settings);
+    std::vector<std::string> lines = reportLines(directory);
+    for (std::string& text : lines) {
+        for (const Secret& secret : secrets) hide(text, secret);
+    }
     if (line.has("json")) {
         printJson(reportJson(lines));
     } else {

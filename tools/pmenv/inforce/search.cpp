@@ -33,6 +33,13 @@ std::string variableProblem(const std::string& variable, const Settings* setting
     return std::getenv(name.c_str()) == nullptr ? "variable not set" : "variable is empty";
 }
 
+bool hides(const std::string& variable, const Settings* settings) {
+    if (variable[0] == '#') return settings != nullptr && settings->readHidden(variable.substr(1)).hidesExpanded;
+    return Secrets().partsOf(environmentNameOf(variable), "x").any();
+}
+
+std::string shownDirectory(const Place& place) { return place.isHidden ? HiddenParts::kShown : *place.directory; }
+
 const char* resolve(KREnvContainerClass& env, const std::string& variable, const Settings* settings) {
     return settings != nullptr ? env.KRPResolvePathVar(variable.c_str())
                                : env.KRPResolvePathVarNoKREnv(variable.c_str());
@@ -89,8 +96,9 @@ Resolution resolveVariable(const std::string& variable, const Settings* settings
     if (value == nullptr) return {std::nullopt, {{variable, std::nullopt, variableProblem(variable, settings)}}};
 
     Resolution resolution{value, {}};
+    const bool isHidden = hides(variable, settings);
     for (const std::string& directory : splitList(value)) {
-        resolution.places.push_back({variable, directory, directoryProblem(directory)});
+        resolution.places.push_back({variable, directory, directoryProblem(directory), isHidden});
     }
     if (resolution.places.empty())
         resolution.places.push_back({variable, std::nullopt, variableProblem(variable, settings)});
@@ -116,7 +124,7 @@ std::string placesText(const std::vector<Place>& places) {
         const std::string variable = place.variable.empty() ? "''" : place.variable;
         const bool same = place.directory && *place.directory == place.variable;
         text += "\n  " + std::to_string(++number) + ". " + variable;
-        if (place.directory && !same) text += ", " + *place.directory;
+        if (place.directory && !same) text += ", " + shownDirectory(place);
         text += ": " + place.problem;
     }
     return text;
@@ -126,7 +134,7 @@ Json placesJson(const std::vector<Place>& places) {
     Json list = Json::array();
     for (const Place& place : places) {
         list.push_back({{"variable", place.variable},
-                        {"directory", place.directory ? Json(*place.directory) : Json()},
+                        {"directory", place.directory ? Json(shownDirectory(place)) : Json()},
                         {"problem", place.problem.empty() ? Json() : Json(place.problem)}});
     }
     return list;

@@ -8,7 +8,7 @@
 #include "output.h"
 #include "settings.h"
 
-// Each function takes the settings that "#X" is read from. A null pointer chooses the family of the library's functions
+// Each function takes the settings that "#X" is read from, and hides what these hide. A null pointer chooses the family of the library's functions
 // that works without settings and understands no "#X".
 
 /// One place of a search: a variable that stands for nothing, or one directory of its list.
@@ -17,6 +17,7 @@ struct Place {
     std::optional<std::string> directory;
     std::string
         problem;  ///< "variable not set", "no such directory", ...; "" for a directory in which nothing is wrong
+    bool isHidden = false;  ///< the directory must not be shown, because the setting that names it holds a secret
 };
 
 /// What a path variable stands for; the places tell what is wrong with each directory of its list, or with the

@@ -11,6 +11,7 @@
 #include "libraryLog.h"
 #include "nearest.h"
 #include "output.h"
+#include "secretTrace.h"
 
 namespace {
 
@@ -46,11 +47,76 @@ Setting settingOf(int table, const KRSEntry& entry) {
     return setting;
 }
 
+// --- secrets --------------------------------------------------------------------------------------------------------
+
+class LoadWatch final : public KRSLoadObserver {
+public:
+    explicit LoadWatch(LoadedSecrets& loaded) : loaded_(loaded) {}
+    void begun(const char* key, const char* value) override {
+        key_ = key;
+        replaced_ = false;
+        trace_.emplace(loaded_, loaded_.secrets().partsOf(key, value));
+    }
+    void found(const KRSReference& reference) override {
+        replaced_ = true;
+        trace_->found(reference);
+    }
+    void resolved(const char* value) override { trace_->resolved(value); }
+    void failed(KRSResolveFailure /*why*/, const char* /*text*/) override {}
+    void ended(const char* value) override {
+        if (value != nullptr) loaded_.store(key_, {trace_->ended(value), replaced_});
+    }
+
+private:
+    LoadedSecrets& loaded_;
+    std::string key_;  // of the entry that is being loaded
+    bool replaced_ = false;
+    std::optional<SecretTrace> trace_;
+};
+
+class ReadingWatch final : public KRSResolveObserver {
+public:
+    explicit ReadingWatch(SecretTrace& trace) : trace_(trace) {}
+    void found(const KRSReference& reference) override { trace_.found(reference); }
+    void resolved(const char* value) override { trace_.resolved(value); }
+    void failed(KRSResolveFailure /*why*/, const char* /*text*/) override {}
+
+private:
+    SecretTrace& trace_;
+};
+
+// What of the expanded value must not be shown, when `parts` of the stored one must not.
+HiddenParts expandedParts(const std::string& stored, const HiddenParts& parts, const LoadedSecrets& meant) {
+    SecretTrace trace(meant, parts);
+    ReadingWatch watch(trace);
+    AddDelSet inProgress;
+    inProgress.observer = &watch;
+    RWCString text(stored.c_str());
+    KRSRuntimeResolve(inProgress, text);
+    return trace.ended(text.data());
+}
+
+void hide(std::string& text, bool& hides, const HiddenParts& parts) {
+    hides = parts.any();
+    if (hides) text = parts.shown(text);
+}
+
 }  // namespace
 
-Settings::Settings(std::string file) : file_(std::move(file)) {
+Settings::Settings(std::string file) : file_(std::move(file)) { load(nullptr); }
+
+Settings::Settings(std::string file, const Secrets& secrets) : file_(std::move(file)) {
+    const auto loaded = std::make_shared<LoadedSecrets>(secrets);
+    LoadWatch watch(*loaded);
+    load(&watch);
+    meant_ = loaded;
+}
+
+void Settings::load(KRSLoadObserver* observer) {
     LogPause quiet;
-    if (KRELoadIniFile(file_.c_str()) == 0) throw Failure(std::string("cannot load the settings: ") + KRSLoadError());
+    if (KRELoadIniFile(file_.c_str(), observer) == 0) {
+        throw Failure(std::string("cannot load the settings: ") + KRSLoadError());
+    }
     table_ = nEnvSettings::gPressmarkIniTable();
     if (quiet.sawErrors()) findLeftOut();
 }
@@ -74,9 +140,28 @@ void Settings::findLeftOut() {
 std::vector<Setting> Settings::all() const {
     std::vector<Setting> settings;
     for (const KRSEntry& entry : entriesOf(table_)) {
-        if (entry.inForce) settings.push_back(settingOf(table_, entry));
+        if (!entry.inForce) continue;
+        settings.push_back(settingOf(table_, entry));
+        if (meant_ != nullptr) hideSecrets(settings.back());
     }
     return settings;
+}
+
+Setting Settings::readHidden(const std::string& name) const {
+    Setting setting = read(name);
+    if (setting.stored && meant_ != nullptr) hideSecrets(setting);
+    return setting;
+}
+
+void Settings::hideSecrets(Setting& setting) const {
+    HiddenParts parts = meant_->secrets().partsOf(setting.name, *setting.stored);
+    const bool isFurther = table_ != nEnvSettings::gPressmarkIniTable();
+    const LoadedSecrets::Value* const loaded = isFurther ? nullptr : meant_->find(setting.name);
+    if (loaded != nullptr) parts.unite(loaded->parts);
+    if (setting.expanded) {
+        hide(*setting.expanded, setting.hidesExpanded, expandedParts(*setting.stored, parts, *meant_));
+    }
+    hide(*setting.stored, setting.hidesStored, parts);
 }
 
 Setting Settings::read(const std::string& name) const {
@@ -111,7 +196,7 @@ std::string furtherFile(const Settings& settings, const std::string& name) {
 }
 
 FurtherSettings::FurtherSettings(const Settings& settings, const std::string& name)
-    : Settings(NotLoaded{}, furtherFile(settings, name)) {
+    : Settings(NotLoaded{}, furtherFile(settings, name), settings) {
     LogPause quiet;
     KREnvContainerClass env;
     nEnvSettings::gFileInitTable(env, name.c_str(), table_);

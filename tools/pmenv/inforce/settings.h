@@ -2,10 +2,13 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "secrets.h"
 
 /// How many characters an expanded value may have to be read.
 constexpr std::size_t kLongestExpansion = 2047;
@@ -17,8 +20,11 @@ struct Setting {
     std::optional<std::string> expanded;  ///< empty when there is none or its expansion failed
     std::string problem;                  ///< why something is missing
     int line = 0;                         ///< in the file, from 1
+    bool hidesStored = false;             ///< what is secret in that text is replaced by (hidden)
+    bool hidesExpanded = false;
 };
 
+class LoadedSecrets;
 class Settings;
 
 /// "FILE:LINE" of the setting, for messages; "FILE" when it is on no line.
@@ -29,18 +35,22 @@ public:
     /// Loads `file` as the library's settings. Throws Failure with the reason, line and column when it is rejected.
     /// A value that the library left out because its references form a cycle gets a warning with its name.
     explicit Settings(std::string file);
+    /// The same, for a command that shows all settings.
+    Settings(std::string file, const Secrets& secrets);
 
     const std::string& file() const { return file_; }
 
-    /// The settings in force, in file order.
+    /// The settings in force, in file order, with what is secret hidden.
     std::vector<Setting> all() const;
-    /// The setting `name`; where there is none, the problem suggests the nearest names.
+    /// The setting `name`, nothing hidden; where there is none, the problem suggests the nearest names.
     Setting read(const std::string& name) const;
+    /// The same with what is secret hidden.
+    Setting readHidden(const std::string& name) const;
 
 protected:
     /// Settings that are still to be loaded into `table_`.
     struct NotLoaded {};
-    Settings(NotLoaded, std::string file) : file_(std::move(file)) {}
+    Settings(NotLoaded, std::string file, const Settings& meant) : file_(std::move(file)), meant_(meant.meant_) {}
 
     int table_ = 0;  // owned by the library, unless a derived class says otherwise
 
@@ -50,10 +60,13 @@ private:
         int line;
     };
 
+    void load(class KRSLoadObserver* observer);
+    void hideSecrets(Setting& setting) const;
     void findLeftOut();
     std::string whyAbsent(const std::string& name) const;
 
     std::string file_;
+    std::shared_ptr<const LoadedSecrets> meant_;  // of the settings that references mean; null when nothing is hidden
     std::vector<LeftOut> leftOut_;
 };
 

@@ -1,5 +1,7 @@
 #include "settingsFile.h"
 
+#include <utility>
+
 #include "CommandLineArguments.h"
 #include "failure.h"
 #include "krenv.h"
@@ -44,6 +46,15 @@ Option furtherFileOption() {
     return {"file", Option::Kind::FurtherFile, "FILE", "read FILE in the directory that the setting KR_BIN names"};
 }
 
-AskedSettings::AskedSettings(const CommandLine& line) : name_(furtherName(line)), pressmark_(loadSettings(line)) {
+AskedSettings::AskedSettings(const CommandLine& line) : name_(furtherName(line)), pressmark_(settingsFile(line)) {
+    readFurther();
+}
+
+AskedSettings::AskedSettings(const CommandLine& line, Secrets (*secretsFor)(const CommandLine&, const std::string&))
+    : name_(furtherName(line)), pressmark_(settingsFile(line), secretsFor(line, settingsFile(line))) {
+    readFurther();
+}
+
+void AskedSettings::readFurther() {
     if (!name_.empty()) further_.emplace(pressmark_, name_);
 }

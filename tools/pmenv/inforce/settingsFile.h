@@ -30,11 +30,15 @@ Option furtherFileOption();
 class AskedSettings {
 public:
     explicit AskedSettings(const CommandLine& line);
+    /// The same, for a command that shows all settings. `secretsFor` tells what is secret with a settings file.
+    AskedSettings(const CommandLine& line, Secrets (*secretsFor)(const CommandLine& line, const std::string& file));
 
     const Settings& operator*() const { return further_ ? *further_ : pressmark_; }
 
 private:
-    std::string name_;  // of --file
+    void readFurther();
+
+    std::string name_;  // of --file; an empty one is refused before any file is read
     Settings pressmark_;
     std::optional<FurtherSettings> further_;
 };

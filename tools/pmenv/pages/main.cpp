@@ -1,4 +1,4 @@
-// pmenv_pages - writes the manual page or the bash completion: it fills the places of a template from the commands.
+// pmenv_pages - writes the manual page or a shell's completion: it fills the places of a template from the commands.
 //
 //   pmenv_pages <pmenv.1.in >pmenv.1
 #include <iostream>
@@ -29,6 +29,12 @@ constexpr std::pair<const char*, Maker> kPlaces[] = {
     {"@OPTIONS@\n", completionOptions},
     {"@ARGUMENTS@\n", completionArguments},
     {"@OPTION_ARGUMENTS@\n", completionOptionArguments},
+    {"@VALUE_OPTIONS@", completionValueOptions},
+    {"@ZSH_WORDS@", zshWords},
+    {"@ZSH_SECOND_WORDS@\n", zshSecondWords},
+    {"@ZSH_OPTIONS@\n", zshOptions},
+    {"@ZSH_GLOBAL_OPTIONS@", zshGlobalOptions},
+    {"@FISH_OFFERS@\n", fishOffers},
 };
 
 void fill(std::string* text, const std::string& place, Maker make) {

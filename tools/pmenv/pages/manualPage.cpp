@@ -62,14 +62,18 @@ std::string commandCall(const Command& command) {
     std::string call = bold("pmenv " + std::string(command.name));
     if (!command.options.empty()) call += " [" + italic("OPTION") + "]...";
     for (const Argument& argument : command.arguments) call += " " + argumentCall(argument);
+    if (command.program != nullptr)
+        call += " [" + bold("--") + " " + italic("COMMAND") + " [" + italic("ARGUMENT") + "]...]";
     return call;
 }
 
 std::string argumentsText(const Command& command) {
+    const auto line = [](const char* name, const char* help) {
+        return ".br\n" + italic(name) + ": " + prose(help).substr(2);
+    };
     std::string text;
-    for (const Argument& argument : command.arguments) {
-        text += ".br\n" + italic(argument.name) + ": " + prose(argument.help).substr(2);
-    }
+    for (const Argument& argument : command.arguments) text += line(argument.name, argument.help);
+    if (command.program != nullptr) text += line("COMMAND", command.program);
     return text;
 }
 

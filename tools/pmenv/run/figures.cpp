@@ -97,7 +97,8 @@ std::optional<double> enginePercent(const EngineLook& before, const EngineLook& 
 
 EngineFigures engineFigures(const EngineLook* before, const EngineLook& now, int processors,
                             std::vector<std::string>* warnings) {
-    EngineFigures engine{now.stat.id, now.stat.name, std::nullopt, now.residentBytes, now.stat.startTicks};
+    EngineFigures engine{now.stat.id,       now.stat.name,       std::nullopt,
+                         now.residentBytes, now.stat.startTicks, std::nullopt};
     if (before == nullptr || before->stat.startTicks != now.stat.startTicks) return engine;
     engine.cpuPercent = enginePercent(*before, now, processors);
     if (!engine.cpuPercent) {

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "MachineStats.h"
+#include "judgement/heldBackSums.h"
 #include "kernel/machineFiles.h"
 #include "kernel/taskFiles.h"
 
@@ -28,6 +29,7 @@ struct EngineFigures {
     std::optional<double> cpuPercent;  ///< of ONE processor; one that runs several threads may pass 100
     std::optional<std::uint64_t> residentBytes;
     std::uint64_t startTicks = 0;  ///< when it started, since boot; tells an id that is used again
+    std::optional<HeldBackFigures> heldBack = std::nullopt;  ///< since the last sample
 };
 
 struct Figures {

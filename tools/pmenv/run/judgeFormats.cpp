@@ -3,79 +3,42 @@
 #include <algorithm>
 #include <cstdio>
 
+#include <sys/wait.h>
+
 #include "failure.h"
 #include "judgement/findings.h"
 #include "statsFormats.h"
 #include "table.h"
 #include "units.h"
 
+std::string whenText(const RunFinding& finding) {
+    return "from second " + std::to_string(static_cast<long>(finding.since)) + ", for " + secondsText(finding.seconds) +
+           ": ";
+}
+
 namespace {
 
-const char* outcomeText(Outcome outcome) {
-    switch (outcome) {
-        case Outcome::Clean:
-            return "clean";
-        case Outcome::Spoiled:
-            return "spoiled";
-        case Outcome::CannotTell:
-            return "cannot tell";
-    }
-    return "";
-}
-
-const char* stateText(Signal::State state) {
-    switch (state) {
-        case Signal::State::Over:
-            return "over";
-        case Signal::State::NotReadable:
-            return "not readable";
-        case Signal::State::Ok:
-            return "ok";
-    }
-    return "";
-}
-
 // --- text -----------------------------------------------------------------------------------------------------------
-
-std::string valueText(std::optional<double> value, Signal::Unit unit) {
-    if (!value) return "-";
-    char text[32];
-    switch (unit) {
-        case Signal::Unit::Percent:
-            return percentText(value);
-        case Signal::Unit::Bytes:
-            return bytesText(static_cast<std::uint64_t>(*value));
-        case Signal::Unit::Seconds:
-            std::snprintf(text, sizeof text, "%.1f ms", 1000 * *value);
-            return text;
-        case Signal::Unit::Count:
-            std::snprintf(text, sizeof text, "%.0f", *value);
-            return text;
-    }
-    return "";
-}
 
 std::string signalTable(const std::vector<Signal>& signals, const Style& style) {
     Table table({{"SIGNAL"}, {"WORST", true}, {"LIMIT", true}, {"STATE"}});
     for (const Signal& signal : signals) {
-        table.add({signal.name, valueText(signal.value, signal.unit), valueText(signal.limit, signal.unit),
+        table.add({signal.name, signalText(signal.value, signal.unit), signalText(signal.limit, signal.unit),
                    stateText(signal.state)});
     }
     return table.text(style, std::nullopt);
 }
 
 std::string headline(const Judged& judged, const JudgeLimits& limits, const Style& style) {
-    const std::string outcome = outcomeText(judged.outcome);
-    const std::string shown = judged.outcome == Outcome::Clean     ? style.green(outcome)
-                              : judged.outcome == Outcome::Spoiled ? style.red(outcome)
-                                                                   : style.yellow(outcome);
-    return shown + ": " + reasonText(judged, limits) + "\n";
+    return verdictText(judged.outcome, style) + ": " + reasonText(judged, limits) + "\n";
 }
 
 std::string watchedText(const Judged& judged, const JudgeContext& context) {
     const std::size_t count = judged.engines.size();
     std::string text = "watched " + std::to_string(count) + (count == 1 ? " load engine" : " load engines") + " for " +
-                       secondsText(judged.seconds) + " on " + context.host + "\n";
+                       secondsText(judged.seconds) + " on " + context.host +
+                       (judged.from > 0 ? ", after the first " + secondsText(judged.from) : "") + "\n";
+    if (context.commandStatus.value_or(0) != 0) text += "the command" + endText(*context.commandStatus) + "\n";
     for (const std::string& name : context.missingNames) text += "no process named '" + name + "' was seen\n";
     return text;
 }
@@ -83,10 +46,8 @@ std::string watchedText(const Judged& judged, const JudgeContext& context) {
 std::string findingsText(const std::vector<RunFinding>& findings, const Style& style) {
     std::string text;
     for (const RunFinding& finding : findings) {
-        const std::string when = "from second " + std::to_string(static_cast<long>(finding.since)) + ", for " +
-                                 secondsText(finding.seconds) + ": ";
-        text += "\n" + (finding.spoils ? style.red("!") : std::string("-")) + " " + style.bold(when) + finding.text +
-                "\n  " + finding.advice + "\n";
+        text += "\n" + (finding.spoils ? style.red("!") : std::string("-")) + " " + style.bold(whenText(finding)) +
+                finding.text + "\n  " + finding.advice + "\n";
     }
     return text;
 }
@@ -167,7 +128,7 @@ Json watcherJson(const Judged& judged, const JudgeContext& context) {
         {"wakes", wakes.wakes},
         {"lateShare", woke ? Json(static_cast<double>(wakes.late) / static_cast<double>(wakes.wakes)) : Json()},
         {"longestLate", woke ? Json(wakes.longest) : Json()},
-        {"cpuSeconds", context.cpuSeconds}};
+        {"cpuSeconds", orNull(context.cpuSeconds)}};
 }
 
 template <class Items, class ToJson>
@@ -179,6 +140,38 @@ Json arrayOf(const Items& items, ToJson toJson) {
 
 }  // namespace
 
+int shellExitCode(int status) { return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status); }
+
+const char* stateText(Signal::State state) {
+    switch (state) {
+        case Signal::State::Over:
+            return "over";
+        case Signal::State::NotReadable:
+            return "not readable";
+        case Signal::State::Ok:
+            return "ok";
+    }
+    return "";
+}
+
+std::string signalText(std::optional<double> value, Signal::Unit unit) {
+    if (!value) return "-";
+    char text[32];
+    switch (unit) {
+        case Signal::Unit::Percent:
+            return percentText(value);
+        case Signal::Unit::Bytes:
+            return bytesText(static_cast<std::uint64_t>(*value));
+        case Signal::Unit::Seconds:
+            std::snprintf(text, sizeof text, "%.1f ms", 1000 * *value);
+            return text;
+        case Signal::Unit::Count:
+            std::snprintf(text, sizeof text, "%.0f", *value);
+            return text;
+    }
+    return "";
+}
+
 int judgeExitCode(const Judged& judged) {
     switch (judged.outcome) {
         case Outcome::Clean:
@@ -189,6 +182,12 @@ int judgeExitCode(const Judged& judged) {
             break;
     }
     return kExitCannotTell;
+}
+
+std::string verdictText(Outcome outcome, const Style& style) {
+    const std::string text = outcomeText(outcome);
+    if (outcome == Outcome::Clean) return style.green(text);
+    return outcome == Outcome::Spoiled ? style.red(text) : style.yellow(text);
 }
 
 std::string judgeText(const Judged& judged, const JudgeLimits& limits, const JudgeContext& context,
@@ -203,7 +202,9 @@ Json judgeJson(const Judged& judged, const JudgeLimits& limits, const JudgeConte
                 {"reason", reasonText(judged, limits)},
                 {"host", context.host},
                 {"start", isoTime(context.start)},
+                {"from", judged.from},
                 {"seconds", judged.seconds},
+                {"commandExitCode", context.commandStatus ? Json(shellExitCode(*context.commandStatus)) : Json()},
                 {"percentile", limits.percentile},
                 {"tolerance", limits.tolerance},
                 {"believedPercentile", orNull(judged.believed)},

@@ -1,56 +1,13 @@
 #include "runWatch.h"
 
-#include <algorithm>
+RunWatch::RunWatch(const EngineChoice& choice, const IgnoredThreads& ignored, const JudgeLimits& limits,
+                   RecordingWriter* recording)
+    : judgement_(limits),
+      recording_(recording),
+      watch_(choice, ignored, limits.tolerance, [this](const Evidence& evidence) { add(evidence); }) {}
 
-#include "kernel/files.h"
-
-namespace {
-
-constexpr double kTurn = 0.010;            // seconds
-constexpr double kShortestInterval = 0.1;  // seconds; the kernel adds running time at its ticks, 10 ms apart or less
-
-}  // namespace
-
-RunWatch::RunWatch(const EngineChoice& choice, const IgnoredThreads& ignored, const JudgeLimits& limits)
-    : limits_(limits),
-      sampler_(choice, ignored, limits.tolerance),
-      judgement_(limits),
-      nextTake_(kernel::clockSeconds()) {
-    take();
-}
-
-Events::Event RunWatch::wait(Events& events, double seconds) {
-    const double end = kernel::clockSeconds() + seconds;
-    for (double now = kernel::clockSeconds(); now < end; now = kernel::clockSeconds()) {
-        const double due = std::min({now + kTurn, nextTake_, end});
-        const Events::Event event = events.wait(due - now);
-        if (event.kind != Events::Kind::Timeout) return event;
-        const double woken = kernel::clockSeconds();
-        noteWake(woken - due);
-        if (woken >= nextTake_) {
-            take();
-        } else {
-            sampler_.look();
-        }
-    }
-    return {Events::Kind::Timeout, 0};
-}
-
-void RunWatch::finish() {
-    if (nextTake_ - kernel::clockSeconds() <= sampler_.interval() - kShortestInterval) take();
-}
-
-void RunWatch::take() {
-    Evidence evidence = sampler_.take();
-    evidence.wakes = wakes_;
-    wakes_ = {};
+void RunWatch::add(const Evidence& evidence) {
     engines_ = evidence.engines.size();
     judgement_.add(evidence);
-    nextTake_ = std::max(nextTake_ + sampler_.interval(), kernel::clockSeconds());
-}
-
-void RunWatch::noteWake(double late) {
-    ++wakes_.wakes;
-    if (late > limits_.tolerance) ++wakes_.late;
-    wakes_.longest = std::max(wakes_.longest, late);
+    if (recording_ != nullptr) recording_->write(evidence);
 }

@@ -18,7 +18,9 @@ constexpr std::size_t kWidestBar = 60;
 constexpr std::size_t kNarrowestBar = 6;
 constexpr std::size_t kComfortableBar = 20;  // narrower than that, and the words beside it are shortened
 constexpr std::size_t kComfortableRows = 16;
-constexpr std::size_t kFigureColumns = 30;  // an engine's figures, left of its past
+constexpr std::size_t kFigureColumns = 30;    // an engine's figures, left of its past
+constexpr std::size_t kHeldBackColumns = 10;  // the one more that there is room for ...
+constexpr std::size_t kRoomForHeldBack = 60;  // ... on a terminal of so many columns
 
 std::string padLeft(const std::string& text, std::size_t width) {
     return std::string(width - std::min(width, displayWidth(text)), ' ') + text;
@@ -158,8 +160,24 @@ std::optional<double> meanOfLast(const std::deque<std::optional<double>>& past) 
 // By a fifth and by more than a tick of the kernel's clock in a second.
 bool clearlyChanged(double before, double now) { return std::fabs(now - before) > before / 5 + 1; }
 
-std::string figureColumns(const std::string& first, const std::string& cpu, const std::string& memory) {
-    return padLeft(first, 7) + " " + padLeft(cpu, 10) + " " + padLeft(memory, 10) + " ";
+struct EngineWords {
+    std::string first, cpu, memory, heldBack;
+};
+
+bool showsHeldBack(std::size_t columns) { return columns >= kRoomForHeldBack; }
+
+std::size_t widthOfFigures(std::size_t columns) {
+    return kFigureColumns + (showsHeldBack(columns) ? kHeldBackColumns : 0);
+}
+
+std::string figureColumns(const EngineWords& words, std::size_t columns) {
+    const std::string figures =
+        padLeft(words.first, 7) + " " + padLeft(words.cpu, 10) + " " + padLeft(words.memory, 10) + " ";
+    return showsHeldBack(columns) ? figures + padLeft(words.heldBack, kHeldBackColumns - 1) + " " : figures;
+}
+
+std::string heldBackText(const EngineFigures& engine) {
+    return engine.heldBack ? percentText(engine.heldBack->heldBackPercent) : "-";
 }
 
 // How many engines there are, and where they do not all fit, which are shown: from long to short.
@@ -171,7 +189,7 @@ std::vector<std::string> countTexts(std::size_t count, std::size_t first, std::s
 }
 
 std::string headingLine(std::size_t columns) {
-    const std::string figures = figureColumns("PID", "OF ONE CPU", "MEMORY");
+    const std::string figures = figureColumns({"PID", "OF ONE CPU", "MEMORY", "HELD BACK"}, columns);
     return longestThatFits({figures + "HISTORY  " + sparklineLegend(), figures + "HISTORY", figures}, columns);
 }
 
@@ -261,13 +279,12 @@ std::vector<std::string> Screen::engineLines(const TerminalSize& size, std::size
     shown_ = std::min(rows_.size(), room - std::min<std::size_t>(room, 2));
     first_ = std::min(first_, rows_.size() - shown_);
     std::vector<std::string> lines{style.bold(headingLine(size.columns)), totalLine(size.columns)};
-    const std::size_t past = size.columns - std::min(size.columns, kFigureColumns);
+    const std::size_t past = size.columns - std::min(size.columns, widthOfFigures(size.columns));
     for (std::size_t i = first_; i < first_ + shown_; ++i) {
         const EngineFigures& engine = rows_[i].engine;
-        lines.push_back(cutToWidth(figureColumns(std::to_string(engine.processId), percentText(engine.cpuPercent),
-                                                 bytesText(engine.residentBytes)) +
-                                       sparkline(rows_[i].past, past),
-                                   size.columns));
+        const EngineWords words{std::to_string(engine.processId), percentText(engine.cpuPercent),
+                                bytesText(engine.residentBytes), heldBackText(engine)};
+        lines.push_back(cutToWidth(figureColumns(words, size.columns) + sparkline(rows_[i].past, past), size.columns));
     }
     return lines;
 }
@@ -280,7 +297,7 @@ std::string Screen::totalLine(std::size_t columns) const {
         cpu = cpu && row.engine.cpuPercent ? std::optional(*cpu + *row.engine.cpuPercent) : std::nullopt;
         memory = memory && row.engine.residentBytes ? std::optional(*memory + *row.engine.residentBytes) : std::nullopt;
     }
-    const std::string figures = figureColumns("total", percentText(cpu), bytesText(memory));
+    const std::string figures = figureColumns({"total", percentText(cpu), bytesText(memory), ""}, columns);
     std::vector<std::string> lines;
     for (const std::string& text : countTexts(rows_.size(), first_, shown_)) lines.push_back(figures + text);
     return longestThatFits(lines, columns);

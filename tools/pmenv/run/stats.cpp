@@ -8,11 +8,13 @@
 #include "atomicFile.h"
 #include "commandLine.h"
 #include "events.h"
+#include "evidenceWatch.h"
 #include "failure.h"
 #include "judgement/findings.h"
+#include "judgement/heldBackSums.h"
+#include "judgement/judgement.h"
 #include "keys.h"
 #include "liveTerminal.h"
-#include "runWatch.h"
 #include "schedule.h"
 #include "screen.h"
 #include "statsFormats.h"
@@ -23,13 +25,18 @@ namespace {
 
 // --- a run ----------------------------------------------------------------------------------------------------------
 
-// Samples one after the other, until the options' count or duration is reached.
+// Samples one after the other, until the options' count or duration is reached. The engines are watched in between.
 class Run {
 public:
-    explicit Run(const StatsOptions& options) : options_(options) {}
+    // `receive` gets the evidence, too.
+    explicit Run(const StatsOptions& options, EvidenceWatch::Receiver receive = {})
+        : options_(options), watch_({}, {}, JudgeLimits{}.tolerance, [this, receive](const Evidence& evidence) {
+              heldBack_.add(evidence);
+              if (receive) receive(evidence);
+          }) {}
 
     const Figures& sample() {
-        figures_ = sampler_.take();
+        take();
         if (taken_ == 0) begin_ = figures_.seconds;
         ++taken_;
         return figures_;
@@ -38,12 +45,14 @@ public:
     // A sample in which no percentage is known yet, and which does not count. The first one that does is due on the next
     // full second.
     const Figures& warmUp() {
-        figures_ = sampler_.take();
+        take();
         return figures_;
     }
     static double pauseAfterWarmUp() { return untilNextSample(clock(), 1); }
 
     const Figures& figures() const { return figures_; }
+
+    Events::Event wait(Events& events, double seconds) { return watch_.wait(events, seconds); }
 
     bool finished() const {
         if (options_.duration) return figures_.seconds - begin_ >= *options_.duration;
@@ -58,6 +67,16 @@ public:
     }
 
 private:
+    void take() {
+        figures_ = sampler_.take();
+        watch_.finish();
+        const auto heldBack = heldBack_.take();
+        for (EngineFigures& engine : figures_.engines) {
+            const auto found = heldBack.find({engine.processId, engine.startTicks});
+            if (found != heldBack.end()) engine.heldBack = found->second;
+        }
+    }
+
     static double clock() {
         return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
     }
@@ -67,6 +86,8 @@ private:
     Figures figures_{};
     double begin_ = 0;  // when the first sample was taken
     std::size_t taken_ = 0;
+    HeldBackSums heldBack_{JudgeLimits{}.tolerance};
+    EvidenceWatch watch_;  // behind what it fills
 };
 
 // --- printing -------------------------------------------------------------------------------------------------------
@@ -110,12 +131,12 @@ int runPlain(const StatsOptions& options) {
     Run run(options);
     Events events({}, false);
     run.warmUp();
-    events.wait(Run::pauseAfterWarmUp());
+    run.wait(events, Run::pauseAfterWarmUp());
     for (bool first = true;; first = false) {
         for (const std::string& warning : run.sample().warnings) printWarning(warning);
         print(options, run.figures(), first);
         if (run.finished()) return kExitDone;
-        events.wait(run.pause());
+        run.wait(events, run.pause());
     }
 }
 
@@ -124,7 +145,8 @@ int runPlain(const StatsOptions& options) {
 class Watch {
 public:
     explicit Watch(const StatsOptions& options)
-        : run_(options), events_({SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGTSTP}, isatty(STDIN_FILENO) != 0) {}
+        : run_(options, [this](const Evidence& evidence) { judgement_.add(evidence); }),
+          events_({SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGTSTP}, isatty(STDIN_FILENO) != 0) {}
 
     // Returns the signal that ends the program, 0 when the user or the options ended the watch, or the terminal has
     // gone.
@@ -150,7 +172,7 @@ private:
 
     // What a reader of the figures has to know beside them: whether the engines have been held back since the watch began.
     std::vector<std::string> warnings() const {
-        const Judged judged = judged_.judged();
+        const Judged judged = judgement_.judged(false);
         std::vector<std::string> texts;
         if (judged.outcome == Outcome::Spoiled) {
             const std::vector<RunFinding> findings = findingsOf(judged, {});
@@ -166,7 +188,7 @@ private:
         const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
         for (;;) {
             const std::chrono::duration<double> left = end - std::chrono::steady_clock::now();
-            const Events::Event event = judged_.wait(events_, left.count());
+            const Events::Event event = run_.wait(events_, left.count());
             if (event.kind == Events::Kind::Timeout) return true;
             if (event.kind == Events::Kind::Key && !handleKey(event.value)) return false;
             if (event.kind == Events::Kind::Signal && !handleSignal(event.value)) return false;
@@ -189,8 +211,8 @@ private:
         return true;
     }
 
+    Judgement judgement_{JudgeLimits{}};
     Run run_;
-    RunWatch judged_{{}, {}, {}};
     Events events_;  // before the terminal is taken over and after it is given back, so that no signal comes between
     LiveTerminal terminal_;
     KeyReader keys_;
@@ -254,6 +276,10 @@ Command statsCommand() {
             "JSON and an empty field in CSV; an exposition omits it. An engine's processor time is a percentage of one "
             "processor and may exceed 100 when several of its threads are busy. A figure greater than the machine "
             "allows counts as unknown and causes a warning.\n\n"
+            "Between two samples the engines are watched as by pmenv judge, at a cost of at most 2 % of one processor. "
+            "HELD BACK is the share of the time since the last sample in which an engine could not send what was due, "
+            "THROTTLED the processor time that its control group's quota denied it, and WORST THREAD the thread with "
+            "the least to spare, with the busy share of its busiest quarter of a second.\n\n"
             "--csv prints a heading with the names of the fields, then a line for each sample and engine, or one line "
             "for a sample without engines. --openmetrics gives figures as bytes and ratios (1 is all processors for "
             "the machine, one processor for an engine), without times; it sums up the engines by name, with their "

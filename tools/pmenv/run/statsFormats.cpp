@@ -6,6 +6,7 @@
 #include <map>
 
 #include "table.h"
+#include "text.h"
 #include "units.h"
 
 namespace {
@@ -27,6 +28,31 @@ std::string csvField(const std::string& text) {
     std::string field = "\"";
     for (const char character : text) field += character == '"' ? "\"\"" : std::string(1, character);
     return field + "\"";
+}
+
+// --- what held an engine back, where that is known ------------------------------------------------------------------
+
+std::optional<double> heldBackPercent(const EngineFigures& engine) {
+    return engine.heldBack ? std::optional(engine.heldBack->heldBackPercent) : std::nullopt;
+}
+std::optional<double> throttledPercent(const EngineFigures& engine) {
+    return engine.heldBack ? engine.heldBack->throttledPercent : std::nullopt;
+}
+std::optional<double> worstThreadPercent(const EngineFigures& engine) {
+    return engine.heldBack ? std::optional(engine.heldBack->worstThreadPercent) : std::nullopt;
+}
+
+// "sender 97.0 %"
+std::string worstThreadText(const EngineFigures& engine) {
+    if (!engine.heldBack) return "-";
+    return printable(engine.heldBack->worstThreadName) + " " + percentText(engine.heldBack->worstThreadPercent);
+}
+
+Json worstThreadJson(const EngineFigures& engine) {
+    if (!engine.heldBack) return {};
+    return {{"tid", engine.heldBack->worstThread},
+            {"name", engine.heldBack->worstThreadName},
+            {"busyPercent", engine.heldBack->worstThreadPercent}};
 }
 
 // --- exposition -----------------------------------------------------------------------------------------------------
@@ -109,6 +135,9 @@ struct EngineGroup {
     std::size_t count = 0;
     SumAndLargest<double> cpu;
     SumAndLargest<std::uint64_t> memory;
+    SumAndLargest<double> heldBack;
+    SumAndLargest<double> throttled;
+    SumAndLargest<double> thread;
 };
 
 std::map<std::string, EngineGroup> groupsByName(const std::vector<EngineFigures>& engines) {
@@ -118,6 +147,9 @@ std::map<std::string, EngineGroup> groupsByName(const std::vector<EngineFigures>
         ++group.count;
         group.cpu.add(ratio(engine.cpuPercent));
         group.memory.add(engine.residentBytes);
+        group.heldBack.add(ratio(heldBackPercent(engine)));
+        group.throttled.add(ratio(throttledPercent(engine)));
+        group.thread.add(ratio(worstThreadPercent(engine)));
     }
     return groups;
 }
@@ -128,6 +160,11 @@ std::string engineGauges(const std::vector<EngineFigures>& engines) {
     Gauge cpuMax("pmenv_engines_cpu_max_ratio", "Processor time of the busiest engine of a name; 1 is one processor.");
     Gauge memory("pmenv_engines_memory_bytes", "Resident memory of all engines of a name.");
     Gauge memoryMax("pmenv_engines_memory_max_bytes", "Resident memory of the largest engine of a name.");
+    Gauge heldBack("pmenv_engines_held_back_max_ratio",
+                   "Share of the time in which the worst engine of a name was held back.");
+    Gauge throttled("pmenv_engines_throttled_max_ratio",
+                    "Processor time that a quota denied the worst engine of a name; 1 is one processor.");
+    Gauge thread("pmenv_engines_thread_max_ratio", "Busy share of the busiest thread of a name at its busiest moment.");
     for (const auto& [name, group] : groupsByName(engines)) {
         const std::string labels = label("name", name);
         count.add(labels, std::to_string(group.count));
@@ -135,20 +172,31 @@ std::string engineGauges(const std::vector<EngineFigures>& engines) {
         cpuMax.add(labels, exact(group.cpu.largest));
         memory.add(labels, exact(group.memory.sum));
         memoryMax.add(labels, exact(group.memory.largest));
+        heldBack.add(labels, exact(group.heldBack.largest));
+        throttled.add(labels, exact(group.throttled.largest));
+        thread.add(labels, exact(group.thread.largest));
     }
     if (engines.empty()) count.add(label("name", kEngineName), "0");
-    return count.text() + cpu.text() + cpuMax.text() + memory.text() + memoryMax.text();
+    return count.text() + cpu.text() + cpuMax.text() + memory.text() + memoryMax.text() + heldBack.text() +
+           throttled.text() + thread.text();
 }
 
 std::string processGauges(const std::vector<EngineFigures>& engines) {
     Gauge cpu("pmenv_engine_cpu_ratio", "Processor time of one engine; 1 is one processor.");
     Gauge memory("pmenv_engine_memory_bytes", "Resident memory of one engine.");
+    Gauge heldBack("pmenv_engine_held_back_ratio", "Share of the time in which one engine was held back.");
+    Gauge throttled("pmenv_engine_throttled_ratio",
+                    "Processor time that a quota denied one engine; 1 is one processor.");
+    Gauge thread("pmenv_engine_thread_ratio", "Busy share of one engine's busiest thread at its busiest moment.");
     for (const EngineFigures& engine : engines) {
         const std::string labels = label("name", engine.name) + "," + label("pid", std::to_string(engine.processId));
         cpu.add(labels, exact(ratio(engine.cpuPercent)));
         memory.add(labels, exact(engine.residentBytes));
+        heldBack.add(labels, exact(ratio(heldBackPercent(engine))));
+        throttled.add(labels, exact(ratio(throttledPercent(engine))));
+        thread.add(labels, exact(ratio(worstThreadPercent(engine))));
     }
-    return cpu.text() + memory.text();
+    return cpu.text() + memory.text() + heldBack.text() + throttled.text() + thread.text();
 }
 
 }  // namespace
@@ -190,10 +238,17 @@ std::string statsTable(const Figures& figures, const Style& style, std::optional
     std::string text = machine.text(style, width);
     if (figures.engines.empty()) return text;
 
-    Table engines({{"PID", true}, {"OF ONE CPU", true}, {"MEMORY", true}, {"NAME"}});
+    Table engines({{"PID", true},
+                   {"OF ONE CPU", true},
+                   {"MEMORY", true},
+                   {"HELD BACK", true},
+                   {"THROTTLED", true},
+                   {"WORST THREAD", true},
+                   {"NAME"}});
     for (const EngineFigures& engine : byCpu(figures.engines)) {
         engines.add({std::to_string(engine.processId), percentText(engine.cpuPercent), bytesText(engine.residentBytes),
-                     engine.name});
+                     percentText(heldBackPercent(engine)), percentText(throttledPercent(engine)),
+                     worstThreadText(engine), engine.name});
     }
     return text + "\n" + engines.text(style, width);
 }
@@ -213,14 +268,18 @@ Json statsJson(const Figures& figures) {
         json["engines"].push_back({{"pid", engine.processId},
                                    {"name", engine.name},
                                    {"cpuPercentOfOne", orNull(engine.cpuPercent)},
-                                   {"residentBytes", orNull(engine.residentBytes)}});
+                                   {"residentBytes", orNull(engine.residentBytes)},
+                                   {"heldBackPercent", orNull(heldBackPercent(engine))},
+                                   {"throttledPercent", orNull(throttledPercent(engine))},
+                                   {"worstThread", worstThreadJson(engine)}});
     }
     return json;
 }
 
 std::string csvHeader() {
     return "time,host,processors,cpu_percent,memory_bytes,free_bytes,available_bytes,swap_bytes,swap_used_bytes,"
-           "engine_pid,engine_cpu_percent_of_one,engine_resident_bytes\n";
+           "engine_pid,engine_cpu_percent_of_one,engine_resident_bytes,engine_held_back_percent,"
+           "engine_throttled_percent,engine_worst_thread,engine_worst_thread_percent\n";
 }
 
 std::string statsCsv(const Figures& figures) {
@@ -229,11 +288,14 @@ std::string statsCsv(const Figures& figures) {
                                 std::to_string(figures.memoryBytes) + "," + std::to_string(figures.freeBytes) + "," +
                                 exact(figures.availableBytes) + "," + std::to_string(figures.swapBytes) + "," +
                                 exact(figures.swapUsedBytes) + ",";
-    if (figures.engines.empty()) return machine + ",,\n";
+    if (figures.engines.empty()) return machine + ",,,,,,\n";
     std::string lines;
     for (const EngineFigures& engine : figures.engines) {
         lines += machine + std::to_string(engine.processId) + "," + exact(engine.cpuPercent) + "," +
-                 exact(engine.residentBytes) + "\n";
+                 exact(engine.residentBytes) + "," + exact(heldBackPercent(engine)) + "," +
+                 exact(throttledPercent(engine)) + "," +
+                 (engine.heldBack ? csvField(engine.heldBack->worstThreadName) : "") + "," +
+                 exact(worstThreadPercent(engine)) + "\n";
     }
     return lines;
 }

@@ -94,6 +94,71 @@ TEST_F(ProcessesTest, AnIdThatIsUsedAgainIsAnotherProcess) {
     EXPECT_THAT(scanned(processes), IsEmpty());
 }
 
+TEST_F(ProcessesTest, TellsThatAnIdIsUsedAgain) {
+    run(kPid, "PMLoadEngineMai", 1, 0, 5000);
+    run(kPid + 1, "PMLoadEngineMai", 1, 0, 5000);
+    Processes processes({}, 1);
+    ASSERT_TRUE(processes.scan());
+    EXPECT_FALSE(processes.idIsTaken({kPid, 5000}));
+    EXPECT_TRUE(processes.idIsTaken({kPid, 4000}));
+    EXPECT_TRUE(processes.idIsTaken({kPid, 6000}));
+    kernel.end(kPid);
+    ASSERT_TRUE(processes.scan());
+    EXPECT_FALSE(processes.idIsTaken({kPid, 5000})) << "it has ended, and nobody has its id";
+    run(kPid, "sh", 1, 0, 7000);
+    ASSERT_TRUE(processes.scan());
+    EXPECT_TRUE(processes.idIsTaken({kPid, 5000}));
+    EXPECT_FALSE(processes.isAnotherProgram({kPid, 5000}));
+}
+
+// Ticks, too, are counted in 32 bits by some kernels.
+TEST_F(ProcessesTest, TimeThatGoesBackIsNotUsedTwice) {
+    run(kPid, "cc1plus", 1, 100);
+    Processes processes({}, 1);
+    ASSERT_TRUE(processes.scan());
+    run(kPid, "cc1plus", 1, 103);
+    ASSERT_TRUE(processes.scan());
+    run(kPid, "cc1plus", 1, 1);
+    ASSERT_TRUE(processes.scan());
+    ASSERT_EQ(processes.others(1).size(), 1u);
+    EXPECT_NEAR(processes.others(1)[0].seconds, 3, 1e-9);
+}
+
+// With hidepid=1 the directories of other users' processes are listed, but cannot be entered.
+TEST_F(ProcessesTest, HiddenProcessesAreNoEngines) {
+    run(kPid, "PMLoadEngineMai");
+    kernel.hide("/proc/" + std::to_string(kPid));
+    Processes processes({{}, kPid}, 1);
+    EXPECT_THAT(scanned(processes), IsEmpty());
+    EXPECT_THAT(processes.others(3), IsEmpty());
+}
+
+// At each file that is opened and each read, an engine ends, or another process gets its id.
+TEST_F(ProcessesTest, ProcessesMayComeAndGoAtAnyPoint) {
+    for (const bool again : {false, true}) {
+        int left = 0;
+        for (int point = 0; left <= 0; ++point) {
+            for (int i = 0; i < 3; ++i) run(kPid + i, "PMLoadEngineMai");
+            left = point;
+            kernel.before = [&](const std::string&) {
+                if (left-- != 0) return;
+                kernel.end(kPid + 1);
+                if (again) run(kPid + 1, "PMLoadEngineMai", 1, 0, 6000);
+            };
+            Processes processes({{"wrk"}, {}}, 1);
+            const std::vector<int> found = scanned(processes);
+            EXPECT_THAT(found, testing::IsSupersetOf({kPid, kPid + 2})) << point;
+            const bool happened = left < 0;
+            kernel.before = nullptr;
+            if (happened) {
+                EXPECT_EQ(scanned(processes).size(), again ? 3u : 2u) << point;
+                EXPECT_EQ(processes.idIsTaken({kPid + 1, 5000}), again) << point;
+            }
+            for (int i = 0; i < 3; ++i) kernel.end(kPid + i);
+        }
+    }
+}
+
 TEST_F(ProcessesTest, ZombiesAreNoEngines) {
     run(kPid, "PMLoadEngineMai", 1, 0, 5000, 'Z');
     Processes processes({}, 1);
@@ -154,6 +219,32 @@ TEST_F(ProcessesTest, TellsWhatOthersUsedSinceTheFirstScan) {
     EXPECT_EQ(others[1].name, "old");
     EXPECT_NEAR(others[1].seconds, 2, 1e-9);
     EXPECT_EQ(processes.others(1).size(), 1u);
+}
+
+// --- a command that was started -------------------------------------------------------------------------------------
+
+// The watcher itself is the root: what the command leaves behind becomes its child.
+TEST_F(ProcessesTest, WhatThisProcessStartsStandsInForEngines) {
+    run(kPid, "pmenv");
+    run(kPid + 1, "wrapper", kPid);
+    run(kPid + 2, "sender", kPid + 1);
+    run(kPid + 3, "left-behind", kPid);
+    run(kPid + 4, "stranger");
+    Processes processes({{}, kPid, true}, kPid);
+    EXPECT_THAT(scanned(processes), ElementsAre(kPid + 1, kPid + 2, kPid + 3));
+    for (const FoundEngine& engine : processes.engines()) EXPECT_TRUE(engine.standIn) << engine.name;
+}
+
+TEST_F(ProcessesTest, AnEngineThatTheCommandStartsIsNoStandIn) {
+    run(kPid, "pmenv");
+    run(kPid + 1, "wrapper", kPid);
+    run(kPid + 2, "PMLoadEngineMai", kPid + 1);
+    Processes processes({{}, kPid, true}, kPid);
+    EXPECT_THAT(scanned(processes), ElementsAre(kPid + 1, kPid + 2));
+    for (const FoundEngine& engine : processes.engines()) {
+        EXPECT_EQ(engine.standIn, engine.key.pid == kPid + 1);
+        EXPECT_EQ(engine.chosenBy == kByRule, engine.key.pid == kPid + 2);
+    }
 }
 
 }  // namespace

@@ -178,6 +178,10 @@ TEST(ReasonText, NamesThePercentileThatCanBeBelieved) {
 TEST(ReasonText, SaysWhyNothingCanBeTold) {
     EXPECT_EQ(reasonText(MadeRun().each(9, [](Evidence&) {}).judged(), kLimits), "no load engine was seen");
     EXPECT_EQ(reasonText(MadeRun().engine(1, {5, 0}).judged(), kLimits), "the watch was too short: 1 s");
+    JudgeLimits skipping;
+    skipping.skip = 10;
+    EXPECT_EQ(reasonText(MadeRun(skipping).engine(11, {5, 0}).judged(), skipping),
+              "the watch was too short: 1 s behind the 10 s that --skip leaves out");
 }
 
 }  // namespace

@@ -293,6 +293,24 @@ TEST(Judgement, AnEngineThatCannotBeReadCannotBeClean) {
     EXPECT_EQ(withUnreadable({100, 0}).outcome, Outcome::Spoiled);
 }
 
+TEST(Judgement, AnEngineThatCannotBeReadAnyMoreCannotBeClean) {
+    const auto unreadableFor = [](double seconds) {
+        return MadeRun()
+            .engine(60 - seconds, {5, 0})
+            .each(seconds,
+                  [](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat({}, evidence.from));
+                      evidence.engines[0].readable = false;
+                      evidence.engines[0].busiest = std::nullopt;
+                  })
+            .judged();
+    };
+    EXPECT_EQ(unreadableFor(30).doubt, Doubt::NotReadable);
+    EXPECT_NEAR(unreadableFor(30).engines[0].unreadable, 30, 1e-9);
+    EXPECT_EQ(unreadableFor(1).doubt, Doubt::NotReadable) << "more than 1 %";
+    EXPECT_EQ(unreadableFor(0.5).outcome, Outcome::Clean);
+}
+
 TEST(Judgement, AnEngineWhoseThreadsAreAllIgnoredCannotBeClean) {
     const Judged judged = MadeRun()
                               .each(10,
@@ -478,6 +496,126 @@ TEST(Judgement, AKilledNeighbourInTheGroupIsToldOnly) {
                               .judged();
     EXPECT_EQ(judged.incidents.at(0).kind, Incident::Kind::OutOfMemory);
     EXPECT_EQ(judged.outcome, Outcome::Clean);
+}
+
+// --- the time to skip -----------------------------------------------------------------------------------------------
+
+TEST(Judgement, WhatIsSkippedIsNotJudged) {
+    JudgeLimits limits;
+    limits.skip = 5;
+    MadeRun run(limits);
+    const Judged judged = run.engine(5, {100, 0}).engine(10, {5, 0}).judged();
+    EXPECT_EQ(judged.outcome, Outcome::Clean);
+    EXPECT_EQ(judged.from, 5);
+    EXPECT_EQ(judged.seconds, 10);
+    EXPECT_EQ(judged.samples, 40u);
+    EXPECT_EQ(judged.engines.at(0).from, 5);
+    EXPECT_EQ(MadeRun().engine(5, {100, 0}).engine(10, {5, 0}).judged().outcome, Outcome::Spoiled);
+}
+
+TEST(Judgement, AnIntervalThatOnlyBeginsInTheTimeToSkipIsJudged) {
+    JudgeLimits limits;
+    limits.skip = 4.9;
+    const Judged judged = MadeRun(limits).engine(5, {100, 0}).engine(10, {5, 0}).judged();
+    EXPECT_EQ(judged.from, 4.75);
+    EXPECT_EQ(judged.engines.at(0).heldBack, 0.25);
+}
+
+TEST(Judgement, FindingsKeepTheirTimesBehindWhatIsSkipped) {
+    JudgeLimits limits;
+    limits.skip = 5;
+    const Judged judged = MadeRun(limits).engine(7, {5, 0}).engine(3, {100, 0}).judged();
+    EXPECT_EQ(judged.engines.at(0).stretches.at(0).from, 7);
+    EXPECT_DOUBLE_EQ(judged.engines.at(0).share, 3.0 / 5);
+}
+
+TEST(Judgement, AnEndInTheTimeToSkipIsNotAFinding) {
+    JudgeLimits limits;
+    limits.skip = 5;
+    const auto judged = [&limits](double end) {
+        return MadeRun(limits)
+            .each(10,
+                  [end](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat({5, 0}, evidence.from, 1));
+                      if (evidence.from < end) evidence.engines.push_back(engineThat({5, 0}, evidence.from, 2));
+                      if (evidence.from == end) evidence.ends.push_back({{2, 5000}, "x", end, 9, false, false});
+                  })
+            .judged();
+    };
+    EXPECT_EQ(judged(3).outcome, Outcome::Clean);
+    EXPECT_EQ(judged(7).outcome, Outcome::Spoiled);
+}
+
+TEST(Judgement, ProgramsAreToldWithoutWhatTheyUsedInTheTimeToSkip) {
+    JudgeLimits limits;
+    limits.skip = 5;
+    const Judged judged = MadeRun(limits)
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+                                        evidence.others = {{"cc1", evidence.to, 1}};
+                                    })
+                              .judged();
+    EXPECT_EQ(judged.machine.others.at(0).seconds, 5);
+}
+
+TEST(Judgement, ARunThatEndsInTheTimeToSkipIsTooShort) {
+    JudgeLimits limits;
+    limits.skip = 60;
+    const Judged judged = MadeRun(limits).engine(30, {100, 0}).judged();
+    EXPECT_EQ(judged.outcome, Outcome::CannotTell);
+    EXPECT_EQ(judged.doubt, Doubt::TooShort);
+    EXPECT_EQ(judged.seconds, 0);
+}
+
+// --- stand-ins ------------------------------------------------------------------------------------------------------
+
+EngineEvidence standInThat(const Did& did, double from, int pid) {
+    EngineEvidence engine = engineThat(did, from, pid);
+    engine.standIn = true;
+    return engine;
+}
+
+TEST(Judgement, StandInsCountAsLongAsNoEngineIsSeen) {
+    const Judged judged = MadeRun()
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(standInThat({100, 0}, evidence.from, 1));
+                                    })
+                              .judged();
+    EXPECT_EQ(judged.outcome, Outcome::Spoiled);
+    EXPECT_EQ(judged.engines.size(), 1u);
+}
+
+// A script that starts the engines is busy before and beside them.
+TEST(Judgement, FromTheFirstEngineOnStandInsHaveNeverCounted) {
+    const Judged judged = MadeRun()
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        evidence.machine.busy = kInterval;
+                                        evidence.engines.push_back(standInThat({100, 0}, evidence.from, 1));
+                                        if (evidence.from < 3) return;
+                                        evidence.engines.push_back(engineThat({4, 0}, evidence.from, 2));
+                                    })
+                              .judged();
+    EXPECT_EQ(judged.outcome, Outcome::Clean);
+    ASSERT_EQ(judged.engines.size(), 1u);
+    EXPECT_EQ(judged.engines[0].key.pid, 2);
+    EXPECT_NEAR(judged.machine.enginesRan, 7 * 0.04, 1e-9);
+}
+
+TEST(Judgement, StandInsDoNotTakeThePlaceOfMissingEngines) {
+    JudgeLimits limits;
+    limits.engines = 2;
+    const Judged judged = MadeRun(limits)
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(standInThat({5, 0}, evidence.from, 1));
+                                        evidence.engines.push_back(engineThat({5, 0}, evidence.from, 2));
+                                    })
+                              .judged();
+    ASSERT_FALSE(judged.incidents.empty());
+    EXPECT_EQ(judged.incidents[0].kind, Incident::Kind::Missing);
 }
 
 }  // namespace

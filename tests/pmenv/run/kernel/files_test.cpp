@@ -105,6 +105,19 @@ TEST(ReadFile, WhatCannotBeReadIsEmptyAndLeavesNothingOpen) {
     EXPECT_EQ(OpenDescriptors::count(), before);
 }
 
+// Where standard input is closed, the next file is opened as descriptor 0.
+TEST(ReadFile, DescriptorZeroIsOneLikeOthers) {
+    const TempDir dir;
+    dir.writeFile("x", "one");
+    const int before = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    EXPECT_EQ(readFile(dir / "x"), "one");
+    EXPECT_EQ(KeptFile(dir / "x").read(), "one");
+    if (before < 0) return;
+    dup2(before, STDIN_FILENO);
+    close(before);
+}
+
 TEST(ListNumbers, TakesWholeNumbersOnly) {
     const TempDir dir;
     for (const char* const name : {"12", "7", "x", "7x", "-7", "99999999999", ".hidden"}) dir.writeFile(name, "");

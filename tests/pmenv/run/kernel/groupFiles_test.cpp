@@ -112,7 +112,7 @@ TEST(ParseThrottling, RefusesOtherTexts) {
     for (const char* const row :
          {"", "\n", "nr_throttled 4\n", "throttled_time 4\n", "nr_throttled 4\nthrottled_time 4\n",
           "nr_periods 1\nthrottled_time x\nnr_throttled 4\n", "nr_periods 1\nthrottled_time 5\nnr_throttled -4\n",
-          "nr_periods 1\nxthrottled_usec 5\nnr_throttled 4\n"}) {
+          "nr_periods 1\nxthrottled_usec 5\nnr_throttled 4\n", "usage_usec 5\nnr_periods 9\nnr_thr"}) {
         EXPECT_FALSE(parseThrottling(row)) << row;
     }
     EXPECT_EQ(

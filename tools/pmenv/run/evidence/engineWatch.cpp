@@ -88,6 +88,7 @@ std::optional<EngineEvidence> EngineWatch::sample(IntervalContext context, Group
     EngineEvidence evidence;
     evidence.key = found_.key;
     evidence.name = found_.name;
+    evidence.standIn = found_.standIn;
     evidence.from = last_;
     evidence.to = time;
     evidence.group = groups.of(places_);

@@ -54,9 +54,10 @@ struct GroupEvidence {
 struct EngineEvidence {
     ProcessKey key;
     std::string name;
+    bool standIn = false;  ///< counts only as long as no engine is seen that does not stand in for others
     double from = 0;
     double to = 0;
-    bool readable = false;                  ///< whether any thread's accounts could be read
+    bool readable = false;                  ///< whether any thread's accounts could be read in this interval
     std::optional<ThreadEvidence> busiest;  ///< the thread with the least slack; empty when none counts
     double waited = 0;                      ///< of all threads that count
     std::uint64_t turns = 0;                ///< how often these were put on a processor
@@ -115,5 +116,6 @@ struct Evidence {
     WakeEvidence wakes;
     std::vector<EngineEvidence> engines;
     std::vector<EngineEnd> ends;
-    std::vector<ProgramTime> others;  ///< that took most since the watch began, engines left out
+    std::vector<ProgramTime> others;        ///< that took most since the watch began, engines left out
+    std::vector<std::string> missingNames;  ///< that were asked for and have not been seen since the watch began
 };

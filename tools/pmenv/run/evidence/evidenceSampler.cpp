@@ -34,16 +34,17 @@ Evidence EvidenceSampler::take() {
     const double begin = kernel::ownCpuSeconds();
     const double time = kernel::clockSeconds() - start_;
     const bool slow = time - lastScan_ >= betweenScans_ - kShortestInterval / 2;
-    if (slow) scan(time);
-    const double scanned = kernel::ownCpuSeconds();
-
     Evidence evidence;
     evidence.from = last_;
     evidence.to = time;
+    if (slow) scan(evidence);
+    const double scanned = kernel::ownCpuSeconds();
+
     evidence.machine = machine_.sample(slow);
     groups_.sample(slow);
     sampleEngines(evidence, time);
     evidence.others = others_;
+    evidence.missingNames = missingNames();
     last_ = time;
 
     const double cost = kernel::ownCpuSeconds() - scanned;
@@ -52,21 +53,28 @@ Evidence EvidenceSampler::take() {
     return evidence;
 }
 
-// An engine that is found no more has ended, which its own watch tells; or has become another program.
-void EvidenceSampler::scan(double time) {
-    lastScan_ = time;
+void EvidenceSampler::scan(Evidence& evidence) {
+    lastScan_ = evidence.to;
     if (!processes_.scan()) return;
+    forgetLost(evidence);
     network_.refresh();
     for (const FoundEngine& found : processes_.engines()) {
         auto& engine = engines_[found.key];
-        if (!engine) engine = std::make_unique<EngineWatch>(found, ignored_, time);
+        if (!engine) engine = std::make_unique<EngineWatch>(found, ignored_, evidence.to);
         engine->readSlowSignals(found, groups_, network_);
         if (found.chosenBy < nameSeen_.size()) nameSeen_[found.chosenBy] = true;
     }
-    for (auto entry = engines_.begin(); entry != engines_.end();) {
-        entry = processes_.isAnotherProgram(entry->first) ? engines_.erase(entry) : std::next(entry);
-    }
     others_ = processes_.others(kOthersTold);
+}
+
+// An engine that is found no more has ended, which its own watch tells. It does not when another process has got its id
+// so soon that its files were opened under it; and an engine can become another program.
+void EvidenceSampler::forgetLost(Evidence& evidence) {
+    for (auto entry = engines_.begin(); entry != engines_.end();) {
+        const bool ended = processes_.idIsTaken(entry->first);
+        if (ended) evidence.ends.push_back(entry->second->end(evidence.to));
+        entry = ended || processes_.isAnotherProgram(entry->first) ? engines_.erase(entry) : std::next(entry);
+    }
 }
 
 void EvidenceSampler::sampleEngines(Evidence& evidence, double time) {

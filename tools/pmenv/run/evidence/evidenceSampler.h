@@ -35,7 +35,8 @@ public:
     std::vector<std::string> missingNames() const;
 
 private:
-    void scan(double time);
+    void scan(Evidence& evidence);
+    void forgetLost(Evidence& evidence);
     void sampleEngines(Evidence& evidence, double time);
     IntervalContext context(const MachineEvidence& machine) const;
 

@@ -1,7 +1,8 @@
 #include "evidence/groups.h"
 
 #include <algorithm>
-#include <limits>
+#include <iterator>
+#include <utility>
 
 namespace {
 
@@ -26,7 +27,24 @@ std::optional<std::uint64_t> either(std::optional<std::uint64_t> first, std::opt
     return first ? first : second;
 }
 
-std::uint64_t growth(std::uint64_t before, std::uint64_t now) { return now > before ? now - before : 0; }
+// Empty where the counters are not known, or have gone back, as those of a group that was made anew.
+std::optional<kernel::Throttling> changeBetween(const std::optional<kernel::Throttling>& before,
+                                                const std::optional<kernel::Throttling>& now) {
+    if (!before || !now) return std::nullopt;
+    if (now->nanoseconds < before->nanoseconds || now->times < before->times || now->periods < before->periods) {
+        return std::nullopt;
+    }
+    return kernel::Throttling{now->nanoseconds - before->nanoseconds, now->times - before->times,
+                              now->periods - before->periods};
+}
+
+// A group that no engine was in during the last interval need not be read any more; it may be gone.
+template <class Group>
+void forgetUnused(std::map<std::string, Group>& groups) {
+    for (auto entry = groups.begin(); entry != groups.end();) {
+        entry = std::exchange(entry->second.used, false) ? std::next(entry) : groups.erase(entry);
+    }
+}
 
 // In version 1 a group without a quota has -1, which is no number here.
 std::optional<double> readQuota(const std::string& directory) {
@@ -74,6 +92,8 @@ GroupPlaces Groups::find(int pid) const {
 }
 
 void Groups::sample(bool memory) {
+    forgetUnused(cpu_);
+    forgetUnused(memory_);
     for (auto& [directory, group] : cpu_) sampleCpu(directory, group);
     for (auto& [directory, group] : memory_) {
         group.newKills = std::nullopt;
@@ -84,19 +104,14 @@ void Groups::sample(bool memory) {
 void Groups::sampleCpu(const std::string& directory, CpuGroup& group) {
     const auto text = group.file.read();
     const auto now = text ? kernel::parseThrottling(*text) : std::nullopt;
-    group.change = std::nullopt;
-    if (now && group.last) {
-        group.change =
-            kernel::Throttling{growth(group.last->nanoseconds, now->nanoseconds), growth(group.last->times, now->times),
-                               growth(group.last->periods, now->periods)};
-    }
+    group.change = changeBetween(group.last, now);
     group.last = now;
     if (group.change && group.change->nanoseconds > 0 && !group.quota) group.quota = readQuota(directory);
 }
 
 void Groups::sampleMemory(const std::string& directory, MemoryGroup& group) {
     const auto kills = readKills(directory);
-    if (kills && group.kills) group.newKills = growth(*group.kills, *kills);
+    if (kills && group.kills && *kills >= *group.kills) group.newKills = *kills - *group.kills;
     group.kills = kills;
     group.share = readMemoryShare(directory);
 }
@@ -104,7 +119,8 @@ void Groups::sampleMemory(const std::string& directory, MemoryGroup& group) {
 GroupEvidence Groups::of(const GroupPlaces& places) {
     GroupEvidence evidence;
     for (const std::string& directory : places.cpu) {
-        const CpuGroup& group = cpu_.try_emplace(directory, directory).first->second;
+        CpuGroup& group = cpu_.try_emplace(directory, directory).first->second;
+        group.used = true;
         if (!group.change) continue;
         const double throttled = static_cast<double>(group.change->nanoseconds) * 1e-9;
         if (evidence.throttled && *evidence.throttled >= throttled) continue;
@@ -115,7 +131,8 @@ GroupEvidence Groups::of(const GroupPlaces& places) {
         evidence.quota = group.quota;
     }
     for (const std::string& directory : places.memory) {
-        const MemoryGroup& group = memory_.try_emplace(directory).first->second;
+        MemoryGroup& group = memory_.try_emplace(directory).first->second;
+        group.used = true;
         keepLarger(evidence.memoryShare, group.share);
         if (group.newKills) evidence.memoryKills = std::max(evidence.memoryKills.value_or(0), *group.newKills);
     }

@@ -37,11 +37,13 @@ private:
         std::optional<kernel::Throttling> last;
         std::optional<kernel::Throttling> change;
         std::optional<double> quota;
+        bool used = true;  // in this interval
     };
     struct MemoryGroup {
         std::optional<std::uint64_t> kills;
         std::optional<std::uint64_t> newKills;
         std::optional<double> share;
+        bool used = true;
     };
 
     static void sampleCpu(const std::string& directory, CpuGroup& group);

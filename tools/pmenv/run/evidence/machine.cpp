@@ -7,11 +7,15 @@
 
 namespace {
 
-std::uint64_t growth(std::uint64_t before, std::uint64_t now) { return now > before ? now - before : 0; }
+// Empty when the counter has gone back.
+std::optional<std::uint64_t> growth(std::uint64_t before, std::uint64_t now) {
+    return now < before ? std::nullopt : std::optional(now - before);
+}
 
-double secondsBetween(std::uint64_t before, std::uint64_t now) {
+std::optional<double> secondsBetween(std::uint64_t before, std::uint64_t now) {
     static const double perSecond = static_cast<double>(std::max(1L, sysconf(_SC_CLK_TCK)));
-    return static_cast<double>(growth(before, now)) / perSecond;
+    const auto ticks = growth(before, now);
+    return ticks ? std::optional(static_cast<double>(*ticks) / perSecond) : std::nullopt;
 }
 
 // The change of microseconds that a file of /proc/pressure tells.
@@ -19,8 +23,8 @@ std::optional<double> pressureChange(const char* path, std::optional<std::uint64
     const auto text = kernel::readFile(path);
     const auto now = text ? kernel::parsePressure(*text) : std::nullopt;
     const auto before = std::exchange(last, now);
-    if (!now || !before) return std::nullopt;
-    return static_cast<double>(growth(*before, *now)) * 1e-6;
+    const auto microseconds = now && before ? growth(*before, *now) : std::nullopt;
+    return microseconds ? std::optional(static_cast<double>(*microseconds) * 1e-6) : std::nullopt;
 }
 
 }  // namespace
@@ -48,8 +52,11 @@ void Machine::sampleProcessors(MachineEvidence& machine) {
     const auto now = text ? kernel::parseMachineTicks(*text) : std::nullopt;
     const auto before = std::exchange(ticks_, now);
     if (!now || !before) return;
-    machine.busy = secondsBetween(before->busy, now->busy);
-    machine.idle = secondsBetween(before->idle, now->idle);
+    const auto busy = secondsBetween(before->busy, now->busy), idle = secondsBetween(before->idle, now->idle);
+    if (busy && idle) {  // the share of one without the other would be wrong
+        machine.busy = busy;
+        machine.idle = idle;
+    }
     if (now->stolen && before->stolen) machine.stolen = secondsBetween(*before->stolen, *now->stolen);
 }
 

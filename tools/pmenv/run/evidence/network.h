@@ -1,29 +1,31 @@
 // network.h - local ports in use, in the network namespace of an engine.
 #pragma once
 
-#include <map>
+#include <cstdint>
 #include <optional>
 #include <string>
 
+#include "kernel/networkFiles.h"
+
+/// The range of local ports can be read of this process's own namespace only: /proc/sys shows that of whoever reads it.
+/// Entering another would take rights that pmenv should not need, so that ports of engines elsewhere are not known.
 class Network {
 public:
     Network();
 
-    /// The share of the local ports that are in use; empty where it cannot be told. One answer a second and namespace.
+    /// The share of the local ports that are in use; empty where it cannot be told. One answer a second.
     std::optional<double> portShare(int pid);
 
-    /// Forgets the answers, so that the next are read anew.
-    void refresh();
+    /// Forgets the answer, so that the next is read anew.
+    void refresh() { fresh_ = false; }
 
 private:
-    struct Namespace {
-        std::optional<double> share;
-        bool fresh = false;
-        double nextCount = 0;  // when the ports may be counted for each destination again
-    };
+    std::optional<double> read(int pid);
+    bool count(const std::string& directory, const kernel::PortRange& range, std::uint64_t sockets);
 
-    std::optional<double> read(int pid, Namespace& space) const;
-
-    std::string own_;  // this process's namespace, whose range of ports can be read
-    std::map<std::string, Namespace> spaces_;
+    std::string own_;  // this process's namespace
+    std::optional<double> share_;
+    bool fresh_ = false;
+    double nextCount_ = 0;      // when the ports may be counted for each destination again
+    double portsOfSocket_ = 0;  // how many of the ports of one destination there were for each socket at the last count
 };

@@ -55,7 +55,8 @@ bool Processes::scan() {
         Seen& seen = seen_[keyOf(stat)];
         const auto by = chosenBy(stat, seen);
         seen.engine = by.has_value();
-        if (by && !hasFinished(stat)) engines_.push_back({keyOf(stat), stat.name, *by, stat.majorFaults});
+        if (!by || hasFinished(stat)) continue;
+        engines_.push_back({keyOf(stat), stat.name, *by, stat.majorFaults, choice_.standIns && *by == kAsDescendant});
     }
     forgetEnded();
     return true;
@@ -100,8 +101,8 @@ std::optional<std::size_t> Processes::chosenBy(const kernel::TaskStat& stat, con
         if (stat.name == name.substr(0, kKeptOfName) || seen.executable == name) return i;
     }
     if (root_ == keyOf(stat)) return kByPid;
-    if (seen.descendant) return kAsDescendant;
     if (stat.name.find(kEngineName) != std::string::npos) return kByRule;
+    if (seen.descendant) return kAsDescendant;
     return std::nullopt;
 }
 
@@ -124,6 +125,11 @@ void Processes::forgetEnded() {
 bool Processes::isAnotherProgram(const ProcessKey& key) const {
     const auto found = seen_.find(key);
     return found != seen_.end() && !found->second.engine;
+}
+
+bool Processes::idIsTaken(const ProcessKey& key) const {
+    const auto found = seen_.lower_bound(ProcessKey{key.pid, 0});
+    return found != seen_.end() && found->first.pid == key.pid && !(found->first == key);
 }
 
 std::vector<ProgramTime> Processes::others(std::size_t count) const {

@@ -13,6 +13,7 @@
 struct EngineChoice {
     std::vector<std::string> names;  ///< command names, or file names of executables
     std::optional<int> pid;          ///< a process with its descendants
+    bool standIns = false;           ///< these descendants only stand in for the product's engines, where none is seen
 };
 
 struct FoundEngine {
@@ -20,6 +21,7 @@ struct FoundEngine {
     std::string name;
     std::size_t chosenBy;       ///< index of the name in EngineChoice::names; or one of the following
     std::uint64_t majorFaults;  ///< of all its threads, since it began
+    bool standIn = false;
 };
 constexpr std::size_t kByRule = static_cast<std::size_t>(-1);
 constexpr std::size_t kByPid = static_cast<std::size_t>(-2);
@@ -38,6 +40,9 @@ public:
 
     /// True when this process ran at the last scan and was none of the engines.
     bool isAnotherProgram(const ProcessKey& key) const;
+
+    /// True when another process had its id at the last scan, so that this one has ended.
+    bool idIsTaken(const ProcessKey& key) const;
 
     /// The programs that used most processor time since the first scan, engines left out; at most `count`.
     std::vector<ProgramTime> others(std::size_t count) const;

@@ -57,7 +57,6 @@ bool Threads::sample(const IntervalContext& context, EngineEvidence* evidence) {
         const bool looks = tid == pid_ || ++index % context.lookEvery == 0;
         entry = sampleThread(tid, thread, looks, context, evidence) ? std::next(entry) : threads_.erase(entry);
     }
-    evidence->readable = accountsKept_;
     return !threads_.empty() || list();
 }
 
@@ -70,6 +69,7 @@ bool Threads::sampleThread(int tid, Thread& thread, bool looks, const IntervalCo
     const auto now = readTurns(thread, context.tolerance);
     if (!now) return !kernel::hasEnded(errno);
     accountsKept_ = accountsKept_ || now->turns > 0;
+    evidence->readable = accountsKept_;
 
     const bool unchanged = thread.stateTurns == now->turns && thread.state != 'R' && thread.state != '?';
     if (!unchanged) thread.state = '?';
@@ -77,7 +77,7 @@ bool Threads::sampleThread(int tid, Thread& thread, bool looks, const IntervalCo
     thread.stateTurns = now->turns;
     if (tid == pid_) leaderState_ = thread.state;
 
-    if (thread.last) {
+    if (thread.last && accountsKept_) {
         const ThreadInterval interval{*thread.last,
                                       *now,
                                       time - thread.lastTime,

@@ -12,6 +12,13 @@
 #include "text.h"
 #include "units.h"
 
+std::string endText(int status) {
+    if (!WIFSIGNALED(status)) return " ended with exit code " + std::to_string(WEXITSTATUS(status));
+    const char* const name = sigabbrev_np(WTERMSIG(status));
+    return std::string(" was ended by signal ") +
+           (name != nullptr ? "SIG" + std::string(name) : std::to_string(WTERMSIG(status)));
+}
+
 namespace {
 
 // --- words ----------------------------------------------------------------------------------------------------------
@@ -178,19 +185,10 @@ std::optional<RunFinding> heldBackFinding(Reason reason, const Judged& judged, c
 
 // --- incidents ------------------------------------------------------------------------------------------------------
 
-std::string statusText(const EngineEnd& end) {
-    if (!end.status) return " ended; how is not known";
-    if (WIFSIGNALED(*end.status)) {
-        const int signal = WTERMSIG(*end.status);
-        const char* const name = sigabbrev_np(signal);
-        return std::string(" was ended by signal ") +
-               (name != nullptr ? "SIG" + std::string(name) : std::to_string(signal));
-    }
-    return " ended with exit code " + std::to_string(WEXITSTATUS(*end.status));
-}
-
 Words wordsOfEnd(const Incident& incident) {
-    std::string text = engineText(incident.pid, incident.name) + statusText(*incident.end);
+    const std::optional<int> status = incident.end->status;
+    std::string text =
+        engineText(incident.pid, incident.name) + (status ? endText(*status) : " ended; how is not known");
     if (incident.end->zombie) text += "; its parent has not asked for it (zombie)";
     if (incident.replaced) text += "; another took its place";
     return {text, incident.spoils ? "load is missing from then on: look into the engine's own log"
@@ -271,7 +269,7 @@ std::optional<RunFinding> lateFinding(const Judged& judged, const JudgeLimits& l
     return RunFinding{"late",
                       false,
                       std::nullopt,
-                      0,
+                      judged.from,
                       judged.seconds,
                       "pmenv itself woke more than " + millisecondsText(limits.tolerance) + " late in " +
                           shareText(lateShare(judged)) + " of the times, at most " + secondsText(judged.wakes.longest),
@@ -280,12 +278,12 @@ std::optional<RunFinding> lateFinding(const Judged& judged, const JudgeLimits& l
 
 std::optional<RunFinding> notReadableFinding(const Judged& judged) {
     for (const JudgedEngine& engine : judged.engines) {
-        if (engine.readable) continue;
+        if (engine.unreadable == 0) continue;
         return RunFinding{"notReadable",
                           false,
                           engine.key.pid,
                           engine.from,
-                          engine.to - engine.from,
+                          engine.unreadable,
                           engineText(engine.key.pid, engine.name) + ": its accounts could not be read",
                           "run pmenv as the engine's user or as root; the kernel needs CONFIG_SCHED_INFO"};
     }
@@ -297,6 +295,18 @@ bool worse(const RunFinding& left, const RunFinding& right) {
 }
 
 }  // namespace
+
+const char* outcomeText(Outcome outcome) {
+    switch (outcome) {
+        case Outcome::Clean:
+            return "clean";
+        case Outcome::Spoiled:
+            return "spoiled";
+        case Outcome::CannotTell:
+            return "cannot tell";
+    }
+    return "";
+}
 
 const char* reasonName(Reason reason) {
     switch (reason) {
@@ -470,12 +480,13 @@ std::vector<Signal> signalsOf(const Judged& judged, const JudgeLimits& limits) {
 
 namespace {
 
-std::string doubtText(const Judged& judged) {
+std::string doubtText(const Judged& judged, const JudgeLimits& limits) {
     switch (judged.doubt) {
         case Doubt::None:
             break;
         case Doubt::TooShort:
-            return "the watch was too short: " + secondsText(judged.seconds);
+            return "the watch was too short: " + secondsText(judged.seconds) +
+                   (limits.skip > 0 ? " behind the " + secondsText(limits.skip) + " that --skip leaves out" : "");
         case Doubt::NoEngine:
             return "no load engine was seen";
         case Doubt::NameNotSeen:
@@ -493,7 +504,7 @@ std::string doubtText(const Judged& judged) {
 }  // namespace
 
 std::string reasonText(const Judged& judged, const JudgeLimits& limits) {
-    if (judged.outcome == Outcome::CannotTell) return doubtText(judged);
+    if (judged.outcome == Outcome::CannotTell) return doubtText(judged, limits);
     const std::string asked = percentileText(limits.percentile) + " was asked for";
     if (!judged.believed) return asked;
     if (*judged.believed == 100) return "no percentile is in doubt; " + asked;

@@ -34,6 +34,12 @@ struct Signal {
 /// Every signal that was looked at, the worst first.
 std::vector<Signal> signalsOf(const Judged& judged, const JudgeLimits& limits);
 
+/// "clean", "spoiled", "cannot tell".
+const char* outcomeText(Outcome outcome);
+
+/// How a process ended, by its status as wait() has it: " ended with exit code 1", " was ended by signal SIGKILL".
+std::string endText(int status);
+
 /// The reason as programs name it: "ownWork".
 const char* reasonName(Reason reason);
 

@@ -45,10 +45,8 @@ HeldBack partly(const EngineEvidence& engine, double tolerance) {
     const double late = lateShare(engine) * length;
     const double seconds = std::min(length, std::max(throttled, late) + blocked + parts.stopped);
     const Reason lateReason = parts.throttled > parts.waiting ? Reason::Quota : Reason::WokenLate;
-    const std::pair<double, Reason> candidates[] = {{throttled, Reason::Quota},
-                                                    {late, lateReason},
-                                                    {blocked, Reason::Blocked},
-                                                    {parts.stopped, Reason::Stopped}};
+    const std::pair<double, Reason> candidates[] = {
+        {throttled, Reason::Quota}, {late, lateReason}, {blocked, Reason::Blocked}, {parts.stopped, Reason::Stopped}};
     return {seconds, false, std::max_element(std::begin(candidates), std::end(candidates))->second};
 }
 

@@ -37,19 +37,54 @@ void addTo(Parts& sum, const Parts& parts) {
     sum.stopped += parts.stopped;
 }
 
+// What the programs used since `before`.
+std::vector<ProgramTime> since(const std::vector<ProgramTime>& before, std::vector<ProgramTime> programs) {
+    for (ProgramTime& program : programs) {
+        for (const ProgramTime& earlier : before) {
+            if (earlier.name == program.name) program.seconds = std::max(0.0, program.seconds - earlier.seconds);
+        }
+    }
+    return programs;
+}
+
 }  // namespace
 
 // --- taking evidence ------------------------------------------------------------------------------------------------
 
 void Judgement::add(const Evidence& evidence) {
-    ++samples_;
-    seconds_ = evidence.to;
+    if (limits_.skip > 0 && evidence.to <= limits_.skip) {
+        othersBefore_ = evidence.others;
+        return;
+    }
+    const auto standsIn = [](const EngineEvidence& engine) { return engine.standIn; };
+    const std::vector<EngineEvidence>& engines = evidence.engines;
+    const auto standIns = std::count_if(engines.begin(), engines.end(), standsIn);
+    if (!engineSeen_ && standIns != static_cast<std::ptrdiff_t>(engines.size())) forgetStandIns();
+    if (!engineSeen_ || standIns == 0) return addInterval(evidence);
+    Evidence counted = evidence;
+    counted.engines.erase(std::remove_if(counted.engines.begin(), counted.engines.end(), standsIn),
+                          counted.engines.end());
+    addInterval(counted);
+}
+
+// From the first engine on that does not stand in for others, also what was seen of the stand-ins before does not count.
+void Judgement::forgetStandIns() {
+    engineSeen_ = true;
+    for (auto entry = engines_.begin(); entry != engines_.end();) {
+        if (entry->second.standIn) machine_.enginesRan -= entry->second.engine.ran;
+        entry = entry->second.standIn ? engines_.erase(entry) : std::next(entry);
+    }
+}
+
+void Judgement::addInterval(const Evidence& evidence) {
+    if (samples_++ == 0) begin_ = evidence.from;
+    end_ = evidence.to;
     if (evidence.to - evidence.from > kLongestInterval) unseen_ += evidence.to - evidence.from;
     wakes_.wakes += evidence.wakes.wakes;
     wakes_.late += evidence.wakes.late;
     wakes_.longest = std::max(wakes_.longest, evidence.wakes.longest);
     addMachine(evidence.machine);
-    if (!evidence.others.empty()) machine_.others = evidence.others;
+    if (!evidence.others.empty()) machine_.others = since(othersBefore_, evidence.others);
 
     double enginesRan = 0;
     for (const EngineEvidence& engine : evidence.engines) enginesRan += engine.ran;
@@ -94,6 +129,7 @@ void Judgement::addEngine(const EngineEvidence& evidence) {
     if (isNew) engine.from = evidence.from;
     engine.key = evidence.key;
     engine.name = evidence.name;
+    watched.standIn = evidence.standIn;
     engine.to = evidence.to;
     engine.waited += evidence.waited;
     engine.turns += evidence.turns;
@@ -109,8 +145,10 @@ void Judgement::addEngine(const EngineEvidence& evidence) {
         engine.quota = evidence.group.quota;
         engine.throttledGroup = evidence.group.throttledGroup;
     }
-    if (!evidence.readable || !evidence.busiest) return;
-
+    if (!evidence.readable || !evidence.busiest) {
+        engine.unreadable += evidence.to - evidence.from;
+        return;
+    }
     engine.readable = true;
     addTo(engine.parts, evidence.busiest->parts);
     engine.slack += std::max(0.0, evidence.busiest->seconds - evidence.busiest->parts.sum());
@@ -183,7 +221,8 @@ void Judgement::followLimits(const Evidence& evidence) {
 
 Judged Judgement::judged(bool namesMissing) const {
     Judged judged;
-    judged.seconds = seconds_;
+    judged.from = begin_;
+    judged.seconds = end_ - begin_;
     judged.machine = machine_;
     judged.wakes = wakes_;
     judged.samples = samples_;
@@ -205,7 +244,7 @@ Judged Judgement::judged(bool namesMissing) const {
 void Judgement::addMissingTime(JudgedEngine& engine) const {
     for (const EngineEnd& end : ends_) {
         if (!(end.key == engine.key) || end.descendant || !incidentOf(end).spoils) continue;
-        engine.stretches.push_back({end.time, seconds_, seconds_ - end.time, Reason::Ended});
+        engine.stretches.push_back({end.time, end_, end_ - end.time, Reason::Ended});
     }
 }
 
@@ -220,7 +259,7 @@ std::vector<JudgedEngine> Judgement::judgedEngines() const {
         addMissingTime(engine);
         for (const Stretch& stretch : engine.stretches) engine.heldBack += stretch.seconds;
         const double end = engine.stretches.empty() ? engine.to : std::max(engine.to, engine.stretches.back().to);
-        const double lived = std::max(end - engine.from, seconds_ * kLeastOfRun);
+        const double lived = std::max(end - engine.from, (end_ - begin_) * kLeastOfRun);
         if (lived > 0) engine.share = std::min(1.0, engine.heldBack / lived);
         std::size_t most = 0;
         for (const auto& [tid, decider] : watched.deciders) {
@@ -245,14 +284,16 @@ bool Judgement::isSpoiled(const Judged& judged) const {
 
 Doubt Judgement::doubtOf(const Judged& judged, bool namesMissing) const {
     const double allowed = 1 - limits_.percentile / 100;
+    if (judged.seconds < kShortestRun) return Doubt::TooShort;
     if (judged.engines.empty()) return Doubt::NoEngine;
-    if (seconds_ < kShortestRun) return Doubt::TooShort;
     if (namesMissing) return Doubt::NameNotSeen;
     for (const JudgedEngine& engine : judged.engines) {
-        if (!engine.readable && engine.to - engine.from >= 1) return Doubt::NotReadable;
+        if (engine.unreadable >= 1 && engine.unreadable > allowed * (engine.to - engine.from)) {
+            return Doubt::NotReadable;
+        }
     }
     if (!judged.share) return Doubt::NotReadable;
-    if (unseen_ > allowed * seconds_) return Doubt::Unseen;
+    if (unseen_ > allowed * judged.seconds) return Doubt::Unseen;
     if (static_cast<double>(wakes_.late) > allowed * static_cast<double>(wakes_.wakes)) return Doubt::WatcherLate;
     return Doubt::None;
 }
@@ -277,7 +318,7 @@ std::vector<Incident> Judgement::incidents() const {
     for (const EngineEnd& end : ends_) {
         if (!end.descendant) incidents.push_back(incidentOf(end));
     }
-    addBeyond(Incident::Kind::Missing, missing_, (1 - limits_.percentile / 100) * seconds_);
+    addBeyond(Incident::Kind::Missing, missing_, (1 - limits_.percentile / 100) * (end_ - begin_));
     addBeyond(Incident::Kind::MachineCpu, machineCpu_, limits_.sustain);
     for (const auto& [key, watched] : engines_) {
         addBeyond(Incident::Kind::EngineCpu, watched.cpu, limits_.sustain, watched.engine);
@@ -298,7 +339,7 @@ Incident Judgement::incidentOf(const EngineEnd& end) const {
     incident.pid = end.key.pid;
     incident.name = end.name;
     incident.since = end.time;
-    incident.seconds = seconds_ - end.time;
+    incident.seconds = end_ - end.time;
     const auto ended = engines_.find(end.key);
     const double lastSeen = ended != engines_.end() ? ended->second.engine.to : end.time;
     bool othersGoOn = false;

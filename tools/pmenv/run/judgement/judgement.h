@@ -14,6 +14,7 @@
 struct JudgeLimits {
     double percentile = 99;                ///< the one that is to be believed
     double tolerance = 0.010;              ///< seconds that a request may be late
+    double skip = 0;                       ///< seconds at the beginning that are not judged
     std::optional<std::size_t> engines;    ///< as many are to run throughout
     std::optional<double> machinePercent;  ///< of the machine's processors; these and the following add findings
     std::optional<double> enginePercent;   ///< of one processor
@@ -36,9 +37,10 @@ struct JudgedEngine {
     double from = 0;
     double to = 0;
     bool ended = false;
-    bool readable = false;
-    double heldBack = 0;  ///< seconds
-    double share = 0;     ///< held back, of the time in which it was watched
+    bool readable = false;  ///< in some interval
+    double unreadable = 0;  ///< seconds in which its accounts could not be read
+    double heldBack = 0;    ///< seconds
+    double share = 0;       ///< held back, of the time in which it was watched
     std::vector<Stretch> stretches;
 
     int tid = 0;  ///< the thread that was the busiest most often
@@ -99,7 +101,8 @@ enum class Doubt { None, TooShort, NoEngine, NameNotSeen, NotReadable, Unseen, W
 struct Judged {
     Outcome outcome = Outcome::CannotTell;
     Doubt doubt = Doubt::None;
-    double seconds = 0;
+    double from = 0;                    ///< where the time that is judged begins
+    double seconds = 0;                 ///< how long it is
     std::optional<double> share;        ///< of the worst engine
     std::optional<double> believed;     ///< percentile, rounded down to a tenth
     std::vector<JudgedEngine> engines;  ///< the worst first
@@ -113,7 +116,7 @@ class Judgement {
 public:
     explicit Judgement(const JudgeLimits& limits) : limits_(limits) {}
 
-    /// Takes the next interval; they follow each other.
+    /// Takes the next interval; they follow each other. Those that end within the time to skip are not judged.
     void add(const Evidence& evidence);
 
     /// What can be said so far. `namesMissing`: an engine that was asked for by its name has never been seen.
@@ -141,12 +144,15 @@ private:
     };
     struct Watched {
         JudgedEngine engine;
+        bool standIn = false;
         std::optional<OpenStretch> open;
         std::map<int, std::pair<std::size_t, std::string>> deciders;  // by thread: how often, its name
         Beyond cpu;
         Beyond memoryKills;
     };
 
+    void addInterval(const Evidence& evidence);
+    void forgetStandIns();
     void addMachine(const MachineEvidence& machine);
     void addEngine(const EngineEvidence& evidence);
     void addHeldBack(Watched& watched, const EngineEvidence& evidence, double enginesRan, double othersRan);
@@ -163,9 +169,12 @@ private:
     std::map<ProcessKey, Watched> engines_;
     std::vector<EngineEnd> ends_;
     JudgedMachine machine_;
+    std::vector<ProgramTime> othersBefore_;  // at the beginning of what is judged
     WakeEvidence wakes_;
     std::size_t samples_ = 0;
-    double seconds_ = 0;
+    bool engineSeen_ = false;  // that does not stand in for others
+    double begin_ = 0;         // of what is judged
+    double end_ = 0;
     double unseen_ = 0;  // seconds in intervals that are too long to tell anything
     std::optional<std::uint64_t> leastSwap_;
     Beyond machineCpu_;

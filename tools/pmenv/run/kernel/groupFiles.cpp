@@ -108,7 +108,7 @@ std::optional<Throttling> parseThrottling(std::string_view text) {
     if (nanoseconds && times && periods) return Throttling{*nanoseconds, *times, *periods};
     constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max() / 1000;
     if (microseconds && times && periods) return Throttling{std::min(*microseconds, kMost) * 1000, *times, *periods};
-    if (numberNamed(text, "usage_usec")) return Throttling{};
+    if (numberNamed(text, "usage_usec") && !periods) return Throttling{};
     return std::nullopt;
 }
 

@@ -1,8 +1,13 @@
 #include "check/check.h"
 
 #include <algorithm>
+#include <map>
+#include <optional>
 #include <tuple>
 #include <utility>
+
+#include "knownKeys/chosenKeys.h"
+#include "knownKeys/knownSecrets.h"
 
 namespace {
 
@@ -11,7 +16,9 @@ class Check {
 public:
     Check(SettingsText& settings, const std::vector<std::string>& ignored) : settings_(settings) {
         for (const Rule& rule : allRules()) {
-            if (std::find(ignored.begin(), ignored.end(), rule.name) == ignored.end()) rules_.push_back(&rule);
+            const bool isIgnored = std::find(ignored.begin(), ignored.end(), rule.name) != ignored.end();
+            const bool lacksKeys = rule.needs == Rule::Needs::KnownKeys && settings.knownKeys() == nullptr;
+            if (!isIgnored && !lacksKeys) rules_.push_back(&rule);
         }
     }
 
@@ -22,8 +29,11 @@ public:
         for (const Entry& entry : settings_.entries()) apply<EntryCheck>(entry);
         apply<FileCheck>();
         sort();
+        takeAllowed();
+        sort();
         return std::move(findings_);
     }
+    std::size_t allowed() const { return allowed_; }
 
 private:
     template <class Kind, class... Subject>
@@ -34,6 +44,34 @@ private:
             Report report(settings_, *rule, findings_);
             (*check)(subject..., settings_, report);
         }
+    }
+
+    // Each comment allows one finding. What a comment allows in vain is a finding itself.
+    void takeAllowed() {
+        std::vector<Allowance> allowances = allowancesIn(settings_.lines());
+        std::map<std::pair<int, std::string>, std::vector<Allowance*>> open;
+        for (auto allowance = allowances.rbegin(); allowance != allowances.rend(); ++allowance) {
+            allowance->isNeedless = isDecidedByFiles(allowance->rule);
+            open[{allowance->allowedLine, allowance->rule}].push_back(&*allowance);
+        }
+        const auto isAllowed = [&](const CheckFinding& finding) {
+            const auto found = open.find({finding.line, finding.rule->name});
+            if (found == open.end() || found->second.empty()) return false;
+            found->second.back()->isNeedless = false;
+            found->second.pop_back();
+            return true;
+        };
+        const auto end = std::remove_if(findings_.begin(), findings_.end(), isAllowed);
+        allowed_ = static_cast<std::size_t>(findings_.end() - end);
+        findings_.erase(end, findings_.end());
+        for (const Allowance& allowance : allowances) apply<AllowanceCheck>(allowance);
+    }
+
+    // The rule was applied, and would have found nothing on another host either.
+    bool isDecidedByFiles(const std::string& name) const {
+        return std::any_of(rules_.begin(), rules_.end(), [&](const Rule* rule) {
+            return rule->name == name && rule->dependsOn == Rule::DependsOn::Files;
+        });
     }
 
     void sort() {
@@ -47,18 +85,49 @@ private:
     SettingsText& settings_;
     std::vector<const Rule*> rules_;
     std::vector<CheckFinding> findings_;
+    std::size_t allowed_ = 0;
 };
+
+// What a program would read for `key`; none when there is no such setting or it cannot be read.
+std::optional<std::string> readValue(SettingsText& settings, const std::string& pressmark, const std::string& key) {
+    const Entry* const entry = settings.find(key);
+    std::optional<std::string> value;
+    if (entry == nullptr) return value;
+    expandAll(settings, pressmark, [&](const Expansion& expansion) {
+        if (expansion.entry == entry && expansion.when == Expansion::When::Reading) value = expansion.text;
+    });
+    return value;
+}
+
+std::optional<KnownKeys> knownKeysFor(SettingsText& settings, const CheckRequest& request) {
+    if (request.keys != nullptr) return *request.keys;
+    return keysOfSetting(settings.name(), readValue(settings, request.pressmark, kKeysSetting));
+}
 
 }  // namespace
 
-std::string CheckedFile::sourceOf(const CheckFinding& finding) const {
+const std::string& CheckedFile::sourceOf(const CheckFinding& finding) const {
+    static const std::string none;
     const auto index = static_cast<std::size_t>(finding.line) - 1;
-    return index < lines.size() ? lines[index].text : "";
+    return index < lines.size() ? lines[index].text : none;
+}
+
+HiddenParts CheckedFile::hiddenOf(const CheckFinding& finding) const {
+    const auto index = static_cast<std::size_t>(finding.line) - 1;
+    return index < lines.size() ? lines[index].hidden : HiddenParts();
 }
 
 CheckedFile checkFile(const CheckRequest& request) {
     const std::string& name = request.name.empty() ? request.path : request.name;
-    SettingsText settings(request.path, name, request.pressmark.empty() ? FileKind::Pressmark : FileKind::Further);
-    std::vector<CheckFinding> findings = Check(settings, request.ignored).run(request.pressmark);
-    return {name, settings.takeLines(), std::move(findings)};
+    SettingsText settings(request.path, name, request.pressmark.empty() ? FileKind::Pressmark : FileKind::Further,
+                          request.secrets);
+    std::optional<KnownKeys> keys = knownKeysFor(settings, request);
+    if (keys) {
+        settings = SettingsText(request.path, name, request.pressmark.empty() ? FileKind::Pressmark : FileKind::Further,
+                                withKnownKeys(request.secrets, keys));
+    }
+    settings.setKnownKeys(std::move(keys));
+    Check check(settings, request.ignored);
+    std::vector<CheckFinding> findings = check.run(request.pressmark);
+    return {name, settings.takeLines(), std::move(findings), check.allowed()};
 }

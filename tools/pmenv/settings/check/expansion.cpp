@@ -1,7 +1,6 @@
 #include "check/expansion.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <iterator>
 #include <set>
@@ -14,6 +13,8 @@
 #include "krenv.h"
 #include "krs.h"
 #include "libraryLog.h"
+#include "secretTrace.h"
+#include "workLimit.h"
 
 namespace {
 
@@ -21,28 +22,6 @@ using When = Expansion::When;
 using Visit = std::function<void(const Expansion&)>;
 
 std::size_t hashOf(std::string_view text) { return std::hash<std::string_view>()(text); }
-
-// --- how much work it may take --------------------------------------------------------------------------------------
-
-// How much expanding a file may take. An honest file takes a small part of it.
-class WorkLimit {
-public:
-    struct Exceeded {};
-
-    explicit WorkLimit(std::size_t entries) : left_(kForTheFile + kForAnEntry * entries) {}
-
-    // Throws Exceeded when it is used up.
-    void spend(std::uint64_t characters) {
-        if (characters > left_) throw Exceeded();
-        left_ -= characters;
-    }
-
-private:
-    static constexpr std::uint64_t kForTheFile = std::uint64_t{1} << 30;
-    static constexpr std::uint64_t kForAnEntry = 16 * 1024;
-
-    std::uint64_t left_;
-};
 
 // --- watching -------------------------------------------------------------------------------------------------------
 
@@ -53,9 +32,11 @@ public:
     ExpansionWatch(SettingsText& settings, const Visit& visit)
         : settings_(settings),
           visit_(visit),
-          work_(settings.entries().size()),
+          secrets_(settings.secrets()),
           isRead_(settings.entries().size()),
-          inForce_(settings.entries().size()) {}
+          inForce_(settings.entries().size()) {
+        work_.grantEntries(settings.entries().size());
+    }
 
     // The load: entry by entry, in file order.
     void begun(const char* /*key*/, const char* value) override { start(loaded_, When::Loading, value); }
@@ -89,6 +70,7 @@ private:
     };
 
     void start(std::size_t entry, When when, const char* value);
+    SecretTrace traceOf(const Entry& entry, When when, const char* value) const;
     bool startNested(const KRSReference& reference, const std::string& name);
     void finish(const char* expanded);
     void note(const KRSReference& reference, const std::string& name);
@@ -100,6 +82,8 @@ private:
     SettingsText& settings_;
     const Visit& visit_;
     WorkLimit work_;
+    LoadedSecrets secrets_;
+    std::optional<SecretTrace> trace_;  // of the entry that is being expanded
     std::vector<bool> isRead_;
     std::vector<std::optional<std::size_t>> inForce_;  // of the key whose first entry has that index
     std::size_t loaded_ = 0;
@@ -109,23 +93,30 @@ private:
 
 void ExpansionWatch::start(std::size_t entry, When when, const char* value) {
     const Entry& started = settings_.entries()[entry];
+    trace_.emplace(traceOf(started, when, value));
     levels_.clear();
     watched_.clear();
     levels_.push_back({{started.key, false, hashOf(value)}, true});
     watched_.push_back({entry, {&started, when, when == When::Reading && started.value != value}});
 }
 
+SecretTrace ExpansionWatch::traceOf(const Entry& entry, When when, const char* value) const {
+    if (when == When::Reading && !settings_.isFurther()) return {secrets_, entry.key, value};
+    return {secrets_, secrets_.secrets().partsOf(entry.key, value)};
+}
+
 void ExpansionWatch::found(const KRSReference& reference) {
-    constexpr std::size_t kSubstitution = 1024;  // the work for a reference, in characters of searching
     constexpr std::size_t kLongestName = 200;
     const std::string_view value(reference.value != nullptr ? reference.value : "");
-    work_.spend(kSubstitution + reference.position + reference.length + value.size());
+    work_.spend(reference);
 
     const std::string name = reference.name();
+    trace_->found(reference);
     if (levels_.back().owns) note(reference, name);
     const bool watched = levels_.back().owns && reference.isVariable();
     const bool isNew = !reference.isVariable() && startNested(reference, name);
-    levels_.push_back({{name.substr(0, kLongestName), reference.isVariable(), hashOf(value)}, watched || isNew, isNew});
+    const std::string shown = trace_->hidesReference() ? HiddenParts::kShown : name.substr(0, kLongestName);
+    levels_.push_back({{shown, reference.isVariable(), hashOf(value)}, watched || isNew, isNew});
 }
 
 // In the entry's own value, or in that of an environment variable, which no line of the file could be blamed for.
@@ -137,7 +128,7 @@ void ExpansionWatch::note(const KRSReference& reference, const std::string& name
     if (!watched_.back().noted.insert(written).second) return;
     watched_.back().expansion.references.push_back({written, name, reference.isVariable(), isDefined,
                                                     levels_.back().link.isVariable ? levels_.back().link.name : "",
-                                                    std::nullopt});
+                                                    std::nullopt, trace_->hidesReference()});
 }
 
 void ExpansionWatch::countUse(const std::string& name) {
@@ -165,6 +156,7 @@ bool ExpansionWatch::startNested(const KRSReference& reference, const std::strin
 
 void ExpansionWatch::resolved(const char* value) {
     const bool isNew = levels_.back().isNew;
+    trace_->resolved(value);
     levels_.pop_back();
     if (isNew) finish(value);
 }
@@ -189,7 +181,10 @@ void ExpansionWatch::closeCycle(std::vector<ChainLink>& chain) const {
 void ExpansionWatch::ended(const char* value) {
     Entry& entry = settings_.entries()[loaded_];
     entry.leftOut = value == nullptr;
-    if (value != nullptr) inForce_[entry.first] = loaded_;
+    if (value != nullptr) {
+        inForce_[entry.first] = loaded_;
+        secrets_.store(entry.key, {trace_->ended(value), entry.value != value});
+    }
     ++loaded_;
     finish(value);
 }

@@ -18,11 +18,12 @@ struct Reference {
     bool isDefined;
     std::string variable;                 ///< the environment variable whose value holds it; "" for the own value
     std::optional<std::size_t> position;  ///< in the entry's value; none for one that forms while it is expanded
+    bool isHidden = false;                ///< its name must not be shown
 };
 
 /// A text on the way from an entry to where its expansion failed.
 struct ChainLink {
-    std::string name;  ///< the beginning of a very long one
+    std::string name;  ///< as it may be shown; the beginning of a very long one
     bool isVariable;
     std::size_t valueHash;
 };

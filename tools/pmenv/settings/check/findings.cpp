@@ -24,15 +24,18 @@ std::size_t characterStart(const std::string& text, std::size_t position) {
 }
 
 // Of a long line only the surroundings of the place.
-SourceParts partsOf(const std::string& line, const CheckFinding& finding) {
+SourceParts partsOf(const std::string& line, const HiddenParts& hidden, const CheckFinding& finding) {
     constexpr std::size_t kMostBefore = 60, kMostMeant = 60, kMostBehind = 40;
     const std::size_t begin = std::min(finding.column - 1, line.size());
     const std::size_t end = std::min(begin + finding.length, line.size());
     const std::size_t first = begin > kMostBefore ? characterStart(line, begin - kMostBefore) : 0;
     const std::size_t meantEnd = end - begin > kMostMeant ? characterStart(line, begin + kMostMeant) : end;
     const std::size_t last = std::min(line.size(), characterStart(line, meantEnd + kMostBehind));
-    return {(first > 0 ? "…" : "") + line.substr(first, begin - first), line.substr(begin, meantEnd - begin),
-            line.substr(meantEnd, last - meantEnd) + (last < line.size() ? "…" : "")};
+    const auto part = [&](std::size_t from, std::size_t to) {
+        return hidden.within(from, to - from).shown(line.substr(from, to - from));
+    };
+    return {(first > 0 ? "…" : "") + part(first, begin), part(begin, meantEnd),
+            part(meantEnd, last) + (last < line.size() ? "…" : "")};
 }
 
 // A tab takes one column, like every other character, so that what is beneath it stands where it should.
@@ -41,8 +44,8 @@ std::string shown(std::string text) {
     return printable(text);
 }
 
-std::string excerptText(const std::string& line, const CheckFinding& finding, const Style& style) {
-    const SourceParts parts = partsOf(line, finding);
+std::string excerptText(const CheckedFile& checked, const CheckFinding& finding, const Style& style) {
+    const SourceParts parts = partsOf(checked.sourceOf(finding), checked.hiddenOf(finding), finding);
     const std::string before = shown(parts.before);
     const std::string meant = shown(parts.meant);
     const std::string number = std::to_string(finding.line);
@@ -81,15 +84,9 @@ std::string exampleText(const char* title, const std::string& lines, const Style
     return text;
 }
 
-std::string ruleText(const Rule& rule, const Style& style) {
-    const std::string text =
-        style.bold(rule.name) + " (" + severityOf(rule) + ")\n" + wrapped(rule.description, "    ");
-    if (rule.example == nullptr) return text;
-    return text + exampleText("instead of", rule.example, style) + exampleText("write", rule.instead, style);
-}
-
 Json ruleJson(const Rule& rule) {
     Json json{{"rule", rule.name}, {"severity", severityOf(rule)}, {"text", rule.description}};
+    json["repair"] = rule.repair;
     json["example"] = rule.example != nullptr ? Json(rule.example) : Json();
     json["instead"] = rule.instead != nullptr ? Json(rule.instead) : Json();
     return json;
@@ -104,17 +101,27 @@ std::string findingText(const CheckedFile& checked, const CheckFinding& finding,
     const std::string severity = std::string(severityOf(rule)) + ":";
     return style.bold(place) + " " + (rule.isError() ? style.red(severity) : style.yellow(severity)) + " " +
            printable(finding.text) + " " + style.dim(std::string("[") + rule.name + "]") + "\n" +
-           excerptText(checked.sourceOf(finding), finding, style);
+           excerptText(checked, finding, style);
 }
 
 Json findingJson(const CheckedFile& checked, const CheckFinding& finding) {
-    return {{"line", finding.line},
-            {"column", finding.column},
-            {"length", finding.length},
-            {"severity", severityOf(*finding.rule)},
-            {"rule", finding.rule->name},
-            {"text", finding.text},
-            {"source", checked.sourceOf(finding)}};
+    const HiddenParts hidden = checked.hiddenOf(finding);
+    Json json{{"line", finding.line},
+              {"column", finding.column},
+              {"length", finding.length},
+              {"severity", severityOf(*finding.rule)},
+              {"rule", finding.rule->name},
+              {"text", finding.text},
+              {"source", hidden.shown(checked.sourceOf(finding))}};
+    if (hidden.any()) json["sourceHidden"] = true;
+    return json;
+}
+
+std::string ruleText(const Rule& rule, const Style& style) {
+    const std::string text = style.bold(rule.name) + " (" + severityOf(rule) + ")\n" +
+                             wrapped(rule.description, "    ") + wrapped(rule.repair, "    ");
+    if (rule.example == nullptr) return text;
+    return text + exampleText("instead of", rule.example, style) + exampleText("write", rule.instead, style);
 }
 
 std::string rulesText(const Style& style) {

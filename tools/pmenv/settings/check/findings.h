@@ -13,6 +13,7 @@ std::string findingText(const CheckedFile& checked, const CheckFinding& finding,
 
 Json findingJson(const CheckedFile& checked, const CheckFinding& finding);
 
-/// The rules with their descriptions and examples.
+/// The rule with its description, what to do, and an example.
+std::string ruleText(const Rule& rule, const Style& style);
 std::string rulesText(const Style& style);
 Json rulesJson();

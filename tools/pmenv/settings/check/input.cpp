@@ -20,7 +20,7 @@ constexpr char kStandardInput[] = "-";
 constexpr std::size_t kMost = (std::size_t{256} << 20) + 1;
 
 [[noreturn]] void failToRead(const std::string& file, int error) {
-    throw Failure("cannot check the settings: " + file + ": " + std::strerror(error));
+    throw Failure("cannot read the settings: " + file + ": " + std::strerror(error));
 }
 
 class Descriptor {
@@ -57,16 +57,16 @@ std::vector<std::string> settingsFilesOf(const std::string& argument) {
         if (at->path().extension() == ".ini" && !at->is_directory(error)) files.push_back(at->path());
     }
     if (error) failToRead(argument, error.value());
-    if (files.empty()) throw Failure("cannot check the settings: " + argument + ": no *.ini file in this directory");
+    if (files.empty()) throw Failure("cannot read the settings: " + argument + ": no *.ini file in this directory");
     std::sort(files.begin(), files.end());
     return files;
 }
 
-CheckedFile checkInput(const std::string& file, const std::vector<std::string>& ignored) {
-    if (!isStream(file)) return checkFile({file, file, "", ignored});
+void withInput(const std::string& file, const InputVisitor& visit) {
+    if (!isStream(file)) return visit(file, file);
     const std::string name = file == kStandardInput ? "<stdin>" : file;
     const Descriptor stream(file);
     NamelessFile copy("");
     if (!copy.copyFrom(stream.get(), kMost)) failToRead(name, errno);
-    return checkFile({copy.path(), name, "", ignored});
+    visit(copy.path(), name);
 }

@@ -19,6 +19,12 @@
     RULE(trailingComment)    \
     RULE(oneSidedQuote)      \
     RULE(missingRelease)     \
+    RULE(needlessAllow)      \
+    RULE(unknownKey)         \
+    RULE(wrongType)          \
+    RULE(outOfRange)         \
+    RULE(missingFile)        \
+    RULE(missingKey)         \
     RULE(tooMuchWork)
 
 #define RULE(name) Rule name##Rule();
@@ -30,4 +36,10 @@ const std::vector<Rule>& allRules() {
     static const std::vector<Rule> rules{CHECK_RULES};
 #undef RULE
     return rules;
+}
+
+std::vector<std::string> ruleNames() {
+    std::vector<std::string> names;
+    for (const Rule& rule : allRules()) names.emplace_back(rule.name);
+    return names;
 }

@@ -43,6 +43,15 @@ std::string valueOf(const SettingsLine& line, const KRSLine& read) {
     return line.text.substr(std::min(read.valueColumn - 1, line.text.size()));
 }
 
+// A comment may hold a setting that was taken out, and a refused line one that was miswritten.
+HiddenParts hiddenIn(const SettingsLine& line, const KRSLine& read, const Secrets& secrets) {
+    if (read.key == nullptr) return line.section() ? HiddenParts() : secrets.partsOfLine(line.text);
+    const std::size_t begin = std::min(read.valueColumn - 1, line.text.size());
+    HiddenParts hidden;
+    hidden.replace(begin, 0, secrets.partsOf(read.key, std::string_view(line.text).substr(begin)), 0);
+    return hidden;
+}
+
 }  // namespace
 
 std::size_t SettingsLine::sectionColumn() const { return text.find_first_not_of(kBlanks, text.find('[') + 1) + 1; }
@@ -55,11 +64,12 @@ std::optional<std::string> SettingsLine::section() const {
     return end > begin ? text.substr(begin, end - begin) : "";
 }
 
-SettingsText::SettingsText(const std::string& path, std::string name, FileKind kind)
-    : name_(std::move(name)), kind_(kind) {
+SettingsText::SettingsText(const std::string& path, std::string name, FileKind kind, Secrets secrets)
+    : name_(std::move(name)), kind_(kind), secrets_(std::move(secrets)) {
     const int read = KRSReadLines(path.c_str(), [this](const KRSLine& line) {
         lines_.push_back({line.number, std::string(line.text.substr(0, SettingsLine::kLongest)), line.text.size(),
                           line.error != nullptr ? line.error : "", line.errorColumn});
+        lines_.back().hidden = hiddenIn(lines_.back(), line, secrets_);
         if (line.key == nullptr || !isLoadable(lines_.back())) return;
         addEntry({line.key, valueOf(lines_.back(), line), line.number, line.keyColumn,
                   writtenKeyLength(line.text, line.keyColumn), line.valueColumn, 0, std::nullopt});
@@ -96,6 +106,8 @@ std::string SettingsText::nearestVariables(const std::string& name) const {
     if (variables_.empty()) variables_ = variableNames();
     return nearest(name, variables_);
 }
+
+std::string SettingsText::nearestKnownKeys(const std::string& name) const { return nearest(name, knownKeys_->names()); }
 
 // Comparing names takes long in a large file, so only the first unknown names get suggestions there.
 std::string SettingsText::nearest(const std::string& name, const std::vector<std::string>& known) const {

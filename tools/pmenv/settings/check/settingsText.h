@@ -8,6 +8,9 @@
 #include <utility>
 #include <vector>
 
+#include "knownKeys/knownKeys.h"
+#include "secrets.h"
+
 /// A line of the file.
 struct SettingsLine {
     static constexpr std::size_t kLongest = (std::size_t{1} << 20) + 4096;  // no value that can be expanded is longer
@@ -17,6 +20,7 @@ struct SettingsLine {
     std::size_t length;   ///< of the whole line
     std::string refusal;  ///< why the library refuses the file at this line; "" when it does not
     std::size_t refusalColumn;
+    HiddenParts hidden{};  ///< what of it must not be shown
 
     bool isWhole() const { return text.size() == length; }
     /// The section's name of a [section] line, "" for [].
@@ -50,9 +54,10 @@ enum class FileKind { Pressmark, Further };
 class SettingsText {
 public:
     /// Reads the file `path`, which is called `name` to the user. Throws Failure when it cannot be read.
-    SettingsText(const std::string& path, std::string name, FileKind kind);
+    SettingsText(const std::string& path, std::string name, FileKind kind, Secrets secrets);
 
     const std::string& name() const { return name_; }
+    const Secrets& secrets() const { return secrets_; }
     bool isFurther() const { return kind_ == FileKind::Further; }
     const std::vector<SettingsLine>& lines() const { return lines_; }
     std::vector<Entry>& entries() { return entries_; }
@@ -65,9 +70,14 @@ public:
 
     /// Names of the settings that references in this file mean; its own unless they are set.
     void setReferable(std::vector<std::string> names) { referable_ = std::move(names); }
+    /// The settings that the product knows; null when that is not known.
+    const KnownKeys* knownKeys() const { return knownKeys_ ? &*knownKeys_ : nullptr; }
+    void setKnownKeys(std::optional<KnownKeys> keys) { knownKeys_ = std::move(keys); }
     /// "; did you mean 'A'?" for a setting or an environment variable that does not exist.
     std::string nearestSettings(const std::string& name) const;
     std::string nearestVariables(const std::string& name) const;
+    /// The same for a setting that the product does not know.
+    std::string nearestKnownKeys(const std::string& name) const;
 
 private:
     void addEntry(Entry entry);
@@ -75,10 +85,12 @@ private:
 
     std::string name_;
     FileKind kind_;
+    Secrets secrets_;
     std::vector<SettingsLine> lines_;
     std::vector<Entry> entries_;
     std::unordered_map<std::string, std::size_t> lastOfKey_;
     mutable std::vector<std::string> referable_;  // filled when they are needed
     mutable std::vector<std::string> variables_;
+    std::optional<KnownKeys> knownKeys_;
     mutable std::size_t comparisonsLeft_ = 500'000;
 };

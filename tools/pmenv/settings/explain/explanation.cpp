@@ -15,22 +15,6 @@ using Expanded = ExplainedValue::Expanded;
 
 // --- the failure ----------------------------------------------------------------------------------------------------
 
-Reason reasonOf(KRSResolveFailure why) {
-    switch (why) {
-        case KRSResolveFailure::Cycle:
-            return Reason::Cycle;
-        case KRSResolveFailure::Levels:
-            return Reason::Levels;
-        case KRSResolveFailure::Substitutions:
-            return Reason::Substitutions;
-        case KRSResolveFailure::TextLength:
-            return Reason::TextLength;
-        case KRSResolveFailure::Searching:
-            return Reason::Searching;
-    }
-    return Reason::Searching;
-}
-
 ExplainedFailure failureOf(const ObservedFailure& observed, const TreeBuilder& tree, bool atLoad) {
     ExplainedFailure failure{reasonOf(observed.why), atLoad};
     for (const ObservedLink& link : observed.chain) {
@@ -42,14 +26,19 @@ ExplainedFailure failureOf(const ObservedFailure& observed, const TreeBuilder& t
     return failure;
 }
 
+void setValue(Explanation& explanation, std::string_view value, const HiddenParts& hidden) {
+    explanation.root.value = Excerpt(value, hidden);
+    explanation.value = hidden.shown(value);
+}
+
 // --- reading --------------------------------------------------------------------------------------------------------
 
 // Resolves `text` as the library does when it reads a value, watched. It is the value of the setting `entry`, or stands
-// `around` its references.
-void read(Explanation& explanation, const ObservedSettings& settings, TreeBuilder& tree, const char* text,
-          Around around, std::optional<std::size_t> entry = std::nullopt) {
+// `around` its references. Returns how long the result is, where there is one.
+std::size_t read(Explanation& explanation, const ObservedSettings& settings, TreeBuilder& tree, const char* text,
+                 const SecretTrace& trace, Around around, std::optional<std::size_t> entry = std::nullopt) {
     const auto definedBy = [&settings](const std::string& name) { return settings.inForce(name); };
-    Recorder recorder(entry ? explanation.name : "", entry, text, definedBy);
+    Recorder recorder(entry ? explanation.name : "", entry, text, definedBy, trace);
     AddDelSet inProgress;
     inProgress.observer = &recorder;
     RWCString resolved(text);
@@ -59,24 +48,24 @@ void read(Explanation& explanation, const ObservedSettings& settings, TreeBuilde
     tree.addSteps(explanation.root, observed.steps, around, Expanded::AtRead, 0);
     explanation.root.stepsLeftOut += observed.stepsNotKept;
     if (observed.failure) explanation.failure = failureOf(*observed.failure, tree, false);
-    if (!done) return;
-    explanation.root.value = Excerpt(resolved.data());
-    explanation.value = resolved.data();
+    if (!done) return 0;
+    setValue(explanation, resolved.data(), recorder.hiddenOf(resolved.data()));
+    return resolved.length();
 }
 
 // The references were replaced, but the library has no answer.
-void refuseTooLong(Explanation& explanation) {
-    explanation.failure = ExplainedFailure{Reason::TooLong, false, explanation.value->size()};
+void refuseTooLong(Explanation& explanation, std::size_t length) {
+    explanation.failure = ExplainedFailure{Reason::TooLong, false, length};
     explanation.value.reset();
     explanation.root.value.reset();
 }
 
 void explainRunTimeValue(Explanation& explanation, const TreeBuilder& tree, const char* value,
-                         std::optional<std::size_t> hidden) {
+                         const HiddenParts& secret, std::optional<std::size_t> hidden) {
     explanation.root.source = Source::RunTime;
-    explanation.root.raw = explanation.root.value = Excerpt(value);
+    setValue(explanation, value, secret);
+    explanation.root.raw = explanation.root.value;
     if (hidden) explanation.root.hidden = tree.placeOf(*hidden);
-    explanation.value = value;
 }
 
 // A setting without a value: the last of its entries, which was left out like all the others, or nothing at all.
@@ -92,14 +81,32 @@ void explainAbsent(Explanation& explanation, const ObservedSettings& settings, T
 }
 
 // Of a text that no setting of pressmark.ini holds.
-void readText(Explanation& explanation, const ObservedSettings& settings, const std::string& text, Around around) {
+void readText(Explanation& explanation, const ObservedSettings& settings, const std::string& text,
+              const HiddenParts& hidden, Around around) {
     TreeBuilder tree(settings);
-    read(explanation, settings, tree, text.c_str(), around);
+    const SecretTrace trace(settings.secrets(), hidden);
+    const std::size_t length = read(explanation, settings, tree, text.c_str(), trace, around);
     KREnvContainerClass env;
-    if (explanation.value && env.KRERuntimeResolve(text.c_str()) == nullptr) refuseTooLong(explanation);
+    if (explanation.value && env.KRERuntimeResolve(text.c_str()) == nullptr) refuseTooLong(explanation, length);
 }
 
 }  // namespace
+
+ExplainedFailure::Reason reasonOf(KRSResolveFailure why) {
+    switch (why) {
+        case KRSResolveFailure::Cycle:
+            return Reason::Cycle;
+        case KRSResolveFailure::Levels:
+            return Reason::Levels;
+        case KRSResolveFailure::Substitutions:
+            return Reason::Substitutions;
+        case KRSResolveFailure::TextLength:
+            return Reason::TextLength;
+        case KRSResolveFailure::Searching:
+            return Reason::Searching;
+    }
+    return Reason::Searching;
+}
 
 Explanation explainSetting(const ObservedSettings& settings, const std::string& name) {
     Explanation explanation{settings.file(), "", name, {}, std::nullopt, std::nullopt};
@@ -107,12 +114,14 @@ Explanation explainSetting(const ObservedSettings& settings, const std::string& 
     KREnvContainerClass env;
     const std::optional<std::size_t> entry = settings.inForce(name);
     if (const char* const value = KREGetRuntimeValue(name.c_str())) {
-        explainRunTimeValue(explanation, tree, value, entry);
+        explainRunTimeValue(explanation, tree, value, settings.secrets().secrets().partsOf(name, value), entry);
     } else if (entry) {
         explanation.root = tree.setting(*entry);
-        read(explanation, settings, tree, KRSGetValue(nEnvSettings::gPressmarkIniTable(), name.c_str()),
-             {&settings.entries()[*entry], true}, entry);
-        if (explanation.value && env.KREGetEnvValue(name.c_str()) == nullptr) refuseTooLong(explanation);
+        const char* const stored = KRSGetValue(nEnvSettings::gPressmarkIniTable(), name.c_str());
+        const SecretTrace trace(settings.secrets(), name, stored);
+        const std::size_t length =
+            read(explanation, settings, tree, stored, trace, {&settings.entries()[*entry], true}, entry);
+        if (explanation.value && env.KREGetEnvValue(name.c_str()) == nullptr) refuseTooLong(explanation, length);
     } else {
         explainAbsent(explanation, settings, tree);
     }
@@ -122,8 +131,9 @@ Explanation explainSetting(const ObservedSettings& settings, const std::string& 
 Explanation explainText(const ObservedSettings& settings, const std::string& text) {
     Explanation explanation{settings.file(), "", "", {}, std::nullopt, std::nullopt};
     explanation.root.source = Source::Text;
-    explanation.root.raw = Excerpt(text);
-    readText(explanation, settings, text, {});
+    const HiddenParts hidden = settings.secrets().secrets().partsIn(text);
+    explanation.root.raw = Excerpt(text, hidden);
+    readText(explanation, settings, text, hidden, {});
     return explanation;
 }
 
@@ -132,7 +142,8 @@ Explanation explainFurther(const ObservedSettings& settings, const FurtherEntrie
     const std::optional<std::size_t> entry = further.inForce(name);
     if (entry) {
         explanation.root = TreeBuilder(settings).furtherSetting(further, *entry);
-        readText(explanation, settings, further.valueOf(*entry), {&further.entries()[*entry], false});
+        readText(explanation, settings, further.valueOf(*entry), further.hiddenOf(*entry),
+                 {&further.entries()[*entry], false});
     } else {
         explanation.root.nearest = nearestNames(name, further.names());
         explanation.failure = ExplainedFailure{Reason::NotDefined};

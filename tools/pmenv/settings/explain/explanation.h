@@ -11,6 +11,7 @@
 #include "explain/furtherEntries.h"
 #include "explain/observation.h"
 #include "explain/observedSettings.h"
+#include "knownKeys/knownKeys.h"
 
 /// A place in the settings file, or with line 0 in the text or the environment variable around it. Counted from 1.
 struct FilePlace {
@@ -66,13 +67,16 @@ struct ExplainedFailure {
     std::size_t linksLeftOut = 0;  ///< behind the first ObservedFailure::kLinksBeforeGap
 };
 
+ExplainedFailure::Reason reasonOf(KRSResolveFailure why);
+
 struct Explanation {
     std::string file;
     std::string pressmark;  ///< of a setting of a further file, the file that its references mean; else ""
     std::string name;       ///< the setting's; "" for a text
     ExplainedValue root;
-    std::optional<std::string> value;  ///< what KREGetEnvValue answers, or KRERuntimeResolve for a text
+    std::optional<std::string> value;  ///< what KREGetEnvValue answers, or KRERuntimeResolve for a text, secrets hidden
     std::optional<ExplainedFailure> failure;
+    std::optional<KnownKey> known{};  ///< what the product knows of the setting
 };
 
 Explanation explainSetting(const ObservedSettings& settings, const std::string& name);

@@ -20,6 +20,7 @@ Json placeJson(const std::optional<FilePlace>& place) {
 void addExcerpt(Json& json, const std::string& name, const std::optional<Excerpt>& excerpt) {
     json[name] = excerpt ? Json(excerpt->text) : Json();
     if (excerpt && !excerpt->isWhole()) json[name + "Length"] = excerpt->length;
+    if (excerpt && excerpt->hides) json[name + "Hidden"] = true;
 }
 
 void addLines(Json& json, const std::string& name, const LineList& lines) {
@@ -112,6 +113,9 @@ Json explanationJson(const Explanation& explanation) {
     Json json{{"file", explanation.file}};
     if (!explanation.pressmark.empty()) json["pressmark"] = explanation.pressmark;
     if (explanation.root.source != Source::Text) json["name"] = explanation.name;
+    if (explanation.known) {
+        json["known"] = {{"type", explanation.known->typeText()}, {"help", explanation.known->help}};
+    }
     json["value"] = explanation.value ? Json(*explanation.value) : Json();
     json["failure"] = explanation.failure ? failureJson(*explanation.failure) : Json();
     json["explanation"] = valueJson(explanation.root);

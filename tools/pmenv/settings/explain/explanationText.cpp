@@ -26,7 +26,9 @@ std::string at(const FilePlace& place) {
     return "at " + std::to_string(place.line) + ":" + std::to_string(place.column);
 }
 
-std::string shown(const std::string& text) { return text.empty() ? "(empty)" : unmistakable(text); }
+std::string shown(const Excerpt& excerpt) {
+    return excerpt.text.empty() ? "(empty)" : unmistakable(excerpt.text, excerpt.hides);
+}
 
 class TreeText {
 public:
@@ -68,11 +70,12 @@ std::string TreeText::compose() {
     const bool isText = explanation_.root.source == Source::Text;
     const std::string title = isText ? "text" : cutToWidth(printable(explanation_.name), kWidestName);
     text_ = filesText() + style_.bold(title) + (isText ? "" : ": " + rootSource()) + "\n";
+    if (explanation_.known) addLine("│ ", "help", printable(explanation_.known->helpText()));
     addValue(explanation_.root, "");
     if (explanation_.failure) {
         addFailure(*explanation_.failure);
     } else {
-        addLine("└ ", "value", style_.green(shown(*explanation_.value)));
+        addLine("└ ", "value", style_.green(shown(*explanation_.root.value)));
     }
     return text_;
 }
@@ -196,7 +199,7 @@ std::string TreeText::source(const ExplainedValue& value) const {
 
 std::string TreeText::shortened(const Excerpt& excerpt, std::size_t columnsBefore) const {
     const std::size_t columns = width_ ? *width_ - std::min(*width_, columnsBefore) : kWidestText;
-    const std::string whole = shown(excerpt.text);
+    const std::string whole = shown(excerpt);
     std::string text = cutToWidth(whole, std::clamp(columns, kNarrowestText, kWidestText));
     if (width_ || (text.size() == whole.size() && excerpt.isWhole())) return text;
     return text + " (" + grouped(excerpt.length) + " characters)";

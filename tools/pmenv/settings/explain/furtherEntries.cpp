@@ -5,7 +5,8 @@
 #include "failure.h"
 #include "krs.h"
 
-FurtherEntries::FurtherEntries(std::string file) : file_(std::move(file)) {
+FurtherEntries::FurtherEntries(std::string file, Secrets secrets)
+    : file_(std::move(file)), secrets_(std::move(secrets)) {
     if (KRSReadLines(file_.c_str(), [this](const KRSLine& line) { add(line); }) != 0) return;
     throw Failure(std::string("cannot load the settings: ") + KRSLoadError());
 }
@@ -16,7 +17,7 @@ void FurtherEntries::add(const KRSLine& line) {
                       std::to_string(line.errorColumn) + ": " + line.error);
     }
     if (line.key == nullptr) return;
-    const Excerpt value(line.value);
+    const Excerpt value(line.value, secrets_.partsOf(line.key, line.value));
     entries_.push_back({line.key, line.number, line.valueColumn, value, value, {}});
     values_.emplace_back(line.value);
 }

@@ -9,7 +9,7 @@ namespace {
 constexpr std::size_t kLongestName = 255;
 constexpr std::size_t kLinksBehindGap = 4;
 
-std::size_t hashOf(std::string_view text) { return std::hash<std::string_view>{}(text); }
+Excerpt hiddenExcerpt() { return {" ", HiddenParts(1)}; }
 
 // Takes the middle out of a long chain; how many links that were.
 std::size_t shorten(std::vector<ObservedLink>& chain) {
@@ -22,6 +22,22 @@ std::size_t shorten(std::vector<ObservedLink>& chain) {
 }
 
 }  // namespace
+
+// --- Excerpt ----------------------------------------------------------------------------------------------------------
+
+Excerpt::Excerpt(std::string_view whole, const HiddenParts& hidden) : Excerpt(whole) {
+    if (!hidden.any()) return;
+    const std::string shown = hidden.shown(whole);
+    text = shown.substr(0, kLongest);
+    length = shown.size();
+    hides = true;
+}
+
+std::size_t countSteps(const std::vector<ObservedStep>& steps) {
+    std::size_t count = steps.size();
+    for (const ObservedStep& step : steps) count += countSteps(step.steps);
+    return count;
+}
 
 // --- OriginMap ------------------------------------------------------------------------------------------------------
 
@@ -56,30 +72,37 @@ void OriginMap::replace(std::size_t position, std::size_t length, std::size_t ne
 // --- Recorder -------------------------------------------------------------------------------------------------------
 
 Recorder::Recorder(std::string_view name, std::optional<std::size_t> entry, std::string_view text, FindEntry findEntry,
-                   std::size_t mostSteps)
-    : findEntry_(std::move(findEntry)), mostSteps_(mostSteps) {
-    levels_.push_back({{Excerpt(name), false, entry, Excerpt(text)}, hashOf(text), nullptr, 0, 0, {}});
+                   SecretTrace trace, std::size_t mostSteps)
+    : findEntry_(std::move(findEntry)), trace_(std::move(trace)), mostSteps_(mostSteps) {
+    levels_.push_back({{Excerpt(name), false, entry, Excerpt(text, trace_.parts())}, text.size(), nullptr, 0, 0, {}});
 }
 
 void Recorder::found(const KRSReference& reference) {
     const std::string_view written(reference.text + reference.position, reference.length);
     const std::string_view value(reference.value != nullptr ? reference.value : "");
     const std::string name = reference.name();
+    trace_.found(reference);
+    const bool namesSecret = trace_.hidesReference();
     std::optional<std::size_t> entry;
     if (!reference.isVariable() && reference.value != nullptr) entry = findEntry_(name);
 
-    ObservedStep step{Excerpt(written),       levels_.back().origins.originOf(reference.position, reference.length),
-                      reference.isVariable(), name.size() <= kLongestName ? name : "",
-                      std::nullopt,           entry,
-                      std::nullopt,           {}};
-    if (reference.value != nullptr) step.value = Excerpt(value);
+    ObservedStep step{namesSecret ? hiddenExcerpt() : Excerpt(written),
+                      levels_.back().origins.originOf(reference.position, reference.length),
+                      reference.isVariable(),
+                      name.size() <= kLongestName && !namesSecret ? name : "",
+                      std::nullopt,
+                      entry,
+                      std::nullopt,
+                      {}};
+    if (reference.value != nullptr) step.value = Excerpt(value, trace_.parts());
     ObservedStep* const kept = keep(std::move(step));
-    levels_.push_back({{Excerpt(name), reference.isVariable(), entry, Excerpt(value)},
-                       hashOf(value),
-                       kept,
-                       reference.position,
-                       reference.length,
-                       {}});
+    levels_.push_back(
+        {{namesSecret ? hiddenExcerpt() : Excerpt(name), reference.isVariable(), entry, Excerpt(value, trace_.parts())},
+         value.size(),
+         kept,
+         reference.position,
+         reference.length,
+         {}});
 }
 
 // A step whose text around it is not kept is not kept either, so the innermost level that is kept has all above it.
@@ -107,8 +130,9 @@ void Recorder::resolved(const char* value) {
     const Level level = std::move(levels_.back());
     levels_.pop_back();
     const std::string_view expanded(value);
+    trace_.resolved(expanded);
     levels_.back().origins.replace(level.position, level.referenceLength, expanded.size());
-    if (level.step != nullptr) level.step->expanded = Excerpt(expanded);
+    if (level.step != nullptr) level.step->expanded = Excerpt(expanded, trace_.resolvedParts());
 }
 
 void Recorder::failed(KRSResolveFailure why, const char* text) {
@@ -121,9 +145,9 @@ void Recorder::failed(KRSResolveFailure why, const char* text) {
 // The innermost text equals one further out, whose name may be another. The chain begins with that one when both have
 // the same name; else what both refer to stands at its beginning and end.
 std::vector<ObservedLink> Recorder::cycleEndingIn(std::string_view text) const {
-    const std::size_t hash = hashOf(text);
+    const std::size_t hash = Excerpt(text).hash;
     auto first = std::find_if(levels_.begin(), levels_.end(), [&](const Level& level) {
-        return level.hash == hash && level.link.text.length == text.size();
+        return level.link.text.hash == hash && level.textLength == text.size();
     });
     const ObservedLink& last = levels_.back().link;
     const bool closed = first->link.name.text == last.name.text && first->link.isVariable == last.isVariable;

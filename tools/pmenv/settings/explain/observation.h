@@ -11,16 +11,21 @@
 #include <vector>
 
 #include "krresolve.h"
+#include "secretTrace.h"
 
-/// A text, or the beginning of a very long one.
+/// A text as it may be shown, or the beginning of a very long one.
 struct Excerpt {
     static constexpr std::size_t kLongest = 2047;  // so that expanded values are whole
 
-    explicit Excerpt(std::string_view whole) : text(whole.substr(0, kLongest)), length(whole.size()) {}
+    explicit Excerpt(std::string_view whole)
+        : text(whole.substr(0, kLongest)), length(whole.size()), hash(std::hash<std::string_view>()(whole)) {}
+    Excerpt(std::string_view whole, const HiddenParts& hidden);
     bool isWhole() const { return text.size() == length; }
 
     std::string text;
     std::size_t length;  ///< of the whole text
+    std::size_t hash;    ///< of the whole text with nothing hidden, by which it is told from another
+    bool hides = false;  ///< what is secret in it
 };
 
 /// Follows a text through replacements of its parts: where does what stands in it now come from?
@@ -50,13 +55,16 @@ struct ObservedStep {
     Excerpt written;
     std::optional<std::size_t> position;  ///< in the text around it as that was at first; none for one formed later
     bool isVariable;
-    std::string name;                  ///< "" for one too long to be looked for among others
+    std::string name;                  ///< "" for one too long to be looked for among others, or secret
     std::optional<Excerpt> value;      ///< what the name stands for; none when it is not defined
     std::optional<std::size_t> entry;  ///< the entry that defines the setting
     std::optional<Excerpt> expanded;   ///< what takes the reference's place; none when the resolution failed before
     std::vector<ObservedStep> steps;   ///< the references in the value
     std::size_t stepsNotKept = 0;      ///< how many more there are, at all levels below
 };
+
+/// How many they are, at all levels.
+std::size_t countSteps(const std::vector<ObservedStep>& steps);
 
 /// A text in progress on the way to the one at which a resolution failed.
 struct ObservedLink {
@@ -94,9 +102,9 @@ public:
     static constexpr std::size_t kMostLevels = 20;
 
     /// `text` is about to be resolved, the value of the setting `name` (in `entry`), or with an empty name any text.
-    /// `findEntry` tells which entry defines a setting now.
+    /// `findEntry` tells which entry defines a setting now. What is secret is hidden as the begun `trace` tells.
     Recorder(std::string_view name, std::optional<std::size_t> entry, std::string_view text, FindEntry findEntry,
-             std::size_t mostSteps = kMostSteps);
+             SecretTrace trace, std::size_t mostSteps = kMostSteps);
 
     void found(const KRSReference& reference) override;
     void resolved(const char* value) override;
@@ -104,12 +112,14 @@ public:
 
     /// What was observed, once the resolution has ended.
     Observation take();
+    /// What is hidden of the `result` then.
+    HiddenParts hiddenOf(std::string_view result) const { return trace_.ended(result); }
 
 private:
     // A text in progress. For all but the outermost also the reference that it stands for.
     struct Level {
         ObservedLink link;
-        std::size_t hash;             // of the text before its references were replaced
+        std::size_t textLength;       // before its references were replaced, nothing hidden
         ObservedStep* step;           // null when it is not kept
         std::size_t position;         // of the reference in the text around it
         std::size_t referenceLength;  // as it is by now
@@ -121,6 +131,7 @@ private:
     std::vector<ObservedLink> cycleEndingIn(std::string_view text) const;
 
     FindEntry findEntry_;
+    SecretTrace trace_;
     std::size_t mostSteps_;
     Observation observation_;
     std::vector<Level> levels_;  // the outermost first

@@ -14,12 +14,6 @@ namespace {
 constexpr std::size_t kMostStepsKept = 2'000'000;
 constexpr std::size_t kMostTextKept = std::size_t{128} << 20;
 
-std::size_t countSteps(const std::vector<ObservedStep>& steps) {
-    std::size_t count = steps.size();
-    for (const ObservedStep& step : steps) count += countSteps(step.steps);
-    return count;
-}
-
 std::size_t textOf(const std::vector<ObservedStep>& steps) {
     std::size_t length = 0;
     for (const ObservedStep& step : steps) {
@@ -34,22 +28,28 @@ std::size_t textOf(const std::vector<ObservedStep>& steps) {
 // Writes down what becomes of each entry.
 class ObservedSettings::LoadRecorder : public KRSLoadObserver {
 public:
-    explicit LoadRecorder(ObservedSettings& settings) : settings_(settings) {}
+    LoadRecorder(ObservedSettings& settings, WorkLimit* work) : settings_(settings), work_(work) {}
 
     void begun(const char* key, const char* value) override {
-        ObservedEntry entry{key, 0, 0, Excerpt(value), std::nullopt, {}};
+        if (work_ != nullptr) work_->grantEntries(1);
+        ObservedEntry entry{key, 0, 0, settings_.written(key, value), std::nullopt, {}};
         const auto definedBy = [this](const std::string& name) { return settings_.inForce(name); };
         const bool mayKeep = stepsKept_ < kMostStepsKept && textKept_ < kMostTextKept;
-        resolution_.emplace(key, settings_.entries_.size(), value, definedBy, mayKeep ? Recorder::kMostSteps : 0);
+        resolution_.emplace(key, settings_.entries_.size(), value, definedBy,
+                            SecretTrace(settings_.secrets_, settings_.secrets_.secrets().partsOf(key, value)),
+                            mayKeep ? Recorder::kMostSteps : 0);
         settings_.entries_.push_back(std::move(entry));
     }
-    void found(const KRSReference& reference) override { resolution_->found(reference); }
+    void found(const KRSReference& reference) override {
+        if (work_ != nullptr) work_->spend(reference);
+        resolution_->found(reference);
+    }
     void resolved(const char* value) override { resolution_->resolved(value); }
     void failed(KRSResolveFailure why, const char* text) override { resolution_->failed(why, text); }
     void ended(const char* value) override {
         ObservedEntry& entry = settings_.entries_.back();
-        if (value != nullptr) entry.stored = Excerpt(value);
         entry.load = resolution_->take();
+        if (value != nullptr) store(entry, value);
         stepsKept_ += countSteps(entry.load.steps) + entry.load.origins.replacements();
         textKept_ += textOf(entry.load.steps);
         EntriesOfKey& ofKey = settings_.byKey_[entry.key];
@@ -58,19 +58,31 @@ public:
     }
 
 private:
+    void store(ObservedEntry& entry, const char* value) {
+        const HiddenParts hidden = resolution_->hiddenOf(value);
+        entry.stored = Excerpt(value, hidden);
+        settings_.secrets_.store(entry.key, {hidden, entry.load.origins.replacements() > 0});
+    }
+
     ObservedSettings& settings_;
+    WorkLimit* work_;
     std::optional<Recorder> resolution_;  // of the entry that is being loaded
     std::size_t stepsKept_ = 0;
     std::size_t textKept_ = 0;
 };
 
-ObservedSettings::ObservedSettings(std::string file) : file_(std::move(file)) {
+ObservedSettings::ObservedSettings(std::string file, Secrets secrets, WorkLimit* work)
+    : file_(std::move(file)), secrets_(std::move(secrets)) {
     const LogPause quiet;  // what is left out is told where it matters
-    LoadRecorder recorder(*this);
+    LoadRecorder recorder(*this, work);
     if (KRELoadIniFile(file_.c_str(), &recorder) == 0) {
         throw Failure(std::string("cannot load the settings: ") + KRSLoadError());
     }
     readPlaces();
+}
+
+Excerpt ObservedSettings::written(const std::string& key, std::string_view value) const {
+    return {value, secrets_.secrets().partsOf(key, value)};
 }
 
 // The load does not tell where an entry stands. The file is read once more for that.
@@ -80,7 +92,7 @@ void ObservedSettings::readPlaces() {
     const int read = KRSReadLines(file_.c_str(), [&](const KRSLine& line) {
         if (line.key == nullptr) return;
         same = same && count < entries_.size() && entries_[count].key == line.key &&
-               entries_[count].raw.text == Excerpt(line.value).text;
+               entries_[count].raw.text == written(line.key, line.value).text;
         if (!same) return;
         entries_[count].line = line.number;
         entries_[count].column = line.valueColumn;

@@ -5,9 +5,11 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "explain/observation.h"
+#include "workLimit.h"
 
 /// An entry of the file.
 struct ObservedEntry {
@@ -21,8 +23,11 @@ struct ObservedEntry {
 
 class ObservedSettings {
 public:
-    /// Loads `file` as the library's settings. Throws Failure with the reason, line and column when it is rejected.
-    explicit ObservedSettings(std::string file);
+    /// Loads `file` as the library's settings. Throws Failure with the reason, line and column when it is rejected, and
+    /// WorkLimit::Exceeded when that takes more than `work`, if given.
+    explicit ObservedSettings(std::string file, Secrets secrets = {}, WorkLimit* work = nullptr);
+    ObservedSettings(const ObservedSettings&) = delete;
+    ObservedSettings& operator=(const ObservedSettings&) = delete;
 
     const std::string& file() const { return file_; }
     /// The entries in file order.
@@ -34,6 +39,9 @@ public:
     /// The names of all settings that have a value.
     std::vector<std::string> names() const;
 
+    /// What is secret in the settings; it lives as long as this object.
+    const LoadedSecrets& secrets() const { return secrets_; }
+
 private:
     class LoadRecorder;
 
@@ -42,9 +50,11 @@ private:
         std::optional<std::size_t> inForce;
     };
 
+    Excerpt written(const std::string& key, std::string_view value) const;
     void readPlaces();
 
     std::string file_;
+    LoadedSecrets secrets_;
     std::vector<ObservedEntry> entries_;
     std::map<std::string, EntriesOfKey> byKey_;  // no hash: a file could provoke collisions
 };

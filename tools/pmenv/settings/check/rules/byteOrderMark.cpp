@@ -20,6 +20,7 @@ Rule byteOrderMarkRule() {
         Rule::Severity::Error,
         "A UTF-8 byte-order mark that does not begin the file, as where files were put together. It cannot be seen, "
         "but is a part of the key or of the value, so that a reference to the key as it looks finds nothing.",
+        "Remove the three bytes EF BB BF.",
         "A = 1\n\xef\xbb\xbfPORT = 8080\n",
         "A = 1\nPORT = 8080\n",
         check};

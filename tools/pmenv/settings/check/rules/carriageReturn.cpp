@@ -17,6 +17,7 @@ Rule carriageReturnRule() {
             Rule::Severity::Error,
             "A carriage return in the middle of a line, as in a file whose lines end with it alone. The library takes "
             "the whole text up to the next LF for one line, and so for one value or one comment.",
+            "End each line with LF or CRLF.",
             "PORT = 8080\rHOST = here\n",
             "PORT = 8080\nHOST = here\n",
             check};

@@ -49,6 +49,7 @@ Rule cycleRule() {
             Rule::Severity::Error,
             "A value whose references lead back to itself. In braces it is left out when the file is loaded, in "
             "parentheses it cannot be read.",
+            "Give one of the settings in the chain a value that does not lead back.",
             "BASE = #(ROOT)/pm\nROOT = #(BASE)/..\n",
             "BASE = #(ROOT)/pm\nROOT = /opt\n",
             check};

@@ -31,6 +31,7 @@ Rule differsByCaseRule() {
         Rule::Severity::Warning,
         "Keys that differ by upper and lower case only. They are two settings, and a reference finds the one that is "
         "written as it is.",
+        "Remove one of the two if both mean the same, else rename one.",
         "LogDir = /var/log\nLOGDIR = /tmp\n",
         "LogDir = /var/log\nTEMPDIR = /tmp\n",
         check};

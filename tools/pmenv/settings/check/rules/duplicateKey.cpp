@@ -23,7 +23,8 @@ Rule duplicateKeyRule() {
     return {"duplicate-key",
             Rule::Severity::Warning,
             "A key that stands further up as well. The later value counts, the earlier one is lost, except for "
-            "references in braces between the two. A later value may take the earlier one over: LIST = #{LIST},more.",
+            "references in braces between the two.",
+            "Remove one of the two lines, or let the later one take the earlier value over: LIST = #{LIST},more.",
             "LIST = a\nLIST = b\n",
             "LIST = a\nLIST = #{LIST},b\n",
             check};

@@ -56,6 +56,7 @@ Rule limitRule() {
         "A value that takes more than the library allows: 2047 characters when it is expanded, 1 MiB of text on the "
         "way, 512 nested levels, 65,536 references or 256 Mi characters of searching. It is left out or cannot be "
         "read, like a cycle.",
+        "Shorten the value, or the values that it refers to.",
         "A = 0123456789abcdef\nB = #(A)#(A)#(A)#(A)\nC = #(B)#(B)#(B)#(B)\nD = #(C)#(C)#(C)#(C)\nE = #(D)#(D)\n",
         "A = 0123456789abcdef\nB = #(A)#(A)#(A)#(A)\nC = #(B)#(B)#(B)#(B)\nD = #(C)#(C)#(C)#(C)\nE = #(D)\n",
         check};

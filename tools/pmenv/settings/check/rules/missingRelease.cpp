@@ -18,6 +18,7 @@ Rule missingReleaseRule() {
             Rule::Severity::Warning,
             "A pressmark.ini without KR_VERSION or KR_BUILD. The start-up report of every program shows <NullChar*> "
             "instead. Files of other names are not expected to have them.",
+            "Set KR_VERSION and KR_BUILD.",
             "KR_VERSION = 12\n",
             "KR_VERSION = 12\nKR_BUILD = 345\n",
             check};

@@ -38,6 +38,7 @@ Rule notAReferenceRule() {
         "What looks like a reference but does not fit the pattern, and so stays as it stands: a bracket that is not "
         "closed, blanks around the name, no name at all, an environment variable without brackets like $HOME, or "
         "braces in a file other than pressmark.ini. Texts for a shell, like $(date +%F), are left alone.",
+        "Write $(NAME) for an environment variable and #(NAME) for a setting, without blanks.",
         "LOG_DIR = $HOME/log\n",
         "LOG_DIR = $(HOME)/log\n",
         check};

@@ -24,6 +24,7 @@ Rule oneSidedQuoteRule() {
             Rule::Severity::Warning,
             "A value with a quote at one of its ends. Quotes keep blanks and are removed where they surround the whole "
             "value; one alone is a part of it.",
+            "Write the other quote, or remove this one.",
             "TITLE = \"nightly run\n",
             "TITLE = \"nightly run\"\n",
             check};

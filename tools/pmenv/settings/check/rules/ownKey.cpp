@@ -22,6 +22,7 @@ Rule ownKeyRule() {
             Rule::Severity::Warning,
             "A reference in a file of --file to a key that the file itself has as well. References always mean "
             "pressmark.ini. Where that has no such setting, it is an error of undefined-setting.",
+            "Rename one of the two keys, so that nobody takes one for the other.",
             "KR_VERSION = 7\nTITLE = release #(KR_VERSION)\n",
             "ENGINE_VERSION = 7\nTITLE = release #(KR_VERSION)\n",
             check};

@@ -20,7 +20,8 @@ Rule swallowedReferenceRule() {
         "swallowed-reference",
         Rule::Severity::Error,
         "A name in braces reaches to the last } before the next blank or parenthesis. So ${A}${B} is one reference, "
-        "to the name A}${B, and expands to nothing. Part the two by a blank or a parenthesis, or write $(A)$(B).",
+        "to the name A}${B, and expands to nothing.",
+        "Put a blank or a parenthesis between the two references, or write both in parentheses: $(A)$(B).",
         "A = 1\nB = 2\nBOTH = #{A}#{B}\n",
         "A = 1\nB = 2\nBOTH = #(A)#(B)\n",
         check};

@@ -15,6 +15,7 @@ Rule tooMuchWorkRule() {
             Rule::Severity::Error,
             "The values of the file take so much expanding that checking has been cut short. A file like this keeps "
             "every program that loads it busy, or is made to.",
+            "Look for values that refer to others twice or more, level upon level, and take levels out.",
             nullptr,
             nullptr,
             check};

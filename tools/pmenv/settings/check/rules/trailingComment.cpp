@@ -43,7 +43,8 @@ Rule trailingCommentRule() {
     return {"trailing-comment",
             Rule::Severity::Warning,
             "What looks like a comment behind a value. ; and # begin a comment only at the beginning of a line; here "
-            "they are a part of the value. A value that is meant like this can be written in quotes.",
+            "they are a part of the value.",
+            "Put the comment on a line of its own. Write a value that is meant like this in quotes.",
             "PORT = 8080 ; for tests\n",
             "; for tests\nPORT = 8080\n",
             check};

@@ -39,6 +39,7 @@ Rule undefinedSettingRule() {
             Rule::Severity::Error,
             "A reference to a setting that the file does not define. It expands to nothing. Below a [section] a "
             "reference still names the whole key, section.KEY.",
+            "Correct the name, or define the setting.",
             "BASE = /opt/pm\nLOG_DIR = #(BSAE)/log\n",
             "BASE = /opt/pm\nLOG_DIR = #(BASE)/log\n",
             check};

@@ -32,6 +32,7 @@ Rule unreachableNameRule() {
             Rule::Severity::Warning,
             "A key or a [section] with blanks or parentheses in its name. Programs can read it by its name, but a "
             "reference ends at the first of these.",
+            "Write the name without blanks and parentheses, for example with dashes.",
             "[load engine]\nTHREADS = 8\n",
             "[load-engine]\nTHREADS = 8\n",
             check};

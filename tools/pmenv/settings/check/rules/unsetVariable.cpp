@@ -22,7 +22,10 @@ Rule unsetVariableRule() {
             Rule::Severity::Warning,
             "A reference to a variable that the process environment does not have. It expands to nothing; the programs "
             "that read the file may have another environment than this command.",
+            "Correct the name, set the variable for the programs that read the file, or write #(NAME) where a setting "
+            "is meant.",
             "BASE = /opt/pm\nLOG_DIR = $(BASE)/log\n",
             "BASE = /opt/pm\nLOG_DIR = #(BASE)/log\n",
-            check};
+            check,
+            Rule::DependsOn::Host};
 }

@@ -26,7 +26,8 @@ Rule usedBeforeDefinedRule() {
         "used-before-defined",
         Rule::Severity::Error,
         "A reference #{NAME} to a setting that stands further down. References in braces are expanded while the file "
-        "is loaded, and see only what stands above. Move the setting up, or write #(NAME).",
+        "is loaded, and see only what stands above.",
+        "Move the setting that is referred to up, or write #(NAME), which is expanded when the value is read.",
         "LOG_DIR = #{BASE}/log\nBASE = /opt/pm\n",
         "LOG_DIR = #(BASE)/log\nBASE = /opt/pm\n",
         check};

@@ -1,0 +1,72 @@
+// liveTerminal: what is sent to redraw a terminal. Its tests with a real terminal are those of `stats --watch`.
+#include <iostream>
+#include <optional>
+#include <sstream>
+#include <string>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "liveTerminal.h"
+#include "support/ScopedEnv.h"
+#include "terminal.h"
+
+namespace {
+
+// Standard output as text, and no terminal as standard input, for the length of a scope.
+class Sent {
+public:
+    Sent() : stream_(std::cout.rdbuf(text_.rdbuf())), input_(dup(STDIN_FILENO)) {
+        const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        dup2(nothing, STDIN_FILENO);
+        close(nothing);
+    }
+    ~Sent() {
+        std::cout.rdbuf(stream_);
+        dup2(input_, STDIN_FILENO);
+        close(input_);
+    }
+    Sent(const Sent&) = delete;
+    Sent& operator=(const Sent&) = delete;
+
+    // What has been sent since the last time.
+    std::string taken() {
+        const std::string text = text_.str();
+        text_.str("");
+        return text;
+    }
+
+private:
+    std::ostringstream text_;
+    std::streambuf* stream_;
+    int input_;
+};
+
+TEST(LiveTerminal, TakesTheTerminalOverAndGivesItBack) {
+    Sent sent;
+    {
+        const LiveTerminal terminal;
+        EXPECT_EQ(sent.taken(), "\x1b[?1049h\x1b[?25l");
+    }
+    EXPECT_EQ(sent.taken(), "\x1b[?25h\x1b[?1049l");
+}
+
+TEST(LiveTerminal, ClearsEachLineAndWhatIsBelow) {
+    Sent sent;
+    const LiveTerminal terminal;
+    sent.taken();
+    terminal.draw({"one", "two"}, 3);
+    EXPECT_EQ(sent.taken(), "\x1b[H\x1b[Kone\r\n\x1b[Ktwo\r\n\x1b[J");
+    terminal.draw({"one", "two"}, 2);
+    EXPECT_EQ(sent.taken(), "\x1b[H\x1b[Kone\r\n\x1b[Ktwo") << "another line would scroll the first one away";
+}
+
+TEST(Terminal, WhatIsNoneHasNoSizeAndNoColour) {
+    const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const ScopedEnv colours("NO_COLOR", nullptr);
+    EXPECT_EQ(Style(nothing).red("x"), "x");
+    close(nothing);
+}
+
+}  // namespace

@@ -1,0 +1,207 @@
+// What the completions offer, in the shells themselves: bash, zsh and fish.
+#include <algorithm>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "check/rule.h"
+#include "commands.h"
+#include "pmenv/PmenvTest.h"
+#include "support/TerminalRun.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+using testing::UnorderedElementsAre;
+using testing::UnorderedElementsAreArray;
+
+namespace {
+
+// In single quotes, for any of the shells.
+std::string quoted(const std::string& word) { return "'" + word + "'"; }
+
+std::string commandLine(const Words& words, const std::string& beginning) {
+    std::string line = PMENV_BINARY;
+    for (const std::string& word : words) line += " " + word;
+    return line + " " + beginning;
+}
+
+Words linesOf(const std::string& text) {
+    Words lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        if (!line.empty()) lines.push_back(line);
+    }
+    return lines;
+}
+
+class PmenvCompletion : public Pmenv, public testing::WithParamInterface<const char*> {
+protected:
+    // What is offered behind `words` for the beginning of a word.
+    Words complete(const Words& words, const std::string& beginning) const {
+        const std::string shell = GetParam();
+        if (shell == "bash") return completeInBash(words, beginning);
+        return shell == "zsh" ? completeInZsh(words, beginning) : completeInFish(words, beginning);
+    }
+
+    // Settings are searched in `directory_`, which is HOME as well.
+    std::map<std::string, const char*> environment() const {
+        auto variables = environmentOf({});
+        variables["HOME"] = directory_.path().c_str();
+        for (const char* const other : {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME", "ZDOTDIR"}) {
+            variables[other] = nullptr;
+        }
+        return variables;
+    }
+
+    Words completeInBash(const Words& words, const std::string& beginning) const {
+        std::string script = "source " + std::string(PMENV_COMPLETION) + ".bash; COMP_WORDS=(" PMENV_BINARY;
+        for (const std::string& word : words) script += " " + quoted(word);
+        script += " " + quoted(beginning) +
+                  "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _pmenv; printf '%s\\n' \"${COMPREPLY[@]}\"";
+        const ScopedCwd here(directory_.path());
+        const ProgramResult outcome = runProgram({"/bin/bash", "-c", script}, environment());
+        EXPECT_EQ(outcome.err, "");
+        return linesOf(outcome.out);
+    }
+
+    Words completeInFish(const Words& words, const std::string& beginning) const {
+        const std::string script =
+            "source " + std::string(PMENV_COMPLETION) + ".fish; complete -C \"" + commandLine(words, beginning) + "\"";
+        const ScopedCwd here(directory_.path());
+        const ProgramResult outcome = runProgram({"/usr/bin/fish", "--no-config", "-c", script}, environment());
+        EXPECT_EQ(outcome.err, "");
+        Words offered = linesOf(outcome.out);
+        for (std::string& each : offered) each.erase(std::min(each.find('\t'), each.size()));
+        return offered;
+    }
+
+    // zsh completes in its line editor only. As soon as that reads a line, the words are in it and are completed; what
+    // the completion adds goes to a file.
+    Words completeInZsh(const Words& words, const std::string& beginning) const {
+        static const char* const kStart =
+            "setopt no_beep no_always_last_prompt; PROMPT=; LISTMAX=100000\n"
+            "autoload -Uz compinit && compinit -u -D\n"
+            "autoload -Uz _pmenv && compdef _pmenv pmenv\n"
+            "compadd() {\n"
+            "    if ((${argv[(I)-[ADO]*]})); then builtin compadd \"$@\"; return; fi\n"
+            "    local -a matches\n"
+            "    builtin compadd -O matches \"$@\"\n"
+            "    ((#matches)) && print -rl -- $matches >>$OFFERED\n"
+            "    builtin compadd \"$@\"\n"
+            "}\n"
+            "zle-line-init() { BUFFER=$TYPED; CURSOR=${#BUFFER}; zle complete-word; exit 0 }\n"
+            "zle -N zle-line-init\n";
+        const TempDir start;
+        std::filesystem::copy_file(PMENV_COMPLETION ".zsh", start / "_pmenv");
+        start.writeFile(".zshrc", "fpath=($ZDOTDIR $fpath)\n" + std::string(kStart));
+        const std::string offered = start.writeFile("offered");
+        const std::string typed = commandLine(words, beginning);
+        auto variables = environment();
+        variables["ZDOTDIR"] = start.path().c_str();
+        variables["OFFERED"] = offered.c_str();
+        variables["TYPED"] = typed.c_str();
+        const ScopedCwd here(directory_.path());
+        TerminalRun shell({"/bin/zsh", "-d", "-i"}, variables, 200, 50);
+        EXPECT_EQ(shell.finish(), 0) << shell.output();
+        Words matches = linesOf(readFileText(offered));  // some of them twice, when zsh looks twice
+        std::sort(matches.begin(), matches.end());
+        matches.erase(std::unique(matches.begin(), matches.end()), matches.end());
+        return matches;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Shells, PmenvCompletion, testing::Values("bash", "zsh", "fish"),
+                         [](const auto& shell) { return std::string(shell.param); });
+
+Words wordsOf(const Command& command) {
+    std::istringstream name(command.name);
+    return {std::istream_iterator<std::string>(name), std::istream_iterator<std::string>()};
+}
+
+std::set<std::string> optionsOf(const Command& command) {
+    std::set<std::string> names;
+    for (const Option& option : pmenvGrammar().globalOptions) names.insert("--" + std::string(option.name));
+    for (const Option& option : command.options) names.insert("--" + std::string(option.name));
+    return names;
+}
+
+std::set<std::string> firstWords() {
+    std::set<std::string> words;
+    for (const Command& command : pmenvGrammar().commands) words.insert(wordsOf(command)[0]);
+    return words;
+}
+
+TEST_P(PmenvCompletion, OffersEveryCommand) {
+    EXPECT_THAT(complete({}, ""), UnorderedElementsAreArray(firstWords()));
+    EXPECT_THAT(complete({}, "re"), UnorderedElementsAre("report", "resolve"));
+    EXPECT_THAT(complete({"path"}, ""), UnorderedElementsAre("abs", "make", "shorten", "split"));
+    EXPECT_THAT(complete({"--json", "--ini", "get", "path"}, "s"), UnorderedElementsAre("shorten", "split"));
+}
+
+TEST_P(PmenvCompletion, OffersExactlyTheOptionsOfEachCommand) {
+    for (const Command& command : pmenvGrammar().commands) {
+        EXPECT_THAT(complete(wordsOf(command), "--"), UnorderedElementsAreArray(optionsOf(command))) << command.name;
+    }
+}
+
+TEST_P(PmenvCompletion, OffersTheNamesOfSettings) {
+    EXPECT_THAT(complete({"get"}, "KR_"), UnorderedElementsAre("KR_BUILD", "KR_VERSION"));
+    EXPECT_THAT(complete({"get", "KR_BUILD", "--raw"}, "engine"), ElementsAre("engine.threads"));
+    EXPECT_THAT(complete({"explain"}, "KR_B"), ElementsAre("KR_BUILD"));
+    EXPECT_THAT(complete({"explain", "KR_BUILD"}, "KR_B"), IsEmpty()) << "it takes one";
+}
+
+TEST_P(PmenvCompletion, OffersTheSettingsOfTheChosenFile) {
+    directory_.makeDirectory("other");
+    directory_.writeFile("other/pressmark.ini", "KR_OTHER = 1\n");
+    EXPECT_THAT(complete({"--ini", "other", "get"}, "KR_"), ElementsAre("KR_OTHER"));
+    EXPECT_THAT(complete({"get", "--ini", "other"}, "KR_"), ElementsAre("KR_OTHER"));
+}
+
+TEST_P(PmenvCompletion, OffersFilesAndPathVariables) {
+    directory_.makeDirectory("other");
+    const auto withoutSlash = [](Words words) {
+        for (std::string& word : words) word.erase(word.find_last_not_of('/') + 1);
+        return words;
+    };
+    EXPECT_THAT(withoutSlash(complete({"--ini"}, "oth")), ElementsAre("other"));
+    EXPECT_THAT(complete({"check"}, "press"), ElementsAre("pressmark.ini"));
+    EXPECT_THAT(withoutSlash(complete({"walk"}, "oth")), ElementsAre("other"));
+    EXPECT_THAT(complete({"walk"}, "press"), IsEmpty()) << "only directories can be walked";
+    EXPECT_THAT(complete({"walk", "--skip"}, "oth"), IsEmpty());
+    EXPECT_THAT(complete({"resolve"}, "M"), ElementsAre("MYDOCUMENTS"));
+}
+
+TEST_P(PmenvCompletion, OffersFilesBelowTheSettingKrBin) {
+    directory_.makeDirectory("bin");
+    directory_.writeFile("bin/engine.ini");
+    EXPECT_THAT(complete({"get", "--file"}, "e"), IsEmpty()) << "there is no such setting";
+    directory_.writeFile("pressmark.ini", "KR_BIN = " + directory_ / "bin" + "\n");
+    EXPECT_THAT(complete({"get", "--file"}, "e"), ElementsAre("engine.ini"));
+    EXPECT_THAT(complete({"get", "--file", "engine.ini"}, "KR"), IsEmpty()) << "that file's names are not known";
+}
+
+TEST_P(PmenvCompletion, OffersTheValuesOfAChoice) {
+    EXPECT_THAT(complete({"check", "--ignore"}, ""), UnorderedElementsAreArray(ruleNames()));
+    EXPECT_THAT(complete({"check", "--ignore"}, "un"), Not(IsEmpty()));
+    EXPECT_THAT(complete({"check", "--format"}, ""), UnorderedElementsAre("text", "json", "sarif", "github"));
+    EXPECT_THAT(complete({"check", "--format"}, "s"), ElementsAre("sarif"));
+}
+
+// A shell parts "--format=sa" in its own way; bash does so before the completion sees it.
+TEST_P(PmenvCompletion, OffersTheValueBehindAnEqualsSign) {
+    if (GetParam() == std::string("bash")) {
+        EXPECT_THAT(complete({"check", "--format", "="}, "sa"), ElementsAre("sarif"));
+    } else {
+        Words offered = complete({"check"}, "--format=sa");
+        ASSERT_EQ(offered.size(), 1U);
+        EXPECT_THAT(offered[0], testing::EndsWith("sarif"));
+    }
+}
+
+}  // namespace

@@ -1,0 +1,53 @@
+// Texts of any bytes in a page.
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "chart/markup.h"
+
+namespace {
+
+TEST(Markup, EscapesAndShowsWhatAPageCannotHold) {
+    const struct {
+        std::string text;
+        const char* shown;
+    } rows[] = {
+        {"load engine", "load engine"},
+        {"<b>&\"'</b>", "&lt;b&gt;&amp;&quot;&#39;&lt;/b&gt;"},
+        {"größer 試験 😀", "größer 試験 😀"},
+        {std::string("a\0b", 3), "a␀b"},
+        {"a\nb\tc\x1b[31m\x7f", "a␊b␉c␛[31m␡"},
+        {"\xff\xc3", "��"},
+        {"\xc0\xaf", "��"},                                  // a slash in two bytes
+        {"\xed\xa0\x80", "���"},                             // half of a pair of 16 bits
+        {"\xf4\x90\x80\x80", "����"},                        // beyond the last character
+        {"\xe2\x82", "��"},                                  // cut off
+        {"\xc2\x85", "[U+0085]"},                            // a control character of the second row
+        {"user\xe2\x80\xaegnp.exe", "user[U+202E]gnp.exe"},  // turns the direction of writing
+        {"\xef\xbf\xbf", "[U+FFFF]"},                        // may not stand in XML
+        {"\xef\xbb\xbf", "[U+FEFF]"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(escaped(row.text), row.shown) << row.shown;
+}
+
+TEST(Markup, ShortensByCharactersNotBytes) {
+    EXPECT_EQ(shortened("größer", 10), "größer");
+    EXPECT_EQ(shortened("größer", 3), "grö…");
+    EXPECT_EQ(shortened("", 3), "");
+}
+
+TEST(Markup, WritesNoMoreDigitsThanTell) {
+    const struct {
+        double number;
+        const char* text;
+    } rows[] = {{0, "0"},         {-0.00001, "0"},     {1, "1"},      {1.5, "1.5"}, {12.34, "12.3"},
+                {1234.5, "1234"}, {0.12345, "0.1235"}, {1000, "1000"}};
+    for (const auto& row : rows) EXPECT_EQ(shortNumber(row.number), row.text);
+    EXPECT_EQ(shortNumber(1e300).size(), 301u);
+    EXPECT_EQ(coordinate(12.04), "12");
+    EXPECT_EQ(place(0.5), "50%");
+    EXPECT_EQ(place(-3), "0%");
+    EXPECT_EQ(place(7), "100%");
+}
+
+}  // namespace

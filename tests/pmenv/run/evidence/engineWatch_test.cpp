@@ -1,0 +1,191 @@
+// One engine, from the moment it is found until it ends.
+#include <optional>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "evidence/engineWatch.h"
+#include "support/FakeKernel.h"
+
+namespace {
+
+constexpr int kPid = FakeKernel::kPid;
+const std::string kProcess = "/proc/" + std::to_string(kPid);
+const std::string kCgroup = "/sys/fs/cgroup";
+
+class EngineWatchTest : public testing::Test {
+protected:
+    EngineWatchTest() {
+        kernel.write("/proc/self/mountinfo", "30 23 0:26 / /sys/fs/cgroup rw - cgroup2 cgroup2 rw\n");
+        kernel.write(kProcess + "/cgroup", "0::/load\n");
+        groups.emplace();
+        run();
+    }
+
+    void run(double ran = 0, char state = 'S', std::uint64_t startTicks = 5000, int exitStatus = 0) {
+        FakeKernel::Thread thread;
+        thread.ran = ran;
+        thread.state = state;
+        thread.turns = 10 + static_cast<std::uint64_t>(1000 * ran);
+        thread.startTicks = startTicks;
+        thread.exitStatus = exitStatus;
+        kernel.run(thread);
+    }
+
+    static FoundEngine found(std::uint64_t majorFaults = 0, std::size_t chosenBy = kByRule) {
+        return {{kPid, 5000}, "PMLoadEngineMai", chosenBy, majorFaults};
+    }
+
+    // An interval as the sampler takes it; `slow` reads what changes seldom first.
+    std::optional<EngineEvidence> sample(EngineWatch& watch, bool slow = true, std::uint64_t majorFaults = 0) {
+        kernel.now += 0.25;
+        time += 0.25;
+        if (slow) watch.readSlowSignals(found(majorFaults), *groups, network);
+        groups->sample(slow);
+        return watch.sample({}, *groups, time);
+    }
+
+    FakeKernel kernel;
+    std::optional<Groups> groups;  // once the mounts are there
+    Network network;
+    double time = 0;
+};
+
+TEST_F(EngineWatchTest, IntervalsFollowEachOther) {
+    EngineWatch watch(found(), {}, 0);
+    auto evidence = sample(watch);
+    ASSERT_TRUE(evidence);
+    EXPECT_EQ(evidence->from, 0);
+    EXPECT_EQ(evidence->to, 0.25);
+    EXPECT_EQ(evidence->key.pid, kPid);
+    EXPECT_EQ(evidence->name, "PMLoadEngineMai");
+    run(0.1);
+    evidence = sample(watch);
+    ASSERT_TRUE(evidence);
+    EXPECT_EQ(evidence->from, 0.25);
+    ASSERT_TRUE(evidence->busiest);
+    EXPECT_NEAR(evidence->busiest->parts.running, 0.1, 1e-6);
+    EXPECT_EQ(watch.threadCount(), 1u);
+}
+
+TEST_F(EngineWatchTest, PagesFromADiskAreToldOnce) {
+    EngineWatch watch(found(100), {}, 0);
+    EXPECT_EQ(sample(watch, true, 100)->majorFaults, 0u);
+    auto evidence = sample(watch, true, 130);
+    EXPECT_EQ(evidence->majorFaults, 30u);
+    EXPECT_TRUE(evidence->faulting);
+    evidence = sample(watch, false);
+    EXPECT_EQ(evidence->majorFaults, 0u);
+    EXPECT_TRUE(evidence->faulting) << "they were counted once a second";
+    EXPECT_FALSE(sample(watch, true, 130)->faulting);
+    EXPECT_EQ(sample(watch, true, 5)->majorFaults, 0u) << "a counter of 32 bits has begun again";
+}
+
+TEST_F(EngineWatchTest, DescriptorsAreToldAsAShareOfTheLimit) {
+    kernel.write(kProcess + "/limits", "Max open files            10                 20              files\n");
+    for (int i = 0; i < 7; ++i) kernel.write(kProcess + "/fd/" + std::to_string(i), "");
+    EngineWatch watch(found(), {}, 0);
+    EXPECT_EQ(sample(watch)->descriptorShare, 0.7);
+    kernel.hide(kProcess + "/fd");
+    EXPECT_FALSE(sample(watch)->descriptorShare);
+}
+
+TEST_F(EngineWatchTest, StrangeLimitsAreNotKnown) {
+    kernel.write(kProcess + "/fd/0", "");
+    EngineWatch watch(found(), {}, 0);
+    for (const char* const text :
+         {"", "Max open files            0        0      files\n", "Max open files  x x files\n"}) {
+        kernel.write(kProcess + "/limits", text);
+        EXPECT_FALSE(sample(watch)->descriptorShare) << text;
+    }
+}
+
+TEST_F(EngineWatchTest, AQuotaIsTakenOutOfWhatItsThreadsWaited) {
+    kernel.write(kCgroup + "/load/cpu.stat", "usage_usec 1\nnr_periods 1\nnr_throttled 0\nthrottled_usec 0\n");
+    EngineWatch watch(found(), {}, 0);
+    sample(watch);
+    sample(watch);
+    kernel.write(kCgroup + "/load/cpu.stat", "usage_usec 1\nnr_periods 3\nnr_throttled 2\nthrottled_usec 120000\n");
+    FakeKernel::Thread waits;
+    waits.turns = 30;
+    waits.waited = 0.15;
+    kernel.run(waits);
+    const auto evidence = sample(watch);
+    ASSERT_TRUE(evidence && evidence->busiest);
+    EXPECT_NEAR(evidence->busiest->parts.throttled, 0.12, 1e-6);
+    EXPECT_NEAR(evidence->busiest->parts.waiting, 0.03, 1e-6);
+    EXPECT_EQ(evidence->group.timesThrottled, 2u);
+}
+
+// The kept descriptors read on; what would have to be opened anew cannot be.
+TEST_F(EngineWatchTest, AccountsThatAreHiddenAreNotReadable) {
+    kernel.hide(kProcess);
+    EngineWatch watch(found(), {}, 0);
+    for (int i = 0; i < 3; ++i) {
+        const auto evidence = sample(watch);
+        ASSERT_TRUE(evidence) << "it may run";
+        EXPECT_FALSE(evidence->readable);
+        EXPECT_FALSE(evidence->busiest);
+        EXPECT_FALSE(evidence->group.throttled || evidence->descriptorShare || evidence->portShare);
+    }
+}
+
+TEST_F(EngineWatchTest, AccountsThatBecomeUnreadableAreNotReadableFromThenOn) {
+    EngineWatch watch(found(), {}, 0);
+    sample(watch);
+    EXPECT_TRUE(sample(watch)->readable);
+    kernel.write(kProcess + "/task/" + std::to_string(kPid) + "/schedstat", "");
+    const auto evidence = sample(watch);
+    ASSERT_TRUE(evidence);
+    EXPECT_FALSE(evidence->readable);
+    EXPECT_FALSE(evidence->busiest);
+}
+
+// --- its end --------------------------------------------------------------------------------------------------------
+
+TEST_F(EngineWatchTest, EndsWithItsLastThread) {
+    EngineWatch watch(found(), {}, 0);
+    ASSERT_TRUE(sample(watch));
+    kernel.end(kPid);
+    EXPECT_FALSE(sample(watch, false));
+    const EngineEnd end = watch.end(7.5);
+    EXPECT_EQ(end.key.pid, kPid);
+    EXPECT_EQ(end.name, "PMLoadEngineMai");
+    EXPECT_EQ(end.time, 7.5);
+    EXPECT_FALSE(end.status);
+    EXPECT_FALSE(end.zombie);
+    EXPECT_FALSE(end.descendant);
+}
+
+TEST_F(EngineWatchTest, AZombieTellsItsStatus) {
+    const struct {
+        int written;
+        std::optional<int> status;
+    } rows[] = {{9, 9}, {0x0100, 0x0100}, {0, std::nullopt}, {0x10000, std::nullopt}};
+    for (const auto& row : rows) {
+        run();
+        EngineWatch watch(found(), {}, 0);
+        ASSERT_TRUE(sample(watch));
+        run(0.1, 'Z', 5000, row.written);
+        EXPECT_FALSE(sample(watch));
+        const EngineEnd end = watch.end(1);
+        EXPECT_TRUE(end.zombie);
+        EXPECT_EQ(end.status, row.status) << row.written;
+    }
+}
+
+TEST_F(EngineWatchTest, TheStatusOfAnotherProcessIsNotIts) {
+    EngineWatch watch(found(), {}, 0);
+    kernel.end(kPid);
+    run(0, 'Z', 6000, 9);
+    const EngineEnd end = watch.end(1);
+    EXPECT_FALSE(end.zombie);
+    EXPECT_FALSE(end.status);
+}
+
+TEST_F(EngineWatchTest, DescendantsAreToldApart) {
+    EXPECT_TRUE(EngineWatch(found(0, kAsDescendant), {}, 0).end(1).descendant);
+    EXPECT_FALSE(EngineWatch(found(0, kByPid), {}, 0).end(1).descendant);
+}
+
+}  // namespace

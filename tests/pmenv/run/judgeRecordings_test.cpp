@@ -1,0 +1,252 @@
+// judge --record, judge FILE... and mark as their users run them.
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "pmenv/PmenvTest.h"
+#include "pmenv/run/judgement/Runs.h"
+#include "pmenv/run/recording/Recordings.h"
+#include "support/LoadEngine.h"
+#include "support/TempDir.h"
+
+using json = nlohmann::json;
+using testing::AllOf;
+using testing::AnyOf;
+using testing::Each;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+ProgramResult run(Words words) {
+    words.insert(words.begin(), PMENV_BINARY);
+    return runProgram(words, {{"NO_COLOR", "1"}});
+}
+
+json judgedJson(const Words& words) {
+    Words all{"judge", "--json"};
+    all.insert(all.end(), words.begin(), words.end());
+    const ProgramResult result = run(all);
+    const json judged = json::parse(result.out);
+    EXPECT_EQ(judged.at("exitCode"), result.status);
+    return judged;
+}
+
+// Ten seconds in which the engine did this in its first second, and was idle then.
+std::vector<Evidence> runThat(const Did& did) {
+    std::vector<Evidence> evidences;
+    MadeRun().each(10, [&](Evidence& evidence) {
+        evidence.engines.push_back(engineThat(evidence.from < 1 ? did : Did{5}, evidence.from));
+        evidences.push_back(asRecorded(evidence));
+    });
+    return evidences;
+}
+
+RecordingHeader headerOf(const std::string& host) {
+    RecordingHeader header = someHeader();
+    header.host = host;
+    return header;
+}
+
+const Did kIdle{5};
+const Did kStopped{0, 0, 0, 0, 100};
+
+// --- one ------------------------------------------------------------------------------------------------------------
+
+TEST(PmenvJudgeRecording, GivesExactlyTheLiveVerdict) {
+    const LoadEngine busy("burn");
+    const LoadEngine idle("idle");
+    const TempDir dir;
+    const std::vector<Words> choices = {{}, {"--engine", "no-such-program", "--percentile", "50", "--cpu-limit", "1"}};
+    for (const Words& choice : choices) {
+        Words words{"--duration", "2", "--record", dir / "run"};
+        words.insert(words.end(), choice.begin(), choice.end());
+        const json live = judgedJson(words);
+        json again = judgedJson({dir / "run"});
+        EXPECT_EQ(again.at("recording"), (json{{"file", dir / "run"}, {"complete", true}}));
+        again.erase("recording");
+        EXPECT_EQ(again, live);
+    }
+}
+
+TEST(PmenvJudgeRecording, TakesOtherLimits) {
+    const TempDir dir;
+    record(dir / "run", runThat(kStopped));
+    EXPECT_EQ(judgedJson({dir / "run"}).at("verdict"), "spoiled");
+    EXPECT_EQ(judgedJson({dir / "run", "--percentile", "80"}).at("verdict"), "clean");
+    EXPECT_EQ(judgedJson({dir / "run", "--percentile", "80", "--engines", "2"}).at("verdict"), "spoiled");
+}
+
+TEST(PmenvJudgeRecording, KeepsTheLimitsThatItWasRecordedWith) {
+    const TempDir dir;
+    RecordingHeader header = someHeader();
+    header.limits.percentile = 80;
+    record(dir / "run", runThat(kStopped), header);
+    EXPECT_EQ(judgedJson({dir / "run"}).at("percentile"), 80);
+    EXPECT_EQ(judgedJson({dir / "run"}).at("verdict"), "clean");
+    EXPECT_EQ(judgedJson({dir / "run", "--percentile", "99"}).at("verdict"), "spoiled");
+}
+
+TEST(PmenvJudgeRecording, RefusesAnotherTolerance) {
+    const TempDir dir;
+    record(dir / "run", runThat(kIdle));
+    EXPECT_EQ(run({"judge", dir / "run", "--tolerance", "10"}).status, 0);
+    const ProgramResult result = run({"judge", dir / "run", "--tolerance", "20"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, HasSubstr("was recorded with a tolerance of 10 ms, by which late turns were counted"));
+}
+
+TEST(PmenvJudgeRecording, CanBeNarrowed) {
+    const TempDir dir;
+    record(dir / "run", runThat(kStopped));
+    const json beginning = judgedJson({dir / "run", "--to", "4"});
+    EXPECT_EQ(beginning.at("seconds"), 4);
+    EXPECT_EQ(beginning.at("heldBackShare"), 0.25);
+    EXPECT_TRUE(beginning.at("watcher").at("cpuSeconds").is_null());
+}
+
+TEST(PmenvJudgeRecording, ThatBreaksOffIsJudgedAndTold) {
+    const TempDir dir;
+    record(dir / "run", runThat(kIdle), someHeader(), false);
+    const ProgramResult result = run({"judge", dir / "run", "--json"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "pmenv: warning: " + (dir / "run") +
+                              ": the recording breaks off at second 10; what the watch saw afterwards is not in it\n");
+    EXPECT_EQ(json::parse(result.out).at("recording").at("complete"), false);
+    EXPECT_TRUE(json::parse(result.out).at("watcher").at("cpuSeconds").is_null());
+}
+
+TEST(PmenvJudgeRecording, ThatIsDamagedIsRefused) {
+    const TempDir dir;
+    record(dir / "run", runThat(kIdle));
+    dir.writeFile("run", readFileText(dir / "run") + "what?\n");
+    const ProgramResult result = run({"judge", dir / "run"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "pmenv: " + (dir / "run") + ":43:1: Invalid value.\n");
+}
+
+// Names of any bytes reach people and programs: escaped, and in valid UTF-8.
+TEST(PmenvJudgeRecording, ShowsHostileNames) {
+    const TempDir dir;
+    std::vector<Evidence> evidences = runThat(kStopped);
+    std::string name;
+    for (int byte = 1; byte < 256; ++byte) name += static_cast<char>(byte);
+    for (Evidence& evidence : evidences) evidence.engines[0].name = evidence.engines[0].busiest->name = name;
+    record(dir / "run", evidences);
+    EXPECT_FALSE(judgedJson({dir / "run"}).at("engines")[0].at("name").get<std::string>().empty());
+    const std::string text = run({"judge", dir / "run"}).out;
+    EXPECT_THAT(text, HasSubstr("\\x01\\x02\\x03\\x04\\x05\\x06\\x07\\x08\\t\\n"));
+    EXPECT_EQ(text.find('\x1b'), std::string::npos);
+}
+
+// --- several --------------------------------------------------------------------------------------------------------
+
+TEST(PmenvJudgeRecordings, TheWorstComesFirstAndDecides) {
+    const TempDir dir;
+    record(dir / "clean", runThat(kIdle), headerOf("gen1"));
+    record(dir / "short", {runThat(kIdle)[0]}, headerOf("gen2"));
+    record(dir / "spoiled", runThat(kStopped), headerOf("gen3"));
+    const struct {
+        Words files;
+        int status;
+        const char* verdict;
+    } rows[] = {
+        {{"clean", "clean"}, 0, "clean: all 2 load generators kept their schedule\n"},
+        {{"clean", "short"},
+         4,
+         "cannot tell: of 1 of 2 load generators it cannot be told whether they kept their schedule\n"},
+        {{"clean", "short", "spoiled"}, 3, "spoiled: 1 of 3 load generators spoiled the run\n"},
+    };
+    for (const auto& row : rows) {
+        Words words{"judge"};
+        for (const std::string& file : row.files) words.push_back(dir / file);
+        const ProgramResult result = run(words);
+        EXPECT_EQ(result.status, row.status);
+        EXPECT_THAT(result.out, StartsWith(row.verdict));
+    }
+    const std::string text = run({"judge", dir / "clean", dir / "short", dir / "spoiled"}).out;
+    EXPECT_LT(text.find("gen3"), text.find("gen2"));
+    EXPECT_LT(text.find("gen2"), text.find("gen1"));
+    EXPECT_THAT(text, HasSubstr("percentiles up to p90 can be believed; p99 was asked for"));
+
+    const json judged = judgedJson({dir / "clean", dir / "short", dir / "spoiled"});
+    EXPECT_EQ(judged.at("verdict"), "spoiled");
+    ASSERT_EQ(judged.at("generators").size(), 3U);
+    EXPECT_EQ(judged.at("generators")[0], judgedJson({dir / "spoiled"}));
+    EXPECT_EQ(judged.at("generators")[2], judgedJson({dir / "clean"}));
+}
+
+// --- options --------------------------------------------------------------------------------------------------------
+
+TEST(PmenvJudgeRecording, WrongUsageIsRefused) {
+    const TempDir dir;
+    record(dir / "run", runThat(kIdle));
+    const struct {
+        Words words;
+        const char* error;
+    } rows[] = {
+        {{"judge", dir / "run", "--duration", "5"}, "--duration is for a watch, and a recording is judged here"},
+        {{"judge", dir / "run", "--engine", "x"}, "--engine is for a watch, and a recording is judged here"},
+        {{"judge", dir / "run", "--pid", "1"}, "--pid is for a watch, and a recording is judged here"},
+        {{"judge", dir / "run", "--ignore-thread", "x"},
+         "--ignore-thread is for a watch, and a recording is judged here"},
+        {{"judge", dir / "run", "--record", "x"}, "--record is for a watch, and a recording is judged here"},
+        {{"judge", "--to", "5"}, "--to needs a recording"},
+        {{"judge", "--record", ""}, "--record needs the name of a file"},
+        {{"mark", "x"}, "a mark needs --record FILE"},
+        {{"mark", "--record", "x"}, "'mark' needs TEXT"},
+    };
+    for (const auto& row : rows) {
+        const ProgramResult result = run(row.words);
+        EXPECT_EQ(result.status, 2) << row.error;
+        EXPECT_THAT(result.err, StartsWith("pmenv: " + std::string(row.error) + "; see 'pmenv ")) << row.error;
+    }
+    const ProgramResult missing = run({"judge", dir / "none"});
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_EQ(missing.err, "pmenv: cannot read " + (dir / "none") + ": No such file or directory\n");
+}
+
+// --- recording ------------------------------------------------------------------------------------------------------
+
+TEST(PmenvRecord, DoesNotWatchWithoutAPlaceForIt) {
+    const ProgramResult result = run({"judge", "--duration", "600", "--record", "/dev/full"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, "pmenv: cannot record to /dev/full: No space left on device\n");
+}
+
+TEST(PmenvRecord, GoesOnWhenTheDiskIsFull) {
+    const LoadEngine idle("idle");
+    const TempDir dir;
+    const ProgramResult result =
+        runProgram({"/bin/sh", "-c", "ulimit -f 2; exec \"$0\" judge --duration 2 --record \"$1\" >/dev/null",
+                    PMENV_BINARY, dir / "run"},
+                   {{"NO_COLOR", "1"}});
+    EXPECT_THAT(result.status, AnyOf(1, 3, 4));
+    EXPECT_THAT(result.err, HasSubstr("pmenv: warning: the recording " + (dir / "run") +
+                                      " ends here: File too large; the watch goes on\n"));
+    EXPECT_EQ(result.err.find("ends here"), result.err.rfind("ends here"));
+    EXPECT_EQ(readRecording(dir / "run").warnings.size(), 1U);
+}
+
+TEST(PmenvMark, StandsInTheRecordingAtItsTime) {
+    const LoadEngine idle("idle");
+    const TempDir dir;
+    const ProgramResult result =
+        runProgram({"/bin/sh", "-c",
+                    "\"$0\" judge --duration 4 --record \"$1\" & "
+                    "until \"$0\" mark 'the load begins' --record \"$1\" 2>&-; do sleep 0.1; done; "
+                    "wait; \"$0\" mark late --record \"$1\"",
+                    PMENV_BINARY, dir / "run"},
+                   {{"NO_COLOR", "1"}});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, EndsWith("no mark was added to " + (dir / "run") + ": its watch is over\n"));
+    const ReadRecording read = readRecording(dir / "run");
+    ASSERT_EQ(read.marks.size(), 1U);
+    EXPECT_EQ(read.marks[0].text, "the load begins");
+    EXPECT_GE(read.marks[0].time, 0);
+    EXPECT_LE(read.marks[0].time, 4.5);
+}
+
+}  // namespace

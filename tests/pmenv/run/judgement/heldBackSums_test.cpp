@@ -1,0 +1,67 @@
+// What held engines back between two samples of stats.
+#include <gtest/gtest.h>
+
+#include "Runs.h"
+#include "judgement/heldBackSums.h"
+
+namespace {
+
+Evidence interval(double from, const EngineEvidence& engine) {
+    Evidence evidence;
+    evidence.from = from;
+    evidence.to = from + kInterval;
+    evidence.engines = {engine};
+    return evidence;
+}
+
+TEST(HeldBackSums, IsAShareOfTheTimeSinceTheLastCall) {
+    HeldBackSums sums(0.010);
+    sums.add(interval(0, engineThat({100, 0}, 0)));
+    for (int i = 1; i < 4; ++i) sums.add(interval(kInterval * i, engineThat({5, 0}, kInterval * i)));
+    auto figures = sums.take();
+    ASSERT_EQ(figures.size(), 1u);
+    EXPECT_NEAR((figures[{100, 5000}].heldBackPercent), 25, 1e-9);
+    EXPECT_TRUE(sums.take().empty());
+    sums.add(interval(1, engineThat({5, 0}, 1)));
+    figures = sums.take();
+    EXPECT_EQ((figures[{100, 5000}].heldBackPercent), 0);
+}
+
+TEST(HeldBackSums, TheWorstThreadIsThatOfTheWorstInterval) {
+    HeldBackSums sums(0.010);
+    EngineEvidence busy = engineThat({60, 20}, 0);
+    busy.busiest->tid = 102;
+    busy.busiest->name = "busy";
+    sums.add(interval(0, engineThat({5, 0}, 0)));
+    sums.add(interval(1, busy));
+    sums.add(interval(2, engineThat({50, 0}, 2)));
+    const auto figures = sums.take();
+    EXPECT_EQ(figures.begin()->second.worstThread, 102);
+    EXPECT_EQ(figures.begin()->second.worstThreadName, "busy");
+    EXPECT_NEAR(figures.begin()->second.worstThreadPercent, 80, 1e-9);
+}
+
+TEST(HeldBackSums, ThrottledTimeIsUnknownWithoutAGroupAndMayPassTheTime) {
+    HeldBackSums sums(0.010);
+    sums.add(interval(0, engineThat({5, 0}, 0)));
+    EXPECT_FALSE(sums.take().begin()->second.throttledPercent);
+    EngineEvidence engine = engineThat({5, 0}, 0);
+    engine.group.throttled = 2 * kInterval;
+    sums.add(interval(0, engine));
+    engine.group.throttled = kInterval;
+    sums.add(interval(1, engine));
+    EXPECT_NEAR(sums.take().begin()->second.throttledPercent.value_or(0), 150, 1e-9);
+}
+
+TEST(HeldBackSums, WhatCouldNotBeReadIsNotAmongThem) {
+    HeldBackSums sums(0.010);
+    EngineEvidence engine = engineThat({5, 0}, 0);
+    engine.busiest = std::nullopt;
+    sums.add(interval(0, engine));
+    engine = engineThat({5, 0}, 0);
+    engine.to = engine.from;  // found just now
+    sums.add(interval(1, engine));
+    EXPECT_TRUE(sums.take().empty());
+}
+
+}  // namespace

@@ -1,0 +1,161 @@
+// Recordings on full disks, and marks that others add.
+#include <gmock/gmock.h>
+
+#include <csignal>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "failure.h"
+#include "kernel/files.h"
+#include "pmenv/run/judgement/Runs.h"
+#include "pmenv/run/recording/Recordings.h"
+#include "support/TempDir.h"
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+template <class Action>
+std::string failureOf(Action action) {
+    try {
+        action();
+    } catch (const Failure& failure) {
+        return failure.what();
+    }
+    return "";
+}
+
+// --- full disks -----------------------------------------------------------------------------------------------------
+
+TEST(RecordingWriter, ThatCannotBeginSaysWhy) {
+    const TempDir dir;
+    EXPECT_EQ(failureOf([] { RecordingWriter("/dev/full", someHeader()); }),
+              "cannot record to /dev/full: No space left on device");
+    EXPECT_THAT(failureOf([&] { RecordingWriter(dir.path(), someHeader()); }), EndsWith(": Is a directory"));
+    EXPECT_THAT(failureOf([&] { RecordingWriter(dir / "none/run", someHeader()); }),
+                EndsWith("/none/run: No such file or directory"));
+}
+
+// In a child, because the limit is the whole process's.
+[[noreturn]] void recordWithinLimit(const std::string& path, const std::vector<Evidence>& run) {
+    const rlimit limit{8000, 8000};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    RecordingWriter writer(path, someHeader());
+    for (const Evidence& evidence : run) writer.write(evidence);
+    writer.write(RecordedOutcome{});
+    _exit(writer.complete() ? 1 : 0);
+}
+
+TEST(RecordingWriter, TellsOnceThatNothingMoreCanBeWritten) {
+    const TempDir dir;
+    const std::vector<Evidence> run = RandomRun(5).of(60);
+    const std::string path = dir / "run";
+    EXPECT_EXIT(recordWithinLimit(path, run), testing::ExitedWithCode(0),
+                "^pmenv: warning: the recording .*/run ends here: File too large; the watch goes on\n$");
+    const ReadRecording read = readRecording(path);
+    EXPECT_GT(read.run.size(), 1U);
+    EXPECT_LT(read.run.size(), run.size());
+    EXPECT_EQ(describe(read.run), describe({run.begin(), run.begin() + static_cast<std::ptrdiff_t>(read.run.size())}));
+    EXPECT_EQ(read.warnings.size(), 1U);
+}
+
+TEST(RecordingWriter, WhoseReaderHasGoneGoesOn) {
+    const TempDir dir;
+    const std::string path = dir / "pipe";
+    mkfifo(path.c_str(), 0600);
+    const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    RecordingWriter writer(path, someHeader());
+    close(reader);
+    testing::internal::CaptureStderr();
+    writer.write(Mark{1, "x"});
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("ends here: Broken pipe"));
+    EXPECT_FALSE(writer.complete());
+}
+
+TEST(RecordingWriter, LeavesSignalsAsTheyWere) {
+    const TempDir dir;
+    sigset_t before, after;
+    sigprocmask(SIG_SETMASK, nullptr, &before);
+    RecordingWriter writer(dir / "run", someHeader());
+    sigprocmask(SIG_SETMASK, nullptr, &after);
+    for (const int signal : {SIGPIPE, SIGXFSZ, SIGTERM}) {
+        EXPECT_EQ(sigismember(&before, signal), sigismember(&after, signal));
+    }
+}
+
+TEST(RecordingWriter, WritesWholeLinesAtOnce) {
+    const TempDir dir;
+    RecordingWriter writer(dir / "run", someHeader());
+    for (const Evidence& evidence : RandomRun(1).of(20)) {
+        writer.write(evidence);
+        EXPECT_THAT(readFileText(dir / "run"), EndsWith("}\n"));
+    }
+}
+
+// --- marks ----------------------------------------------------------------------------------------------------------
+
+RecordingHeader headerOfNow() { return headerOfThisHost({}, {}, {}); }
+
+TEST(AppendedMark, LiesOnTheClockOfTheWatch) {
+    const TempDir dir;
+    RecordingHeader header = headerOfNow();
+    header.clock -= 100;
+    header.start += std::chrono::hours(5);  // somebody has set the time meanwhile
+    record(dir / "run", RandomRun(1).of(3), header, false);
+    appendMark(dir / "run", "a mark\xff\n");
+    const ReadRecording read = readRecording(dir / "run");
+    ASSERT_EQ(read.marks.size(), 1U);
+    EXPECT_EQ(read.marks[0].text, "a mark\xff\n");
+    EXPECT_NEAR(read.marks[0].time, 100, 50);
+    EXPECT_EQ(read.run.size(), 3U);
+}
+
+TEST(AppendedMark, OfAnotherHostGoesByTheTimeOfDay) {
+    const TempDir dir;
+    RecordingHeader header = headerOfNow();
+    header.boot = "another";
+    header.clock += 12345;
+    header.start -= std::chrono::seconds(200);
+    record(dir / "run", {}, header, false);
+    appendMark(dir / "run", "x");
+    EXPECT_NEAR(readRecording(dir / "run").marks.at(0).time, 200, 50);
+}
+
+TEST(AppendedMark, ComesBetweenLinesThatAreWritten) {
+    const TempDir dir;
+    const std::vector<Evidence> run = RandomRun(2).of(50);
+    RecordingWriter writer(dir / "run", headerOfNow());
+    for (const Evidence& evidence : run) {
+        writer.write(evidence);
+        appendMark(dir / "run", "m");
+    }
+    const ReadRecording read = readRecording(dir / "run");
+    EXPECT_EQ(read.marks.size(), 50U);
+    EXPECT_EQ(describe(read.run), describe(run));
+}
+
+TEST(AppendedMark, IsRefusedWhereNoWatchGoesOn) {
+    const TempDir dir;
+    const auto failure = [&](const std::string& name) {
+        const std::string before = readFileText(dir / name);
+        const std::string text = failureOf([&] { appendMark(dir / name, "x"); });
+        EXPECT_EQ(readFileText(dir / name), before) << name;
+        return text;
+    };
+    EXPECT_THAT(failure("none"), EndsWith("/none: No such file or directory"));
+    record(dir / "over", RandomRun(1).of(3), headerOfNow());
+    EXPECT_THAT(failure("over"), EndsWith("/over: its watch is over"));
+    dir.writeFile("cut", readFileText(dir / "over").substr(0, 1000));
+    EXPECT_THAT(failure("cut"), EndsWith("/cut: its last line is cut off, so that its watch is over"));
+    dir.writeFile("foreign", "a diary\n");
+    EXPECT_THAT(failure("foreign"), HasSubstr("/foreign:1:1: "));
+    dir.writeFile("empty");
+    EXPECT_THAT(failure("empty"), HasSubstr("/empty:1:1: the file is empty"));
+}
+
+}  // namespace

@@ -1,0 +1,71 @@
+// secretTrace.h - follows what is secret through an expansion, so that it is hidden where it comes out as well.
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "hiddenParts.h"
+#include "krresolve.h"
+#include "secrets.h"
+
+/// What is secret in the settings that were loaded so far.
+class LoadedSecrets {
+public:
+    struct Value {
+        HiddenParts parts;
+        bool replaced;  ///< the load has put something in, so that the text is not the one of the file
+    };
+
+    explicit LoadedSecrets(Secrets secrets) : secrets_(std::move(secrets)) {}
+
+    const Secrets& secrets() const { return secrets_; }
+    /// Null for a setting that hides nothing.
+    const Value* find(const std::string& key) const;
+    void store(const std::string& key, Value value);
+
+private:
+    Secrets secrets_;
+    std::map<std::string, Value> values_;
+};
+
+/// One expansion. It is told what an observer is told.
+class SecretTrace {
+public:
+    /// `parts` are hidden of the text that is about to be expanded; what stands in it is as a person has written it.
+    /// References mean the settings of `loaded`, which must outlive the trace.
+    SecretTrace(const LoadedSecrets& loaded, HiddenParts parts) : loaded_(&loaded) {
+        levels_.push_back({std::move(parts), 0});
+    }
+    /// The text is the value of a setting, as it was stored.
+    SecretTrace(const LoadedSecrets& loaded, const std::string& key, std::string_view stored);
+
+    void found(const KRSReference& reference);
+    void resolved(std::string_view value);
+
+    /// Of the innermost text in progress.
+    const HiddenParts& parts() const { return levels_.back().parts; }
+    /// Whether the reference that it stands for must not be shown: its name is a secret text, or part of one.
+    bool hidesReference() const { return levels_.back().hidesReference; }
+    /// Of the text that the latest reference has become.
+    const HiddenParts& resolvedParts() const { return resolvedParts_; }
+    /// Of the result, once the expansion has ended.
+    HiddenParts ended(std::string_view result) const;
+
+private:
+    // A text in progress and, of all but the outermost, the reference that it stands for.
+    struct Level {
+        HiddenParts parts;
+        std::size_t writtenFrom;  // what stands before it was put in, or formed by what was
+        std::size_t position = 0;
+        std::size_t length = 0;
+        bool hidesReference = false;
+    };
+
+    const LoadedSecrets* loaded_;
+    std::vector<Level> levels_;  // the outermost first
+    HiddenParts resolvedParts_;
+};

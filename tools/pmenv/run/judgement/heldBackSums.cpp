@@ -1,0 +1,36 @@
+#include "judgement/heldBackSums.h"
+
+#include <utility>
+
+#include "judgement/heldBack.h"
+
+namespace {
+
+double busyShare(const ThreadEvidence& thread) { return thread.seconds > 0 ? thread.parts.sum() / thread.seconds : 0; }
+
+}  // namespace
+
+void HeldBackSums::add(const Evidence& evidence) {
+    for (const EngineEvidence& engine : evidence.engines) {
+        if (!engine.readable || !engine.busiest || engine.to <= engine.from) continue;
+        const auto [place, isNew] = sums_.try_emplace(engine.key);
+        Sum& sum = place->second;
+        sum.seconds += engine.to - engine.from;
+        sum.heldBack += heldBackIn(engine, tolerance_).seconds;
+        if (engine.group.throttled) sum.throttled = sum.throttled.value_or(0) + *engine.group.throttled;
+        if (isNew || busyShare(*engine.busiest) > busyShare(sum.worst)) sum.worst = *engine.busiest;
+    }
+}
+
+std::map<ProcessKey, HeldBackFigures> HeldBackSums::take() {
+    std::map<ProcessKey, HeldBackFigures> figures;
+    for (const auto& [key, sum] : std::exchange(sums_, {})) {
+        HeldBackFigures& figure = figures[key];
+        figure.heldBackPercent = 100 * sum.heldBack / sum.seconds;
+        if (sum.throttled) figure.throttledPercent = 100 * *sum.throttled / sum.seconds;
+        figure.worstThread = sum.worst.tid;
+        figure.worstThreadName = sum.worst.name;
+        figure.worstThreadPercent = 100 * busyShare(sum.worst);
+    }
+    return figures;
+}
