@@ -109,7 +109,7 @@ TEST_F(JudgeNamedCommand, TheCommandsFailureGoesBeforeTheVerdict) {
     EXPECT_EQ(result.status, 42);
     EXPECT_THAT(result.err, HasSubstr("\npmenv: cannot write /no/such/directory/verdict.xml: No such file"));
     const json verdict = json::parse(result.err.substr(0, result.err.find("\npmenv: ")));
-    double worst = 0;   // of two processes of that name: the shell that burns, and its child that waits
+    double worst = 0;  // of two processes of that name: the shell that burns, and its child that waits
     for (const json& engine : verdict.at("engines")) {
         if (engine.at("name") == "an-own-burner") worst = std::max<double>(worst, engine.at("heldBackShare"));
     }
