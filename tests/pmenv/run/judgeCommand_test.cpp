@@ -511,6 +511,17 @@ protected:
     bool shows(const std::string& wanted) { return shell_.waitFor(wanted, seen_); }
     std::string output() const { return shell_.output().substr(seen_); }
 
+    /// The stopped command goes on in the foreground, where it reads its line and ends.
+    void bringToForeground() {
+        type("fg\n");
+        ASSERT_TRUE(shows("judge")) << shell_.output();
+        type("a line\n");
+        ASSERT_TRUE(shows("<a line>")) << shell_.output();
+        ASSERT_TRUE(shows("% ")) << shell_.output();
+        type("echo co\"\"de=$?\n");
+        EXPECT_TRUE(shows("code=9")) << shell_.output();
+    }
+
     void leave() {
         type("exit 0\n");
         EXPECT_EQ(shell_.finish(), 0) << shell_.output();
@@ -527,13 +538,7 @@ TEST_F(JudgeCommandInAShell, CtrlZStopsBothAndFgContinuesBoth) {
     ASSERT_TRUE(shows("Stopped")) << shell_.output();
     type("echo in be\"\"tween\n");
     ASSERT_TRUE(shows("in between")) << shell_.output();
-    type("fg\n");
-    ASSERT_TRUE(shows("judge")) << shell_.output();
-    type("a line\n");
-    ASSERT_TRUE(shows("<a line>")) << shell_.output();
-    ASSERT_TRUE(shows("% ")) << shell_.output();
-    type("echo co\"\"de=$?\n");
-    EXPECT_TRUE(shows("code=9")) << shell_.output();
+    bringToForeground();
     leave();
 }
 
@@ -542,13 +547,7 @@ TEST_F(JudgeCommandInAShell, ACommandInTheBackgroundThatReadsTheTerminalIsStoppe
     ASSERT_TRUE(shows("% ")) << shell_.output();
     type("until jobs | grep -q Sto; do sleep 0.1; done; jobs\n");
     ASSERT_TRUE(shows("Stopped")) << shell_.output();
-    type("fg\n");
-    ASSERT_TRUE(shows("judge")) << shell_.output();
-    type("a line\n");
-    ASSERT_TRUE(shows("<a line>")) << shell_.output();
-    ASSERT_TRUE(shows("% ")) << shell_.output();
-    type("echo co\"\"de=$?\n");
-    EXPECT_TRUE(shows("code=9")) << shell_.output();
+    bringToForeground();
     leave();
 }
 
