@@ -25,6 +25,7 @@ target_compile_options(krenv_options INTERFACE
 target_link_options(krenv_options INTERFACE -Wl,-z,relro,-z,now -Wl,--as-needed)
 
 if(KRENV_SANITIZE)
+  target_compile_definitions(krenv_options INTERFACE _GLIBCXX_ASSERTIONS)
   target_compile_options(krenv_options INTERFACE -fsanitize=${KRENV_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(krenv_options INTERFACE -fsanitize=${KRENV_SANITIZE})
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
@@ -32,9 +33,6 @@ elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
   set(is_test $<BOOL:$<TARGET_PROPERTY:KRENV_TEST>>)
   target_compile_options(krenv_options INTERFACE
     -U_FORTIFY_SOURCE $<IF:${is_test},-O0,-D_FORTIFY_SOURCE=3> -fstack-clash-protection)
-  if(CMAKE_SIZEOF_VOID_P EQUAL 8)   # Linux protects the control flow of 64-bit programs only
-    target_compile_options(krenv_options INTERFACE -fcf-protection)
-  endif()
   # Directories of this machine do not get into what is shipped. (A compiler cache may make the sources' directory relative.)
   cmake_path(RELATIVE_PATH PROJECT_SOURCE_DIR BASE_DIRECTORY ${PROJECT_BINARY_DIR} OUTPUT_VARIABLE from_build)
   target_compile_options(krenv_options INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.

@@ -41,6 +41,18 @@ TEST(HeldBackSums, TheWorstThreadIsThatOfTheWorstInterval) {
     EXPECT_NEAR(figures.begin()->second.worstThreadPercent, 80, 1e-9);
 }
 
+TEST(HeldBackSums, NoShareIsLargerThanTheWhole) {
+    for (const double length : {0.1, 0.3, 0.7, 1.1, 2.9, 3.3790001}) {
+        HeldBackSums sums(0.010);
+        EngineEvidence engine = engineThat({100.3, 0}, 0);
+        engine.to = engine.from + length;
+        sums.add(interval(0, engine));
+        const auto figures = sums.take();
+        EXPECT_EQ(figures.begin()->second.heldBackPercent, 100);
+        EXPECT_EQ(figures.begin()->second.worstThreadPercent, 100);
+    }
+}
+
 TEST(HeldBackSums, ThrottledTimeIsUnknownWithoutAGroupAndMayPassTheTime) {
     HeldBackSums sums(0.010);
     sums.add(interval(0, engineThat({5, 0}, 0)));

@@ -1,12 +1,16 @@
 #include "judgement/heldBackSums.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "judgement/heldBack.h"
 
 namespace {
 
-double busyShare(const ThreadEvidence& thread) { return thread.seconds > 0 ? thread.parts.sum() / thread.seconds : 0; }
+// The scheduler's account of a thread and the clock are not read at the same moment, so that a part can exceed the whole.
+double shareOf(double part, double whole) { return whole > 0 ? std::min(1.0, part / whole) : 0; }
+
+double busyShare(const ThreadEvidence& thread) { return shareOf(thread.parts.sum(), thread.seconds); }
 
 }  // namespace
 
@@ -26,7 +30,7 @@ std::map<ProcessKey, HeldBackFigures> HeldBackSums::take() {
     std::map<ProcessKey, HeldBackFigures> figures;
     for (const auto& [key, sum] : std::exchange(sums_, {})) {
         HeldBackFigures& figure = figures[key];
-        figure.heldBackPercent = 100 * sum.heldBack / sum.seconds;
+        figure.heldBackPercent = 100 * shareOf(sum.heldBack, sum.seconds);
         if (sum.throttled) figure.throttledPercent = 100 * *sum.throttled / sum.seconds;
         figure.worstThread = sum.worst.tid;
         figure.worstThreadName = sum.worst.name;
