@@ -4,9 +4,9 @@
 #include <string_view>
 
 #include "check/check.h"
+#include "check/keysDraft.h"
 #include "failure.h"
 #include "fuzzing.h"
-#include "knownKeys/keysDraft.h"
 #include "knownKeys/knownKeys.h"
 
 namespace {

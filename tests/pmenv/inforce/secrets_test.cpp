@@ -79,6 +79,8 @@ TEST(Secrets, BehindASecretNameALineIsHidden) {
     EXPECT_EQ("PASSWORD(hidden)", shown("PASSWORD geheim"));
     EXPECT_EQ("; a comment", shown("; a comment"));
     EXPECT_EQ("; http://u:(hidden)@h", shown("; http://u:p@h"));
+    EXPECT_EQ("; pmenv: allow duplicate-key - x", shown("; pmenv: allow duplicate-key - x"));
+    EXPECT_EQ("; PASSWORD(hidden)", shown("; PASSWORD = geheim ; pmenv: allow limit"));
 }
 
 // A text that is looked through once for each part of it would take hours.

@@ -34,7 +34,14 @@ protected:
             ":/#(API_TOKEN)\n";
         const std::string settings =
             "KR_VERSION = 12.#(API_TOKEN)\nKR_BUILD = #{PM}345\nKR_BIN = " + directory_ / "bin" + "\n" + secrets +
+            "PMENV_KEYS = " + directory_ / "product.keys" + "\nPIN = " + secret +
+            "\nPORT = <#(PIN)>\nMODE = #{API_TOKEN}\n" + "CERT = /none/#(PIN)\nOF_PIN = #(#(PIN))\n" +
             "[engine]\nTHREADS = 8\nTOKEN = " + secret + "\n";
+        directory_.writeFile(
+            "product.keys",
+            "[PIN]\nsecret = yes\ntype = integer\n[PORT]\ntype = integer\n[MODE]\ntype = choice\nvalues = "
+            "a, b\n[CERT]\ntype = file\n[API_TOKEN]\ntype = boolean\n[USERS]\ntype = number\n");
+        directory_.writeFile("no.keys", "[db]\nsecret = " + secret + "\nTOKEN = " + secret + "\n");
         for (const char* const file : {"pressmark.ini", "new.ini", "conf/a.ini", "bin/engine.ini"}) {
             directory_.writeFile(file, settings + "TIMEOUT = #(API_TOKEN)\n");
         }
@@ -93,8 +100,9 @@ TEST_F(PmenvCanary, IsInNoOutputOfAnyExampleOfAnyCommand) {
 
 TEST_F(PmenvCanary, IsInNoExplanationOfAnySetting) {
     for (const char* const name :
-         {"API_TOKEN", "SECRET_LOADED", "LOG_DIR", "URL", "USERS", "THROUGH", "FORMED", "LOOP_TOKEN", "LOOP",
-          "LEFT_TOKEN", "BAD_TOKEN", "CALL", "LINES", "INCLUDE_PATH", "engine.TOKEN", "TOKEN"}) {
+         {"API_TOKEN",  "SECRET_LOADED", "LOG_DIR",    "URL",       "USERS",        "THROUGH",      "FORMED",
+          "LOOP_TOKEN", "LOOP",          "LEFT_TOKEN", "BAD_TOKEN", "CALL",         "PIN",          "PORT",
+          "MODE",       "CERT",          "OF_PIN",     "LINES",     "INCLUDE_PATH", "engine.TOKEN", "TOKEN"}) {
         for (const char* const form : {"", " --json", " --file engine.ini", " --file engine.ini --json"}) {
             EXPECT_EQ(1U, linesWithoutSecret(std::string("pmenv explain ") + name + form));
         }
@@ -106,6 +114,14 @@ TEST_F(PmenvCanary, IsInNoErrorOfAnyCommand) {
                                    "pmenv get PASSWORD --ini refused.ini",
                                    "pmenv check refused.ini",
                                    "pmenv check --file engine.ini",
+                                   "pmenv check --file engine.ini --keys product.keys --json",
+                                   "pmenv check --keys no.keys",
+                                   "pmenv list --keys no.keys",
+                                   "pmenv explain PIN --keys no.keys",
+                                   "pmenv explain A --set TOKEN:c4n4ry-5ecre7",
+                                   "pmenv path abs no-such-file",
+                                   "PROXY=http://u:c4n4ry-5ecre7@h pmenv find none '$PROXY'",
+                                   "pmenv find none '#CERT' '#OF_PIN' --json",
                                    "pmenv check --strict --json",
                                    "pmenv explain NONE",
                                    "pmenv check --format sarif",

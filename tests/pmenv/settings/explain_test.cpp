@@ -324,7 +324,7 @@ TEST(PmenvExplain, WrongUsageIsNamedAndExitsWithTwo) {
         {{}, "'explain' needs NAME or --text; see 'pmenv explain --help'"},
         {{"A", "--text", "x"}, "NAME and --text do not go together; see 'pmenv explain --help'"},
         {{"A", "B"}, "'explain' takes no further argument 'B'; see 'pmenv explain --help'"},
-        {{"A", "--set", "A"}, "--set needs NAME=VALUE, not 'A'; see 'pmenv explain --help'"},
+        {{"A", "--set", "A"}, "--set needs NAME=VALUE, with a '='; see 'pmenv explain --help'"},
         {{"A", "--set", "A=" + repeated("x", 256)}, "--set A" + refused},
     };
     for (const Row& row : rows) {

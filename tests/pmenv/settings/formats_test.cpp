@@ -12,9 +12,7 @@
 
 #include "check/formats/codeUnits.h"
 #include "check/rule.h"
-#include "support/ScopedEnv.h"
-#include "support/Subprocess.h"
-#include "support/TempDir.h"
+#include "pmenv/PmenvTest.h"
 #include "support/repeated.h"
 
 namespace {
@@ -25,14 +23,11 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
 
-using Words = std::vector<std::string>;
-
-class PmenvCheckFormat : public testing::Test {
+class PmenvCheckFormat : public Pmenv {
 protected:
     ProgramResult run(Words words) const {
-        words.insert(words.begin(), {PMENV_BINARY, "check"});
-        const ScopedCwd here(directory_.path());
-        return runProgram(words, {{"HOME", "/home/user"}, {"KR_BIN", nullptr}, {"NO_COLOR", nullptr}});
+        words.insert(words.begin(), "check");
+        return Pmenv::run(words);
     }
     json sarif(const Words& files) const {
         Words words{"--format", "sarif"};
@@ -43,8 +38,6 @@ protected:
         directory_.writeFile("a.ini", text);
         return sarif({"a.ini"}).at("runs").at(0).at("results");
     }
-
-    const TempDir directory_;
 };
 
 json regionOf(const json& result) { return result.at("locations").at(0).at("physicalLocation").at("region"); }

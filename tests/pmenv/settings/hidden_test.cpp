@@ -231,4 +231,110 @@ TEST_F(PmenvHidden, CheckHidesNamesThatFormOfSecrets) {
                 HasSubstr("(in the value of the environment variable DB_PASSWORD)"));
 }
 
+// A value that is compared with the known keys is another text than its line.
+TEST_F(PmenvHidden, CheckHidesInTheValuesThatItCompares) {
+    directory_.writeFile("k.keys",
+                         "[PORT]\ntype = integer\n[MODE]\ntype = choice\nvalues = c4n4ry, slow\n[CERT]\ntype = file\n"
+                         "[USERS]\ntype = integer\nmost = 3\n[API_TOKEN]\ntype = integer\n[N_TOKEN]\n");
+    const std::string text = "API_TOKEN = " + kSecret +
+                             "\nN_TOKEN = 42\nPORT = <#(API_TOKEN)>\nMODE = #{API_TOKEN}\n"
+                             "CERT = /none/#(API_TOKEN)\nUSERS = #(N_TOKEN)\n";
+    const json answer = json::parse(check(text, {"--keys", "k.keys", "--json"}).out).at(0).at("findings");
+    Words texts;
+    for (const json& finding : answer) texts.push_back(finding.at("text"));
+    EXPECT_THAT(texts,
+                testing::ElementsAre("(hidden), but API_TOKEN is an integer", "'<(hidden)>', but PORT is an integer",
+                                     "(hidden), but MODE is one of c4n4ry, slow",
+                                     "CERT needs a file: '/none/(hidden)': No such file or directory",
+                                     "(hidden) is out of range: USERS is an integer of at most 3"));
+    for (const char* const format : {"text", "sarif", "github"}) check(text, {"--keys", "k.keys", "--format", format});
+    EXPECT_THAT(check(text, {"--keys", "k.keys", "--show-secrets"}).out,
+                HasSubstr("'" + kSecret + "', but API_TOKEN is an integer"));
+}
+
+// A setting that a secret refers to is read on the way, where all is hidden.
+TEST_F(PmenvHidden, CheckShowsWhatASecretIsMadeOf) {
+    directory_.writeFile("k.keys", "[A_TOKEN]\n[PORT]\ntype = integer\n");
+    EXPECT_THAT(check("A_TOKEN = #(PORT)\nPORT = eighty\n", {"--keys", "k.keys"}).out,
+                HasSubstr("'eighty', but PORT is an integer"));
+}
+
+TEST_F(PmenvHidden, CheckHidesSecretsOfPressmarkInAFurtherFile) {
+    directory_.makeDirectory("bin");
+    write("KR_BIN = bin\nPMENV_KEYS = p.keys\nAPI_TOKEN = " + kSecret + "\nX = <#{API_TOKEN}>\nPIN = " + kSecret +
+          "\n");
+    directory_.writeFile("p.keys", "[PIN]\nsecret = yes\n");
+    directory_.writeFile("bin/e.keys", "[PORT]\ntype = integer\n[A]\n[B]\n[C]\n[OWN]\nsecret = yes\n");
+    directory_.writeFile("bin/engine.ini", "PMENV_KEYS = e.keys\nPORT = #(X)\nA = #(#(X))\nB = #(#(PIN))\nOWN = " +
+                                               kSecret + "#(" + kSecret + ")\n");
+    for (const Words& more : {Words{}, Words{"--json"}, Words{"--keys", "bin/e.keys"}}) {
+        Words words{"check", "--file", "engine.ini"};
+        words.insert(words.end(), more.begin(), more.end());
+        EXPECT_THAT(runHere(words).out, HasSubstr("'<(hidden)>', but PORT is an integer"));
+    }
+}
+
+// --- known keys -----------------------------------------------------------------------------------------------------
+
+TEST_F(PmenvHidden, AnyKnownKeysMayCallASettingSecret) {
+    directory_.makeDirectory("bin");
+    directory_.writeFile("p.keys", "[PIN]\nsecret = yes\n");
+    directory_.writeFile("other.keys", "[PIN]\n[OTHER]\nsecret = yes\n");
+    directory_.writeFile("bin/e.keys", "[OWN]\nsecret = yes\n");
+    directory_.writeFile("bin/engine.ini", "PMENV_KEYS = e.keys\nOWN = " + kSecret + "\nUSES = <#(PIN)>\n");
+    const std::string text = "KR_BIN = bin\nPMENV_KEYS = p.keys\nPIN = " + kSecret + "\nOTHER = " + kSecret + "\n";
+    const Words keys{"--keys", "other.keys"};
+    const auto with = [&keys](Words words) {
+        words.insert(words.end(), keys.begin(), keys.end());
+        return words;
+    };
+    EXPECT_THAT(list(text, keys).out, HasSubstr("PIN         (hidden)  (hidden)\nOTHER       (hidden)  (hidden)\n"));
+    directory_.writeFile("a.ini", text);
+    EXPECT_THAT(run(with({"check", "a.ini"})).out, HasSubstr("no setting that the product knows"));
+    write("KR_BIN = bin\nPMENV_KEYS = p.keys\nPIN = " + kSecret + "\n");
+    EXPECT_THAT(runHere({"list", "--file", "engine.ini"}).out,
+                HasSubstr("OWN         (hidden)  (hidden)\nUSES        <#(PIN)>  <(hidden)>\n"));
+    EXPECT_THAT(runHere({"explain", "OWN", "--file", "engine.ini"}).out, HasSubstr("└ value   (hidden)\n"));
+    EXPECT_THAT(runHere({"explain", "USES", "--file", "engine.ini"}).out, HasSubstr("└ value   <(hidden)>\n"));
+}
+
+TEST_F(PmenvHidden, WhatIsLeftOutIsWarnedOfOnce) {
+    directory_.writeFile("p.keys", "[PIN]\nsecret = yes\n");
+    const ProgramResult outcome = list("PMENV_KEYS = p.keys\nL = ${PM_LOOP}\n");
+    EXPECT_EQ(outcome.err, "");
+    write("PMENV_KEYS = p.keys\nL = ${PM_LOOP}\n");
+    EXPECT_EQ(runHere({"list"}, {{"PM_LOOP", "${PM_LOOP}"}}).err,
+              "pmenv: warning: " + ini() +
+                  ":2: L is left out: its references lead back to themselves, or expanding them takes more than the "
+                  "limits allow\n");
+}
+
+// --- messages -------------------------------------------------------------------------------------------------------
+
+TEST_F(PmenvHidden, PlacesOfASearchAreHidden) {
+    directory_.writeFile("p.keys", "[PIN]\nsecret = yes\n");
+    write("PMENV_KEYS = p.keys\nPIN = " + kSecret + "\nINCLUDE_PATH = /none:/#(PIN)\n");
+    const std::string hidden = "#INCLUDE_PATH, (hidden): no such directory";
+    EXPECT_THAT(runHere({"find", "x", "#INCLUDE_PATH"}).err, HasSubstr(hidden));
+    EXPECT_THAT(runHere({"find", "x", "#INCLUDE_PATH", "--json"}).out, HasSubstr("\"(hidden)\""));
+    EXPECT_THAT(runHere({"path", "abs", "no-such-file"}).err, HasSubstr(hidden));
+    EXPECT_THAT(run({"find", "x", "$PROXY"}, {{"PROXY", "http://u:" + kSecret + "@h"}}).err,
+                HasSubstr("$PROXY, (hidden)"));
+}
+
+TEST_F(PmenvHidden, ReportHidesTheRelease) {
+    directory_.writeFile("p.keys", "[PIN]\nsecret = yes\n");
+    write("PMENV_KEYS = p.keys\nPIN = " + kSecret + "\nKR_VERSION = 12.#(PIN)\nKR_BUILD = #(PIN)\n");
+    const json report = json::parse(runHere({"report", "--json"}).out);
+    EXPECT_EQ(report.at("version"), "12.(hidden)");
+    EXPECT_EQ(report.at("build"), "(hidden)");
+}
+
+TEST_F(PmenvHidden, MistakesInTheCommandLineAndInKnownKeysAreNotQuoted) {
+    EXPECT_EQ(run({"explain", "A", "--set", "TOKEN:" + kSecret}).status, 2);
+    directory_.writeFile("settings.ini", "[db]\nsecret = " + kSecret + "\n");
+    EXPECT_THAT(run({"check", "pressmark.ini", "--keys", "settings.ini"}).err,
+                HasSubstr("2:10: error: secret is yes or no"));
+}
+
 }  // namespace

@@ -10,12 +10,10 @@
 #include <gtest/gtest.h>
 
 #include "check/check.h"
+#include "check/keysDraft.h"
 #include "failure.h"
-#include "knownKeys/keysDraft.h"
 #include "knownKeys/knownKeys.h"
-#include "support/ScopedEnv.h"
-#include "support/Subprocess.h"
-#include "support/TempDir.h"
+#include "pmenv/PmenvTest.h"
 
 namespace {
 
@@ -25,8 +23,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
-
-using Words = std::vector<std::string>;
 
 // --- the file -------------------------------------------------------------------------------------------------------
 
@@ -94,7 +90,7 @@ TEST_F(KnownKeysFile, TellsEachMistakeWithItsPlace) {
                     "4:8 there is no type 'nubmer'; did you mean 'number'?",
                     "6:8 there is no type 'colour'; the types are text, integer, number, boolean, path, file "
                     "and choice",
-                    "7:12 write yes or no, not 'maybe'"));
+                    "7:12 required is yes or no"));
     EXPECT_THAT(
         mistakesIn("[A]\n[]\nhelp = x\n[B\n[A]\nhelp = x\nhelp = y\nnonsense\n"),
         ElementsAre("3:1 'help' stands outside of a section; a [NAME] begins the description of the setting NAME",
@@ -156,8 +152,7 @@ TEST(KnownKeyValues, AreOfTheirType) {
     EXPECT_EQ("", typeProblem(choice, "none"));
     EXPECT_EQ("'recroded', but A is one of recorded, none; did you mean 'recorded'?", typeProblem(choice, "recroded"));
     EXPECT_EQ("an empty value, but A is one of recorded, none", typeProblem(choice, ""));
-    choice.isSecret = true;
-    EXPECT_EQ("(hidden), but A is one of recorded, none", typeProblem(choice, "recroded"));
+    EXPECT_EQ("(hidden), but A is one of recorded, none", typeProblem(choice, "recroded", HiddenParts(8)));
 }
 
 TEST(KnownKeyValues, LieInTheirRange) {
@@ -169,25 +164,19 @@ TEST(KnownKeyValues, LieInTheirRange) {
         EXPECT_EQ("", rangeProblem(key, good)) << good;
     EXPECT_EQ("'-0.51' is out of range: A is a number from -0.5 to 10", rangeProblem(key, "-0.51"));
     EXPECT_NE("", rangeProblem(key, "10.01"));
-    key.isSecret = true;
-    EXPECT_EQ("(hidden) is out of range: A is a number from -0.5 to 10", rangeProblem(key, "11"));
+    EXPECT_EQ("(hidden) is out of range: A is a number from -0.5 to 10", rangeProblem(key, "11", HiddenParts(2)));
     EXPECT_EQ("", rangeProblem(keyOf(KnownKey::Type::Text), "11"));
 }
 
 // --- check ----------------------------------------------------------------------------------------------------------
 
-class PmenvKeys : public testing::Test {
+class PmenvKeys : public Pmenv {
 protected:
     PmenvKeys() {
         directory_.writeFile("k.keys",
                              "[PORT]\ntype = integer\nleast = 1\nmost = 65535\nhelp = where it listens\n"
                              "[NAME]\nrequired = yes\n[DIR]\ntype = path\n[CERT]\ntype = file\n"
                              "[run.MODE]\ntype = choice\nvalues = fast, slow\n");
-    }
-    ProgramResult run(Words words) const {
-        words.insert(words.begin(), PMENV_BINARY);
-        const ScopedCwd here(directory_.path());
-        return runProgram(words, {{"HOME", "/home/user"}, {"KR_BIN", nullptr}, {"NO_COLOR", nullptr}});
     }
     ProgramResult check(const std::string& text, Words words = {"--keys", "k.keys"}) const {
         directory_.writeFile("a.ini", text);
@@ -206,8 +195,6 @@ protected:
         }
         return found;
     }
-
-    const TempDir directory_;
 };
 
 TEST_F(PmenvKeys, CheckComparesTheFileWithWhatIsKnown) {

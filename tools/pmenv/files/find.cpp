@@ -3,6 +3,7 @@
 
 #include "commandLine.h"
 #include "failure.h"
+#include "knownKeys/knownSecrets.h"
 #include "output.h"
 #include "paths.h"
 #include "search.h"
@@ -12,7 +13,7 @@ namespace {
 int run(const CommandLine& line) {
     const std::string name = checkedPath(line.arguments()[0]);
     const std::vector<std::string> variables(line.arguments().begin() + 1, line.arguments().end());
-    const auto settings = settingsFor(line, variables, Secrets());
+    const auto settings = settingsFor(line, variables, secretsFor);
     const SearchResult result = searchFile(name, variables, settings.get());
 
     if (line.has("json")) {

@@ -5,11 +5,11 @@
 
 #include "commandLine.h"
 #include "failure.h"
+#include "knownKeys/knownSecrets.h"
 #include "krenv.h"
 #include "output.h"
 #include "paths.h"
 #include "search.h"
-#include "settingsFile.h"
 
 namespace {
 
@@ -71,7 +71,7 @@ bool isBareName(const std::string& path) {
 // A bare name that is not in the working directory is searched in the setting INCLUDE_PATH.
 std::unique_ptr<const Settings> settingsForAbsolute(const CommandLine& line, const std::string& path) {
     if (!isBareName(path) || searchFile(path, {"."}, nullptr).path) return nullptr;
-    return std::make_unique<const Settings>(loadSettings(line));
+    return settingsFor(line, {"#INCLUDE_PATH"}, secretsFor);
 }
 
 int runSplit(const CommandLine& line) {

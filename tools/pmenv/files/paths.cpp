@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "failure.h"
-#include "settingsFile.h"
 
 namespace {
 
@@ -18,9 +17,10 @@ const char* checkedPath(const std::string& path) {
 }
 
 std::unique_ptr<const Settings> settingsFor(const CommandLine& line, const std::vector<std::string>& variables,
-                                            const Secrets& secrets) {
+                                            SecretsFor* secretsFor) {
     if (std::none_of(variables.begin(), variables.end(), namesSetting)) return nullptr;
-    return std::make_unique<const Settings>(settingsFile(line), secrets);
+    const std::string file = settingsFile(line);
+    return std::make_unique<const Settings>(file, secretsFor != nullptr ? secretsFor(line, file) : Secrets::none());
 }
 
 Argument pathVariableArgument(bool repeated) {

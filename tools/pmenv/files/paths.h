@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "commandLine.h"
-#include "settings.h"
+#include "settingsFile.h"
 
 /// The longest path that the library accepts, in characters.
 constexpr std::size_t kLongestPath = 4095;
@@ -16,9 +16,10 @@ constexpr std::size_t kLongestPath = 4095;
 const char* checkedPath(const std::string& path);
 
 /// The settings from which a "#X" among the variables is read. Null when there is no "#X", because such searches work
-/// without a pressmark.ini. What is secret of `secrets` is hidden in the places of a search.
+/// without a pressmark.ini. What is secret is hidden in the places of a search, but not for `resolve`, which is asked for
+/// the value.
 std::unique_ptr<const Settings> settingsFor(const CommandLine& line, const std::vector<std::string>& variables,
-                                            const Secrets& secrets = Secrets::none());
+                                            SecretsFor* secretsFor = nullptr);
 
 /// A path variable as an argument of a command.
 Argument pathVariableArgument(bool repeated);

@@ -8,6 +8,7 @@
 #include "Logging.h"
 #include "commandLine.h"
 #include "failure.h"
+#include "knownKeys/knownSecrets.h"
 #include "krenv.h"
 #include "libraryLog.h"
 #include "output.h"
@@ -93,7 +94,8 @@ void hide(std::string& text, const Secret& secret) {
 
 // The settings are loaded on their own first: what is wrong with them is then said as by every other command.
 int run(const CommandLine& line) {
-    const Settings settings(settingsFile(line), Secrets());
+    const std::string file = settingsFile(line);
+    const Settings settings(file, secretsFor(line, file));
     const std::string directory = directoryFor(line, settings.file());
     const std::vector<Secret> secrets = secretsOfRelease(settings);
     std::vector<std::string> lines = reportLines(directory);

@@ -32,6 +32,7 @@ void HiddenParts::unite(const HiddenParts& other) {
 }
 
 void HiddenParts::replace(std::size_t position, std::size_t length, const HiddenParts& value, std::size_t valueLength) {
+    if (!any() && !value.any()) return;
     const std::size_t end = position + length;
     HiddenParts changed;
     for (const Part& part : parts_) changed.append(part.begin, std::min(part.end, position));

@@ -35,7 +35,9 @@ std::string variableProblem(const std::string& variable, const Settings* setting
 
 bool hides(const std::string& variable, const Settings* settings) {
     if (variable[0] == '#') return settings != nullptr && settings->readHidden(variable.substr(1)).hidesExpanded;
-    return Secrets().partsOf(environmentNameOf(variable), "x").any();
+    const std::string name = environmentNameOf(variable);
+    const char* const value = std::getenv(name.c_str());
+    return value != nullptr && Secrets().partsOf(name, value).any();
 }
 
 std::string shownDirectory(const Place& place) { return place.isHidden ? HiddenParts::kShown : *place.directory; }

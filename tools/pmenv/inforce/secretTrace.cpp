@@ -33,8 +33,12 @@ void SecretTrace::found(const KRSReference& reference) {
     const bool isInSecret = around.parts.overlap(reference.position, reference.length);
     const bool isWritten = reference.value != nullptr && reference.position >= around.writtenFrom;
 
-    Level level{isInSecret ? HiddenParts(value.size()) : loaded_->secrets().partsOf(name, value), 0, reference.position,
-                reference.length, isInSecret && !isWritten};
+    Level level{isInSecret ? HiddenParts(value.size()) : loaded_->secrets().partsOf(name, value),
+                0,
+                reference.position,
+                reference.length,
+                isInSecret,
+                isInSecret && !isWritten};
     if (stored != nullptr) level.parts.unite(stored->parts);
     if (stored != nullptr && stored->replaced) level.writtenFrom = value.size();
     levels_.push_back(std::move(level));
@@ -56,4 +60,19 @@ HiddenParts SecretTrace::ended(std::string_view result) const {
     HiddenParts parts = levels_.front().parts;
     parts.unite(loaded_->secrets().partsIn(result));
     return parts;
+}
+
+void SecretLoad::begun(const char* key, const char* value) {
+    key_ = key;
+    replaced_ = false;
+    trace_.emplace(loaded_, loaded_.secrets().partsOf(key, value));
+}
+
+void SecretLoad::found(const KRSReference& reference) {
+    replaced_ = true;
+    trace_->found(reference);
+}
+
+void SecretLoad::ended(const char* value) {
+    if (value != nullptr) loaded_.store(key_, {trace_->ended(value), replaced_});
 }

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -48,6 +49,8 @@ public:
 
     /// Of the innermost text in progress.
     const HiddenParts& parts() const { return levels_.back().parts; }
+    /// Whether the reference that it stands for lies in a secret text, which hides all of it.
+    bool isInSecret() const { return levels_.back().isInSecret; }
     /// Whether the reference that it stands for must not be shown: its name is a secret text, or part of one.
     bool hidesReference() const { return levels_.back().hidesReference; }
     /// Of the text that the latest reference has become.
@@ -62,10 +65,28 @@ private:
         std::size_t writtenFrom;  // what stands before it was put in, or formed by what was
         std::size_t position = 0;
         std::size_t length = 0;
+        bool isInSecret = false;
         bool hidesReference = false;
     };
 
     const LoadedSecrets* loaded_;
     std::vector<Level> levels_;  // the outermost first
     HiddenParts resolvedParts_;
+};
+
+/// Stores what is secret in the settings of pressmark.ini while they are loaded.
+class SecretLoad final : public KRSLoadObserver {
+public:
+    explicit SecretLoad(LoadedSecrets& loaded) : loaded_(loaded) {}
+    void begun(const char* key, const char* value) override;
+    void found(const KRSReference& reference) override;
+    void resolved(const char* value) override { trace_->resolved(value); }
+    void failed(KRSResolveFailure /*why*/, const char* /*text*/) override {}
+    void ended(const char* value) override;
+
+private:
+    LoadedSecrets& loaded_;
+    std::string key_;  // of the entry that is being loaded
+    bool replaced_ = false;
+    std::optional<SecretTrace> trace_;
 };

@@ -90,6 +90,13 @@ HiddenParts valuesOfLines(std::string_view text) {
     return hidden;
 }
 
+// A comment like "; pmenv: allow duplicate-key", which names rules and not settings.
+bool isForPmenv(std::string_view upperLine) {
+    constexpr std::string_view kMark = "PMENV:";
+    const std::size_t begin = std::min(upperLine.find_first_not_of(" \t;#"), upperLine.size());
+    return upperLine.substr(begin, kMark.size()) == kMark;
+}
+
 }  // namespace
 
 Secrets Secrets::none() {
@@ -109,7 +116,7 @@ HiddenParts Secrets::partsOf(const std::string& name, std::string_view value) co
 }
 
 HiddenParts Secrets::partsIn(std::string_view text) const {
-    if (nothing_) return {};
+    if (nothing_ || text.empty()) return {};
     HiddenParts hidden = passwordsOfUrls(text);
     hidden.unite(valuesOfLines(text));
     return hidden;
@@ -118,8 +125,7 @@ HiddenParts Secrets::partsIn(std::string_view text) const {
 HiddenParts Secrets::partsOfLine(std::string_view line) const {
     if (nothing_) return {};
     const std::string text = upper(line);
-    if (text.find("PMENV:") != std::string::npos)
-        return partsIn(line);  // a comment for pmenv names rules, not settings
+    if (isForPmenv(text)) return partsIn(line);
     std::size_t begin = std::string::npos;
     const auto look = [&](std::string_view part) {
         const std::size_t at = text.find(part);

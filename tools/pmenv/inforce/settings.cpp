@@ -49,31 +49,6 @@ Setting settingOf(int table, const KRSEntry& entry) {
 
 // --- secrets --------------------------------------------------------------------------------------------------------
 
-class LoadWatch final : public KRSLoadObserver {
-public:
-    explicit LoadWatch(LoadedSecrets& loaded) : loaded_(loaded) {}
-    void begun(const char* key, const char* value) override {
-        key_ = key;
-        replaced_ = false;
-        trace_.emplace(loaded_, loaded_.secrets().partsOf(key, value));
-    }
-    void found(const KRSReference& reference) override {
-        replaced_ = true;
-        trace_->found(reference);
-    }
-    void resolved(const char* value) override { trace_->resolved(value); }
-    void failed(KRSResolveFailure /*why*/, const char* /*text*/) override {}
-    void ended(const char* value) override {
-        if (value != nullptr) loaded_.store(key_, {trace_->ended(value), replaced_});
-    }
-
-private:
-    LoadedSecrets& loaded_;
-    std::string key_;  // of the entry that is being loaded
-    bool replaced_ = false;
-    std::optional<SecretTrace> trace_;
-};
-
 class ReadingWatch final : public KRSResolveObserver {
 public:
     explicit ReadingWatch(SecretTrace& trace) : trace_(trace) {}
@@ -103,13 +78,17 @@ void hide(std::string& text, bool& hides, const HiddenParts& parts) {
 
 }  // namespace
 
-Settings::Settings(std::string file) : file_(std::move(file)) { load(nullptr); }
+Settings::Settings(std::string file, Warnings warnings) : file_(std::move(file)) {
+    load(nullptr);
+    if (warnings == Warnings::On) warnOfLeftOut();
+}
 
 Settings::Settings(std::string file, const Secrets& secrets) : file_(std::move(file)) {
     const auto loaded = std::make_shared<LoadedSecrets>(secrets);
-    LoadWatch watch(*loaded);
+    SecretLoad watch(*loaded);
     load(&watch);
     meant_ = loaded;
+    warnOfLeftOut();
 }
 
 void Settings::load(KRSLoadObserver* observer) {
@@ -132,9 +111,14 @@ void Settings::findLeftOut() {
     for (const KRSEntry& entry : entriesOf(unfiltered)) {
         if (loadedLines.count(entry.line) != 0) continue;
         leftOut_.push_back({entry.key, entry.line});
-        printWarning(file_ + ":" + std::to_string(entry.line) + ": " + entry.key + " is left out: " + kCycle);
     }
     KRSDestroyTable(unfiltered);
+}
+
+void Settings::warnOfLeftOut() const {
+    for (const LeftOut& left : leftOut_) {
+        printWarning(file_ + ":" + std::to_string(left.line) + ": " + left.name + " is left out: " + kCycle);
+    }
 }
 
 std::vector<Setting> Settings::all() const {

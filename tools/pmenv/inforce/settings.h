@@ -24,6 +24,7 @@ struct Setting {
     bool hidesExpanded = false;
 };
 
+class KRSLoadObserver;
 class LoadedSecrets;
 class Settings;
 
@@ -32,10 +33,13 @@ std::string placeOf(const Settings& settings, const Setting& setting);
 
 class Settings {
 public:
+    /// Whether a value that the library left out because its references form a cycle gets a warning with its name. A
+    /// load that only prepares another one would warn twice.
+    enum class Warnings { On, Off };
+
     /// Loads `file` as the library's settings. Throws Failure with the reason, line and column when it is rejected.
-    /// A value that the library left out because its references form a cycle gets a warning with its name.
-    explicit Settings(std::string file);
-    /// The same, for a command that shows all settings.
+    explicit Settings(std::string file, Warnings warnings = Warnings::On);
+    /// The same with warnings, for a command that shows all settings.
     Settings(std::string file, const Secrets& secrets);
 
     const std::string& file() const { return file_; }
@@ -60,9 +64,10 @@ private:
         int line;
     };
 
-    void load(class KRSLoadObserver* observer);
+    void load(KRSLoadObserver* observer);
     void hideSecrets(Setting& setting) const;
     void findLeftOut();
+    void warnOfLeftOut() const;
     std::string whyAbsent(const std::string& name) const;
 
     std::string file_;

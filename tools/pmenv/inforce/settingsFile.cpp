@@ -50,7 +50,7 @@ AskedSettings::AskedSettings(const CommandLine& line) : name_(furtherName(line))
     readFurther();
 }
 
-AskedSettings::AskedSettings(const CommandLine& line, Secrets (*secretsFor)(const CommandLine&, const std::string&))
+AskedSettings::AskedSettings(const CommandLine& line, SecretsFor* secretsFor)
     : name_(furtherName(line)), pressmark_(settingsFile(line), secretsFor(line, settingsFile(line))) {
     readFurther();
 }

@@ -26,12 +26,15 @@ std::string furtherName(const CommandLine& line);
 /// The option --file of commands that read settings.
 Option furtherFileOption();
 
+/// What is secret for a command that shows the settings of `file`: secretsFor of knownKeys/knownSecrets.h.
+using SecretsFor = Secrets(const CommandLine& line, const std::string& file);
+
 /// The settings that the command is about: of the file of --file, else of pressmark.ini.
 class AskedSettings {
 public:
     explicit AskedSettings(const CommandLine& line);
     /// The same, for a command that shows all settings. `secretsFor` tells what is secret with a settings file.
-    AskedSettings(const CommandLine& line, Secrets (*secretsFor)(const CommandLine& line, const std::string& file));
+    AskedSettings(const CommandLine& line, SecretsFor* secretsFor);
 
     const Settings& operator*() const { return further_ ? *further_ : pressmark_; }
 

@@ -6,6 +6,7 @@
 #include <tuple>
 #include <utility>
 
+#include "failure.h"
 #include "knownKeys/chosenKeys.h"
 #include "knownKeys/knownSecrets.h"
 
@@ -99,9 +100,18 @@ std::optional<std::string> readValue(SettingsText& settings, const std::string& 
     return value;
 }
 
-std::optional<KnownKeys> knownKeysFor(SettingsText& settings, const CheckRequest& request) {
-    if (request.keys != nullptr) return *request.keys;
-    return keysOfSetting(settings.name(), readValue(settings, request.pressmark, kKeysSetting));
+// Those that PMENV_KEYS names. Where others are given, they only tell what is secret, and need not be right.
+std::optional<KnownKeys> namedKeys(SettingsText& settings, const CheckRequest& request) {
+    try {
+        return keysOfSetting(settings.name(), readValue(settings, request.pressmark, kKeysSetting));
+    } catch (const Failure&) {
+        if (request.keys == nullptr) throw;
+        return std::nullopt;
+    }
+}
+
+Secrets secretsWith(Secrets secrets, const KnownKeys* keys) {
+    return keys != nullptr ? withKnownKeys(std::move(secrets), *keys) : secrets;
 }
 
 }  // namespace
@@ -119,14 +129,14 @@ HiddenParts CheckedFile::hiddenOf(const CheckFinding& finding) const {
 
 CheckedFile checkFile(const CheckRequest& request) {
     const std::string& name = request.name.empty() ? request.path : request.name;
-    SettingsText settings(request.path, name, request.pressmark.empty() ? FileKind::Pressmark : FileKind::Further,
-                          request.secrets);
-    std::optional<KnownKeys> keys = knownKeysFor(settings, request);
-    if (keys) {
-        settings = SettingsText(request.path, name, request.pressmark.empty() ? FileKind::Pressmark : FileKind::Further,
-                                withKnownKeys(request.secrets, keys));
+    const FileKind kind = request.pressmark.empty() ? FileKind::Pressmark : FileKind::Further;
+    const Secrets secrets = secretsWith(request.secrets, request.keys);
+    SettingsText settings(request.path, name, kind, secrets);
+    if (std::optional<KnownKeys> named = namedKeys(settings, request)) {
+        settings = SettingsText(request.path, name, kind, withKnownKeys(secrets, *named));
+        settings.setKnownKeys(std::move(named));
     }
-    settings.setKnownKeys(std::move(keys));
+    if (request.keys != nullptr) settings.setKnownKeys(*request.keys);
     Check check(settings, request.ignored);
     std::vector<CheckFinding> findings = check.run(request.pressmark);
     return {name, settings.takeLines(), std::move(findings), check.allowed()};

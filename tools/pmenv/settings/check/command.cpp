@@ -8,10 +8,11 @@
 #include "check/findings.h"
 #include "check/formats/formats.h"
 #include "check/input.h"
+#include "check/keysDraft.h"
 #include "commandLine.h"
 #include "failure.h"
 #include "knownKeys/chosenKeys.h"
-#include "knownKeys/keysDraft.h"
+#include "knownKeys/knownSecrets.h"
 #include "settingsFile.h"
 
 namespace {
@@ -112,7 +113,7 @@ void Run::checkInput(const std::string& file) {
 void Run::checkFurther(const std::string& name) {
     const std::string pressmark = settingsFile(line_);
     const std::string file = furtherFile(Settings(pressmark), name);
-    take(checkFile({file, file, pressmark, ignored_, keys_ ? &*keys_ : nullptr, secrets_}));
+    take(checkFile({file, file, pressmark, ignored_, keys_ ? &*keys_ : nullptr, secretsFor(line_, pressmark)}));
 }
 
 void Run::take(const CheckedFile& checked) {

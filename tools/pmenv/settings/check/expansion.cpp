@@ -43,13 +43,15 @@ public:
     void ended(const char* value) override;
     // Reading a value; `end` is told the outcome.
     void beginReading(std::size_t entry, const char* stored) { start(entry, When::Reading, stored); }
-    void endReading(const char* expanded) { finish(expanded); }
+    void endReading(const char* expanded) { finishOutermost(expanded); }
 
     void found(const KRSReference& reference) override;
     void resolved(const char* value) override;
     void failed(KRSResolveFailure why, const char* text) override;
 
     bool isRead(std::size_t entry) const { return isRead_[entry]; }
+    // What is secret in the settings that references mean.
+    LoadedSecrets& secrets() { return secrets_; }
     // How many entries the load has seen the end of.
     std::size_t loaded() const { return loaded_; }
     // No more is looked at, because expanding `entry` takes too much work.
@@ -72,7 +74,8 @@ private:
     void start(std::size_t entry, When when, const char* value);
     SecretTrace traceOf(const Entry& entry, When when, const char* value) const;
     bool startNested(const KRSReference& reference, const std::string& name);
-    void finish(const char* expanded);
+    void finishOutermost(const char* expanded);
+    void finish(const char* expanded, HiddenParts hidden);
     void note(const KRSReference& reference, const std::string& name);
     void countUse(const std::string& name);
     std::optional<std::size_t> inForce(const std::string& name) const;
@@ -149,6 +152,8 @@ bool ExpansionWatch::startNested(const KRSReference& reference, const std::strin
     if (watched_.front().expansion.when == When::Loading) return false;
     const std::optional<std::size_t> entry = inForce(name);
     if (!entry || isRead_[*entry]) return false;
+    // In a secret all is hidden, also what may be shown of the setting itself.
+    if (trace_->isInSecret() && !settings_.secrets().isSecret(name)) return false;
     const Entry& nested = settings_.entries()[*entry];
     watched_.push_back({*entry, {&nested, When::Reading, nested.value != reference.value}});
     return true;
@@ -158,7 +163,7 @@ void ExpansionWatch::resolved(const char* value) {
     const bool isNew = levels_.back().isNew;
     trace_->resolved(value);
     levels_.pop_back();
-    if (isNew) finish(value);
+    if (isNew) finish(value, trace_->resolvedParts());
 }
 
 void ExpansionWatch::failed(KRSResolveFailure why, const char* /*text*/) {
@@ -186,14 +191,19 @@ void ExpansionWatch::ended(const char* value) {
         secrets_.store(entry.key, {trace_->ended(value), entry.value != value});
     }
     ++loaded_;
-    finish(value);
+    finishOutermost(value);
 }
 
-void ExpansionWatch::finish(const char* expanded) {
+void ExpansionWatch::finishOutermost(const char* expanded) {
+    finish(expanded, expanded != nullptr ? trace_->ended(expanded) : HiddenParts());
+}
+
+void ExpansionWatch::finish(const char* expanded, HiddenParts hidden) {
     Watched done = std::move(watched_.back());
     watched_.pop_back();
     if (done.expansion.when == When::Reading) isRead_[done.entry] = true;
     if (expanded != nullptr) done.expansion.text = expanded;
+    done.expansion.hidden = std::move(hidden);
     place(done.expansion);
     visit_(done.expansion);
 }
@@ -336,7 +346,8 @@ std::vector<std::string> namesIn(int table) {
 
 void expandFurther(SettingsText& settings, const std::string& pressmark, const Visit& visit) {
     ExpansionWatch watch(settings, visit);
-    const LoadedSettings loaded(pressmark, nullptr);
+    SecretLoad secrets(watch.secrets());
+    const LoadedSettings loaded(pressmark, &secrets);
     if (!loaded.loaded()) throw Failure(std::string("cannot load the settings: ") + KRSLoadError());
     settings.setReferable(namesIn(loaded.table()));
     std::vector<Readable> readable;

@@ -44,6 +44,7 @@ struct Expansion {
     /// once more.
     std::vector<ChainLink> chain{};
     std::optional<std::string> text{};  ///< what the value becomes; none when that fails, or gave up
+    HiddenParts hidden{};               ///< what of that must not be shown
 
     /// How a reference to `name` is written where this expansion would replace it: "#{NAME}" or "#(NAME)".
     std::string asWritten(char sign, const std::string& name) const;

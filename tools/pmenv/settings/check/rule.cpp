@@ -67,5 +67,5 @@ std::optional<KnownValue> knownValue(const Expansion& expansion, const SettingsT
     if (expansion.text->size() > kLongestExpansion) return std::nullopt;
     const KnownKey* const key = settings.knownKeys()->find(expansion.entry->key);
     if (key == nullptr) return std::nullopt;
-    return KnownValue{*key, *expansion.text};
+    return KnownValue{*key, *expansion.text, expansion.hidden};
 }

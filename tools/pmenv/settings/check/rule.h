@@ -89,5 +89,6 @@ std::string onLine(int line);
 struct KnownValue {
     const KnownKey& key;
     const std::string& value;
+    const HiddenParts& hidden;  ///< what of the value must not be shown
 };
 std::optional<KnownValue> knownValue(const Expansion& expansion, const SettingsText& settings);

@@ -54,14 +54,9 @@ HiddenParts hiddenIn(const SettingsLine& line, const KRSLine& read, const Secret
 
 }  // namespace
 
-std::size_t SettingsLine::sectionColumn() const { return text.find_first_not_of(kBlanks, text.find('[') + 1) + 1; }
-
-std::optional<std::string> SettingsLine::section() const {
-    const std::size_t bracket = text.find_first_not_of(kBlanks);
-    if (!refusal.empty() || !isWhole() || bracket == std::string::npos || text[bracket] != '[') return std::nullopt;
-    const std::size_t begin = sectionColumn() - 1;
-    const std::size_t end = text.find_last_not_of(kBlanks, text.find(']') - 1) + 1;
-    return end > begin ? text.substr(begin, end - begin) : "";
+std::optional<SectionName> SettingsLine::section() const {
+    if (!refusal.empty() || !isWhole()) return std::nullopt;
+    return sectionIn(text);
 }
 
 SettingsText::SettingsText(const std::string& path, std::string name, FileKind kind, Secrets secrets)

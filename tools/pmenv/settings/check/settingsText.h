@@ -10,6 +10,7 @@
 
 #include "knownKeys/knownKeys.h"
 #include "secrets.h"
+#include "sectionName.h"
 
 /// A line of the file.
 struct SettingsLine {
@@ -23,10 +24,8 @@ struct SettingsLine {
     HiddenParts hidden{};  ///< what of it must not be shown
 
     bool isWhole() const { return text.size() == length; }
-    /// The section's name of a [section] line, "" for [].
-    std::optional<std::string> section() const;
-    /// Where that name begins; columns count bytes from 1.
-    std::size_t sectionColumn() const;
+    /// Of a [section] line.
+    std::optional<SectionName> section() const;
 };
 
 /// KEY = value.

@@ -38,7 +38,8 @@ void checkAsked(const CommandLine& line) {
 void setRunTimeValue(const std::string& assignment) {
     const std::size_t equals = assignment.find('=');
     if (equals == std::string::npos) {
-        throw Failure("--set needs NAME=VALUE, not '" + assignment + "'; see 'pmenv explain --help'", kExitUsage);
+        // Not quoted, because it may hold a secret.
+        throw Failure("--set needs NAME=VALUE, with a '='; see 'pmenv explain --help'", kExitUsage);
     }
     const std::string name = assignment.substr(0, equals);
     KREnvContainerClass env;

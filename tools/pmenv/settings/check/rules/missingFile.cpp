@@ -19,8 +19,8 @@ void check(const Expansion& expansion, const SettingsText& settings, Report& rep
     if (!known || known->key.type != KnownKey::Type::File || known->value.empty()) return;
     const std::string problem = problemOf(known->value);
     if (problem.empty()) return;
-    const std::string path = known->key.isSecret ? "(hidden)" : quoted(known->value);
-    report.atValue(*expansion.entry, known->key.name + " needs a file: " + path + ": " + problem);
+    report.atValue(*expansion.entry,
+                   known->key.name + " needs a file: " + shownValue(known->value, known->hidden) + ": " + problem);
 }
 
 }  // namespace

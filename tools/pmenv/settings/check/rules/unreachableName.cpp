@@ -5,10 +5,10 @@ namespace {
 
 bool isReachable(const std::string& name) { return name.find_first_of(" \t()") == std::string::npos; }
 
-void checkSection(const SettingsLine& line, const std::string& section, Report& report) {
-    if (isReachable(section)) return;
-    report.at(line.number, line.sectionColumn(), section.size(),
-              "no reference can name the keys of section " + quoted(section) +
+void checkSection(const SettingsLine& line, const SectionName& section, Report& report) {
+    if (isReachable(section.name)) return;
+    report.at(line.number, section.column, section.name.size(),
+              "no reference can name the keys of section " + quoted(section.name) +
                   "; a name in a reference has no blanks and no parentheses");
 }
 

@@ -5,7 +5,7 @@ namespace {
 
 void check(const Expansion& expansion, const SettingsText& settings, Report& report) {
     const std::optional<KnownValue> known = knownValue(expansion, settings);
-    const std::string problem = known ? typeProblem(known->key, known->value) : "";
+    const std::string problem = known ? typeProblem(known->key, known->value, known->hidden) : "";
     if (!problem.empty()) report.atValue(*expansion.entry, problem);
 }
 

@@ -1,4 +1,4 @@
-#include "knownKeys/keysDraft.h"
+#include "check/keysDraft.h"
 
 #include "check/expansion.h"
 #include "knownKeys/knownKeys.h"

@@ -3,11 +3,11 @@
 #include <tuple>
 #include <utility>
 
-#include "check/settingsText.h"
 #include "failure.h"
 #include "knownKeys/knownKeys.h"
 #include "krs.h"
 #include "nearest.h"
+#include "sectionName.h"
 
 namespace {
 
@@ -99,9 +99,8 @@ std::vector<Description> Reader::read(const std::string& file) {
 
 void Reader::take(const KRSLine& line) {
     if (line.error != nullptr) return mistakes_.add({line.number, line.errorColumn}, line.error);
-    const SettingsLine text{line.number, std::string(line.text), line.text.size(), "", 0};
     if (line.key == nullptr) {
-        if (const auto name = text.section()) begin(*name, {line.number, text.sectionColumn()});
+        if (const auto section = sectionIn(line.text)) begin(section->name, {line.number, section->column});
         return;
     }
     const std::size_t prefix = section_.empty() ? 0 : section_.size() + 1;
@@ -228,7 +227,8 @@ std::optional<KnownKey::Limit> Meaning::limit(const char* name) {
 bool Meaning::yes(const char* name) {
     const Property* const property = description_.find(name);
     if (property == nullptr || property->value == "no") return false;
-    if (property->value != "yes") mistakes_.add(property->valuePlace, "write yes or no, not '" + property->value + "'");
+    // Not quoted: in settings that were taken for known keys, `secret` may hold one.
+    if (property->value != "yes") mistakes_.add(property->valuePlace, std::string(name) + " is yes or no");
     return property->value == "yes";
 }
 

@@ -45,14 +45,15 @@ bool hasType(const KnownKey& key, const std::string& value) {
     return isOneOf(key.values, value);
 }
 
-std::string shown(const KnownKey& key, const std::string& value) {
+}  // namespace
+
+std::string shownValue(const std::string& value, const HiddenParts& hidden) {
     constexpr std::size_t kLongest = 80;
     if (value.empty()) return "an empty value";
-    if (key.isSecret) return "(hidden)";
-    return "'" + (value.size() <= kLongest ? value : value.substr(0, kLongest) + "...") + "'";
+    const std::string shown = hidden.shown(value);
+    if (hidden.any() && shown == HiddenParts::kShown) return shown;
+    return "'" + (shown.size() <= kLongest ? shown : shown.substr(0, kLongest) + "...") + "'";
 }
-
-}  // namespace
 
 std::optional<double> decimalNumber(const std::string& text) {
     const std::string_view digits = withoutSign(text);
@@ -70,16 +71,16 @@ bool isBoolean(const std::string& text) {
     return isOneOf({"yes", "no", "true", "false", "on", "off", "1", "0"}, lower(text));
 }
 
-std::string typeProblem(const KnownKey& key, const std::string& value) {
+std::string typeProblem(const KnownKey& key, const std::string& value, const HiddenParts& hidden) {
     if (hasType(key, value)) return "";
-    const bool suggests = key.type == Type::Choice && !key.isSecret;
-    return shown(key, value) + ", but " + key.name + " is " + key.typeText() +
+    const bool suggests = key.type == Type::Choice && !hidden.any();
+    return shownValue(value, hidden) + ", but " + key.name + " is " + key.typeText() +
            (suggests ? didYouMean(nearestNames(value, key.values)) : "");
 }
 
-std::string rangeProblem(const KnownKey& key, const std::string& value) {
+std::string rangeProblem(const KnownKey& key, const std::string& value, const HiddenParts& hidden) {
     const std::optional<double> number = key.isNumeric() && hasType(key, value) ? decimalNumber(value) : std::nullopt;
     const bool fits =
         !number || ((!key.least || *number >= key.least->value) && (!key.most || *number <= key.most->value));
-    return fits ? "" : shown(key, value) + " is out of range: " + key.name + " is " + key.typeText();
+    return fits ? "" : shownValue(value, hidden) + " is out of range: " + key.name + " is " + key.typeText();
 }

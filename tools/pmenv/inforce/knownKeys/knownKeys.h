@@ -21,6 +21,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "hiddenParts.h"
+
 /// The setting that names the file, from the directory of the settings file that it is in.
 inline constexpr char kKeysSetting[] = "PMENV_KEYS";
 
@@ -73,8 +75,11 @@ KnownKeys readKnownKeys(const std::string& file);
 // --- values -------------------------------------------------------------------------------------------------------------
 
 /// What is wrong with an expanded value: its type, or for a number its range; "" when nothing is.
-std::string typeProblem(const KnownKey& key, const std::string& value);
-std::string rangeProblem(const KnownKey& key, const std::string& value);
+std::string typeProblem(const KnownKey& key, const std::string& value, const HiddenParts& hidden = {});
+std::string rangeProblem(const KnownKey& key, const std::string& value, const HiddenParts& hidden = {});
+
+/// The value in quotes as a message may show it, or (hidden).
+std::string shownValue(const std::string& value, const HiddenParts& hidden);
 
 /// "12", "-1.5": decimal digits only, and for an integer no point.
 std::optional<double> decimalNumber(const std::string& text);
