@@ -4,6 +4,9 @@
 #include <string>
 #include <vector>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <nlohmann/json.hpp>
 
 #include <gmock/gmock.h>
@@ -280,6 +283,15 @@ TEST_F(PmenvCheckInput, DirectoryStandsForItsSettingsFiles) {
     std::vector<std::string> files;
     for (const json& file : answer) files.push_back(file.at("file"));
     EXPECT_THAT(files, ElementsAre("conf/b/c.ini/y.ini", "conf/b/x.ini", "conf/z.ini"));
+
+    directory_.makeDirectory("odd");
+    ASSERT_EQ(0, mkfifo((directory_ / "odd/pipe.ini").c_str(), 0600));
+    ASSERT_EQ(0, symlink("nothing", (directory_ / "odd/link.ini").c_str()));
+    EXPECT_EQ(
+        "pmenv: cannot check the settings: odd/link.ini: cannot open the file: No such file or directory\n"
+        "0 errors, 0 warnings, 1 file not read\n",
+        run({"odd"}).err)
+        << "the pipe is not waited for";
 
     directory_.makeDirectory("empty");
     const ProgramResult empty = run({"empty"});

@@ -417,6 +417,45 @@ TEST_F(PmenvDiff, SaysDifferentExactlyWhereGetDoes) {
     EXPECT_GT(same, 40U);
 }
 
+// Whether an explanation tells of what diff gives as the reason: that text at that place, or that value of a variable.
+bool tellsOf(const json& explanation, const json& reason, const json& side) {
+    if (explanation.is_object()) {
+        const bool isPlace = side.contains("line") && explanation.contains("place") &&
+                             !explanation["place"].is_null() && explanation["place"]["line"] == side["line"];
+        const bool isReference =
+            !side.contains("line") && explanation.value("reference", json()) == reason["reference"];
+        if ((isPlace || isReference) && explanation.value("raw", json()) == side["text"]) return true;
+    }
+    return explanation.is_structured() && std::any_of(explanation.begin(), explanation.end(),
+                                                      [&](const json& part) { return tellsOf(part, reason, side); });
+}
+
+TEST_F(PmenvDiff, ReasonsAreWhatExplainTells) {
+    const Environment environment{{"PM_1", "one#(A)"}, {"PM_2", "$(PM_1)"}};
+    std::size_t reasons = 0;
+    for (unsigned seed = 100; seed < 160; ++seed) {
+        Generator generator(seed);
+        const std::string a = generator.file();
+        const std::string b = generator.changed(a);
+        const json answer = json::parse(diff(a, b, {"--json", "--show-secrets"}, environment).out);
+        for (const json& setting : answer["files"][0]["settings"]) {
+            if (setting["because"].empty()) continue;
+            const auto explained = [&](const char* file) {
+                return json::parse(
+                    run({"--ini", file, "explain", setting["key"], "--json", "--show-secrets"}, environment).out);
+            };
+            const json explainedA = explained("a.ini"), explainedB = explained("b.ini");
+            for (const json& reason : setting["because"]) {
+                SCOPED_TRACE(reason.dump() + " of\n" + a + "and\n" + b);
+                EXPECT_TRUE(tellsOf(explainedA, reason, reason["a"])) << explainedA;
+                EXPECT_TRUE(tellsOf(explainedB, reason, reason["b"])) << explainedB;
+                ++reasons;
+            }
+        }
+    }
+    EXPECT_GT(reasons, 25U);
+}
+
 TEST_F(PmenvDiff, OfAFileWithItselfIsEmpty) {
     std::size_t compared = 0;
     for (const auto& sample : std::filesystem::directory_iterator(CORPUS_DIR)) {

@@ -46,6 +46,12 @@ bool isStream(const std::string& file) {
     return stat(file.c_str(), &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode));
 }
 
+// In a directory: a pipe there is no settings file, and reading it would wait. A link to nothing is told of when it is read.
+bool isFile(const std::filesystem::directory_entry& entry) {
+    std::error_code error;
+    return entry.is_regular_file(error) || !entry.exists(error);
+}
+
 }  // namespace
 
 std::vector<std::string> settingsFilesOf(const std::string& argument) {
@@ -54,7 +60,7 @@ std::vector<std::string> settingsFilesOf(const std::string& argument) {
     if (!fs::is_directory(argument, error)) return {argument};
     std::vector<std::string> files;
     for (fs::recursive_directory_iterator at(argument, error), end; !error && at != end; at.increment(error)) {
-        if (at->path().extension() == ".ini" && !at->is_directory(error)) files.push_back(at->path());
+        if (at->path().extension() == ".ini" && isFile(*at)) files.push_back(at->path());
     }
     if (error) failToRead(argument, error.value());
     if (files.empty()) throw Failure("cannot read the settings: " + argument + ": no *.ini file in this directory");
