@@ -1,4 +1,5 @@
 // Judging made-up runs: the share in which engines were held back, why, and the outcome.
+#include <cmath>
 #include <csignal>
 #include <string>
 #include <vector>
@@ -307,6 +308,7 @@ TEST(Judgement, AnEngineThatCannotBeReadAnyMoreCannotBeClean) {
     };
     EXPECT_EQ(unreadableFor(30).doubt, Doubt::NotReadable);
     EXPECT_NEAR(unreadableFor(30).engines[0].unreadable, 30, 1e-9);
+    EXPECT_NEAR(unreadableFor(20).engines[0].unreadableSince, 40, 1e-9);
     EXPECT_EQ(unreadableFor(1).doubt, Doubt::NotReadable) << "more than 1 %";
     EXPECT_EQ(unreadableFor(0.5).outcome, Outcome::Clean);
 }
@@ -484,6 +486,42 @@ TEST(Judgement, MemoryAndSwapHaveLimits) {
     EXPECT_EQ(with(0.11, 1 << 20).outcome, Outcome::Clean);
     EXPECT_EQ(with(0.09, 0).incidents.at(0).kind, Incident::Kind::Memory);
     EXPECT_EQ(with(0.5, (1 << 20) + 1).incidents.at(0).kind, Incident::Kind::Swap);
+}
+
+// The memory is read less often than every interval. A minute without it was told as 15 seconds, or as 6.
+TEST(Judgement, MemoryThatWasShortIsShortUntilItIsReadAgain) {
+    JudgeLimits limits;
+    limits.memoryPercent = 10;
+    limits.swapMegabytes = 1;
+    const Judged judged = MadeRun(limits)
+                              .each(100,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+                                        if (std::fmod(evidence.to, 10) != 0) return;
+                                        const bool isShort = evidence.to > 20 && evidence.to <= 80;
+                                        evidence.machine.memoryAvailableShare = isShort ? 0.05 : 0.5;
+                                        evidence.machine.swapUsedBytes = isShort ? 5 << 20 : 1000;
+                                    })
+                              .judged();
+    ASSERT_EQ(judged.incidents.size(), 2U);
+    for (const Incident& incident : judged.incidents) {
+        EXPECT_NEAR(incident.since, 20, 1e-9);
+        EXPECT_NEAR(incident.seconds, 60, 1e-9);
+    }
+}
+
+TEST(Judgement, AReadingDoesNotLastForEver) {
+    JudgeLimits limits;
+    limits.memoryPercent = 10;
+    const Judged judged = MadeRun(limits)
+                              .each(100,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+                                        if (evidence.to == 10 || evidence.to == 50)
+                                            evidence.machine.memoryAvailableShare = 0.05;
+                                    })
+                              .judged();
+    EXPECT_NEAR(judged.incidents.at(0).seconds, 2 * kInterval, 1e-9);
 }
 
 TEST(Judgement, AKilledNeighbourInTheGroupIsToldOnly) {

@@ -24,9 +24,6 @@ constexpr std::array<const char*, kFigures> kNames{"held_back_worst",
                                                    "descriptors",
                                                    "ports"};
 
-// What is read less often than every interval is taken to have been so since it was read before, if that is not long ago.
-constexpr double kLongestBetweenReadings = 11;  // seconds
-
 template <class Number>
 void keepLargest(std::optional<double>& largest, std::optional<Number> value) {
     if (value) largest = std::max(largest.value_or(0), static_cast<double>(*value));
@@ -153,8 +150,7 @@ void RunFigures::addEngineFigures(const Evidence& evidence) {
 void RunFigures::addMemory(const Evidence& evidence) {
     const MachineEvidence& machine = evidence.machine;
     const bool known = machine.memoryAvailableShare || machine.swapUsedBytes;
-    const double since = known && evidence.to - memoryKnown_ <= kLongestBetweenReadings ? memoryKnown_ : evidence.from;
-    if (known) memoryKnown_ = evidence.to;
+    const double since = known ? memoryRead_.since(evidence) : evidence.from;
     const auto available = machine.memoryAvailableShare;
     of(Figure::MemoryInUse).add(since, evidence.to, available ? std::optional(1 - *available) : std::nullopt);
     of(Figure::SwapBytes)

@@ -12,6 +12,7 @@
 
 #include "chart/series.h"
 #include "evidence/evidence.h"
+#include "evidence/seldomRead.h"
 #include "judgement/judgement.h"
 #include "recording/recording.h"
 
@@ -72,7 +73,7 @@ private:
     bool engineSeen_ = false;  // that does not stand in for others
     bool manyEngines_ = false;
     int processors_ = 1;
-    double memoryKnown_ = 0;  // until when
+    SeldomRead memoryRead_;
 };
 
 using NamedTexts = std::vector<std::pair<std::string, std::string>>;

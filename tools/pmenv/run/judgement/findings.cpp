@@ -282,7 +282,7 @@ std::optional<RunFinding> notReadableFinding(const Judged& judged) {
         return RunFinding{"notReadable",
                           false,
                           engine.key.pid,
-                          engine.from,
+                          engine.unreadableSince,
                           engine.unreadable,
                           engineText(engine.key.pid, engine.name) + ": its accounts could not be read",
                           "run pmenv as the engine's user or as root; the kernel needs CONFIG_SCHED_INFO"};

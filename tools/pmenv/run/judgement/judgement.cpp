@@ -102,7 +102,7 @@ void Judgement::addInterval(const Evidence& evidence) {
     followLimits(evidence);
     for (const EngineEvidence& engine : evidence.engines) {
         const auto kills = static_cast<double>(engine.group.memoryKills.value_or(0));
-        engines_[engine.key].memoryKills.add(kills, kills > 0, evidence);
+        engines_[engine.key].memoryKills.add(kills, kills > 0, evidence.from, evidence.to);
     }
 }
 
@@ -146,6 +146,7 @@ void Judgement::addEngine(const EngineEvidence& evidence) {
         engine.throttledGroup = evidence.group.throttledGroup;
     }
     if (!evidence.readable || !evidence.busiest) {
+        if (engine.unreadable == 0) engine.unreadableSince = evidence.from;
         engine.unreadable += evidence.to - evidence.from;
         return;
     }
@@ -183,37 +184,37 @@ void Judgement::close(Watched& watched) {
 
 // --- limits that were set -------------------------------------------------------------------------------------------
 
-void Judgement::Beyond::add(double figure, bool beyond, const Evidence& evidence) {
+void Judgement::Beyond::add(double figure, bool beyond, double from, double to) {
     if (!beyond) return;
     if (!since) {
-        since = evidence.from;
+        since = from;
         worst = figure;
     }
     worst = std::max(worst, figure);
-    seconds += evidence.to - evidence.from;
+    seconds += to - from;
 }
 
 void Judgement::followLimits(const Evidence& evidence) {
     const MachineEvidence& machine = evidence.machine;
     if (limits_.machinePercent && machine.busy && machine.idle && *machine.busy + *machine.idle > 0) {
         const double percent = 100 * *machine.busy / (*machine.busy + *machine.idle);
-        machineCpu_.add(percent, percent >= *limits_.machinePercent, evidence);
+        machineCpu_.add(percent, percent >= *limits_.machinePercent, evidence.from, evidence.to);
     }
     for (const EngineEvidence& engine : evidence.engines) {
         if (!limits_.enginePercent || engine.to <= engine.from) continue;
         const double percent = 100 * engine.ran / (engine.to - engine.from);
-        engines_[engine.key].cpu.add(percent, percent >= *limits_.enginePercent, evidence);
+        engines_[engine.key].cpu.add(percent, percent >= *limits_.enginePercent, evidence.from, evidence.to);
     }
     if (limits_.memoryPercent && machine.memoryAvailableShare) {
         const double missing = 100 * (1 - *machine.memoryAvailableShare);
-        memory_.add(missing, missing > 100 - *limits_.memoryPercent, evidence);
+        memory_.add(missing, missing > 100 - *limits_.memoryPercent, memoryRead_.since(evidence), evidence.to);
     }
     if (limits_.swapMegabytes && machine.swapUsedBytes) {
         const double growth = static_cast<double>(*machine.swapUsedBytes - *leastSwap_);
-        swap_.add(growth, growth > *limits_.swapMegabytes * kMegabyte, evidence);
+        swap_.add(growth, growth > *limits_.swapMegabytes * kMegabyte, swapRead_.since(evidence), evidence.to);
     }
     if (limits_.engines && evidence.engines.size() < *limits_.engines) {
-        missing_.add(static_cast<double>(*limits_.engines - evidence.engines.size()), true, evidence);
+        missing_.add(static_cast<double>(*limits_.engines - evidence.engines.size()), true, evidence.from, evidence.to);
     }
 }
 

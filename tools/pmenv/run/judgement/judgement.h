@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "evidence/evidence.h"
+#include "evidence/seldomRead.h"
 #include "judgement/heldBack.h"
 
 struct JudgeLimits {
@@ -37,10 +38,11 @@ struct JudgedEngine {
     double from = 0;
     double to = 0;
     bool ended = false;
-    bool readable = false;  ///< in some interval
-    double unreadable = 0;  ///< seconds in which its accounts could not be read
-    double heldBack = 0;    ///< seconds
-    double share = 0;       ///< held back, of the time in which it was watched
+    bool readable = false;       ///< in some interval
+    double unreadable = 0;       ///< seconds in which its accounts could not be read
+    double unreadableSince = 0;  ///< when that was first
+    double heldBack = 0;         ///< seconds
+    double share = 0;            ///< held back, of the time in which it was watched
     std::vector<Stretch> stretches;
 
     int tid = 0;  ///< the thread that was the busiest most often
@@ -140,7 +142,7 @@ private:
         std::optional<double> since;
         double seconds = 0;
         double worst = 0;
-        void add(double figure, bool beyond, const Evidence& evidence);
+        void add(double figure, bool beyond, double from, double to);
     };
     struct Watched {
         JudgedEngine engine;
@@ -177,6 +179,8 @@ private:
     double end_ = 0;
     double unseen_ = 0;  // seconds in intervals that are too long to tell anything
     std::optional<std::uint64_t> leastSwap_;
+    SeldomRead memoryRead_;
+    SeldomRead swapRead_;
     Beyond machineCpu_;
     Beyond memory_;
     Beyond swap_;
