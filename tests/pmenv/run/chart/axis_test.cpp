@@ -28,7 +28,7 @@ TEST(Axis, ValuesHaveRoundTicksUpToTheMost) {
         {2, ChartUnit::Processors, "0 | 0.5 | 1 | 1.5 | 2"},
         {64, ChartUnit::Processors, "0 | 20 | 40 | 60 | 80"},
         {0, ChartUnit::Processors, "0 | 0.25 | 0.5 | 0.75 | 1"},
-        {3.5 * 1024 * 1024, ChartUnit::Bytes, "0 B | 1.0 MiB | 2.0 MiB | 3.0 MiB | 4.0 MiB"},
+        {3.5 * 1024 * 1024, ChartUnit::Bytes, "0 B | 1 MiB | 2 MiB | 3 MiB | 4 MiB"},
         {1, ChartUnit::Bytes, "0 B | 1 B"},
         {812, ChartUnit::Milliseconds, "0 ms | 250 ms | 500 ms | 750 ms | 1000 ms"},
         {59000, ChartUnit::Milliseconds, "0 ms | 20 s | 40 s | 60 s"},
@@ -42,14 +42,14 @@ TEST(Axis, TimesHaveTicksAtRoundTimes) {
         const char* labels;
         const char* major;
     } rows[] = {
-        {10, "0 | 1 s | 2 s | 3 s | 4 s | 5 s | 6 s | 7 s | 8 s | 9 s | 10 s", "0 | 2 s | 4 s | 6 s | 8 s | 10 s"},
+        {10, "0 | 1 s | 2 s | 3 s | 4 s | 5 s | 6 s | 7 s | 8 s | 9 s | 10 s", "0 | 5 s | 10 s"},
         {2, "0 | 0.2 s | 0.4 s | 0.6 s | 0.8 s | 1 s | 1.2 s | 1.4 s | 1.6 s | 1.8 s | 2 s", "0 | 1 s | 2 s"},
         {90, "0 | 10 s | 20 s | 30 s | 40 s | 50 s | 1:00 | 1:10 | 1:20 | 1:30", "0 | 30 s | 1:00 | 1:30"},
         {600, "0 | 1 min | 2 min | 3 min | 4 min | 5 min | 6 min | 7 min | 8 min | 9 min | 10 min",
-         "0 | 2 min | 4 min | 6 min | 8 min | 10 min"},
+         "0 | 5 min | 10 min"},
         {5400, "0 | 10 min | 20 min | 30 min | 40 min | 50 min | 1:00 h | 1:10 h | 1:20 h | 1:30 h",
          "0 | 30 min | 1:00 h | 1:30 h"},
-        {36000, "0 | 1 h | 2 h | 3 h | 4 h | 5 h | 6 h | 7 h | 8 h | 9 h | 10 h", "0 | 2 h | 4 h | 6 h | 8 h | 10 h"},
+        {36000, "0 | 1 h | 2 h | 3 h | 4 h | 5 h | 6 h | 7 h | 8 h | 9 h | 10 h", "0 | 3 h | 6 h | 9 h"},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(labels(timeTicks(row.seconds)), row.labels) << row.seconds;

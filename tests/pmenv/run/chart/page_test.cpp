@@ -85,7 +85,8 @@ TEST_F(ChartPage, NeedsNoScriptAndFetchesNothing) {
         EXPECT_THAT(page, Not(HasSubstr(fetched)));
     }
     for (std::size_t at = page.find("url("); at != std::string::npos; at = page.find("url(", at + 1)) {
-        EXPECT_EQ(page.substr(at, 5), "url(#");
+        ASSERT_EQ(page.substr(at, 5), "url(#");
+        EXPECT_THAT(page, HasSubstr("id=\"" + page.substr(at + 5, page.find(')', at) - at - 5) + "\""));
     }
     std::string rest = page;
     rest.erase(rest.find("http://www.w3.org/1999/xhtml"), 7);
@@ -120,6 +121,20 @@ TEST_F(ChartPage, StacksWhatTheBusiestThreadDid) {
     EXPECT_EQ(found(page, byId("run1-thread") + "//*[@class='area running'][@d]/@d"), "M0 55H1000V110H0Z\n");
     EXPECT_EQ(found(page, byId("run1-thread") + "//*[@class='area waiting'][@d]/@d"), "M0 27.5H1000V55H0Z\n");
     EXPECT_EQ(found(page, byId("run1-thread") + "//*[@class='area blocked'][@d]/@d"), "\n");
+}
+
+// On a telephone the picture is squeezed to a third, and its hatchings to grey, unless they are wider there.
+TEST_F(ChartPage, HatchesEveryAreaAlsoOnNarrowScreens) {
+    const std::string page = pageOf(spoiledRun());
+    for (const std::string look : {"others", "stolen", "waiting", "throttled", "blocked", "stopped"}) {
+        EXPECT_THAT(page, HasSubstr(".plot .area." + look + " { fill: url(#hatch-" + look + "-narrow); }"));
+        EXPECT_EQ(found(page, byId("hatch-" + look + "-narrow") + "/@patternTransform"), "scale(3 1)\n");
+    }
+}
+
+// Where nothing may be broken before the figures, a narrow screen breaks the label instead.
+TEST_F(ChartPage, ALegendMayBreakBeforeItsFigures) {
+    EXPECT_THAT(pageOf(spoiledRun()), HasSubstr("the engine <span class=\"quiet\">mean "));
 }
 
 TEST_F(ChartPage, WhatHasNothingToShowIsALineAndUnknownIsSaid) {

@@ -13,7 +13,7 @@ namespace {
 
 constexpr double kMostValueSteps = 4;
 constexpr double kMostTimeSteps = 12;
-constexpr double kMostMajorSteps = 5;
+constexpr double kMostMajorSteps = 4;  // so that labels like "2:30 h" have room on a telephone
 constexpr double kHour = 3600;
 constexpr double kDay = 24 * kHour;
 
@@ -74,12 +74,23 @@ std::string valueText(double value, ChartUnit unit) {
     return shortNumber(value);
 }
 
+namespace {
+
+// There is little room beside an axis: "768 MiB", not "768.0 MiB".
+std::string tickText(double value, ChartUnit unit) {
+    std::string text = valueText(value, unit);
+    const std::size_t tenths = text.find(".0 ");
+    return tenths == std::string::npos ? text : text.erase(tenths, 2);
+}
+
+}  // namespace
+
 std::vector<Tick> valueTicks(double most, ChartUnit unit) {
     if (!(most > 0) || !std::isfinite(most)) most = 1;
     const double least = most / kMostValueSteps;
     const double step = unit == ChartUnit::Bytes ? binaryStep(std::max(1.0, least)) : roundStep(least);
     std::vector<Tick> ticks;
-    for (int i = 0; (i - 1) * step < most * (1 - 1e-9); ++i) ticks.push_back({i * step, valueText(i * step, unit)});
+    for (int i = 0; (i - 1) * step < most * (1 - 1e-9); ++i) ticks.push_back({i * step, tickText(i * step, unit)});
     return ticks;
 }
 

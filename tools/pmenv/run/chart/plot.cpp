@@ -240,7 +240,7 @@ std::string legendEntry(const Layer& layer, const Chart& chart, bool area) {
              : "<line" + attribute("class", "line " + layer.look) + " x1=\"0\" x2=\"22\" y1=\"6\" y2=\"6\"/>";
     return element("li", "",
                    element("svg", "class=\"key\" width=\"22\" height=\"12\" aria-hidden=\"true\"", sample) +
-                       escaped(layer.label) + element("span", "class=\"quiet\"", " " + figuresText(layer, chart)));
+                       escaped(layer.label) + " " + element("span", "class=\"quiet\"", figuresText(layer, chart)));
 }
 
 std::string legend(const Chart& chart) {
@@ -305,6 +305,22 @@ std::string picture(const Chart& chart, const Track& track, const std::vector<Ti
                    content);
 }
 
+struct Hatching {
+    const char* name;
+    const char* size;
+    const char* lines;
+};
+
+std::string pattern(const Hatching& hatching, const char* suffix, const std::string& transform) {
+    const std::string size = attribute("width", hatching.size) + attribute("height", hatching.size);
+    return element("pattern",
+                   attribute("id", std::string("hatch-") + hatching.name + suffix) + size +
+                       " patternUnits=\"userSpaceOnUse\"" + transform,
+                   "<rect" + attribute("class", std::string("ground ") + hatching.name) + size + "/><path" +
+                       attribute("class", std::string("hatch ") + hatching.name) + attribute("d", hatching.lines) +
+                       "/>");
+}
+
 std::string bare(const std::string& look, double height, const std::string& content, const std::string& title = "") {
     const std::string named = title.empty() ? "aria-hidden=\"true\"" : "role=\"img\"";
     return element("div", attribute("class", "frame " + look),
@@ -355,11 +371,6 @@ std::string markFlags(const std::vector<std::pair<double, std::string>>& marks, 
 }
 
 std::string hatchings() {
-    struct Hatching {
-        const char* name;
-        const char* size;
-        const char* lines;
-    };
     constexpr Hatching kHatchings[] = {{"others", "6", "M0 6L6 0"},
                                        {"stolen", "5", "M2.5 0V5"},
                                        {"waiting", "8", "M0 0L8 8"},
@@ -369,13 +380,8 @@ std::string hatchings() {
                                        {"spoiled", "7", "M-1 8L8 -1M-1 1L1 -1M6 8L8 6"}};
     std::string patterns;
     for (const Hatching& hatching : kHatchings) {
-        patterns += element("pattern",
-                            attribute("id", std::string("hatch-") + hatching.name) + attribute("width", hatching.size) +
-                                attribute("height", hatching.size) + " patternUnits=\"userSpaceOnUse\"",
-                            "<rect" + attribute("class", std::string("ground ") + hatching.name) +
-                                attribute("width", hatching.size) + attribute("height", hatching.size) + "/><path" +
-                                attribute("class", std::string("hatch ") + hatching.name) +
-                                attribute("d", hatching.lines) + "/>");
+        patterns +=
+            pattern(hatching, "", "") + pattern(hatching, "-narrow", attribute("patternTransform", "scale(3 1)"));
     }
     return element("svg", "class=\"hatchings\" width=\"0\" height=\"0\" aria-hidden=\"true\"",
                    element("defs", "", patterns));

@@ -64,7 +64,7 @@ std::string timeScale(const Track& track);
 /// The marks as flags with their texts, one below the other.
 std::string markFlags(const std::vector<std::pair<double, std::string>>& marks, const Track& track);
 
-/// What all charts of a page refer to.
+/// What all charts of a page refer to: patterns, each also for narrow screens, where the picture is squeezed to a third.
 std::string hatchings();
 
 /// Times that overlap or lie nearer to each other than `gap` become one.

@@ -130,6 +130,12 @@ footer { margin-top: 40px; padding-top: 8px; border-top: 1px solid var(--rule); 
 @media screen and (max-width: 760px) {
   main { padding: 12px; }
   .minor, .frame.flags { display: none; }
+  .plot .area.others { fill: url(#hatch-others-narrow); }
+  .plot .area.stolen { fill: url(#hatch-stolen-narrow); }
+  .plot .area.waiting { fill: url(#hatch-waiting-narrow); }
+  .plot .area.throttled { fill: url(#hatch-throttled-narrow); }
+  .plot .area.blocked { fill: url(#hatch-blocked-narrow); }
+  .plot .area.stopped { fill: url(#hatch-stopped-narrow); }
   .marks { display: block; }
   .frame { grid-template-columns: 56px minmax(0, 1fr); }
   .verdict { padding: 14px 16px; }
