@@ -1,5 +1,8 @@
 // What the completions offer, in the shells themselves: bash, zsh and fish.
 #include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <map>
 #include <set>
 #include <sstream>
 #include <string>
@@ -13,6 +16,7 @@
 #include "pmenv/PmenvTest.h"
 #include "support/TerminalRun.h"
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
@@ -52,6 +56,7 @@ protected:
     std::map<std::string, const char*> environment() const {
         auto variables = environmentOf({});
         variables["HOME"] = directory_.path().c_str();
+        variables["PATH"] = path_.c_str();
         for (const char* const other : {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME", "ZDOTDIR"}) {
             variables[other] = nullptr;
         }
@@ -59,10 +64,11 @@ protected:
     }
 
     Words completeInBash(const Words& words, const std::string& beginning) const {
-        std::string script = "source " + std::string(PMENV_COMPLETION) + ".bash; COMP_WORDS=(" PMENV_BINARY;
+        std::string script = setUp_ + "source " PMENV_COMPLETION ".bash; COMP_WORDS=(" PMENV_BINARY;
         for (const std::string& word : words) script += " " + quoted(word);
         script += " " + quoted(beginning) +
-                  "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _pmenv; printf '%s\\n' \"${COMPREPLY[@]}\"";
+                  "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); COMP_LINE=\"${COMP_WORDS[*]}\"; COMP_POINT=${#COMP_LINE}; "
+                  "_pmenv; printf '%s\\n' \"${COMPREPLY[@]}\"";
         const ScopedCwd here(directory_.path());
         const ProgramResult outcome = runProgram({"/bin/bash", "-c", script}, environment());
         EXPECT_EQ(outcome.err, "");
@@ -71,7 +77,7 @@ protected:
 
     Words completeInFish(const Words& words, const std::string& beginning) const {
         const std::string script =
-            "source " + std::string(PMENV_COMPLETION) + ".fish; complete -C \"" + commandLine(words, beginning) + "\"";
+            setUp_ + "source " PMENV_COMPLETION ".fish; complete -C \"" + commandLine(words, beginning) + "\"";
         const ScopedCwd here(directory_.path());
         const ProgramResult outcome = runProgram({"/usr/bin/fish", "--no-config", "-c", script}, environment());
         EXPECT_EQ(outcome.err, "");
@@ -98,7 +104,7 @@ protected:
             "zle -N zle-line-init\n";
         const TempDir start;
         std::filesystem::copy_file(PMENV_COMPLETION ".zsh", start / "_pmenv");
-        start.writeFile(".zshrc", "fpath=($ZDOTDIR $fpath)\n" + std::string(kStart));
+        start.writeFile(".zshrc", "fpath=($ZDOTDIR $fpath)\n" + std::string(kStart) + setUp_);
         const std::string offered = start.writeFile("offered");
         const std::string typed = commandLine(words, beginning);
         auto variables = environment();
@@ -113,6 +119,30 @@ protected:
         matches.erase(std::unique(matches.begin(), matches.end()), matches.end());
         return matches;
     }
+
+    // A program that is on the path only in this test.
+    void addProgram() {
+        directory_.makeDirectory("programs");
+        const std::string program = directory_.writeFile("programs/loadgenerator", "#!/bin/sh\n");
+        std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+        path_ = directory_ / "programs" + ":" + path_;
+    }
+
+    // The shell knows its options, --users and --time. What bash knows of programs is in the package bash-completion,
+    // which wants to change options of the completion that is going on; in a test none is.
+    void addProgramsCompletion() {
+        const std::map<std::string, std::string> commands{
+            {"bash",
+             "source /usr/share/bash-completion/bash_completion; compopt() { :; }; "
+             "complete -W '--users --time' loadgenerator; "},
+            {"zsh", "_loadgenerator() { compadd -- --users --time }\ncompdef _loadgenerator loadgenerator\n"},
+            {"fish", "complete -c loadgenerator -l users -x; complete -c loadgenerator -l time -x; "}};
+        setUp_ = commands.at(GetParam());
+    }
+
+private:
+    std::string setUp_;  // commands of the shell
+    std::string path_ = std::getenv("PATH");
 };
 
 INSTANTIATE_TEST_SUITE_P(Shells, PmenvCompletion, testing::Values("bash", "zsh", "fish"),
@@ -191,6 +221,30 @@ TEST_P(PmenvCompletion, OffersTheValuesOfAChoice) {
     EXPECT_THAT(complete({"check", "--ignore"}, "un"), Not(IsEmpty()));
     EXPECT_THAT(complete({"check", "--format"}, ""), UnorderedElementsAre("text", "json", "sarif", "github"));
     EXPECT_THAT(complete({"check", "--format"}, "s"), ElementsAre("sarif"));
+}
+
+// As behind sudo or time: commands, and then files.
+TEST_P(PmenvCompletion, OffersTheProgramToStart) {
+    addProgram();
+    directory_.writeFile("plan.jmx");
+    EXPECT_THAT(complete({"judge", "--"}, "loadgen"), ElementsAre("loadgenerator"));
+    EXPECT_THAT(complete({"judge", "--duration", "60", "--engine", "a", "--"}, "loadgen"),
+                ElementsAre("loadgenerator"));
+    EXPECT_THAT(complete({"judge", "--", "cat"}, "plan."), ElementsAre("plan.jmx"));
+    EXPECT_THAT(complete({"judge", "--", "cat", "-n"}, "plan."), ElementsAre("plan.jmx"));
+    EXPECT_THAT(complete({"judge", "--", "cat"}, "--du"), Not(Contains("--duration"))) << "an option of judge";
+    EXPECT_THAT(complete({"judge", "--", "get"}, "KR_"), IsEmpty()) << "no command of pmenv";
+    EXPECT_THAT(complete({"judge"}, "loadgen"), IsEmpty()) << "there may be a recording";
+    EXPECT_THAT(complete({"get", "--"}, "loadgen"), IsEmpty()) << "it starts no program";
+}
+
+TEST_P(PmenvCompletion, OffersWhatTheShellKnowsOfTheProgram) {
+    addProgram();
+    addProgramsCompletion();
+    EXPECT_THAT(complete({"judge", "--skip", "1", "--"}, "loadgen"), ElementsAre("loadgenerator"));
+    EXPECT_THAT(complete({"judge", "--skip", "1", "--", "loadgenerator"}, "--us"), ElementsAre("--users"));
+    EXPECT_THAT(complete({"judge", "--", "loadgenerator", "--users", "5"}, "--ti"), ElementsAre("--time"));
+    EXPECT_THAT(complete({"judge"}, "--sk"), ElementsAre("--skip"));
 }
 
 // A shell parts "--format=sa" in its own way; bash does so before the completion sees it.

@@ -244,6 +244,14 @@ std::string completionOptionArguments(const Grammar& grammar) {
     return arms;
 }
 
+std::string completionStarters(const Grammar& grammar) {
+    std::string arms;
+    for (const Command& command : grammar.commands) {
+        if (command.program != nullptr) arms += arm("\"" + std::string(command.name) + "\"", "starts", "yes");
+    }
+    return arms;
+}
+
 std::string completionGlobalOptions(const Grammar& grammar) { return optionNames(grammar.globalOptions); }
 
 // --- zsh ------------------------------------------------------------------------------------------------------------
@@ -280,6 +288,14 @@ std::string completionValueOptions(const Grammar& grammar) {
     };
     add(grammar.globalOptions);
     for (const Command& command : grammar.commands) add(command.options);
+    return joined(names);
+}
+
+std::string fishStarters(const Grammar& grammar) {
+    std::vector<std::string> names;
+    for (const Command& command : grammar.commands) {
+        if (command.program != nullptr) names.push_back(fishQuoted(command.name));
+    }
     return joined(names);
 }
 

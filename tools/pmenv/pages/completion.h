@@ -16,6 +16,8 @@ std::string completionArguments(const Grammar& grammar);    ///< "0 get") what=s
 std::string completionOptionArguments(
     const Grammar& grammar);  ///< --file) what=further ;;  for each that takes a value
 
+std::string completionStarters(const Grammar& grammar);  ///< "judge") starts=yes ;;  for each that starts a program
+
 /// The options of all commands: "--ini --json".
 std::string completionGlobalOptions(const Grammar& grammar);
 
@@ -27,5 +29,7 @@ std::string zshGlobalOptions(const Grammar& grammar);  ///< '--json:print the an
 
 /// The options that take a value: "--ini --file".
 std::string completionValueOptions(const Grammar& grammar);
+/// The commands that start a program: 'judge'.
+std::string fishStarters(const Grammar& grammar);
 /// Commands of fish, each of which offers something in one situation.
 std::string fishOffers(const Grammar& grammar);

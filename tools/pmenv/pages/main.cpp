@@ -29,11 +29,13 @@ constexpr std::pair<const char*, Maker> kPlaces[] = {
     {"@OPTIONS@\n", completionOptions},
     {"@ARGUMENTS@\n", completionArguments},
     {"@OPTION_ARGUMENTS@\n", completionOptionArguments},
+    {"@STARTERS@\n", completionStarters},
     {"@VALUE_OPTIONS@", completionValueOptions},
     {"@ZSH_WORDS@", zshWords},
     {"@ZSH_SECOND_WORDS@\n", zshSecondWords},
     {"@ZSH_OPTIONS@\n", zshOptions},
     {"@ZSH_GLOBAL_OPTIONS@", zshGlobalOptions},
+    {"@FISH_STARTERS@", fishStarters},
     {"@FISH_OFFERS@\n", fishOffers},
 };
 
