@@ -5,6 +5,7 @@
 
 void measureProcesses(Report& report);
 void measureWatching(Report& report);
+void measureRecordings(Report& report);
 void measureStart(Report& report);
 void measureFiles(Report& report);
 void measurePaths(Report& report);

@@ -19,9 +19,9 @@ struct Area {
 
 // The processes come first, while this program is small.
 constexpr Area kAreas[] = {
-    {"processes", measureProcesses}, {"watching", measureWatching}, {"start", measureStart},
-    {"files", measureFiles},         {"paths", measurePaths},       {"reading", measureReading},
-    {"settings", measureSettings},   {"log", measureLog},
+    {"processes", measureProcesses}, {"watching", measureWatching}, {"recordings", measureRecordings},
+    {"start", measureStart},         {"files", measureFiles},       {"paths", measurePaths},
+    {"reading", measureReading},     {"settings", measureSettings}, {"log", measureLog},
 };
 
 void write(const char* path, const nlohmann::json& rows) {
