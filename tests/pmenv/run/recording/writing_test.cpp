@@ -139,6 +139,28 @@ TEST(AppendedMark, ComesBetweenLinesThatAreWritten) {
     EXPECT_EQ(describe(read.run), describe(run));
 }
 
+// In a child, because the limit is the whole process's.
+[[noreturn]] void markWithinLimit(const std::string& path) {
+    const rlim_t size = readFileText(path).size() + 20;
+    const rlimit limit{size, size};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    const std::string failure = failureOf([&] { appendMark(path, "a mark that does not fit"); });
+    std::fputs(failure.c_str(), stderr);
+    _exit(0);
+}
+
+// The watch's next line stood behind half a mark, and the recording could not be read any more.
+TEST(AppendedMark, ThatDoesNotFitLeavesNothingBehind) {
+    const TempDir dir;
+    const std::vector<Evidence> run = RandomRun(2).of(2);
+    const std::string path = dir / "run";
+    RecordingWriter writer(path, headerOfNow());
+    writer.write(run[0]);
+    EXPECT_EXIT(markWithinLimit(path), testing::ExitedWithCode(0), "no mark was added to .*/run: File too large");
+    writer.write(run[1]);
+    EXPECT_EQ(describe(readRecording(path).run), describe(run));
+}
+
 TEST(AppendedMark, IsRefusedWhereNoWatchGoesOn) {
     const TempDir dir;
     const auto failure = [&](const std::string& name) {

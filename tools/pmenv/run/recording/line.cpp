@@ -4,6 +4,7 @@
 #include <csignal>
 #include <ctime>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace recording {
@@ -32,11 +33,22 @@ private:
     sigset_t before_{};
 };
 
+// The beginning of a line would be damage in the middle of the file when another process appends to it afterwards.
+void takeBack(int descriptor, std::size_t written) {
+    const off_t end = lseek(descriptor, 0, SEEK_CUR);
+    struct stat file {};
+    if (written == 0 || fstat(descriptor, &file) != 0 || file.st_size != end) return;
+    if (ftruncate(descriptor, end - static_cast<off_t>(written)) != 0) return;  // a cut line at the end is forgiven
+}
+
 int writeAll(int descriptor, const std::string& text) {
     for (std::size_t done = 0; done < text.size();) {
         const ssize_t count = write(descriptor, text.data() + done, text.size() - done);
-        if (count < 0 && errno != EINTR) return errno;
         if (count > 0) done += static_cast<std::size_t>(count);
+        if (count >= 0 || errno == EINTR) continue;
+        const int error = errno;
+        takeBack(descriptor, done);
+        return error;
     }
     return 0;
 }

@@ -73,9 +73,6 @@ public:
     void write(const Mark& mark);
     void write(const RecordedOutcome& outcome);
 
-    /// A line of a kind that is only of use to others: a member `name` that holds this JSON.
-    void writeOther(const std::string& name, const std::string& json);
-
     /// False when something could not be written.
     bool complete() const { return complete_; }
 

@@ -27,9 +27,6 @@ RecordingWriter::~RecordingWriter() { close(descriptor_); }
 void RecordingWriter::write(const Evidence& evidence) { append(encoder_->line(evidence)); }
 void RecordingWriter::write(const Mark& mark) { append(markLine(mark)); }
 void RecordingWriter::write(const RecordedOutcome& outcome) { append(outcomeLine(outcome)); }
-void RecordingWriter::writeOther(const std::string& name, const std::string& json) {
-    append("{\"" + name + "\":" + json + "}");
-}
 
 // After a line that could not be written no other one is: readers rely on seeing every interval.
 void RecordingWriter::append(const std::string& line) {
