@@ -321,6 +321,7 @@ TEST(PmenvStats, OptionsThatDoNotGoTogetherAreRefused) {
         {{"--output", "x"}, "--output needs --openmetrics"},
         {{"--per-process", "--json"}, "--per-process needs --openmetrics"},
         {{"--openmetrics", "--output", ""}, "--output needs the name of a file"},
+        {{"--record", ""}, "--record needs the name of a file"},
         {{"--openmetrics", "--count", "2"}, "--openmetrics of more than one sample needs --output FILE"},
         {{"--openmetrics", "--duration", "2"}, "--openmetrics of more than one sample needs --output FILE"},
         {{"--verdict"}, "--verdict is now the command 'pmenv judge --duration SECONDS'"},

@@ -191,19 +191,17 @@ int judgeLive(const CommandLine& line) {
     JudgeContext context;
     context.host = header.host;
     context.start = header.start;
-    const double cpuBefore = kernel::ownCpuSeconds();
     RunWatch watch(options.choice, options.ignored, options.limits, recording ? &*recording : nullptr);
     if (command) {
         watchCommand(*command, watch);
     } else {
         watchRun(options, watch);
     }
-    context.cpuSeconds = kernel::ownCpuSeconds() - cpuBefore;
+    context.cpuSeconds = watch.cpuSeconds();
     context.missingNames = watch.missingNames();
 
     const Judged judged = watch.judged();
     if (command) context.commandStatus = command->status();
-    if (recording) recording->write(RecordedOutcome{judged.outcome, judged.believed, *context.cpuSeconds});
     const int exitCode = tell(options, {context, judged, options.limits});
     return recording && !recording->complete() ? std::max(exitCode, kExitWrong) : exitCode;
 }
@@ -233,7 +231,7 @@ std::vector<Option> judgeOptions() {
         {"memory-limit", kNumber, "PERCENT", "share of the memory that must stay available", 0, 100},
         {"swap-limit", kNumber, "MIB", "amount by which swap in use may grow", 0, kMost},
         {"junit", Option::Kind::File, "FILE", "also write the verdict to FILE as a JUnit report, for a pipeline"},
-        {"record", Option::Kind::File, "FILE", "keep what is seen in FILE, to judge or to draw it again"},
+        {"record", Option::Kind::File, "FILE", "keep what is seen in FILE, to judge or draw it"},
         {"from", kNumber, "T", "of a recording: judge from second T on", 0, kMost},
         {"to", kNumber, "T", "of a recording: judge up to second T", 0, kMost},
     };

@@ -18,7 +18,7 @@ Command markCommand() {
     return {"mark",
             "set a mark in the recording of a run that is being watched",
             {{"TEXT", "what happens now"}},
-            {{"record", Option::Kind::File, "FILE", "the recording that 'pmenv judge --record FILE' writes"}},
+            {{"record", Option::Kind::File, "FILE", "the recording that 'pmenv judge' or 'pmenv stats' writes"}},
             "pmenv mark 'ramp-up is over' --record gen1.pmrec   shown at this moment of the run",
             run};
 }

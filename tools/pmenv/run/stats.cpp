@@ -1,4 +1,5 @@
-// stats: figures of the machine and its load engines, once, repeatedly, or on a live screen.
+// stats: figures of the machine and its load engines, once, repeatedly, or on a live screen. A recording holds what judge
+// records of the same time: evidence that is judged, and not the samples that are shown.
 #include <algorithm>
 #include <csignal>
 #include <iostream>
@@ -8,13 +9,14 @@
 #include "atomicFile.h"
 #include "commandLine.h"
 #include "events.h"
-#include "evidenceWatch.h"
 #include "failure.h"
 #include "judgement/findings.h"
 #include "judgement/heldBackSums.h"
 #include "judgement/judgement.h"
 #include "keys.h"
 #include "liveTerminal.h"
+#include "recording/recording.h"
+#include "runWatch.h"
 #include "schedule.h"
 #include "screen.h"
 #include "statsFormats.h"
@@ -28,12 +30,9 @@ namespace {
 // Samples one after the other, until the options' count or duration is reached. The engines are watched in between.
 class Run {
 public:
-    // `receive` gets the evidence, too.
-    explicit Run(const StatsOptions& options, EvidenceWatch::Receiver receive = {})
-        : options_(options), watch_({}, {}, JudgeLimits{}.tolerance, [this, receive](const Evidence& evidence) {
-              heldBack_.add(evidence);
-              if (receive) receive(evidence);
-          }) {}
+    Run(const StatsOptions& options, RecordingWriter* recording)
+        : options_(options),
+          watch_({}, {}, JudgeLimits{}, recording, [this](const Evidence& evidence) { heldBack_.add(evidence); }) {}
 
     const Figures& sample() {
         take();
@@ -54,6 +53,12 @@ public:
 
     Events::Event wait(Events& events, double seconds) { return watch_.wait(events, seconds); }
 
+    // Whether the engines have been held back since the watch began.
+    Judged judged() const { return watch_.judged(); }
+
+    // The end of the recording.
+    void finish() { watch_.finish(); }
+
     bool finished() const {
         if (options_.duration) return figures_.seconds - begin_ >= *options_.duration;
         return options_.count != 0 && taken_ >= options_.count;
@@ -69,7 +74,7 @@ public:
 private:
     void take() {
         figures_ = sampler_.take();
-        watch_.finish();
+        watch_.catchUp();
         const auto heldBack = heldBack_.take();
         for (EngineFigures& engine : figures_.engines) {
             const auto found = heldBack.find({engine.processId, engine.startTicks});
@@ -87,7 +92,7 @@ private:
     double begin_ = 0;  // when the first sample was taken
     std::size_t taken_ = 0;
     HeldBackSums heldBack_{JudgeLimits{}.tolerance};
-    EvidenceWatch watch_;  // behind what it fills
+    RunWatch watch_;  // behind what it fills
 };
 
 // --- printing -------------------------------------------------------------------------------------------------------
@@ -127,26 +132,34 @@ void print(const StatsOptions& options, const Figures& figures, bool first) {
 
 // --- line by line ---------------------------------------------------------------------------------------------------
 
-int runPlain(const StatsOptions& options) {
-    Run run(options);
-    Events events({}, false);
+// Until the options' end or a signal, which is returned; 0 for none.
+int sampleToTheEnd(const StatsOptions& options, Run& run, Events& events) {
     run.warmUp();
-    run.wait(events, Run::pauseAfterWarmUp());
-    for (bool first = true;; first = false) {
+    double pause = Run::pauseAfterWarmUp();
+    for (bool first = true;; first = false, pause = run.pause()) {
+        const Events::Event event = run.wait(events, pause);
+        if (event.kind == Events::Kind::Signal) return event.value;
         for (const std::string& warning : run.sample().warnings) printWarning(warning);
         print(options, run.figures(), first);
-        if (run.finished()) return kExitDone;
-        run.wait(events, run.pause());
+        if (run.finished()) return 0;
     }
+}
+
+// A signal ends the program at once, unless a recording has to be ended first.
+int runPlain(const StatsOptions& options, RecordingWriter* recording) {
+    Events events(recording != nullptr ? std::vector<int>{SIGINT, SIGTERM, SIGHUP} : std::vector<int>{}, false);
+    Run run(options, recording);
+    const int endedBy = sampleToTheEnd(options, run, events);
+    run.finish();
+    return endedBy;
 }
 
 // --- on a live screen -----------------------------------------------------------------------------------------------
 
 class Watch {
 public:
-    explicit Watch(const StatsOptions& options)
-        : run_(options, [this](const Evidence& evidence) { judgement_.add(evidence); }),
-          events_({SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGTSTP}, isatty(STDIN_FILENO) != 0) {}
+    Watch(const StatsOptions& options, RecordingWriter* recording)
+        : run_(options, recording), events_({SIGINT, SIGTERM, SIGHUP, SIGWINCH, SIGTSTP}, isatty(STDIN_FILENO) != 0) {}
 
     // Returns the signal that ends the program, 0 when the user or the options ended the watch, or the terminal has
     // gone.
@@ -156,6 +169,7 @@ public:
             show(run_.sample());
             if (run_.finished()) break;
         }
+        run_.finish();
         return endedBy_;
     }
 
@@ -172,7 +186,7 @@ private:
 
     // What a reader of the figures has to know beside them: whether the engines have been held back since the watch began.
     std::vector<std::string> warnings() const {
-        const Judged judged = judgement_.judged(false);
+        const Judged judged = run_.judged();
         std::vector<std::string> texts;
         if (judged.outcome == Outcome::Spoiled) {
             const std::vector<RunFinding> findings = findingsOf(judged, {});
@@ -211,7 +225,6 @@ private:
         return true;
     }
 
-    Judgement judgement_{JudgeLimits{}};
     Run run_;
     Events events_;  // before the terminal is taken over and after it is given back, so that no signal comes between
     LiveTerminal terminal_;
@@ -220,19 +233,18 @@ private:
     int endedBy_ = 0;
 };
 
-int runWatch(const StatsOptions& options) {
-    int endedBy = 0;
-    {
-        Watch watch(options);
-        endedBy = watch.show();
-    }
-    if (endedBy != 0) raise(endedBy);  // the terminal is as it was; the caller sees what ended the program
-    return kExitDone;
-}
-
 int run(const CommandLine& line) {
     const StatsOptions options = readStatsOptions(line);
-    return options.watch && canDrawInPlace() ? runWatch(options) : runPlain(options);
+    std::optional<RecordingWriter> file;
+    if (!options.record.empty()) file.emplace(options.record, headerOfThisHost({}, {}, JudgeLimits{}));
+    RecordingWriter* const recording = file ? &*file : nullptr;
+    const bool live = options.watch && canDrawInPlace();
+    const int endedBy = live ? Watch(options, recording).show() : runPlain(options, recording);
+    const bool complete = !file || file->complete();
+    if (live && !complete)
+        printWarning("the recording " + options.record + " ended before the watch");  // not seen there
+    if (endedBy != 0) raise(endedBy);  // the terminal is as it was; the caller sees what ended the program
+    return complete ? kExitDone : kExitWrong;
 }
 
 // --- grammar --------------------------------------------------------------------------------------------------------
@@ -248,6 +260,7 @@ std::vector<Option> statsOptions() {
         {"openmetrics", Option::Kind::Flag, nullptr, "print a text exposition for a metrics collector, in base units"},
         {"per-process", Option::Kind::Flag, nullptr, "with --openmetrics: also a series for each engine, with its pid"},
         {"output", Option::Kind::File, "FILE", "with --openmetrics: replace FILE in one step instead of printing"},
+        {"record", Option::Kind::File, "FILE", "keep what is seen in FILE, to judge or draw it"},
         {"watch", Option::Kind::Flag, nullptr,
          "redraw in place until q or Ctrl-C; on a pipe, print a table for each sample"},
         {"verdict", Option::Kind::Flag, nullptr, "is now 'pmenv judge --duration SECONDS'"},
@@ -257,40 +270,44 @@ std::vector<Option> statsOptions() {
 }  // namespace
 
 Command statsCommand() {
-    return {"stats",
-            "print figures of the machine and its load engines",
-            {},
-            statsOptions(),
-            "pmenv stats                                        one table; takes about a second to measure\n"
-            "pmenv stats --json --interval 5 --count 12         for a minute, one object per line\n"
-            "pmenv stats --watch                                a live screen\n"
-            "pmenv stats --openmetrics --output /var/lib/node_exporter/pmenv.prom",
-            run,
-            "The load engines are the running processes named PMLoadEngineMai... . A process that has ended and waits "
-            "for its parent does not count. Percentages need two samples, about a second apart. Without --json, --csv, "
-            "--openmetrics and --watch, a table for people is printed.\n\n"
-            "Samples are taken when the clock shows full intervals: with --interval 10 at :00, :10, :20. They do not "
-            "drift, so samples of several hosts can be put side by side; --json and --csv contain the host's name. The "
-            "last sample of --duration is taken at its end.\n\n"
-            "An unknown figure, such as the processor time of an engine at its first sample, is - in a table, null in "
-            "JSON and an empty field in CSV; an exposition omits it. An engine's processor time is a percentage of one "
-            "processor and may exceed 100 when several of its threads are busy. A figure greater than the machine "
-            "allows counts as unknown and causes a warning.\n\n"
-            "Between two samples the engines are watched as by pmenv judge, at a cost of at most 2 % of one processor. "
-            "HELD BACK is the share of the time since the last sample in which an engine could not send what was due, "
-            "THROTTLED the processor time that its control group's quota denied it, and WORST THREAD the thread with "
-            "the least to spare, with the busy share of its busiest quarter of a second.\n\n"
-            "--csv prints a heading with the names of the fields, then a line for each sample and engine, or one line "
-            "for a sample without engines. --openmetrics gives figures as bytes and ratios (1 is all processors for "
-            "the machine, one processor for an engine), without times; it sums up the engines by name, with their "
-            "number and the largest. --output writes a temporary file beside FILE and renames it, so that a reader "
-            "never sees half of it.\n\n"
-            "--watch redraws the screen with each sample. Bars show processors, memory and swap; in the first bar, # "
-            "is the share of the load engines and | that of everything else. Below are the sum of the engines and the "
-            "engines, the busiest first. Each has its history: each character is a sample, and the heading shows the "
-            "percentage at which each height begins. An engine moves in the list only when its use has clearly "
-            "changed. Arrow keys, Page Up, Page Down, Home and End scroll, and so do k, j, b, Space, g and G. A "
-            "line warns when the engines were held back so much that the 99th percentile cannot be believed. q or "
-            "Ctrl-C ends the watch, Ctrl-Z suspends it. On a pipe, "
-            "a table is printed for each sample."};
+    return {
+        "stats",
+        "print figures of the machine and its load engines",
+        {},
+        statsOptions(),
+        "pmenv stats                                        one table; takes about a second to measure\n"
+        "pmenv stats --json --interval 5 --count 12         for a minute, one object per line\n"
+        "pmenv stats --watch                                a live screen\n"
+        "pmenv stats --openmetrics --output /var/lib/node_exporter/pmenv.prom\n"
+        "pmenv stats --watch --record gen1.pmrec            a live screen, to be judged afterwards",
+        run,
+        "The load engines are the running processes named PMLoadEngineMai... . A process that has ended and waits "
+        "for its parent does not count. Percentages need two samples, about a second apart. Without --json, --csv, "
+        "--openmetrics and --watch, a table for people is printed.\n\n"
+        "Samples are taken when the clock shows full intervals: with --interval 10 at :00, :10, :20. They do not "
+        "drift, so samples of several hosts can be put side by side; --json and --csv contain the host's name. The "
+        "last sample of --duration is taken at its end.\n\n"
+        "An unknown figure, such as the processor time of an engine at its first sample, is - in a table, null in "
+        "JSON and an empty field in CSV; an exposition omits it. An engine's processor time is a percentage of one "
+        "processor and may exceed 100 when several of its threads are busy. A figure greater than the machine "
+        "allows counts as unknown and causes a warning.\n\n"
+        "Between two samples the engines are watched as by pmenv judge, at a cost of at most 2 % of one processor. "
+        "HELD BACK is the share of the time since the last sample in which an engine could not send what was due, "
+        "THROTTLED the processor time that its control group's quota denied it, and WORST THREAD the thread with "
+        "the least to spare, with the busy share of its busiest quarter of a second.\n\n"
+        "--csv prints a heading with the names of the fields, then a line for each sample and engine, or one line "
+        "for a sample without engines. --openmetrics gives figures as bytes and ratios (1 is all processors for "
+        "the machine, one processor for an engine), without times; it sums up the engines by name, with their "
+        "number and the largest. --output writes a temporary file beside FILE and renames it, so that a reader "
+        "never sees half of it.\n\n"
+        "--record keeps what pmenv judge --record keeps without options, for pmenv judge and chart. INT, TERM, "
+        "HUP and the end of --watch end the recording; a program that is killed otherwise cuts it off.\n\n"
+        "--watch redraws the screen with each sample. Bars show processors, memory and swap; in the first bar, # "
+        "is the share of the load engines and | that of everything else. Below are the sum of the engines and the "
+        "engines, the busiest first. Each has its history: each character is a sample, and the heading shows the "
+        "percentage at which each height begins. An engine moves in the list only when its use has clearly "
+        "changed. Arrow keys, Page Up, Page Down, Home and End scroll, and so do k, j, b, Space, g and G. A "
+        "line warns when the engines were held back so much that the 99th percentile cannot be believed. q or "
+        "Ctrl-C ends the watch, Ctrl-Z suspends it. On a pipe, "
+        "a table is printed for each sample."};
 }

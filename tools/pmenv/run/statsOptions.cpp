@@ -34,7 +34,10 @@ void check(const CommandLine& line, const StatsOptions& options) {
     allowOneOf(line, {"watch", "json", "csv", "openmetrics"});
     allowOneOf(line, {"count", "duration"});
     demand(line, {"output", "per-process"}, line.has("openmetrics"), "--openmetrics");
-    if (line.has("output") && options.output.empty()) refuse("--output needs the name of a file");
+    for (const char* const option : {"output", "record"}) {
+        if (line.has(option) && line.text(option).empty())
+            refuse("--" + std::string(option) + " needs the name of a file");
+    }
 
     const bool repeated = options.count != 1 || options.duration;
     if (line.has("openmetrics") && repeated && options.output.empty()) {
@@ -52,6 +55,7 @@ StatsOptions readStatsOptions(const CommandLine& line) {
     options.watch = line.has("watch");
     options.perProcess = line.has("per-process");
     options.output = line.text("output");
+    options.record = line.text("record");
     options.count = static_cast<std::size_t>(line.number("count", options.watch || line.has("duration") ? 0 : 1));
     if (line.has("duration")) options.duration = line.number("duration", 0);
     if (options.duration) options.count = 0;

@@ -16,6 +16,7 @@ struct StatsOptions {
     bool watch = false;
     bool perProcess = false;
     std::string output;  ///< file to replace; "" for standard output
+    std::string record;  ///< file for the recording; "" for none
 };
 
 /// Throws Failure with kExitUsage for options that do not go together.
