@@ -20,6 +20,7 @@
     COMMAND(stats)       \
     COMMAND(judge)       \
     COMMAND(chart)       \
+    COMMAND(export)      \
     COMMAND(mark)
 
 #define COMMAND(name) Command name##Command();

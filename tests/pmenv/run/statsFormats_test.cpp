@@ -153,8 +153,8 @@ TEST(StatsFormats, ExpositionLeavesOutWhatIsUnknown) {
 
 TEST(StatsFormats, ExpositionEscapesNames) {
     Figures figures = figuresAt(0);
-    figures.engines = {{7, "a\"b\\c\nd", 1.0, 1}};
-    EXPECT_THAT(statsOpenMetrics(figures, false), HasSubstr("{name=\"a\\\"b\\\\c\\nd\"} 1\n"));
+    figures.engines = {{7, "a\"b\\c\nd\xff", 1.0, 1}};
+    EXPECT_THAT(statsOpenMetrics(figures, false), HasSubstr(R"({name="a\"b\\\\c\nd\\xff"} 1)"));
 }
 
 }  // namespace

@@ -24,7 +24,7 @@ ProgramResult run(Words words) {
 long linesIn(const std::string& text) { return std::count(text.begin(), text.end(), '\n'); }
 
 // The outcome is what the evidence was judged while it was gathered.
-TEST(PmenvStatsRecord, IsJudgedAndDrawnLikeOneOfJudge) {
+TEST(PmenvStatsRecord, IsJudgedDrawnAndExportedLikeOneOfJudge) {
     LoadEngine busy("burn");
     const std::string pid = std::to_string(busy.pid());
     const TempDir dir;
@@ -46,6 +46,7 @@ TEST(PmenvStatsRecord, IsJudgedAndDrawnLikeOneOfJudge) {
     EXPECT_EQ(judged.at("recording").at("complete"), true);
     EXPECT_THAT(judged.at("engines").dump(), HasSubstr("\"pid\":" + pid + ","));
     EXPECT_THAT(run({"chart", dir / "run"}).out, StartsWith("<!DOCTYPE html>"));
+    EXPECT_THAT(run({"export", dir / "run", "--openmetrics"}).out, HasSubstr(",pid=\"" + pid + "\"} "));
 }
 
 TEST(PmenvStatsRecord, ASignalEndsTheRecordingAndTheProgram) {

@@ -231,7 +231,7 @@ std::vector<Option> judgeOptions() {
         {"memory-limit", kNumber, "PERCENT", "share of the memory that must stay available", 0, 100},
         {"swap-limit", kNumber, "MIB", "amount by which swap in use may grow", 0, kMost},
         {"junit", Option::Kind::File, "FILE", "also write the verdict to FILE as a JUnit report, for a pipeline"},
-        {"record", Option::Kind::File, "FILE", "keep what is seen in FILE, to judge or draw it"},
+        {"record", Option::Kind::File, "FILE", "keep what is seen in FILE, to judge, draw or export it"},
         {"from", kNumber, "T", "of a recording: judge from second T on", 0, kMost},
         {"to", kNumber, "T", "of a recording: judge up to second T", 0, kMost},
     };

@@ -260,7 +260,7 @@ std::vector<Option> statsOptions() {
         {"openmetrics", Option::Kind::Flag, nullptr, "print a text exposition for a metrics collector, in base units"},
         {"per-process", Option::Kind::Flag, nullptr, "with --openmetrics: also a series for each engine, with its pid"},
         {"output", Option::Kind::File, "FILE", "with --openmetrics: replace FILE in one step instead of printing"},
-        {"record", Option::Kind::File, "FILE", "keep what is seen in FILE, to judge or draw it"},
+        {"record", Option::Kind::File, "FILE", "keep what is seen in FILE, to judge, draw or export it"},
         {"watch", Option::Kind::Flag, nullptr,
          "redraw in place until q or Ctrl-C; on a pipe, print a table for each sample"},
         {"verdict", Option::Kind::Flag, nullptr, "is now 'pmenv judge --duration SECONDS'"},
@@ -300,7 +300,7 @@ Command statsCommand() {
         "the machine, one processor for an engine), without times; it sums up the engines by name, with their "
         "number and the largest. --output writes a temporary file beside FILE and renames it, so that a reader "
         "never sees half of it.\n\n"
-        "--record keeps what pmenv judge --record keeps without options, for pmenv judge and chart. INT, TERM, "
+        "--record keeps what pmenv judge --record keeps without options, for pmenv judge, chart and export. INT, TERM, "
         "HUP and the end of --watch end the recording; a program that is killed otherwise cuts it off.\n\n"
         "--watch redraws the screen with each sample. Bars show processors, memory and swap; in the first bar, # "
         "is the share of the load engines and | that of everything else. Below are the sum of the engines and the "

@@ -5,6 +5,7 @@
 #include <ctime>
 #include <map>
 
+#include "exposition.h"
 #include "table.h"
 #include "text.h"
 #include "units.h"
@@ -57,40 +58,21 @@ Json worstThreadJson(const EngineFigures& engine) {
 
 // --- exposition -----------------------------------------------------------------------------------------------------
 
-std::string escapedLabel(const std::string& text) {
-    std::string escaped;
-    for (const char character : text) {
-        if (character == '\n') {
-            escaped += "\\n";
-            continue;
-        }
-        if (character == '"' || character == '\\') escaped += '\\';
-        escaped += character;
-    }
-    return escaped;
-}
-
-std::string label(const char* name, const std::string& value) {
-    return std::string(name) + "=\"" + escapedLabel(value) + "\"";
-}
-
 // One metric: its help, its type and its series. A metric without a known value does not appear.
 class Gauge {
 public:
-    Gauge(const char* name, const char* help) : name_(name) {
-        header_ = "# HELP " + name_ + " " + help + "\n# TYPE " + name_ + " gauge\n";
-    }
+    Gauge(const char* name, const char* help) : name_(name), heading_(metricHeading(name, "gauge", help)) {}
 
     Gauge& add(const std::string& labels, const std::string& value) {
         if (!value.empty()) series_ += name_ + (labels.empty() ? "" : "{" + labels + "}") + " " + value + "\n";
         return *this;
     }
 
-    std::string text() const { return series_.empty() ? "" : header_ + series_; }
+    std::string text() const { return series_.empty() ? "" : heading_ + series_; }
 
 private:
     std::string name_;
-    std::string header_;
+    std::string heading_;
     std::string series_;
 };
 
