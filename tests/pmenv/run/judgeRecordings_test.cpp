@@ -127,18 +127,62 @@ TEST(PmenvJudgeRecording, ThatIsDamagedIsRefused) {
     EXPECT_EQ(result.err, "pmenv: " + (dir / "run") + ":43:1: Invalid value.\n");
 }
 
-// Names of any bytes reach people and programs: escaped, and in valid UTF-8.
-TEST(PmenvJudgeRecording, ShowsHostileNames) {
-    const TempDir dir;
-    std::vector<Evidence> evidences = runThat(kStopped);
-    std::string name;
-    for (int byte = 1; byte < 256; ++byte) name += static_cast<char>(byte);
-    for (Evidence& evidence : evidences) evidence.engines[0].name = evidence.engines[0].busiest->name = name;
-    record(dir / "run", evidences);
-    EXPECT_FALSE(judgedJson({dir / "run"}).at("engines")[0].at("name").get<std::string>().empty());
-    const std::string text = run({"judge", dir / "run"}).out;
+// Names of any bytes but NUL.
+std::string everyByte() {
+    std::string bytes;
+    for (int byte = 1; byte < 256; ++byte) bytes += static_cast<char>(byte);
+    return bytes;
+}
+
+class HostileRecording : public testing::Test {
+protected:
+    HostileRecording() {
+        RecordingHeader header = headerOf(everyByte());
+        header.command = header.ignored = header.choice.names = {everyByte(), "]]></failure><script>x</script>"};
+        std::vector<Evidence> evidences = runThat(kStopped);
+        for (Evidence& evidence : evidences) {
+            evidence.engines[0].name = evidence.engines[0].busiest->name = everyByte();
+            evidence.engines[0].group.throttledGroup = everyByte();
+            evidence.others = {{everyByte(), 1, 1}};
+        }
+        RecordingWriter writer(path_, header);
+        for (const Evidence& evidence : evidences) writer.write(evidence);
+        writer.write(Mark{2, everyByte()});
+        writer.write(RecordedOutcome{Outcome::Clean, 100.0, 0.125});
+    }
+
+    void expectWellFormed(const std::string& file) const {
+        if (access("/usr/bin/xmllint", X_OK) != 0) GTEST_SKIP() << "there is no xmllint on this machine";
+        EXPECT_EQ(runProgram({"/usr/bin/xmllint", "--noout", "--nonet", file}).err, "");
+    }
+
+    TempDir dir_;
+    std::string path_ = dir_ / "run";
+};
+
+TEST_F(HostileRecording, IsShownEscaped) {
+    const std::string text = run({"judge", path_}).out;
     EXPECT_THAT(text, HasSubstr("\\x01\\x02\\x03\\x04\\x05\\x06\\x07\\x08\\t\\n"));
     EXPECT_EQ(text.find('\x1b'), std::string::npos);
+}
+
+// Which bytes are no text cannot be said in JSON; everything else is as it was.
+TEST_F(HostileRecording, IsValidJson) {
+    const json engine = judgedJson({path_}).at("engines")[0];
+    EXPECT_EQ(engine.at("name").get<std::string>().substr(0, 0x7f), everyByte().substr(0, 0x7f));
+}
+
+TEST_F(HostileRecording, IsAValidReport) {
+    EXPECT_EQ(run({"judge", path_, "--junit", dir_ / "report.xml"}).status, 3);
+    EXPECT_THAT(readFileText(dir_ / "report.xml"), HasSubstr("(\\x01\\x02"));
+    expectWellFormed(dir_ / "report.xml");
+}
+
+TEST_F(HostileRecording, IsAValidPage) {
+    const ProgramResult page = run({"chart", path_});
+    EXPECT_EQ(page.status, 0) << page.err;
+    EXPECT_EQ(page.out.find("<script"), std::string::npos);
+    expectWellFormed(dir_.writeFile("page.xml", page.out));
 }
 
 // --- several --------------------------------------------------------------------------------------------------------

@@ -2,7 +2,9 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -10,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "SampleFigures.h"
+#include "chart/csv.h"
 #include "statsFormats.h"
 
 using nlohmann::json;
@@ -64,6 +67,25 @@ TEST(StatsFormats, CsvHasALineForEachEngine) {
               "2001-09-09T01:46:40.123Z,loadhost,4,,10737418240,8589934592,,2147483648,,,,,,,,\n");
     const auto commas = [](const std::string& line) { return std::count(line.begin(), line.end(), ','); };
     EXPECT_EQ(commas(csvHeader()), commas(statsCsv(unknownSample())));
+}
+
+TEST(StatsFormats, CsvKeepsNamesOfAnyBytes) {
+    std::string name;
+    for (int byte = 1; byte < 256; ++byte) name += static_cast<char>(byte);
+    Figures figures = sample();
+    figures.host = name;
+    figures.engines.resize(1);
+    figures.engines[0].heldBack.emplace().worstThreadName = name;
+    std::istringstream text(csvHeader() + statsCsv(figures));
+    CsvReader reader(text);
+    std::vector<std::string> names;
+    std::vector<std::string> fields;
+    ASSERT_EQ(reader.next(&names), CsvReader::Result::Row);
+    ASSERT_EQ(reader.next(&fields), CsvReader::Result::Row);
+    ASSERT_EQ(fields.size(), names.size());
+    EXPECT_EQ(fields[1], name);
+    EXPECT_EQ(fields[14], name);
+    EXPECT_EQ(reader.next(&fields), CsvReader::Result::End);
 }
 
 TEST(StatsFormats, CsvKeepsAnOddHostNameInItsField) {
