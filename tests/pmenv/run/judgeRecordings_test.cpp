@@ -144,6 +144,7 @@ protected:
             evidence.engines[0].name = evidence.engines[0].busiest->name = everyByte();
             evidence.engines[0].group.throttledGroup = everyByte();
             evidence.others = {{everyByte(), 1, 1}};
+            evidence.missingNames = {everyByte()};
         }
         RecordingWriter writer(path_, header);
         for (const Evidence& evidence : evidences) writer.write(evidence);

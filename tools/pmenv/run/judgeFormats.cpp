@@ -9,6 +9,7 @@
 #include "judgement/findings.h"
 #include "statsFormats.h"
 #include "table.h"
+#include "text.h"
 #include "units.h"
 
 std::string whenText(const RunFinding& finding) {
@@ -36,10 +37,11 @@ std::string headline(const Judged& judged, const JudgeLimits& limits, const Styl
 std::string watchedText(const Judged& judged, const JudgeContext& context) {
     const std::size_t count = judged.engines.size();
     std::string text = "watched " + std::to_string(count) + (count == 1 ? " load engine" : " load engines") + " for " +
-                       secondsText(judged.seconds) + " on " + context.host +
+                       secondsText(judged.seconds) + " on " + printable(context.host) +
                        (judged.from > 0 ? ", after the first " + secondsText(judged.from) : "") + "\n";
     if (context.commandStatus.value_or(0) != 0) text += "the command" + endText(*context.commandStatus) + "\n";
-    for (const std::string& name : context.missingNames) text += "no process named '" + name + "' was seen\n";
+    for (const std::string& name : context.missingNames)
+        text += "no process named '" + printable(name) + "' was seen\n";
     return text;
 }
 
