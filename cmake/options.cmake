@@ -7,6 +7,7 @@ option(KRENV_BUILD_BENCH "Build the comparison benchmarks" OFF)
 option(KRENV_BUILD_FUZZ "Build the fuzz targets; takes clang" OFF)
 option(KRENV_WERROR "Treat warnings as errors" OFF)
 option(KRENV_COVERAGE "Instrument for coverage" OFF)
+option(KRENV_JOINED_SOURCES "Compile several sources of pmenv and its tests at once, which takes half the time" OFF)
 set(KRENV_SANITIZE "" CACHE STRING "Sanitizers to build with, as in -fsanitize=")
 
 set(CMAKE_CXX_STANDARD 17)

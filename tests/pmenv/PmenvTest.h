@@ -80,3 +80,9 @@ protected:
 
     TempDir directory_;
 };
+
+/// pmenv called where the test is, for what depends on no settings and no environment.
+inline ProgramResult runPmenv(Words words) {
+    words.insert(words.begin(), PMENV_BINARY);
+    return runProgram(words, {{"NO_COLOR", "1"}});
+}

@@ -16,7 +16,7 @@ namespace {
 FakeKernel* g_current = nullptr;
 
 std::string ticks(double seconds) { return std::to_string(static_cast<std::uint64_t>(seconds * 100)); }
-std::string nanoseconds(double seconds) { return std::to_string(static_cast<std::uint64_t>(seconds * 1e9 + 0.5)); }
+std::string inNanoseconds(double seconds) { return std::to_string(static_cast<std::uint64_t>(seconds * 1e9 + 0.5)); }
 
 std::string statOf(const FakeKernel::Thread& thread, int id) {
     return std::to_string(id) + " (" + thread.name + ") " + thread.state + " " + std::to_string(thread.parent) +
@@ -68,7 +68,7 @@ void FakeKernel::run(const Thread& thread) {
     const std::string task = process + "/task/" + std::to_string(thread.tid);
     write(task + "/stat", statOf(thread, thread.tid));
     write(task + "/schedstat",
-          nanoseconds(thread.ran) + " " + nanoseconds(thread.waited) + " " + std::to_string(thread.turns) + "\n");
+          inNanoseconds(thread.ran) + " " + inNanoseconds(thread.waited) + " " + std::to_string(thread.turns) + "\n");
     if (thread.pid == thread.tid) write(process + "/stat", statOf(thread, thread.pid));
 }
 

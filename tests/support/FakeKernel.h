@@ -66,3 +66,7 @@ private:
     TempDir root_;
     std::set<std::string> hidden_;
 };
+
+/// The process that tests look at.
+constexpr int kPid = FakeKernel::kPid;
+const std::string kProcess = "/proc/" + std::to_string(kPid);

@@ -127,13 +127,14 @@ Grammar grammarWithPrograms() {
     return grammar;
 }
 
-CommandLine parsed(const Words& words) {
+CommandLine parsedWithProgram(const Words& words) {
     static const Grammar grammar = grammarWithPrograms();
     return CommandLine::parse(grammar, words);
 }
 
 TEST(CommandLineWithAProgram, WhatStandsBehindTheDashesIsTakenAsItIs) {
-    const CommandLine line = parsed({"watch", "--for", "5", "--", "prog", "--for", "--", "-h", "", "\xff\n", "--help"});
+    const CommandLine line =
+        parsedWithProgram({"watch", "--for", "5", "--", "prog", "--for", "--", "-h", "", "\xff\n", "--help"});
     EXPECT_THAT(line.program(), ElementsAre("prog", "--for", "--", "-h", "", "\xff\n", "--help"));
     EXPECT_THAT(line.arguments(), IsEmpty());
     EXPECT_EQ(line.text("for"), "5");
@@ -141,22 +142,22 @@ TEST(CommandLineWithAProgram, WhatStandsBehindTheDashesIsTakenAsItIs) {
 }
 
 TEST(CommandLineWithAProgram, ArgumentsInFrontOfTheDashesStayArguments) {
-    const CommandLine line = parsed({"watch", "a", "b", "--", "prog", "c"});
+    const CommandLine line = parsedWithProgram({"watch", "a", "b", "--", "prog", "c"});
     EXPECT_THAT(line.arguments(), ElementsAre("a", "b"));
     EXPECT_THAT(line.program(), ElementsAre("prog", "c"));
-    EXPECT_THAT(parsed({"watch", "a", "b"}).program(), IsEmpty());
-    EXPECT_THAT(parsed({"--", "watch", "prog"}).program(), ElementsAre("prog"));
+    EXPECT_THAT(parsedWithProgram({"watch", "a", "b"}).program(), IsEmpty());
+    EXPECT_THAT(parsedWithProgram({"--", "watch", "prog"}).program(), ElementsAre("prog"));
 }
 
 TEST(CommandLineWithAProgram, OtherCommandsTakeFurtherArgumentsBehindTheDashes) {
-    const CommandLine line = parsed({"print", "a", "--", "-b"});
+    const CommandLine line = parsedWithProgram({"print", "a", "--", "-b"});
     EXPECT_THAT(line.arguments(), ElementsAre("a", "-b"));
     EXPECT_THAT(line.program(), IsEmpty());
 }
 
 TEST(CommandLineWithAProgram, DashesWithoutAProgramAreRefused) {
     try {
-        parsed({"watch", "--"});
+        parsedWithProgram({"watch", "--"});
         FAIL() << "accepted";
     } catch (const Failure& failure) {
         EXPECT_STREQ(failure.what(), "a command is needed behind --; see 'pmenv watch --help'");

@@ -5,7 +5,7 @@
 
 namespace {
 
-const Grammar& grammar() {
+const Grammar& shownGrammar() {
     using Kind = Option::Kind;
     static const Grammar all{
         {{"ini", Kind::File, "FILE", "reads these settings"}, {"help", Kind::Flag, nullptr, "prints this"}},
@@ -21,7 +21,7 @@ const Grammar& grammar() {
 }
 
 TEST(Help, OfACommand) {
-    EXPECT_EQ(commandHelp(grammar(), grammar().commands[1]),
+    EXPECT_EQ(commandHelp(shownGrammar(), shownGrammar().commands[1]),
               "Usage: pmenv path make DIR [NAME...] [OPTION]...\n"
               "\n"
               "composes a path\n"
@@ -43,7 +43,7 @@ TEST(Help, OfACommand) {
 }
 
 TEST(Help, OfACommandWithoutArgumentsAndOptions) {
-    EXPECT_EQ(commandHelp(grammar(), grammar().commands[2]),
+    EXPECT_EQ(commandHelp(shownGrammar(), shownGrammar().commands[2]),
               "Usage: pmenv pathology [OPTION]...\n"
               "\n"
               "is no path\n"
@@ -57,7 +57,7 @@ TEST(Help, OfACommandWithoutArgumentsAndOptions) {
 }
 
 TEST(Help, OfAGroupHasItsCommandsAndTheirExamples) {
-    const std::string text = overviewHelp(grammar(), "path");
+    const std::string text = overviewHelp(shownGrammar(), "path");
     EXPECT_NE(text.find("\nUsage: pmenv path COMMAND [ARGUMENT]... [OPTION]...\n"
                         "\n"
                         "Commands:\n"
@@ -71,7 +71,7 @@ TEST(Help, OfAGroupHasItsCommandsAndTheirExamples) {
 }
 
 TEST(Help, OverviewHasAllCommands) {
-    const std::string text = overviewHelp(grammar(), "");
+    const std::string text = overviewHelp(shownGrammar(), "");
     EXPECT_NE(text.find("\nUsage: pmenv COMMAND [ARGUMENT]... [OPTION]...\n"
                         "\n"
                         "Commands:\n"

@@ -14,6 +14,7 @@
 #include "check/rule.h"
 #include "commands.h"
 #include "pmenv/PmenvTest.h"
+#include "pmenv/pages/commandWords.h"
 #include "support/TerminalRun.h"
 
 using testing::Contains;
@@ -147,11 +148,6 @@ private:
 
 INSTANTIATE_TEST_SUITE_P(Shells, PmenvCompletion, testing::Values("bash", "zsh", "fish"),
                          [](const auto& shell) { return std::string(shell.param); });
-
-Words wordsOf(const Command& command) {
-    std::istringstream name(command.name);
-    return {std::istream_iterator<std::string>(name), std::istream_iterator<std::string>()};
-}
 
 std::set<std::string> optionsOf(const Command& command) {
     std::set<std::string> names;

@@ -12,17 +12,11 @@
 #include "commands.h"
 #include "failure.h"
 #include "pmenv/PmenvTest.h"
+#include "pmenv/pages/commandWords.h"
 
 using testing::HasSubstr;
 
 namespace {
-
-Words wordsOf(const Command& command) {
-    Words words;
-    std::istringstream name(command.name);
-    for (std::string word; name >> word;) words.push_back(word);
-    return words;
-}
 
 // --- numbers --------------------------------------------------------------------------------------------------------
 

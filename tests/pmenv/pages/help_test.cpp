@@ -1,5 +1,4 @@
 // The help and the manual page agree.
-#include <iterator>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -11,6 +10,7 @@
 
 #include "commands.h"
 #include "pmenv/PmenvTest.h"
+#include "pmenv/pages/commandWords.h"
 
 using testing::HasSubstr;
 using testing::Not;
@@ -20,10 +20,7 @@ namespace {
 // The words of each command's name.
 std::vector<Words> allCommands() {
     std::vector<Words> commands;
-    for (const Command& command : pmenvGrammar().commands) {
-        std::istringstream name(command.name);
-        commands.emplace_back(std::istream_iterator<std::string>(name), std::istream_iterator<std::string>());
-    }
+    for (const Command& command : pmenvGrammar().commands) commands.push_back(wordsOf(command));
     return commands;
 }
 

@@ -19,15 +19,10 @@ using testing::StartsWith;
 
 namespace {
 
-ProgramResult run(Words words) {
-    words.insert(words.begin(), PMENV_BINARY);
-    return runProgram(words, {{"NO_COLOR", "1"}});
-}
-
 json judgedJson(const Words& words) {
     Words all{"judge", "--json"};
     all.insert(all.end(), words.begin(), words.end());
-    const ProgramResult result = run(all);
+    const ProgramResult result = runPmenv(all);
     const json judged = json::parse(result.out);
     EXPECT_EQ(judged.at("exitCode"), result.status);
     return judged;
@@ -91,8 +86,8 @@ TEST(PmenvJudgeRecording, KeepsTheLimitsThatItWasRecordedWith) {
 TEST(PmenvJudgeRecording, RefusesAnotherTolerance) {
     const TempDir dir;
     record(dir / "run", runThat(kIdle));
-    EXPECT_EQ(run({"judge", dir / "run", "--tolerance", "10"}).status, 0);
-    const ProgramResult result = run({"judge", dir / "run", "--tolerance", "20"});
+    EXPECT_EQ(runPmenv({"judge", dir / "run", "--tolerance", "10"}).status, 0);
+    const ProgramResult result = runPmenv({"judge", dir / "run", "--tolerance", "20"});
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.err, HasSubstr("was recorded with a tolerance of 10 ms, by which late turns were counted"));
 }
@@ -109,7 +104,7 @@ TEST(PmenvJudgeRecording, CanBeNarrowed) {
 TEST(PmenvJudgeRecording, ThatBreaksOffIsJudgedAndTold) {
     const TempDir dir;
     record(dir / "run", runThat(kIdle), someHeader(), false);
-    const ProgramResult result = run({"judge", dir / "run", "--json"});
+    const ProgramResult result = runPmenv({"judge", dir / "run", "--json"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "pmenv: warning: " + (dir / "run") +
                               ": the recording breaks off at second 10; what the watch saw afterwards is not in it\n");
@@ -121,7 +116,7 @@ TEST(PmenvJudgeRecording, ThatIsDamagedIsRefused) {
     const TempDir dir;
     record(dir / "run", runThat(kIdle));
     dir.writeFile("run", readFileText(dir / "run") + "what?\n");
-    const ProgramResult result = run({"judge", dir / "run"});
+    const ProgramResult result = runPmenv({"judge", dir / "run"});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err, "pmenv: " + (dir / "run") + ":43:1: Invalid value.\n");
@@ -162,7 +157,7 @@ protected:
 };
 
 TEST_F(HostileRecording, IsShownEscaped) {
-    const std::string text = run({"judge", path_}).out;
+    const std::string text = runPmenv({"judge", path_}).out;
     EXPECT_THAT(text, HasSubstr("\\x01\\x02\\x03\\x04\\x05\\x06\\x07\\x08\\t\\n"));
     EXPECT_EQ(text.find('\x1b'), std::string::npos);
 }
@@ -174,13 +169,13 @@ TEST_F(HostileRecording, IsValidJson) {
 }
 
 TEST_F(HostileRecording, IsAValidReport) {
-    EXPECT_EQ(run({"judge", path_, "--junit", dir_ / "report.xml"}).status, 3);
+    EXPECT_EQ(runPmenv({"judge", path_, "--junit", dir_ / "report.xml"}).status, 3);
     EXPECT_THAT(readFileText(dir_ / "report.xml"), HasSubstr("(\\x01\\x02"));
     expectWellFormed(dir_ / "report.xml");
 }
 
 TEST_F(HostileRecording, IsAValidPage) {
-    const ProgramResult page = run({"chart", path_});
+    const ProgramResult page = runPmenv({"chart", path_});
     EXPECT_EQ(page.status, 0) << page.err;
     EXPECT_EQ(page.out.find("<script"), std::string::npos);
     expectWellFormed(dir_.writeFile("page.xml", page.out));
@@ -207,11 +202,11 @@ TEST(PmenvJudgeRecordings, TheWorstComesFirstAndDecides) {
     for (const auto& row : rows) {
         Words words{"judge"};
         for (const std::string& file : row.files) words.push_back(dir / file);
-        const ProgramResult result = run(words);
+        const ProgramResult result = runPmenv(words);
         EXPECT_EQ(result.status, row.status);
         EXPECT_THAT(result.out, StartsWith(row.verdict));
     }
-    const std::string text = run({"judge", dir / "clean", dir / "short", dir / "spoiled"}).out;
+    const std::string text = runPmenv({"judge", dir / "clean", dir / "short", dir / "spoiled"}).out;
     EXPECT_LT(text.find("gen3"), text.find("gen2"));
     EXPECT_LT(text.find("gen2"), text.find("gen1"));
     EXPECT_THAT(text, HasSubstr("percentiles up to p90 can be believed; p99 was asked for"));
@@ -244,11 +239,11 @@ TEST(PmenvJudgeRecording, WrongUsageIsRefused) {
         {{"mark", "--record", "x"}, "'mark' needs TEXT"},
     };
     for (const auto& row : rows) {
-        const ProgramResult result = run(row.words);
+        const ProgramResult result = runPmenv(row.words);
         EXPECT_EQ(result.status, 2) << row.error;
         EXPECT_THAT(result.err, StartsWith("pmenv: " + std::string(row.error) + "; see 'pmenv ")) << row.error;
     }
-    const ProgramResult missing = run({"judge", dir / "none"});
+    const ProgramResult missing = runPmenv({"judge", dir / "none"});
     EXPECT_EQ(missing.status, 1);
     EXPECT_EQ(missing.err, "pmenv: cannot read " + (dir / "none") + ": No such file or directory\n");
 }
@@ -256,7 +251,7 @@ TEST(PmenvJudgeRecording, WrongUsageIsRefused) {
 // --- recording ------------------------------------------------------------------------------------------------------
 
 TEST(PmenvRecord, DoesNotWatchWithoutAPlaceForIt) {
-    const ProgramResult result = run({"judge", "--duration", "600", "--record", "/dev/full"});
+    const ProgramResult result = runPmenv({"judge", "--duration", "600", "--record", "/dev/full"});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.err, "pmenv: cannot record to /dev/full: No space left on device\n");
 }

@@ -29,7 +29,7 @@ ProgramResult judge(Words words) {
     return runProgram(words, {{"NO_COLOR", "1"}});
 }
 
-json judgedJson(Words words) {
+json watchedJson(Words words) {
     words.insert(words.end(), {"--json"});
     const ProgramResult result = judge(std::move(words));
     const json judged = json::parse(result.out);
@@ -57,7 +57,7 @@ void pauseFor(double seconds) { std::this_thread::sleep_for(std::chrono::duratio
 
 TEST(PmenvJudge, AnIdleEngineIsNotHeldBack) {
     const LoadEngine idle("idle");
-    const json engine = engineOf(judgedJson({"--duration", "2"}), idle.pid());
+    const json engine = engineOf(watchedJson({"--duration", "2"}), idle.pid());
     EXPECT_TRUE(engine.at("readable"));
     EXPECT_EQ(engine.at("heldBackShare"), 0.0);
     EXPECT_NEAR(engine.at("parts").at("slack"), 2, 0.3);
@@ -65,7 +65,7 @@ TEST(PmenvJudge, AnIdleEngineIsNotHeldBack) {
 
 TEST(PmenvJudge, AThreadThatNeverPausesIsHeldBack) {
     const LoadEngine busy("burn");
-    const json judged = judgedJson({"--duration", "3"});
+    const json judged = watchedJson({"--duration", "3"});
     const json engine = engineOf(judged, busy.pid());
     EXPECT_GT(engine.at("heldBackShare"), 0.9);
     EXPECT_EQ(engine.at("thread").at("tid"), busy.pid());
@@ -77,7 +77,7 @@ TEST(PmenvJudge, AThreadThatNeverPausesIsHeldBack) {
 
 TEST(PmenvJudge, AThreadThatSendsNoLoadCanBeLeftOut) {
     const LoadEngine busy("burn");
-    const json engine = engineOf(judgedJson({"--duration", "2", "--ignore-thread", "PMLoadEngineMain"}), busy.pid());
+    const json engine = engineOf(watchedJson({"--duration", "2", "--ignore-thread", "PMLoadEngineMain"}), busy.pid());
     EXPECT_FALSE(engine.at("readable"));  // none of its threads counts
     EXPECT_TRUE(engine.at("heldBackShare").is_null());
 }
@@ -90,7 +90,7 @@ TEST(PmenvJudge, AStoppedEngineIsHeldBack) {
         pauseFor(1);
         kill(idle.pid(), SIGCONT);
     });
-    const json engine = engineOf(judgedJson({"--duration", "4"}), idle.pid());
+    const json engine = engineOf(watchedJson({"--duration", "4"}), idle.pid());
     stopper.join();
     EXPECT_NEAR(engine.at("heldBackSeconds"), 1, 0.6);
     EXPECT_THAT(reasonsOf(engine), Contains("stopped"));
@@ -103,7 +103,7 @@ TEST(PmenvJudge, AnEngineThatIsKilledIsToldWithItsSignal) {
         pauseFor(1.5);
         idle.stop();
     });
-    const json judged = judgedJson({"--duration", "4"});
+    const json judged = watchedJson({"--duration", "4"});
     killer.join();
     EXPECT_TRUE(engineOf(judged, pid).at("ended"));
     for (const json& finding : judged.at("findings")) {
@@ -161,7 +161,7 @@ TEST(PmenvJudge, AThrottledEngineIsToldWithItsQuota) {
     if (!quota.possible()) GTEST_SKIP() << "no control group with a quota can be made here";
     LoadEngine busy("burn");
     ASSERT_TRUE(quota.add(busy.pid()));
-    const json judged = judgedJson({"--duration", "3"});
+    const json judged = watchedJson({"--duration", "3"});
     const json engine = engineOf(judged, busy.pid());
     busy.stop();
     EXPECT_GT(engine.at("heldBackShare"), 0.9);
@@ -202,7 +202,7 @@ TEST(PmenvJudge, ANameThatIsNeverSeenIsNotClean) {
 }
 
 TEST(PmenvJudge, MissingEnginesSpoilTheRun) {
-    const json judged = judgedJson({"--engines", "100000", "--duration", "2", "--pid", std::to_string(getpid())});
+    const json judged = watchedJson({"--engines", "100000", "--duration", "2", "--pid", std::to_string(getpid())});
     EXPECT_EQ(judged.at("verdict"), "spoiled");
 }
 
@@ -283,8 +283,8 @@ TEST(PmenvJudge, JsonIsAsTheSchemaDescribes) {
     const LoadEngine busy("burn");
     std::ifstream file(JUDGE_SCHEMA);
     const json schema = json::parse(file);
-    compare(judgedJson({"--duration", "2", "--cpu-limit", "0", "--sustain", "0"}), schema, schema, "");
-    compare(judgedJson({"--duration", "2", "--engine", "none"}), schema, schema, "");
+    compare(watchedJson({"--duration", "2", "--cpu-limit", "0", "--sustain", "0"}), schema, schema, "");
+    compare(watchedJson({"--duration", "2", "--engine", "none"}), schema, schema, "");
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ JudgedRun runOn(const std::string& host, const Judged& judged) {
 }
 
 Judged clean() { return MadeRun().engine(10, {5, 0}).judged(); }
-Judged spoiled() { return MadeRun().engine(10, {100, 0}).judged(); }
+Judged spoiledJudged() { return MadeRun().engine(10, {100, 0}).judged(); }
 Judged unknown() { return MadeRun().engine(1, {5, 0}).judged(); }
 
 TEST(Junit, ACleanRunIsATestThatPasses) {
@@ -34,7 +34,7 @@ TEST(Junit, ACleanRunIsATestThatPasses) {
 }
 
 TEST(Junit, ASpoiledRunFailsWithItsReasonAndFindings) {
-    EXPECT_THAT(junitXml({runOn("loadhost", spoiled())}),
+    EXPECT_THAT(junitXml({runOn("loadhost", spoiledJudged())}),
                 HasSubstr("    <testcase classname=\"pmenv.judge\" name=\"loadhost\" time=\"10.000\">\n"
                           "      <failure message=\"percentiles up to p0 can be believed; p99 was asked for\" "
                           "type=\"spoiled\">\n"
@@ -53,7 +53,7 @@ TEST(Junit, WhatCannotBeToldIsAnErrorAndNoSuccess) {
 
 TEST(Junit, SeveralGeneratorsAreATestEach) {
     const std::string xml =
-        junitXml({runOn("a", clean()), runOn("b", spoiled()), runOn("c", unknown()), runOn("d", clean())});
+        junitXml({runOn("a", clean()), runOn("b", spoiledJudged()), runOn("c", unknown()), runOn("d", clean())});
     EXPECT_THAT(xml, HasSubstr("<testsuites tests=\"4\" failures=\"1\" errors=\"1\">"));
     for (const char* const name : {"a", "b", "c", "d"}) {
         EXPECT_THAT(xml, HasSubstr(std::string("name=\"") + name + "\" time="));
@@ -65,7 +65,7 @@ TEST(Junit, NamesOfAnyBytesAreEscaped) {
     std::string bytes;
     for (int byte = 1; byte < 256; ++byte) bytes += static_cast<char>(byte);
     bytes += "\xEF\xBF\xBE \xEF\xBF\xBF \xED\xA0\x80 \xC3\xA4";
-    Judged judged = spoiled();
+    Judged judged = spoiledJudged();
     judged.engines.at(0).name = judged.engines.at(0).thread = bytes;
     const std::string xml = junitXml({runOn(bytes, judged)});
     for (const char c : xml) EXPECT_TRUE(c == '\n' || static_cast<unsigned char>(c) >= 0x20) << int(c);

@@ -16,11 +16,6 @@ using testing::StartsWith;
 
 namespace {
 
-ProgramResult run(Words words) {
-    words.insert(words.begin(), PMENV_BINARY);
-    return runProgram(words, {{"NO_COLOR", "1"}});
-}
-
 long linesIn(const std::string& text) { return std::count(text.begin(), text.end(), '\n'); }
 
 // The outcome is what the evidence was judged while it was gathered.
@@ -28,7 +23,7 @@ TEST(PmenvStatsRecord, IsJudgedDrawnAndExportedLikeOneOfJudge) {
     LoadEngine busy("burn");
     const std::string pid = std::to_string(busy.pid());
     const TempDir dir;
-    const ProgramResult result = run({"stats", "--json", "--duration", "2", "--record", dir / "run"});
+    const ProgramResult result = runPmenv({"stats", "--json", "--duration", "2", "--record", dir / "run"});
     busy.stop();
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_GE(linesIn(result.out), 2);
@@ -40,13 +35,13 @@ TEST(PmenvStatsRecord, IsJudgedDrawnAndExportedLikeOneOfJudge) {
     EXPECT_GE(read.run.back().to, 2);
     EXPECT_GT(read.outcome->cpuSeconds, 0);
 
-    const json judged = json::parse(run({"judge", dir / "run", "--json"}).out);
+    const json judged = json::parse(runPmenv({"judge", dir / "run", "--json"}).out);
     EXPECT_EQ(judged.at("verdict"), outcomeText(read.outcome->outcome));
     EXPECT_EQ(judged.at("believedPercentile"), read.outcome->believed ? json(*read.outcome->believed) : json());
     EXPECT_EQ(judged.at("recording").at("complete"), true);
     EXPECT_THAT(judged.at("engines").dump(), HasSubstr("\"pid\":" + pid + ","));
-    EXPECT_THAT(run({"chart", dir / "run"}).out, StartsWith("<!DOCTYPE html>"));
-    EXPECT_THAT(run({"export", dir / "run", "--openmetrics"}).out, HasSubstr(",pid=\"" + pid + "\"} "));
+    EXPECT_THAT(runPmenv({"chart", dir / "run"}).out, StartsWith("<!DOCTYPE html>"));
+    EXPECT_THAT(runPmenv({"export", dir / "run", "--openmetrics"}).out, HasSubstr(",pid=\"" + pid + "\"} "));
 }
 
 TEST(PmenvStatsRecord, ASignalEndsTheRecordingAndTheProgram) {
@@ -74,7 +69,7 @@ TEST(PmenvStatsRecord, TheEndOfTheLiveScreenEndsIt) {
 }
 
 TEST(PmenvStatsRecord, MeasuresNothingWithoutAPlaceForIt) {
-    const ProgramResult result = run({"stats", "--count", "0", "--record", "/dev/full"});
+    const ProgramResult result = runPmenv({"stats", "--count", "0", "--record", "/dev/full"});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err, "pmenv: cannot record to /dev/full: No space left on device\n");

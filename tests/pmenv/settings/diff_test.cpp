@@ -343,9 +343,9 @@ TEST_F(PmenvDiff, FileThatKeepsTheLibraryBusyIsRefusedInTime) {
 
 // --- against get ----------------------------------------------------------------------------------------------------
 
-class Generator {
+class SideGenerator {
 public:
-    explicit Generator(unsigned seed) : random_(seed) {}
+    explicit SideGenerator(unsigned seed) : random_(seed) {}
 
     std::string file() {
         std::string text = below(9) == 0 ? "\xef\xbb\xbf" : "";
@@ -390,7 +390,7 @@ TEST_F(PmenvDiff, SaysDifferentExactlyWhereGetDoes) {
     std::size_t different = 0;
     std::size_t same = 0;
     for (unsigned seed = 0; seed < 60; ++seed) {
-        Generator generator(seed);
+        SideGenerator generator(seed);
         const std::string a = generator.file();
         const std::string b = seed % 10 == 9 ? a : generator.changed(a);
         const json answer = json::parse(diff(a, b, {"--json", "--show-secrets"}, environment).out);
@@ -434,7 +434,7 @@ TEST_F(PmenvDiff, ReasonsAreWhatExplainTells) {
     const Environment environment{{"PM_1", "one#(A)"}, {"PM_2", "$(PM_1)"}};
     std::size_t reasons = 0;
     for (unsigned seed = 100; seed < 160; ++seed) {
-        Generator generator(seed);
+        SideGenerator generator(seed);
         const std::string a = generator.file();
         const std::string b = generator.changed(a);
         const json answer = json::parse(diff(a, b, {"--json", "--show-secrets"}, environment).out);

@@ -10,7 +10,7 @@
 
 namespace {
 
-int run(const CommandLine& line) {
+int runFind(const CommandLine& line) {
     const std::string name = checkedPath(line.arguments()[0]);
     const std::vector<std::string> variables(line.arguments().begin() + 1, line.arguments().end());
     const auto settings = settingsFor(line, variables, secretsFor);
@@ -39,7 +39,7 @@ Command findCommand() {
             {},
             "pmenv find engine.cfg . '$KR_BIN' '#INCLUDE_PATH' HOME\n"
             "pmenv find sh PATH        prints /usr/bin/sh",
-            run,
+            runFind,
             "The variables are tried in order. When there is no such file, the message lists every place that was "
             "tried, and what was wrong with it."};
 }

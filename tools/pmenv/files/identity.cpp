@@ -92,7 +92,7 @@ void printIdentityTable(const Identity& identity) {
     std::cout << rows.text(Style(STDOUT_FILENO), size ? std::optional(size->columns) : std::nullopt);
 }
 
-int run(const CommandLine& line) {
+int runIdentity(const CommandLine& line) {
     const Identity identity(line.arguments()[0], secretsOf(line));
     if (line.has("json")) {
         printIdentityJson(identity);
@@ -111,7 +111,7 @@ Command identityCommand() {
             {showSecretsOption()},
             "pmenv identity product.ini          a table; a key that is not in the file is marked (absent)\n"
             "pmenv identity product.ini --json   by key; a key that is not in the file is null",
-            run,
+            runIdentity,
             "Prints the value of each of the eighteen keys that the library knows. A number is the one that the value "
             "begins with: 640 of 640px. A key that is not in the file is marked (absent)."};
 }

@@ -9,7 +9,7 @@
 
 namespace {
 
-int run(const CommandLine& line) {
+int runResolve(const CommandLine& line) {
     const std::string variable = line.arguments()[0];
     const auto settings = settingsFor(line, {variable});
     const Resolution resolution = resolveVariable(variable, settings.get());
@@ -36,6 +36,6 @@ Command resolveCommand() {
             "pmenv resolve '$KR_BIN'            prints the environment variable KR_BIN\n"
             "pmenv resolve '#INCLUDE_PATH'      prints the setting, expanded\n"
             "pmenv resolve PATH --json          shows what is wrong with each directory",
-            run,
+            runResolve,
             "With --json the answer also says what is wrong with each of its directories."};
 }

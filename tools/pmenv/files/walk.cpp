@@ -151,7 +151,7 @@ private:
                   std::to_string(limit) + " files open. Walk the subdirectories one by one.");
 }
 
-int run(const CommandLine& line) {
+int runWalk(const CommandLine& line) {
     const std::string& directory = line.arguments()[0];
     if (line.has("null") && line.has("json")) {
         throw Failure("--null and --json do not go together; see 'pmenv walk --help'", kExitUsage);
@@ -185,7 +185,7 @@ Command walkCommand() {
             "pmenv walk /opt/pm/scripts                           the files of this directory, in no order\n"
             "pmenv walk /opt/pm/scripts --recurse --skip README   also all files below it, but no README\n"
             "pmenv walk logs --recurse --null | xargs -0 ls -ld   works with any name",
-            run,
+            runWalk,
             "The paths come in no particular order. A file is anything that cannot be opened as a directory, so a "
             "directory without permission counts as a file, and a link to a directory does not. Paths longer than "
             "4095 characters are skipped. On a terminal, control characters in a name are escaped.\n\n"

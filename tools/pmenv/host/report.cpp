@@ -93,7 +93,7 @@ void hide(std::string& text, const Secret& secret) {
 }
 
 // The settings are loaded on their own first: what is wrong with them is then said as by every other command.
-int run(const CommandLine& line) {
+int runReport(const CommandLine& line) {
     const std::string file = settingsFile(line);
     const Settings settings(file, secretsFor(line, file));
     const std::string directory = directoryFor(line, settings.file());
@@ -119,6 +119,6 @@ Command reportCommand() {
             {},
             "pmenv report                  the lines that every program's log begins with\n"
             "pmenv report --json           the same values by name",
-            run,
+            runReport,
             "Prints the lines that the log of every program begins with."};
 }

@@ -8,8 +8,9 @@
 
 namespace {
 
-constexpr double kTurn = 0.010;            // seconds
-constexpr double kShortestInterval = 0.1;  // seconds; the kernel adds running time at its ticks, 10 ms apart or less
+constexpr double kTurn = 0.010;  // seconds
+constexpr double kShortestLastInterval =
+    0.1;  // seconds; the kernel adds running time at its ticks, 10 ms apart or less
 
 }  // namespace
 
@@ -41,7 +42,7 @@ Events::Event EvidenceWatch::wait(Events& events, double seconds) {
 }
 
 void EvidenceWatch::finish() {
-    if (nextTake_ - kernel::clockSeconds() <= sampler_.interval() - kShortestInterval) take();
+    if (nextTake_ - kernel::clockSeconds() <= sampler_.interval() - kShortestLastInterval) take();
 }
 
 void EvidenceWatch::take() {

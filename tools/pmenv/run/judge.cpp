@@ -206,34 +206,34 @@ int judgeLive(const CommandLine& line) {
     return recording && !recording->complete() ? std::max(exitCode, kExitWrong) : exitCode;
 }
 
-int run(const CommandLine& line) { return line.arguments().empty() ? judgeLive(line) : judgeRecordings(line); }
+int runJudge(const CommandLine& line) { return line.arguments().empty() ? judgeLive(line) : judgeRecordings(line); }
 
 // --- grammar --------------------------------------------------------------------------------------------------------
 
 std::vector<Option> judgeOptions() {
     constexpr Option::Kind kText = Option::Kind::Text;
     constexpr Option::Kind kNumber = Option::Kind::Number;
-    constexpr double kMost = 1e9;
+    constexpr double kLargest = 1e9;
     return {
-        {"duration", kNumber, "SECONDS", "watch for this time; until SIGINT or SIGTERM unless given", 2, kMost},
+        {"duration", kNumber, "SECONDS", "watch for this time; until SIGINT or SIGTERM unless given", 2, kLargest},
         {"skip", kNumber, "SECONDS", "watch the first SECONDS, in which load is built up, but do not judge them", 0,
-         kMost},
+         kLargest},
         {"percentile", kNumber, "P", "the percentile to judge; 99 unless given", 0, 100},
         {"tolerance", kNumber, "MS", "milliseconds by which a request may be late; 10 unless given", 1, 60000},
         {"engine", kText, "NAME", "also watch programs of this command name or file name; may be given several times"},
         {"pid", kNumber, "PID", "also watch this process and the processes that it starts", 1, 4194304, true},
-        {"engines", kNumber, "N", "number of engines that must run throughout", 1, kMost, true},
+        {"engines", kNumber, "N", "number of engines that must run throughout", 1, kLargest, true},
         {"ignore-thread", kText, "NAME", "ignore threads of this name, which send no load; may be given several times"},
         {"cpu-limit", kNumber, "PERCENT", "limit on the machine's processors; passing it for --sustain spoils the run",
          0, 1000},
         {"engine-limit", kNumber, "PERCENT", "limit on one engine, of one processor; the same", 0, 100000},
-        {"sustain", kNumber, "SECONDS", "how long in total these two may be passed; 10 unless given", 0, kMost},
+        {"sustain", kNumber, "SECONDS", "how long in total these two may be passed; 10 unless given", 0, kLargest},
         {"memory-limit", kNumber, "PERCENT", "share of the memory that must stay available", 0, 100},
-        {"swap-limit", kNumber, "MIB", "amount by which swap in use may grow", 0, kMost},
+        {"swap-limit", kNumber, "MIB", "amount by which swap in use may grow", 0, kLargest},
         {"junit", Option::Kind::File, "FILE", "also write the verdict to FILE as a JUnit report, for a pipeline"},
         {"record", Option::Kind::File, "FILE", "keep what is seen in FILE, to judge, draw or export it"},
-        {"from", kNumber, "T", "of a recording: judge from second T on", 0, kMost},
-        {"to", kNumber, "T", "of a recording: judge up to second T", 0, kMost},
+        {"from", kNumber, "T", "of a recording: judge from second T on", 0, kLargest},
+        {"to", kNumber, "T", "of a recording: judge up to second T", 0, kLargest},
     };
 }
 
@@ -253,7 +253,7 @@ Command judgeCommand() {
         "pmenv judge --engine wrk --duration 60             another program that generates load\n"
         "pmenv judge --pid 1234 --engines 2                 a process and its children, until Ctrl-C\n"
         "pmenv judge --skip 10 -- wrk -d 60 http://host     starts a command and watches it until it ends",
-        run,
+        runJudge,
         "With COMMAND, the verdict goes to standard error, also with --json; standard output is the command's. The "
         "exit "
         "code is that of the command (128 and the signal that ended it), and that of the verdict when the command "

@@ -35,7 +35,7 @@ void refuseOptionsOfWatches(const CommandLine& line) {
     if (line.has("from") && line.has("skip")) refuse("--from and --skip do not go together: both say where to begin");
 }
 
-std::string millisecondsText(double seconds) {
+std::string toleranceText(double seconds) {
     char text[32];
     std::snprintf(text, sizeof text, "%g ms", 1000 * seconds);
     return text;
@@ -46,7 +46,7 @@ JudgeLimits limitsFor(const CommandLine& line, const std::string& file, const Re
     JudgeLimits limits = judgeLimits(line, header.limits);
     limits.skip = line.number("from", limits.skip);
     if (limits.tolerance == header.limits.tolerance) return limits;
-    throw Failure(file + " was recorded with a tolerance of " + millisecondsText(header.limits.tolerance) +
+    throw Failure(file + " was recorded with a tolerance of " + toleranceText(header.limits.tolerance) +
                   ", by which late turns were counted; leave --tolerance out, or record the run again");
 }
 
@@ -83,7 +83,7 @@ Generator judgeFile(const CommandLine& line, const std::string& file) {
 
 int gravity(Outcome outcome) { return outcome == Outcome::Spoiled ? 2 : outcome == Outcome::CannotTell ? 1 : 0; }
 
-bool worse(const Generator& left, const Generator& right) {
+bool isWorse(const Generator& left, const Generator& right) {
     const Judged &one = left.judged, &other = right.judged;
     if (one.outcome != other.outcome) return gravity(one.outcome) > gravity(other.outcome);
     return one.share.value_or(0) > other.share.value_or(0);
@@ -150,7 +150,7 @@ int judgeRecordings(const CommandLine& line) {
     refuseOptionsOfWatches(line);
     std::vector<Generator> generators;
     for (const std::string& file : line.arguments()) generators.push_back(judgeFile(line, file));
-    std::stable_sort(generators.begin(), generators.end(), worse);
+    std::stable_sort(generators.begin(), generators.end(), isWorse);
     print(line, generators);
     if (line.has("junit")) replaceFile(fileOption(line, "junit"), junitXml({generators.begin(), generators.end()}));
     return judgeExitCode(generators[0].judged);

@@ -5,7 +5,7 @@
 
 namespace {
 
-int run(const CommandLine& line) {
+int runMark(const CommandLine& line) {
     const std::string file = line.text("record");
     if (file.empty()) throw Failure("a mark needs --record FILE; see 'pmenv mark --help'", kExitUsage);
     appendMark(file, line.arguments()[0]);
@@ -20,5 +20,5 @@ Command markCommand() {
             {{"TEXT", "what happens now"}},
             {{"record", Option::Kind::File, "FILE", "the recording that 'pmenv judge' or 'pmenv stats' writes"}},
             "pmenv mark 'ramp-up is over' --record gen1.pmrec   shown at this moment of the run",
-            run};
+            runMark};
 }

@@ -233,7 +233,7 @@ private:
     int endedBy_ = 0;
 };
 
-int run(const CommandLine& line) {
+int runStats(const CommandLine& line) {
     const StatsOptions options = readStatsOptions(line);
     std::optional<RecordingWriter> file;
     if (!options.record.empty()) file.emplace(options.record, headerOfThisHost({}, {}, JudgeLimits{}));
@@ -250,12 +250,12 @@ int run(const CommandLine& line) {
 // --- grammar --------------------------------------------------------------------------------------------------------
 
 std::vector<Option> statsOptions() {
-    constexpr double kMost = 1e9;
+    constexpr double kLargest = 1e9;
     return {
         {"interval", Option::Kind::Number, "SECONDS",
          "time between samples, which are taken on full intervals of the clock; 1 unless given", 1, 86400},
-        {"count", Option::Kind::Number, "N", "number of samples, 0 for no end; 1 unless given", 0, kMost, true},
-        {"duration", Option::Kind::Number, "SECONDS", "sample for this time, instead of --count", 1, kMost},
+        {"count", Option::Kind::Number, "N", "number of samples, 0 for no end; 1 unless given", 0, kLargest, true},
+        {"duration", Option::Kind::Number, "SECONDS", "sample for this time, instead of --count", 1, kLargest},
         {"csv", Option::Kind::Flag, nullptr, "print one line for each sample and engine, with exact numbers"},
         {"openmetrics", Option::Kind::Flag, nullptr, "print a text exposition for a metrics collector, in base units"},
         {"per-process", Option::Kind::Flag, nullptr, "with --openmetrics: also a series for each engine, with its pid"},
@@ -280,7 +280,7 @@ Command statsCommand() {
         "pmenv stats --watch                                a live screen\n"
         "pmenv stats --openmetrics --output /var/lib/node_exporter/pmenv.prom\n"
         "pmenv stats --watch --record gen1.pmrec            a live screen, to be judged afterwards",
-        run,
+        runStats,
         "The load engines are the running processes named PMLoadEngineMai... . A process that has ended and waits "
         "for its parent does not count. Percentages need two samples, about a second apart. Without --json, --csv, "
         "--openmetrics and --watch, a table for people is printed.\n\n"

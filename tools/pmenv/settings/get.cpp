@@ -29,7 +29,7 @@ std::string problemOf(const Settings& settings, const Setting& setting) {
     return placeOf(settings, setting) + ": " + setting.name + ": " + setting.problem;
 }
 
-int run(const CommandLine& line) {
+int runGet(const CommandLine& line) {
     const AskedSettings settings(line);
     const std::vector<Setting> asked = readAsked(line, *settings);
     const auto form = line.has("raw") ? &Setting::stored : &Setting::expanded;
@@ -62,7 +62,7 @@ Command getCommand() {
         "pmenv get PROXY --default none         prints none if there is no PROXY\n"
         "pmenv get KR_VERSION KR_BUILD --json   prints {\"KR_VERSION\": \"12\", \"KR_BUILD\": \"345\"}\n"
         "pmenv get --file engine.ini TIMEOUT    a setting of engine.ini in the directory of KR_BIN",
-        run,
+        runGet,
         "An unknown name is an error that suggests the nearest ones, unless --default gives a text for it. A "
         "setting whose references cannot be expanded is an error in any case.\n\n"
         "With --file the settings come from FILE in the directory that the setting KR_BIN (of "

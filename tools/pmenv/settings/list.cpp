@@ -90,7 +90,7 @@ std::optional<KnownKeys> helpKeys(const CommandLine& line, const Settings& setti
                   kExitUsage);
 }
 
-int run(const CommandLine& line) {
+int runList(const CommandLine& line) {
     const AskedSettings asked(line, secretsFor);
     const Settings& settings = *asked;
     const std::vector<Setting> all = askedOf(line, settings);
@@ -128,7 +128,7 @@ Command listCommand() {
         "pmenv list --file engine.ini      those of a further settings file\n"
         "pmenv list | grep LOG             on a pipe nothing is cut\n"
         "pmenv list --ini ./pressmark.ini  the settings of that file",
-        run,
+        runList,
         "On a terminal long values are cut to its width; on a pipe nothing is cut. A value that could be mistaken "
         "for another, or for a remark, is shown in quotes, with invisible characters written with a backslash.\n\n"
         "What is secret is shown as (hidden), and marked with a member hidden in JSON: the value of a setting or "

@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr int kPid = FakeKernel::kPid;
-const std::string kProcess = "/proc/" + std::to_string(kPid);
 const std::string kCgroup = "/sys/fs/cgroup";
 
 class EngineWatchTest : public testing::Test {

@@ -17,7 +17,6 @@ using testing::SizeIs;
 
 namespace {
 
-constexpr int kPid = FakeKernel::kPid;
 constexpr double kTolerance = 0.010;
 
 class EvidenceSamplerTest : public testing::Test {

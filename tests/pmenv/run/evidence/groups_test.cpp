@@ -12,7 +12,6 @@ using testing::IsEmpty;
 
 namespace {
 
-constexpr int kPid = FakeKernel::kPid;
 const std::string kCpu = "/sys/fs/cgroup/cpu";
 const std::string kMemory = "/sys/fs/cgroup/memory";
 const std::string kUnified = "/sys/fs/cgroup";

@@ -15,8 +15,6 @@
 
 namespace {
 
-constexpr int kPid = FakeKernel::kPid;
-const std::string kProcess = "/proc/" + std::to_string(kPid);
 const std::string kRange = "/proc/sys/net/ipv4/ip_local_port_range";
 
 std::string sockstat(int used, int closed) {

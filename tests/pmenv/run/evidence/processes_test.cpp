@@ -14,8 +14,6 @@ using testing::IsEmpty;
 
 namespace {
 
-constexpr int kPid = FakeKernel::kPid;
-
 class ProcessesTest : public testing::Test {
 protected:
     void run(int pid, const std::string& name, int parent = 1, double ran = 0, std::uint64_t start = 5000,

@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr int kPid = FakeKernel::kPid;
-
 class ThreadsTest : public testing::Test {
 protected:
     // Sets a thread's counters; the first one is the process itself.

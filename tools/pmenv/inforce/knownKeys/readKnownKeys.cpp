@@ -15,19 +15,19 @@ using Type = KnownKey::Type;
 
 // --- mistakes -------------------------------------------------------------------------------------------------------
 
-struct Place {
+struct Position {
     int line;
     std::size_t column;
 };
 
 struct Mistake {
-    Place place;
+    Position place;
     std::string text;
 };
 
 class Mistakes {
 public:
-    void add(Place place, std::string text) { mistakes_.push_back({place, std::move(text)}); }
+    void add(Position place, std::string text) { mistakes_.push_back({place, std::move(text)}); }
 
     // Throws them, if there are any, in the order of the file.
     void throwFor(const std::string& file);
@@ -57,14 +57,14 @@ void Mistakes::throwFor(const std::string& file) {
 struct Property {
     std::string name;
     std::string value;
-    Place namePlace;
-    Place valuePlace;
+    Position namePlace;
+    Position valuePlace;
 };
 
 // What it says of one setting.
 struct Description {
     std::string name;
-    Place place;
+    Position place;
     std::vector<Property> properties{};
 
     const Property* find(const std::string& property) const {
@@ -82,7 +82,7 @@ public:
 
 private:
     void take(const KRSLine& line);
-    void begin(const std::string& name, Place place);
+    void begin(const std::string& name, Position place);
     void addProperty(Property property);
 
     Mistakes& mistakes_;
@@ -107,7 +107,7 @@ void Reader::take(const KRSLine& line) {
     addProperty({line.key + prefix, line.value, {line.number, line.keyColumn}, {line.number, line.valueColumn}});
 }
 
-void Reader::begin(const std::string& name, Place place) {
+void Reader::begin(const std::string& name, Position place) {
     section_ = name;
     if (name.empty()) return;
     const auto [known, isNew] = lines_.emplace(name, place.line);

@@ -26,7 +26,7 @@ std::optional<Results> readResults(const std::vector<std::string>& files, const 
     return results;
 }
 
-int run(const CommandLine& line) {
+int runChart(const CommandLine& line) {
     std::vector<ChartRun> runs;
     for (const std::string& file : line.arguments()) runs.push_back(readRecordedRun(file));
     const auto results = readResults(line.texts("results"), timeOf(runs));
@@ -53,7 +53,7 @@ Command chartCommand() {
         "pmenv chart run.jsonl > run.html                        opens in a browser without a network\n"
         "pmenv chart east.jsonl west.jsonl > run.html            several load generators on one time axis\n"
         "pmenv chart run.jsonl --results run.jtl > run.html      with the response times that a load tool measured",
-        run,
+        runChart,
         "The page needs no script and fetches nothing. It opens with the verdict that 'pmenv judge' gives on the "
         "recording, and draws what the machine and its load engines did over time, with the time shaded in which an "
         "engine was held back. The figures that are drawn stand at its end as comma-separated values.\n\n"

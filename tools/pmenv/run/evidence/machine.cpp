@@ -12,10 +12,9 @@ std::optional<std::uint64_t> growth(std::uint64_t before, std::uint64_t now) {
     return now < before ? std::nullopt : std::optional(now - before);
 }
 
-std::optional<double> secondsBetween(std::uint64_t before, std::uint64_t now) {
-    static const double perSecond = static_cast<double>(std::max(1L, sysconf(_SC_CLK_TCK)));
+std::optional<double> tickSeconds(std::uint64_t before, std::uint64_t now) {
     const auto ticks = growth(before, now);
-    return ticks ? std::optional(static_cast<double>(*ticks) / perSecond) : std::nullopt;
+    return ticks ? std::optional(kernel::secondsOfTicks(*ticks)) : std::nullopt;
 }
 
 // The change of microseconds that a file of /proc/pressure tells.
@@ -52,12 +51,12 @@ void Machine::sampleProcessors(MachineEvidence& machine) {
     const auto now = text ? kernel::parseMachineTicks(*text) : std::nullopt;
     const auto before = std::exchange(ticks_, now);
     if (!now || !before) return;
-    const auto busy = secondsBetween(before->busy, now->busy), idle = secondsBetween(before->idle, now->idle);
+    const auto busy = tickSeconds(before->busy, now->busy), idle = tickSeconds(before->idle, now->idle);
     if (busy && idle) {  // the share of one without the other would be wrong
         machine.busy = busy;
         machine.idle = idle;
     }
-    if (now->stolen && before->stolen) machine.stolen = secondsBetween(*before->stolen, *now->stolen);
+    if (now->stolen && before->stolen) machine.stolen = tickSeconds(*before->stolen, *now->stolen);
 }
 
 void Machine::sampleMemory(MachineEvidence& machine) const {

@@ -7,12 +7,12 @@
 
 namespace {
 
-constexpr double kSuspicious = 0.5;       // of all ports
-constexpr double kPauseForCost = 100;     // times what a count took, which can be 30 ms for a few connections, too
-constexpr std::size_t kMost = 64u << 20;  // bytes of a list of connections
+constexpr double kSuspicious = 0.5;           // of all ports
+constexpr double kPauseForCost = 100;         // times what a count took, which can be 30 ms for a few connections, too
+constexpr std::size_t kMostText = 64u << 20;  // bytes of a list of connections
 
 std::optional<std::uint64_t> mostPorts(const std::string& path, const kernel::PortRange& range) {
-    const auto text = kernel::readFile(path, kMost);
+    const auto text = kernel::readFile(path, kMostText);
     return text ? kernel::parseMostPortsOfOneDestination(*text, range) : std::nullopt;
 }
 

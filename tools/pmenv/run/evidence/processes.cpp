@@ -3,14 +3,10 @@
 #include <algorithm>
 #include <set>
 
-#include <unistd.h>
-
 #include "figures.h"
 #include "kernel/files.h"
 
 namespace {
-
-constexpr std::size_t kKeptOfName = 15;  // of a command's name by the kernel
 
 std::vector<kernel::TaskStat> readAll(const std::vector<int>& pids) {
     std::vector<kernel::TaskStat> stats;
@@ -34,11 +30,6 @@ std::string executableName(int pid) {
 bool hasFinished(const kernel::TaskStat& stat) { return stat.state == 'Z' || stat.state == 'X'; }
 
 ProcessKey keyOf(const kernel::TaskStat& stat) { return {stat.id, stat.startTicks}; }
-
-double secondsOf(std::uint64_t ticks) {
-    static const double perSecond = static_cast<double>(std::max(1L, sysconf(_SC_CLK_TCK)));
-    return static_cast<double>(ticks) / perSecond;
-}
 
 }  // namespace
 
@@ -98,7 +89,7 @@ std::optional<std::size_t> Processes::chosenBy(const kernel::TaskStat& stat, con
     if (stat.id == ownPid_) return std::nullopt;
     for (std::size_t i = 0; i < choice_.names.size(); ++i) {
         const std::string& name = choice_.names[i];
-        if (stat.name == name.substr(0, kKeptOfName) || seen.executable == name) return i;
+        if (stat.name == name.substr(0, kernel::kNameLength) || seen.executable == name) return i;
     }
     if (root_ == keyOf(stat)) return kByPid;
     if (stat.name.find(kEngineName) != std::string::npos) return kByRule;
@@ -141,7 +132,7 @@ std::vector<ProgramTime> Processes::others(std::size_t count) const {
     }
     std::vector<ProgramTime> times;
     for (const auto& [name, program] : programs) {
-        if (program.ticks > 0) times.push_back({name, secondsOf(program.ticks), program.processes});
+        if (program.ticks > 0) times.push_back({name, kernel::secondsOfTicks(program.ticks), program.processes});
     }
     std::stable_sort(times.begin(), times.end(),
                      [](const ProgramTime& left, const ProgramTime& right) { return left.seconds > right.seconds; });

@@ -4,22 +4,14 @@
 #include <cerrno>
 #include <utility>
 
-#include <unistd.h>
-
 namespace {
 
 constexpr double kBlockedLately = 5;  // seconds
 
 bool isIgnored(const std::string& name, const IgnoredThreads& ignored) {
-    constexpr std::size_t kKeptOfName = 15;
     return isRuntimeThread(name) || std::any_of(ignored.begin(), ignored.end(), [&name](const std::string& each) {
-               return each.substr(0, kKeptOfName) == name;
+               return each.substr(0, kernel::kNameLength) == name;
            });
-}
-
-double secondsOf(std::uint64_t ticks) {
-    static const double perSecond = static_cast<double>(std::max(1L, sysconf(_SC_CLK_TCK)));
-    return static_cast<double>(ticks) / perSecond;
 }
 
 double slackShare(const ThreadEvidence& thread) {
@@ -125,7 +117,7 @@ bool Threads::lookAt(Thread& thread) {
     }
     if (stat->blockedTicks && thread.blockedTicks && *stat->blockedTicks >= *thread.blockedTicks) {
         thread.blockedSeconds =
-            thread.blockedSeconds.value_or(0) + secondsOf(*stat->blockedTicks - *thread.blockedTicks);
+            thread.blockedSeconds.value_or(0) + kernel::secondsOfTicks(*stat->blockedTicks - *thread.blockedTicks);
     }
     thread.blockedTicks = stat->blockedTicks;
     return true;

@@ -10,7 +10,7 @@
 
 namespace {
 
-int run(const CommandLine& line) {
+int runExport(const CommandLine& line) {
     if (!line.has("openmetrics")) {
         throw Failure("a format is needed: --openmetrics; see 'pmenv export --help'", kExitUsage);
     }
@@ -35,7 +35,7 @@ Command exportCommand() {
         {{"openmetrics", Option::Kind::Flag, nullptr, "as OpenMetrics, each sample with its time"}},
         "pmenv export gen1.pmrec --openmetrics > gen1.om   then: promtool tsdb create-blocks-from openmetrics gen1.om "
         "DATA",
-        run,
+        runExport,
         "The metrics are in base units: seconds, bytes, and ratios, where 1 is all of it. Each has the host as a "
         "label, those of an engine also its name and process id. What was counted begins with 0 when the engine was "
         "first seen. There is a sample a second; what is counted loses nothing in between. A figure that was not "

@@ -155,4 +155,9 @@ void allowManyFiles() {
 double clockSeconds() { return seconds(CLOCK_MONOTONIC); }
 double ownCpuSeconds() { return seconds(CLOCK_PROCESS_CPUTIME_ID); }
 
+double secondsOfTicks(std::uint64_t ticks) {
+    static const double perSecond = static_cast<double>(std::max(1L, sysconf(_SC_CLK_TCK)));
+    return static_cast<double>(ticks) / perSecond;
+}
+
 }  // namespace kernel

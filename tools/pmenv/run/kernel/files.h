@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -58,5 +59,8 @@ void allowManyFiles();
 /// Seconds on a clock that never goes back, and the processor time that this process has used.
 double clockSeconds();
 double ownCpuSeconds();
+
+/// Clock ticks, in which /proc/stat and /proc/PID/stat count processor time, as seconds.
+double secondsOfTicks(std::uint64_t ticks);
 
 }  // namespace kernel

@@ -1,12 +1,16 @@
 // taskFiles.h - what the kernel tells about a process or a thread, as values. Text in, values out: no file, no clock.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace kernel {
+
+/// So much the kernel keeps of the name of a program or of its thread. (Its own threads can have longer names.)
+constexpr std::size_t kNameLength = 15;
 
 /// /proc/PID/stat, or the same of a thread in /proc/PID/task/TID/stat.
 struct TaskStat {

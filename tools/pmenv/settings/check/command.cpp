@@ -154,7 +154,7 @@ int writeKeys(const CommandLine& line) {
     return kExitDone;
 }
 
-int run(const CommandLine& line) {
+int runCheck(const CommandLine& line) {
     checkUsage(line);
     if (line.has("rules")) return printRules(line);
     if (line.has("write-keys")) return writeKeys(line);
@@ -196,7 +196,7 @@ Command checkCommand() {
         "pmenv check --file engine.ini       a further settings file, beside the pressmark.ini in force\n"
         "pmenv check --write-keys new.ini    a file of known keys to begin with\n"
         "pmenv check new.ini --ignore unset-variable",
-        run,
+        runCheck,
         "Each file is checked as a program would load it as pressmark.ini. A finding is printed as "
         "file:line:column: error: text [rule], which editors and pipelines understand, with the line and the text "
         "concerned underlined. The exit code is 1 when there is an error or a file cannot be read, with --strict "

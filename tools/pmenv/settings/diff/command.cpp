@@ -190,7 +190,7 @@ void checkUsage(const CommandLine& line) {
 }
 
 // 1 is what a script takes for a difference, so that nothing else may end with it.
-int run(const CommandLine& line) {
+int runDiff(const CommandLine& line) {
     checkUsage(line);
     try {
         const int exitCode = Run(line).compareAll();
@@ -224,7 +224,7 @@ Command diffCommand() {
         "pmenv diff new.ini pressmark.ini --json   the same as data\n"
         "pmenv diff conf conf                      all *.ini of two directories\n"
         "cat new.ini | pmenv diff - pressmark.ini  a file that comes from somewhere else",
-        run,
+        runDiff,
         "Each side is read as a program would read it as pressmark.ini, with the environment of this command or with "
         "the "
         "variables of --env-a and --env-b and no others. Compared is what a program gets, so that two files that are "

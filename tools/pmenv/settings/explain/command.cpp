@@ -86,7 +86,7 @@ void print(const Explanation& explanation) {
     std::cout << explanationText(explanation, Style(STDOUT_FILENO), size ? std::optional(size->columns) : std::nullopt);
 }
 
-int run(const CommandLine& line) {
+int runExplain(const CommandLine& line) {
     checkAsked(line);
     for (const std::string& assignment : line.texts("set")) setRunTimeValue(assignment);
     const Explanation explanation = explained(line);
@@ -122,7 +122,7 @@ Command explainCommand() {
         "pmenv explain TIMEOUT --file engine.ini    a setting of a further settings file\n"
         "pmenv explain --text '$(HOME)/#(LOG_DIR)'  any text, quoted from the shell\n"
         "pmenv explain USERS --set USERS=50         as in a program that has set it",
-        run,
+        runExplain,
         "The answer is a tree: the setting's text in the file, each reference with its value, in the order in which "
         "the library replaces them, and the final text last. A reference in braces was replaced when the file was "
         "loaded, one in parentheses when the value is read. If there is no value, the last lines say why; a cycle is "

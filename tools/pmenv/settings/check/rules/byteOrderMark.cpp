@@ -5,7 +5,7 @@ namespace {
 
 constexpr char kMark[] = "\xef\xbb\xbf";
 
-void check(const SettingsLine& line, const SettingsText& /*settings*/, Report& report) {
+void checkByteOrderMark(const SettingsLine& line, const SettingsText& /*settings*/, Report& report) {
     const std::size_t position = line.text.find(kMark);
     if (position == std::string::npos) return;
     report.at(line.number, position + 1, 3,
@@ -23,5 +23,5 @@ Rule byteOrderMarkRule() {
         "Remove the three bytes EF BB BF.",
         "A = 1\n\xef\xbb\xbfPORT = 8080\n",
         "A = 1\nPORT = 8080\n",
-        check};
+        checkByteOrderMark};
 }

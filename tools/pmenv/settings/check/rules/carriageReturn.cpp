@@ -3,7 +3,7 @@
 
 namespace {
 
-void check(const SettingsLine& line, const SettingsText& /*settings*/, Report& report) {
+void checkCarriageReturn(const SettingsLine& line, const SettingsText& /*settings*/, Report& report) {
     const std::size_t position = line.text.find('\r');
     if (position == std::string::npos) return;
     report.at(line.number, position + 1, 1,
@@ -20,5 +20,5 @@ Rule carriageReturnRule() {
             "End each line with LF or CRLF.",
             "PORT = 8080\rHOST = here\n",
             "PORT = 8080\nHOST = here\n",
-            check};
+            checkCarriageReturn};
 }

@@ -33,7 +33,7 @@ void reportAt(const Expansion& expansion, const std::string& text, Report& repor
     report.inValue(*expansion.entry, position, written.size(), text);
 }
 
-void check(const Expansion& expansion, const SettingsText& settings, Report& report) {
+void checkCycle(const Expansion& expansion, const SettingsText& settings, Report& report) {
     if (expansion.failure != KRSResolveFailure::Cycle) return;
     const bool isLoading = expansion.when == Expansion::When::Loading;
     reportAt(expansion,
@@ -52,5 +52,5 @@ Rule cycleRule() {
             "Give one of the settings in the chain a value that does not lead back.",
             "BASE = #(ROOT)/pm\nROOT = #(BASE)/..\n",
             "BASE = #(ROOT)/pm\nROOT = /opt\n",
-            check};
+            checkCycle};
 }

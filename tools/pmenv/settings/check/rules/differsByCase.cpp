@@ -13,7 +13,7 @@ std::string lower(std::string text) {
     return text;
 }
 
-void check(const SettingsText& settings, Report& report) {
+void checkDiffersByCase(const SettingsText& settings, Report& report) {
     std::unordered_map<std::string, const Entry*> firsts;
     for (const Entry& entry : settings.entries()) {
         const auto [first, isNew] = firsts.try_emplace(lower(entry.key), &entry);
@@ -34,5 +34,5 @@ Rule differsByCaseRule() {
         "Remove one of the two if both mean the same, else rename one.",
         "LogDir = /var/log\nLOGDIR = /tmp\n",
         "LogDir = /var/log\nTEMPDIR = /tmp\n",
-        check};
+        checkDiffersByCase};
 }

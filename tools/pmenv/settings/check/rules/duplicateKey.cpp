@@ -12,7 +12,7 @@ std::string fateOf(const Entry& earlier) {
     return value + " counts on " + onLine(earlier.usedBy) + ", which refers to it, and no more from here on";
 }
 
-void check(const Entry& entry, const SettingsText& settings, Report& report) {
+void checkDuplicateKey(const Entry& entry, const SettingsText& settings, Report& report) {
     if (!entry.previous || (takesOver(entry) && !settings.isFurther())) return;
     report.atKey(entry, quoted(entry.key) + " is set again" + fateOf(settings.entries()[*entry.previous]));
 }
@@ -27,5 +27,5 @@ Rule duplicateKeyRule() {
             "Remove one of the two lines, or let the later one take the earlier value over: LIST = #{LIST},more.",
             "LIST = a\nLIST = b\n",
             "LIST = a\nLIST = #{LIST},b\n",
-            check};
+            checkDuplicateKey};
 }

@@ -33,7 +33,7 @@ void checkFailure(const Expansion& expansion, Report& report) {
 }
 
 // Of a very long line only the beginning was expanded, which tells nothing but that it is too long.
-void check(const Expansion& expansion, const SettingsText& settings, Report& report) {
+void checkLimit(const Expansion& expansion, const SettingsText& settings, Report& report) {
     if (expansion.failure == KRSResolveFailure::Cycle) return;
     const SettingsLine& line = lineOf(*expansion.entry, settings);
     const bool isReading = expansion.when == Expansion::When::Reading;
@@ -59,5 +59,5 @@ Rule limitRule() {
         "Shorten the value, or the values that it refers to.",
         "A = 0123456789abcdef\nB = #(A)#(A)#(A)#(A)\nC = #(B)#(B)#(B)#(B)\nD = #(C)#(C)#(C)#(C)\nE = #(D)#(D)\n",
         "A = 0123456789abcdef\nB = #(A)#(A)#(A)#(A)\nC = #(B)#(B)#(B)#(B)\nD = #(C)#(C)#(C)#(C)\nE = #(D)\n",
-        check};
+        checkLimit};
 }

@@ -14,7 +14,7 @@ std::string problemOf(const std::string& path) {
     return S_ISDIR(status.st_mode) ? "it is a directory" : "";
 }
 
-void check(const Expansion& expansion, const SettingsText& settings, Report& report) {
+void checkMissingFile(const Expansion& expansion, const SettingsText& settings, Report& report) {
     const std::optional<KnownValue> known = knownValue(expansion, settings);
     if (!known || known->key.type != KnownKey::Type::File || known->value.empty()) return;
     const std::string problem = problemOf(known->value);
@@ -35,7 +35,7 @@ Rule missingFileRule() {
         "as a path.",
         "; http.HOSTS is known: a file that must exist\n[http]\nHOSTS = /etc/host\n",
         "; http.HOSTS is known: a file that must exist\n[http]\nHOSTS = /etc/hosts\n",
-        check,
+        checkMissingFile,
         Rule::DependsOn::Host,
         Rule::Needs::KnownKeys};
 }

@@ -3,7 +3,7 @@
 
 namespace {
 
-void check(const SettingsText& settings, Report& report) {
+void checkMissingKey(const SettingsText& settings, Report& report) {
     for (const KnownKey& key : settings.knownKeys()->all()) {
         if (!key.isRequired || settings.find(key.name) != nullptr) continue;
         report.at(1, 1, 1, quoted(key.name) + " is required, but not set; it is " + key.typeText());
@@ -19,7 +19,7 @@ Rule missingKeyRule() {
             "Set it.",
             "; http.TIMEOUT_SEC is known: required, an integer from 1 to 3600\n[http]\n",
             "; http.TIMEOUT_SEC is known: required, an integer from 1 to 3600\n[http]\nTIMEOUT_SEC = 30\n",
-            check,
+            checkMissingKey,
             Rule::DependsOn::Files,
             Rule::Needs::KnownKeys};
 }

@@ -3,7 +3,7 @@
 
 namespace {
 
-void check(const SettingsText& settings, Report& report) {
+void checkMissingRelease(const SettingsText& settings, Report& report) {
     const std::string& name = settings.name();
     if (name.substr(name.rfind('/') + 1) != "pressmark.ini") return;
     for (const char* const key : {"KR_VERSION", "KR_BUILD"}) {
@@ -21,5 +21,5 @@ Rule missingReleaseRule() {
             "Set KR_VERSION and KR_BUILD.",
             "KR_VERSION = 12\n",
             "KR_VERSION = 12\nKR_BUILD = 345\n",
-            check};
+            checkMissingRelease};
 }

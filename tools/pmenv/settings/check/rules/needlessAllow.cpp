@@ -17,7 +17,7 @@ std::string problemOf(const Allowance& allowance) {
            " that this comment could allow; remove the comment";
 }
 
-void check(const Allowance& allowance, const SettingsText& /*settings*/, Report& report) {
+void checkNeedlessAllow(const Allowance& allowance, const SettingsText& /*settings*/, Report& report) {
     std::string problem = problemOf(allowance);
     if (!problem.empty()) report.at(allowance.line, allowance.column, allowance.length, std::move(problem));
 }
@@ -33,5 +33,5 @@ Rule needlessAllowRule() {
             "Remove the comment, or correct the name of the rule; 'pmenv check --rules' prints all rules.",
             "; pmenv: allow duplicate-key\nLIST = a\n",
             "LIST = b\n; pmenv: allow duplicate-key\nLIST = a\n",
-            check};
+            checkNeedlessAllow};
 }

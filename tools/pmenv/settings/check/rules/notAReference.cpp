@@ -20,7 +20,7 @@ std::string textOf(const LiteralText& literal, const Entry& entry, const Setting
 }
 
 // Texts that are too long to be read are not looked at.
-void check(const Expansion& expansion, const SettingsText& settings, Report& report) {
+void checkNotAReference(const Expansion& expansion, const SettingsText& settings, Report& report) {
     if (expansion.when == Expansion::When::Loading || !expansion.text) return;
     if (expansion.text->size() > kLongestExpansion) return;
     const Entry& entry = *expansion.entry;
@@ -41,5 +41,5 @@ Rule notAReferenceRule() {
         "Write $(NAME) for an environment variable and #(NAME) for a setting, without blanks.",
         "LOG_DIR = $HOME/log\n",
         "LOG_DIR = $(HOME)/log\n",
-        check};
+        checkNotAReference};
 }

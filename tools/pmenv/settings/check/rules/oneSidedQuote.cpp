@@ -11,7 +11,7 @@ bool isOneSided(const std::string& value) {
     return value.front() == '"' || value.back() == '"';
 }
 
-void check(const Entry& entry, const SettingsText& /*settings*/, Report& report) {
+void checkOneSidedQuote(const Entry& entry, const SettingsText& /*settings*/, Report& report) {
     if (!isOneSided(entry.value)) return;
     const std::size_t position = entry.value.front() == '"' ? 0 : entry.value.size() - 1;
     report.inValue(entry, position, 1, "a quote at one end only belongs to the value");
@@ -27,5 +27,5 @@ Rule oneSidedQuoteRule() {
             "Write the other quote, or remove this one.",
             "TITLE = \"nightly run\n",
             "TITLE = \"nightly run\"\n",
-            check};
+            checkOneSidedQuote};
 }

@@ -3,7 +3,7 @@
 
 namespace {
 
-void check(const Expansion& expansion, const SettingsText& settings, Report& report) {
+void checkOutOfRange(const Expansion& expansion, const SettingsText& settings, Report& report) {
     const std::optional<KnownValue> known = knownValue(expansion, settings);
     const std::string problem = known ? rangeProblem(known->key, known->value, known->hidden) : "";
     if (!problem.empty()) report.atValue(*expansion.entry, problem);
@@ -19,7 +19,7 @@ Rule outOfRangeRule() {
         "Write a number in the range.",
         "; http.TIMEOUT_SEC is known: required, an integer from 1 to 3600\n[http]\nTIMEOUT_SEC = 0\n",
         "; http.TIMEOUT_SEC is known: required, an integer from 1 to 3600\n[http]\nTIMEOUT_SEC = 30\n",
-        check,
+        checkOutOfRange,
         Rule::DependsOn::Files,
         Rule::Needs::KnownKeys};
 }

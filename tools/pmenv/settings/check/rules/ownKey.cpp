@@ -4,7 +4,7 @@
 namespace {
 
 // KEY = #(KEY)/more is no mistake: who writes it knows that the other file is meant.
-void check(const Expansion& expansion, const SettingsText& settings, Report& report) {
+void checkOwnKey(const Expansion& expansion, const SettingsText& settings, Report& report) {
     if (!settings.isFurther()) return;
     for (const Reference& reference : expansion.references) {
         const Entry* const own = reference.isVariable ? nullptr : settings.find(reference.name);
@@ -25,5 +25,5 @@ Rule ownKeyRule() {
             "Rename one of the two keys, so that nobody takes one for the other.",
             "KR_VERSION = 7\nTITLE = release #(KR_VERSION)\n",
             "ENGINE_VERSION = 7\nTITLE = release #(KR_VERSION)\n",
-            check};
+            checkOwnKey};
 }

@@ -4,7 +4,7 @@
 
 namespace {
 
-void check(const Expansion& expansion, const SettingsText& settings, Report& report) {
+void checkSwallowedReference(const Expansion& expansion, const SettingsText& settings, Report& report) {
     for (const Reference& reference : expansion.references) {
         if (whatIsWrong(reference, expansion, settings) != Misreference::Swallowed) continue;
         report.atReference(*expansion.entry, reference,
@@ -24,5 +24,5 @@ Rule swallowedReferenceRule() {
         "Put a blank or a parenthesis between the two references, or write both in parentheses: $(A)$(B).",
         "A = 1\nB = 2\nBOTH = #{A}#{B}\n",
         "A = 1\nB = 2\nBOTH = #(A)#(B)\n",
-        check};
+        checkSwallowedReference};
 }

@@ -3,7 +3,7 @@
 
 namespace {
 
-void check(const SettingsLine& line, const SettingsText& /*settings*/, Report& report) {
+void checkSyntax(const SettingsLine& line, const SettingsText& /*settings*/, Report& report) {
     if (!line.refusal.empty()) report.at(line.number, line.refusalColumn, 1, line.refusal);
 }
 
@@ -18,5 +18,5 @@ Rule syntaxRule() {
         "Write KEY = value or [section], or put ; in front to make the line a comment.",
         "PORT 8080\n",
         "PORT = 8080\n",
-        check};
+        checkSyntax};
 }

@@ -3,7 +3,7 @@
 
 namespace {
 
-void check(const Expansion& expansion, const SettingsText& /*settings*/, Report& report) {
+void checkTooMuchWork(const Expansion& expansion, const SettingsText& /*settings*/, Report& report) {
     if (!expansion.gaveUp) return;
     report.atValue(*expansion.entry, "expanding the values takes too much work; from here on they are not checked");
 }
@@ -18,5 +18,5 @@ Rule tooMuchWorkRule() {
             "Look for values that refer to others twice or more, level upon level, and take levels out.",
             nullptr,
             nullptr,
-            check};
+            checkTooMuchWork};
 }

@@ -30,7 +30,7 @@ bool isQuoted(const Entry& entry, const SettingsText& settings) {
     return end < line.size() && line[end] == '"' && line[entry.valueColumn - 2] == '"';
 }
 
-void check(const Entry& entry, const SettingsText& settings, Report& report) {
+void checkTrailingComment(const Entry& entry, const SettingsText& settings, Report& report) {
     const std::size_t at = commentIn(entry.value);
     if (at == std::string::npos || isQuoted(entry, settings)) return;
     report.inValue(entry, at, entry.value.size() - at,
@@ -47,5 +47,5 @@ Rule trailingCommentRule() {
             "Put the comment on a line of its own. Write a value that is meant like this in quotes.",
             "PORT = 8080 ; for tests\n",
             "; for tests\nPORT = 8080\n",
-            check};
+            checkTrailingComment};
 }

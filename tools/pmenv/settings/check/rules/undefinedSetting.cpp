@@ -25,7 +25,7 @@ std::string textOf(const std::string& name, const Expansion& expansion, const Se
            " is not meant, references never mean this file itself";
 }
 
-void check(const Expansion& expansion, const SettingsText& settings, Report& report) {
+void checkUndefinedSetting(const Expansion& expansion, const SettingsText& settings, Report& report) {
     for (const Reference& reference : expansion.references) {
         if (whatIsWrong(reference, expansion, settings) != Misreference::UndefinedSetting) continue;
         report.atReference(*expansion.entry, reference, textOf(reference.name, expansion, settings));
@@ -42,5 +42,5 @@ Rule undefinedSettingRule() {
             "Correct the name, or define the setting.",
             "BASE = /opt/pm\nLOG_DIR = #(BSAE)/log\n",
             "BASE = /opt/pm\nLOG_DIR = #(BASE)/log\n",
-            check};
+            checkUndefinedSetting};
 }

@@ -3,7 +3,7 @@
 
 namespace {
 
-void check(const Entry& entry, const SettingsText& settings, Report& report) {
+void checkUnknownKey(const Entry& entry, const SettingsText& settings, Report& report) {
     if (entry.previous || entry.key == kKeysSetting || settings.knownKeys()->find(entry.key) != nullptr) return;
     report.atKey(entry,
                  quoted(entry.key) + " is no setting that the product knows" + settings.nearestKnownKeys(entry.key));
@@ -19,7 +19,7 @@ Rule unknownKeyRule() {
             "Correct the name, remove the setting, or describe it in the file of known keys.",
             "; http.TIMEOUT_SEC is known: required, an integer from 1 to 3600\n[http]\nTIMEOUT = 30\n",
             "; http.TIMEOUT_SEC is known: required, an integer from 1 to 3600\n[http]\nTIMEOUT_SEC = 30\n",
-            check,
+            checkUnknownKey,
             Rule::DependsOn::Files,
             Rule::Needs::KnownKeys};
 }

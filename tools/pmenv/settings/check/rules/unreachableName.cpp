@@ -18,7 +18,7 @@ void checkKey(const Entry& entry, Report& report) {
                             "; a name in a reference has no blanks and no parentheses");
 }
 
-void check(const SettingsText& settings, Report& report) {
+void checkUnreachableName(const SettingsText& settings, Report& report) {
     for (const SettingsLine& line : settings.lines()) {
         if (const auto section = line.section()) checkSection(line, *section, report);
     }
@@ -35,5 +35,5 @@ Rule unreachableNameRule() {
             "Write the name without blanks and parentheses, for example with dashes.",
             "[load engine]\nTHREADS = 8\n",
             "[load-engine]\nTHREADS = 8\n",
-            check};
+            checkUnreachableName};
 }

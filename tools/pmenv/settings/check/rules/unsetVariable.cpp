@@ -4,7 +4,7 @@
 
 namespace {
 
-void check(const Expansion& expansion, const SettingsText& settings, Report& report) {
+void checkUnsetVariable(const Expansion& expansion, const SettingsText& settings, Report& report) {
     for (const Reference& reference : expansion.references) {
         if (whatIsWrong(reference, expansion, settings) != Misreference::UnsetVariable) continue;
         const bool isSetting = settings.find(reference.name) != nullptr && !settings.isFurther();
@@ -26,6 +26,6 @@ Rule unsetVariableRule() {
             "is meant.",
             "BASE = /opt/pm\nLOG_DIR = $(BASE)/log\n",
             "BASE = /opt/pm\nLOG_DIR = #(BASE)/log\n",
-            check,
+            checkUnsetVariable,
             Rule::DependsOn::Host};
 }

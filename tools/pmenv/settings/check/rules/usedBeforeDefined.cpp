@@ -12,7 +12,7 @@ std::string textOf(const Reference& reference, const Expansion& expansion, const
            quoted("#(" + reference.name + ")") + " or move it up";
 }
 
-void check(const Expansion& expansion, const SettingsText& settings, Report& report) {
+void checkUsedBeforeDefined(const Expansion& expansion, const SettingsText& settings, Report& report) {
     for (const Reference& reference : expansion.references) {
         if (whatIsWrong(reference, expansion, settings) != Misreference::TooEarly) continue;
         report.atReference(*expansion.entry, reference, textOf(reference, expansion, settings));
@@ -30,5 +30,5 @@ Rule usedBeforeDefinedRule() {
         "Move the setting that is referred to up, or write #(NAME), which is expanded when the value is read.",
         "LOG_DIR = #{BASE}/log\nBASE = /opt/pm\n",
         "LOG_DIR = #(BASE)/log\nBASE = /opt/pm\n",
-        check};
+        checkUsedBeforeDefined};
 }

@@ -3,7 +3,7 @@
 
 namespace {
 
-void check(const Expansion& expansion, const SettingsText& settings, Report& report) {
+void checkWrongType(const Expansion& expansion, const SettingsText& settings, Report& report) {
     const std::optional<KnownValue> known = knownValue(expansion, settings);
     const std::string problem = known ? typeProblem(known->key, known->value, known->hidden) : "";
     if (!problem.empty()) report.atValue(*expansion.entry, problem);
@@ -20,7 +20,7 @@ Rule wrongTypeRule() {
             "Write a value of the type; 'pmenv list --help-texts' shows the types.",
             "; http.TIMEOUT_SEC is known: required, an integer from 1 to 3600\n[http]\nTIMEOUT_SEC = 30s\n",
             "; http.TIMEOUT_SEC is known: required, an integer from 1 to 3600\n[http]\nTIMEOUT_SEC = 30\n",
-            check,
+            checkWrongType,
             Rule::DependsOn::Files,
             Rule::Needs::KnownKeys};
 }
