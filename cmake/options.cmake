@@ -18,6 +18,9 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 
+# Whether a target is a test.
+set(is_test $<BOOL:$<TARGET_PROPERTY:KRENV_TEST>>)
+
 add_library(krenv_options INTERFACE)
 # Support files over 2 GiB, 64-bit inodes and dates after 2038, also on 32 bits.
 target_compile_definitions(krenv_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
@@ -29,9 +32,10 @@ if(KRENV_SANITIZE)
   target_compile_definitions(krenv_options INTERFACE _GLIBCXX_ASSERTIONS)
   target_compile_options(krenv_options INTERFACE -fsanitize=${KRENV_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(krenv_options INTERFACE -fsanitize=${KRENV_SANITIZE})
+  # The tests themselves, neither for undefined behaviour nor optimised: they would take half as long again to compile.
+  target_compile_options(krenv_options INTERFACE $<${is_test}:-fno-sanitize=undefined> $<${is_test}:-O0>)
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
-  # The tests (KRENV_TEST) are not optimised, because that takes longer than it saves, and cannot be fortified then.
-  set(is_test $<BOOL:$<TARGET_PROPERTY:KRENV_TEST>>)
+  # The tests are not optimised, because that takes longer than it saves, and cannot be fortified then.
   target_compile_options(krenv_options INTERFACE
     -U_FORTIFY_SOURCE $<IF:${is_test},-O0,-D_FORTIFY_SOURCE=3> -fstack-clash-protection)
   # Directories of this machine do not get into what is shipped. (A compiler cache may make the sources' directory relative.)

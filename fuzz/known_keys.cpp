@@ -13,7 +13,8 @@ namespace {
 
 void readAny(const std::string& path) {
     try {
-        for (const KnownKey& key : readKnownKeys(path).all()) {
+        const KnownKeys keys = readKnownKeys(path);
+        for (const KnownKey& key : keys.all()) {
             require(!key.name.empty(), "a key has a name");
             require(!key.helpText().empty(), "a key can be described");
             require(key.values.empty() || typeProblem(key, key.values.front()).empty(), "a choice takes its values");

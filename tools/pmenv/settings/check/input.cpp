@@ -17,7 +17,7 @@ namespace {
 constexpr char kStandardInput[] = "-";
 
 // A byte more than the library reads, so that it says itself what is too much.
-constexpr std::size_t kMost = (std::size_t{256} << 20) + 1;
+constexpr std::size_t kMostBytes = (std::size_t{256} << 20) + 1;
 
 [[noreturn]] void failToRead(const std::string& file, int error) {
     throw Failure("cannot read the settings: " + file + ": " + std::strerror(error));
@@ -73,6 +73,6 @@ void withInput(const std::string& file, const InputVisitor& visit) {
     const std::string name = file == kStandardInput ? "<stdin>" : file;
     const Descriptor stream(file);
     NamelessFile copy("");
-    if (!copy.copyFrom(stream.get(), kMost)) failToRead(name, errno);
+    if (!copy.copyFrom(stream.get(), kMostBytes)) failToRead(name, errno);
     visit(copy.path(), name);
 }
