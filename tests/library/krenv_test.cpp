@@ -679,6 +679,9 @@ TEST_F(FindFileTest, LinksThatMultiplyEndWithTheDescriptors) {
 TEST_F(FindFileTest, MoreDirectoriesThanDescriptorsEndsWithAResult) {
     for (int i = 0; i < 300; ++i) dir.makeDirectory("d" + std::to_string(i) + "/e");
     Gatherer found;
+    // The sanitizer needs a descriptor to look at an object of a class for the first time.
+    dir.writeFile("f");
+    FindFile(dir.path().c_str(), "", false, &found);
     {
         const ScopedDescriptorLimit limit(100);
         EXPECT_TRUE(FindFile(dir.path().c_str(), "", true, &found));
