@@ -13,16 +13,20 @@
 
 #include "Logging.h"
 
-/// Crashes unless `holds`, so that the fuzzer keeps the input.
-inline void require(bool holds, const std::string& what) {
-    if (holds) return;
-    std::fprintf(stderr, "not as it should be: %s\n", what.c_str());
+/// Crashes, so that the fuzzer keeps the input.
+[[noreturn]] inline void fail(std::string_view what) {
+    std::fprintf(stderr, "not as it should be: %.*s\n", static_cast<int>(what.size()), what.data());
     std::abort();
 }
 
-inline void requireEqual(std::string_view expected, std::string_view actual, const std::string& what) {
-    require(expected == actual,
-            what + "\n  expected: \"" + std::string(expected) + "\"\n  actual:   \"" + std::string(actual) + "\"");
+inline void require(bool holds, std::string_view what) {
+    if (!holds) fail(what);
+}
+
+inline void requireEqual(std::string_view expected, std::string_view actual, std::string_view what) {
+    if (expected == actual) return;
+    fail(std::string(what) + "\n  expected: \"" + std::string(expected) + "\"\n  actual:   \"" + std::string(actual) +
+         "\"");
 }
 
 /// Drops the log's records, which are still composed.

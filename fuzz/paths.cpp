@@ -1,11 +1,26 @@
 // Calls the path functions with any text and size. Results are compared with a plain implementation of the rules.
 // Buffers are exactly as large as promised, so that the address sanitizer detects each character written outside.
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <memory>
 #include <vector>
 
+#include <sys/stat.h>
+
 #include "fuzzing.h"
 #include "krenv.h"
+
+// A file system of a few directories. The calls of a real one would take most of the time.
+extern "C" int __wrap___stat64_time64(const char* path, struct stat* status) {
+    constexpr const char* kDirectories[] = {"/", ".", "..", "/tmp", "/usr/bin", "tmp/"};
+    const bool isThere = std::any_of(std::begin(kDirectories), std::end(kDirectories),
+                                     [path](const char* directory) { return std::strcmp(directory, path) == 0; });
+    *status = {};
+    status->st_mode = S_IFDIR;
+    if (!isThere) errno = ENOENT;
+    return isThere ? 0 : -1;
+}
 
 namespace {
 

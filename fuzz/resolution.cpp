@@ -52,7 +52,7 @@ void compareReading(const Table& table) {
         const char* const actual = env.KREGetEnv(key.c_str());
         const auto expected = resolver(stored);
         const bool fits = expected && expected->size() < 2048;
-        require(fits == (actual != nullptr), key + (fits ? " can be read" : " cannot be read"));
+        if (fits != (actual != nullptr)) fail(key + (fits ? " can be read" : " cannot be read"));
         if (fits) requireEqual(*expected, actual, key);
     }
 }
@@ -62,8 +62,8 @@ void compareSettings(int handle, const SlowFile& parsed) {
     for (const SlowEntry& entry : parsed.entries) {
         const char* const stored = KRSGetValue(handle, entry.key.c_str());
         const auto value = variableIn(expected, entry.key);
-        require(value.has_value() == (stored != nullptr), entry.key + " is stored or left out");
-        if (value) requireEqual(*value, stored, entry.key + " as stored");
+        if (value.has_value() != (stored != nullptr)) fail(entry.key + " is stored or left out");
+        if (value) requireEqual(*value, stored, entry.key);
     }
     compareReading(expected);
 }
