@@ -434,4 +434,30 @@ TEST_F(EvidenceSamplerTest, IntervalsLooksAndScansFollowTheirCost) {
     EXPECT_GE(readsOfLook(), 30);
 }
 
+// A count takes 15 to 30 ms, and has a pause of its own. It was counted as a cost of the scans, which then came once in seven
+// seconds, so that ports that were used up meanwhile went unseen.
+TEST_F(EvidenceSamplerTest, AfterACountOfPortsTheNextScanIsNotPutOff) {
+    run(kPid);
+    kernel.link("/proc/self/ns/net", "net:[4026531840]");
+    kernel.link(kProcess + "/ns/net", "net:[4026531840]");
+    kernel.write("/proc/sys/net/ipv4/ip_local_port_range", "40000\t40099\n");
+    const auto connect = [this](int count) {
+        kernel.write(kProcess + "/net/sockstat",
+                     "TCP: inuse " + std::to_string(count) + " orphan 0 tw 0 alloc 9 mem 1\n");
+    };
+    std::string connections = "  sl  local_address rem_address   st\n";
+    for (int i = 0; i < 60; ++i) connections += "   0: 0100007F:9C40 0100007F:1F90 01\n";
+    kernel.write(kProcess + "/net/tcp", connections);
+    kernel.before = [this](const std::string& path) {
+        if (path != kProcess + "/net/tcp") return;
+        kernel.now += 0.030;
+        kernel.cpu += 0.030;
+    };
+    connect(60);
+    EvidenceSampler sampler({}, {}, kTolerance);
+    EXPECT_NEAR(sampler.take().engines.at(0).portShare.value_or(0), 0.60, 1e-9);
+    connect(99);
+    EXPECT_NEAR(take(sampler, 1).engines.at(0).portShare.value_or(0), 0.99, 1e-9);
+}
+
 }  // namespace

@@ -49,8 +49,12 @@ Evidence EvidenceSampler::take() {
 
     const double cost = kernel::ownCpuSeconds() - scanned;
     interval_ = std::clamp(cost / kCostOfIntervals, kShortestInterval, kLongestInterval);
-    if (slow) betweenScans_ = std::clamp((scanned - begin) / kCostOfScans, kBetweenScans, kLongestBetweenScans);
+    if (slow) putOffScan(scanned - begin - network_.countingSeconds());
     return evidence;
+}
+
+void EvidenceSampler::putOffScan(double cost) {
+    betweenScans_ = std::clamp(cost / kCostOfScans, kBetweenScans, kLongestBetweenScans);
 }
 
 void EvidenceSampler::scan(Evidence& evidence) {

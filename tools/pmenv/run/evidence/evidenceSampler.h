@@ -36,6 +36,7 @@ public:
 
 private:
     void scan(Evidence& evidence);
+    void putOffScan(double cost);
     void forgetLost(Evidence& evidence);
     void sampleEngines(Evidence& evidence, double time);
     IntervalContext context(const MachineEvidence& machine) const;

@@ -20,6 +20,11 @@ std::optional<std::uint64_t> mostPorts(const std::string& path, const kernel::Po
 
 Network::Network() : own_(kernel::linkTarget("/proc/self/ns/net")) {}
 
+void Network::refresh() {
+    fresh_ = false;
+    countingSeconds_ = 0;
+}
+
 std::optional<double> Network::portShare(int pid) {
     const std::string name = kernel::linkTarget("/proc/" + std::to_string(pid) + "/ns/net");
     if (name.empty() || name != own_) return std::nullopt;
@@ -47,7 +52,9 @@ std::optional<double> Network::read(int pid) {
 bool Network::count(const std::string& directory, const kernel::PortRange& range, std::uint64_t sockets) {
     const double now = kernel::clockSeconds();
     if (now < nextCount_) return true;
+    const double before = kernel::ownCpuSeconds();
     const auto most = mostPorts(directory + "tcp", range), most6 = mostPorts(directory + "tcp6", range);
+    countingSeconds_ += kernel::ownCpuSeconds() - before;
     if (!most) return false;
     nextCount_ = now + kPauseForCost * (kernel::clockSeconds() - now);
     portsOfSocket_ = static_cast<double>(std::max(*most, most6.value_or(0))) / static_cast<double>(sockets);

@@ -17,7 +17,10 @@ public:
     std::optional<double> portShare(int pid);
 
     /// Forgets the answer, so that the next is read anew.
-    void refresh() { fresh_ = false; }
+    void refresh();
+
+    /// The processor time that counting has taken since then. It is rationed here, and is no reason to look less often.
+    double countingSeconds() const { return countingSeconds_; }
 
 private:
     std::optional<double> read(int pid);
@@ -26,6 +29,7 @@ private:
     std::string own_;  // this process's namespace
     std::optional<double> share_;
     bool fresh_ = false;
+    double countingSeconds_ = 0;
     double nextCount_ = 0;      // when the ports may be counted for each destination again
     double portsOfSocket_ = 0;  // how many of the ports of one destination there were for each socket at the last count
 };
