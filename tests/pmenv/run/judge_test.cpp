@@ -217,6 +217,13 @@ TEST(PmenvJudge, SaysWhatItWatchesOnceOnAPipe) {
     EXPECT_EQ(result.err.find('\r'), std::string::npos);
 }
 
+TEST(PmenvJudge, ANameThatIsAskedForCannotControlTheTerminal) {
+    const ProgramResult result = judge({"--duration", "2", "--engine", "no\x1b[2Jsuch"});
+    EXPECT_THAT(result.err, HasSubstr(", no\\x1b[2Jsuch for 2 s"));
+    EXPECT_THAT(result.out, HasSubstr("no process named 'no\\x1b[2Jsuch' was seen\n"));
+    EXPECT_EQ((result.out + result.err).find('\x1b'), std::string::npos);
+}
+
 TEST(PmenvJudge, SignalsEndTheWatchWithAVerdict) {
     const LoadEngine idle("idle");
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {

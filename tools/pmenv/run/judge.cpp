@@ -24,6 +24,7 @@
 #include "output.h"
 #include "recording/recording.h"
 #include "runWatch.h"
+#include "text.h"
 #include "units.h"
 
 namespace {
@@ -73,7 +74,7 @@ JudgeOptions optionsOf(const CommandLine& line) {
 
 std::string whomText(const EngineChoice& choice) {
     std::string text = std::string("load engines named ") + kEngineName;
-    for (const std::string& name : choice.names) text += ", " + name;
+    for (const std::string& name : choice.names) text += ", " + printable(name);
     if (choice.pid) text += ", process " + std::to_string(*choice.pid) + " and what it starts";
     return text;
 }
