@@ -13,11 +13,7 @@ ChartRun chartRunOf(double seconds, Fill fill, const JudgeLimits& limits = {}) {
     Judgement judgement(limits);
     ChartRun run(limits);
     for (double now = 0; now < seconds - kInterval / 2; now += kInterval) {
-        Evidence evidence;
-        evidence.from = now;
-        evidence.to = now + kInterval;
-        evidence.machine.processors = 2;
-        evidence.wakes.wakes = 25;
+        Evidence evidence = intervalFrom(now);
         fill(evidence);
         judgement.add(evidence);
         run.figures.add(evidence);

@@ -3,6 +3,8 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -52,6 +54,15 @@ std::string linesWith(const std::string& text, const std::string& part) {
 
 const std::string kEngine = R"({host="gen1",name="PMLoadEngineMai",pid="100")";
 
+// The samples of the engine's processor time: each value and the seconds of its time.
+std::string ranUpTo(const std::vector<std::pair<std::string, std::string>>& samples) {
+    std::string lines;
+    for (const auto& [value, seconds] : samples) {
+        lines += "pmenv_engine_cpu_seconds_total" + kEngine + "} " + value + " 170000000" + seconds + "\n";
+    }
+    return lines;
+}
+
 TEST(History, TellsWhatWasCountedUpToEachSecond) {
     const std::string text = exported(2.5, [](Evidence& evidence) {
         evidence.engines.push_back(engineThat({40, 20}, evidence.from));
@@ -60,18 +71,8 @@ TEST(History, TellsWhatWasCountedUpToEachSecond) {
     });
     EXPECT_EQ(linesWith(text, "pmenv_engine_cpu_seconds"),
               "# HELP pmenv_engine_cpu_seconds Processor time of the engine.\n"
-              "# TYPE pmenv_engine_cpu_seconds counter\n"
-              "pmenv_engine_cpu_seconds_total" +
-                  kEngine +
-                  "} 0.1 1700000000.500\n"
-                  "pmenv_engine_cpu_seconds_total" +
-                  kEngine +
-                  "} 0.3 1700000001.000\n"
-                  "pmenv_engine_cpu_seconds_total" +
-                  kEngine +
-                  "} 0.7 1700000002.000\n"
-                  "pmenv_engine_cpu_seconds_total" +
-                  kEngine + "} 1 1700000002.750\n");
+              "# TYPE pmenv_engine_cpu_seconds counter\n" +
+                  ranUpTo({{"0.1", "0.500"}, {"0.3", "1.000"}, {"0.7", "2.000"}, {"1", "2.750"}}));
     EXPECT_THAT(text, HasSubstr("\npmenv_engine_busiest_thread_seconds_total" + kEngine +
                                 ",state=\"waiting\"} 0.5 1700000002.750\n"));
     EXPECT_THAT(text, HasSubstr("\npmenv_machine_cpu_seconds_total{host=\"gen1\",mode=\"busy\"} 5 1700000002.750\n"));
@@ -168,16 +169,8 @@ TEST(History, APidUsedAgainContinuesItsSeries) {
         evidence.engines.push_back(engineThat({40}, evidence.from));
         if (evidence.from >= 1) evidence.engines[0].key.startTicks = 6000;
     });
-    EXPECT_EQ(linesWith(text, "pmenv_engine_cpu_seconds_total"), "pmenv_engine_cpu_seconds_total" + kEngine +
-                                                                     "} 0.1 1700000000.500\n"
-                                                                     "pmenv_engine_cpu_seconds_total" +
-                                                                     kEngine +
-                                                                     "} 0.3 1700000001.000\n"
-                                                                     "pmenv_engine_cpu_seconds_total" +
-                                                                     kEngine +
-                                                                     "} 0.7 1700000002.000\n"
-                                                                     "pmenv_engine_cpu_seconds_total" +
-                                                                     kEngine + "} 0.8 1700000002.250\n");
+    EXPECT_EQ(linesWith(text, "pmenv_engine_cpu_seconds_total"),
+              ranUpTo({{"0.1", "0.500"}, {"0.3", "1.000"}, {"0.7", "2.000"}, {"0.8", "2.250"}}));
 }
 
 TEST(History, MarksAreSamplesWithTheirText) {

@@ -49,6 +49,16 @@ inline EngineEvidence engineThat(const Did& did, double from, int pid = 100) {
     return engine;
 }
 
+/// The next interval, of a machine on which nothing happens.
+inline Evidence intervalFrom(double from) {
+    Evidence evidence;
+    evidence.from = from;
+    evidence.to = from + kInterval;
+    evidence.machine.processors = 2;
+    evidence.wakes.wakes = 25;
+    return evidence;
+}
+
 /// A run that is made up interval by interval.
 class MadeRun {
 public:
@@ -67,11 +77,7 @@ public:
     template <class Fill>
     MadeRun& each(double seconds, Fill fill) {
         for (double end = now_ + seconds; now_ < end - kInterval / 2; now_ += kInterval) {
-            Evidence evidence;
-            evidence.from = now_;
-            evidence.to = now_ + kInterval;
-            evidence.machine.processors = 2;
-            evidence.wakes.wakes = 25;
+            Evidence evidence = intervalFrom(now_);
             fill(evidence);
             judgement_.add(evidence);
         }
