@@ -43,6 +43,7 @@ std::string arm(const std::string& pattern, const std::string& variable, const s
 
 std::string optionNames(const std::vector<Option>& options) {
     std::vector<std::string> names;
+    names.reserve(options.size());
     for (const Option& option : options) names.push_back("--" + std::string(option.name));
     return joined(names);
 }
@@ -119,12 +120,16 @@ std::vector<std::pair<std::string, std::string>> describedWords(const Grammar& g
 
 std::string zshList(const std::vector<std::pair<std::string, std::string>>& words) {
     std::vector<std::string> described;
-    for (const auto& [word, description] : words) described.push_back(zshQuoted(word + ":" + description));
+    described.reserve(words.size());
+    for (const auto& [word, description] : words) {
+        described.push_back(zshQuoted(std::string(word).append(":").append(description)));
+    }
     return joined(described);
 }
 
 std::string zshOptionList(const std::vector<Option>& options) {
     std::vector<std::pair<std::string, std::string>> words;
+    words.reserve(options.size());
     for (const Option& option : options) words.emplace_back("--" + std::string(option.name), option.help);
     return zshList(words);
 }
@@ -163,7 +168,7 @@ std::string fishArgument(Offer offer) {
 }
 
 std::string fishOption(const Option& option) {
-    const std::string name = "-l " + std::string(option.name);
+    std::string name = "-l " + std::string(option.name);
     switch (option.kind) {
         case Option::Kind::Flag:
             return name;

@@ -24,8 +24,9 @@ EvidenceWatch::EvidenceWatch(const EngineChoice& choice, const IgnoredThreads& i
 }
 
 Events::Event EvidenceWatch::wait(Events& events, double seconds) {
-    const double end = kernel::clockSeconds() + seconds;
-    for (double now = kernel::clockSeconds(); now < end; now = kernel::clockSeconds()) {
+    double now = kernel::clockSeconds();
+    const double end = now + seconds;
+    while (now < end) {
         const double due = std::min({now + kTurn, nextTake_, end});
         const Events::Event event = events.wait(due - now);
         const bool inTurn = event.kind == Events::Kind::Timeout;
@@ -37,6 +38,7 @@ Events::Event EvidenceWatch::wait(Events& events, double seconds) {
             sampler_.look();
         }
         if (!inTurn) return event;
+        now = kernel::clockSeconds();
     }
     return {Events::Kind::Timeout, 0};
 }

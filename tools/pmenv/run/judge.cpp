@@ -126,9 +126,10 @@ void watchRun(const JudgeOptions& options, RunWatch& watch) {
     const Countdown countdown(options);
     const double start = kernel::clockSeconds();
     const double end = options.duration ? start + *options.duration : std::numeric_limits<double>::infinity();
-    for (double now = start; now < end; now = kernel::clockSeconds()) {
-        if (watch.wait(events, std::min(kShown, end - now)).kind == Events::Kind::Signal) break;
-        countdown.show(kernel::clockSeconds() - start, watch.engines());
+    double now = start;
+    while (now < end && watch.wait(events, std::min(kShown, end - now)).kind != Events::Kind::Signal) {
+        now = kernel::clockSeconds();
+        countdown.show(now - start, watch.engines());
     }
     watch.finish();
 }

@@ -50,7 +50,7 @@ bool hasType(const KnownKey& key, const std::string& value) {
 std::string shownValue(const std::string& value, const HiddenParts& hidden) {
     constexpr std::size_t kLongest = 80;
     if (value.empty()) return "an empty value";
-    const std::string shown = hidden.shown(value);
+    std::string shown = hidden.shown(value);
     if (hidden.any() && shown == HiddenParts::kShown) return shown;
     return "'" + (shown.size() <= kLongest ? shown : shown.substr(0, kLongest) + "...") + "'";
 }

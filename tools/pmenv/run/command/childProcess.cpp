@@ -85,6 +85,7 @@ void ChildProcess::start(const std::vector<std::string>& words) {
 // In the new process.
 void ChildProcess::become(const std::vector<std::string>& words, int report) const {
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
     setpgid(0, 0);

@@ -6,7 +6,6 @@
 #include "output.h"
 #include "recording/texts.h"
 
-using recording::fromMillionths;
 using recording::jsonText;
 using recording::millionths;
 using recording::Number;
@@ -114,8 +113,7 @@ std::string EvidenceEncoder::line(const Evidence& evidence) {
 
 // An engine that is missing in an interval is forgotten, here and by the reader.
 std::string EvidenceEncoder::enginesOf(const Evidence& sample) {
-    const std::string text =
-        listOf(sample.engines, [&](const EngineEvidence& engine) { return entryOf(engine, sample); });
+    std::string text = listOf(sample.engines, [&](const EngineEvidence& engine) { return entryOf(engine, sample); });
     for (auto entry = engines_.begin(); entry != engines_.end();) {
         entry = entry->second.sample == samples_ ? std::next(entry) : engines_.erase(entry);
     }

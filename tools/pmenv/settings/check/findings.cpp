@@ -118,8 +118,8 @@ Json findingJson(const CheckedFile& checked, const CheckFinding& finding) {
 }
 
 std::string ruleText(const Rule& rule, const Style& style) {
-    const std::string text = style.bold(rule.name) + " (" + severityOf(rule) + ")\n" +
-                             wrapped(rule.description, "    ") + wrapped(rule.repair, "    ");
+    std::string text = style.bold(rule.name) + " (" + severityOf(rule) + ")\n" + wrapped(rule.description, "    ") +
+                       wrapped(rule.repair, "    ");
     if (rule.example == nullptr) return text;
     return text + exampleText("instead of", rule.example, style) + exampleText("write", rule.instead, style);
 }
