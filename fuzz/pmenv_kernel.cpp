@@ -186,7 +186,8 @@ void checkNetwork(std::string_view text) {
     if (range) require(range->first <= range->last && range->last <= 65535 && range->count() >= 1, "a range of ports");
     const auto most = kernel::parseMostPortsOfOneDestination(text, {1, 65535});
     const auto lines = static_cast<std::uint64_t>(std::count(text.begin(), text.end(), '\n'));
-    if (most) require(*most <= lines, "a connection is a line");
+    if (most) require(most->count <= lines, "a connection is a line");
+    if (most) require(most->lowest <= most->highest && most->highest <= 65535, "ports in use are ports");
     kernel::parseTcpSockets(text);
     kernel::parseDroppedPackets(text);
     kernel::parseTcpSegments(text);

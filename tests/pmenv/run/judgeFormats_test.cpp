@@ -29,6 +29,7 @@ Judged spoiled() {
     engine.readable = true;
     engine.heldBack = 3.25;
     engine.share = 0.25;
+    engine.perhapsShare = 0.375;
     engine.stretches = {{1, 4.5, 3.25, Reason::OwnWork}};
     engine.tid = 101;
     engine.thread = "sender";
@@ -173,6 +174,7 @@ TEST(JudgeJson, HasTheAccountsOfAnEngine) {
     EXPECT_EQ(engine.at("ended"), true);
     EXPECT_EQ(engine.at("readable"), true);
     EXPECT_EQ(engine.at("heldBackShare"), 0.25);
+    EXPECT_EQ(engine.at("heldBackShareAtMost"), 0.375);
     EXPECT_EQ(engine.at("heldBackSeconds"), 3.25);
     EXPECT_EQ(engine.at("thread"), (Json{{"tid", 101}, {"name", "sender"}}));
     EXPECT_EQ(engine.at("parts"), (Json{{"running", 1.0},
@@ -192,7 +194,8 @@ TEST(JudgeJson, WhatIsNotKnownOfAnEngineIsNull) {
     const Json engine = jsonOf(spoiled()).at("engines").at(1);
     EXPECT_EQ(engine.at("readable"), false);
     EXPECT_EQ(engine.at("ended"), false);
-    for (const char* const name : {"heldBackShare", "heldBackSeconds", "thread", "parts", "wokenAfter", "cpuSeconds"}) {
+    for (const char* const name :
+         {"heldBackShare", "heldBackShareAtMost", "heldBackSeconds", "thread", "parts", "wokenAfter", "cpuSeconds"}) {
         EXPECT_TRUE(engine.at(name).is_null()) << name;
     }
     EXPECT_EQ(engine.at("intervals"), Json::array());

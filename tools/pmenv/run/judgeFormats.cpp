@@ -84,6 +84,7 @@ Json engineJson(const JudgedEngine& engine) {
     Json json{{"pid", engine.key.pid}, {"name", engine.name},   {"from", engine.from},
               {"to", engine.to},       {"ended", engine.ended}, {"readable", known}};
     json["heldBackShare"] = known ? Json(engine.share) : Json();
+    json["heldBackShareAtMost"] = known ? Json(engine.perhapsShare) : Json();
     json["heldBackSeconds"] = known ? Json(engine.heldBack) : Json();
     json["thread"] = known ? Json{{"tid", engine.tid}, {"name", engine.thread}} : Json();
     json["parts"] = known ? partsJson(engine) : Json();

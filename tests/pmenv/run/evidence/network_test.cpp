@@ -46,7 +46,7 @@ protected:
 
     static std::optional<double> next(Network& network, int pid = kPid) {
         network.refresh();
-        return network.portShare(pid);
+        return network.ports(pid).share;
     }
 
     FakeKernel kernel;
@@ -54,7 +54,7 @@ protected:
 
 TEST_F(NetworkTest, FewSocketsAreNoSuspicion) {
     Network network;
-    EXPECT_EQ(network.portShare(kPid), 0.10);
+    EXPECT_EQ(network.ports(kPid).share, 0.10);
     kernel.remove(kProcess + "/net/tcp");  // would be asked only on suspicion
     EXPECT_EQ(next(network), 0.10);
 }
@@ -63,7 +63,7 @@ TEST_F(NetworkTest, OnSuspicionThePortsOfOneDestinationAreCounted) {
     kernel.write(kProcess + "/net/sockstat", sockstat(95, 100));
     kernel.write(kProcess + "/net/tcp", connections(99));
     Network network;
-    EXPECT_NEAR(network.portShare(kPid).value_or(0), 0.99, 1e-9);
+    EXPECT_NEAR(network.ports(kPid).share.value_or(0), 0.99, 1e-9);
     kernel.write(kProcess + "/net/tcp", connections(20));
     kernel.write(kProcess + "/net/tcp6", connections(60));
     EXPECT_NEAR(next(network).value_or(0), 0.60, 1e-9);
@@ -71,9 +71,9 @@ TEST_F(NetworkTest, OnSuspicionThePortsOfOneDestinationAreCounted) {
 
 TEST_F(NetworkTest, OneAnswerASecondServesAllEngines) {
     Network network;
-    EXPECT_EQ(network.portShare(kPid), 0.10);
+    EXPECT_EQ(network.ports(kPid).share, 0.10);
     kernel.write(kProcess + "/net/sockstat", sockstat(20, 0));
-    EXPECT_EQ(network.portShare(kPid), 0.10);
+    EXPECT_EQ(network.ports(kPid).share, 0.10);
     EXPECT_EQ(next(network), 0.20);
 }
 
@@ -88,7 +88,7 @@ TEST_F(NetworkTest, BetweenCountsThatTakeLongTheSocketsTellHowManyThereAreNow) {
         kernel.now += 0.030;
     };
     Network network;
-    EXPECT_NEAR(network.portShare(kPid).value_or(0), 0.40, 1e-9);
+    EXPECT_NEAR(network.ports(kPid).share.value_or(0), 0.40, 1e-9);
     kernel.now += 1;
     kernel.write(kProcess + "/net/sockstat", sockstat(99, 99));
     kernel.write(kProcess + "/net/tcp", connections(97));
@@ -104,54 +104,123 @@ TEST_F(NetworkTest, BetweenCountsThatTakeLongTheSocketsTellHowManyThereAreNow) {
 
 // --- what cannot be told --------------------------------------------------------------------------------------------
 
-// The range that can be read is that of this process's namespace, and not the engine's.
-TEST_F(NetworkTest, PortsOfAnotherNamespaceAreNotKnown) {
-    kernel.remove(kProcess + "/ns/net");
-    kernel.link(kProcess + "/ns/net", "net:[4026532999]");
-    kernel.write(kProcess + "/net/sockstat", sockstat(100, 100));
-    EXPECT_FALSE(Network().portShare(kPid));
-}
-
-TEST_F(NetworkTest, AnotherEnginesAnswerIsNotGivenForOneElsewhere) {
-    kernel.link("/proc/4100001/ns/net", "net:[4026532999]");
-    Network network;
-    EXPECT_EQ(network.portShare(kPid), 0.10);
-    EXPECT_FALSE(network.portShare(kPid + 1));
-    EXPECT_EQ(network.portShare(kPid), 0.10);
-}
-
 TEST_F(NetworkTest, ANamespaceThatMayNotBeSeenIsNotKnown) {
     kernel.hide(kProcess + "/ns");
-    EXPECT_FALSE(Network().portShare(kPid));
+    EXPECT_FALSE(Network().ports(kPid).share);
 }
 
 TEST_F(NetworkTest, WithoutItsOwnNamespaceNothingIsKnown) {
     kernel.hide("/proc/self/ns");
-    EXPECT_FALSE(Network().portShare(kPid));
+    EXPECT_FALSE(Network().ports(kPid).share);
     kernel.hide(kProcess + "/ns");
-    EXPECT_FALSE(Network().portShare(kPid)) << "two unknown ones are not the same";
+    EXPECT_FALSE(Network().ports(kPid).share) << "two unknown ones are not the same";
 }
 
 TEST_F(NetworkTest, StrangeFilesAreNotKnown) {
     for (const char* const text : {"", "TCP: inuse 5\n", "TCP: inuse x tw 1\n"}) {
         kernel.write(kProcess + "/net/sockstat", text);
-        EXPECT_FALSE(Network().portShare(kPid)) << text;
+        EXPECT_FALSE(Network().ports(kPid).share) << text;
     }
     kernel.write(kProcess + "/net/sockstat", sockstat(50, 50));
     for (const char* const text : {"", "40000\n", "5 1\n", "1 70000\n"}) {
         kernel.write(kRange, text);
-        EXPECT_FALSE(Network().portShare(kPid)) << text;
+        EXPECT_FALSE(Network().ports(kPid).share) << text;
     }
     kernel.write(kRange, "40000 40099\n");
     kernel.write(kProcess + "/net/tcp", "no title\n");
-    EXPECT_FALSE(Network().portShare(kPid)) << "the other list alone tells nothing";
+    EXPECT_FALSE(Network().ports(kPid).share) << "the other list alone tells nothing";
     kernel.write(kProcess + "/net/tcp", connections(40));
     kernel.remove(kProcess + "/net/tcp6");
-    EXPECT_NEAR(Network().portShare(kPid).value_or(0), 0.40, 1e-9) << "there need be no IPv6";
+    EXPECT_NEAR(Network().ports(kPid).share.value_or(0), 0.40, 1e-9) << "there need be no IPv6";
     for (const char* const file : {"/net/tcp", "/net/sockstat"}) {
         kernel.remove(kProcess + file);
-        EXPECT_FALSE(Network().portShare(kPid)) << file;
+        EXPECT_FALSE(Network().ports(kPid).share) << file;
     }
+}
+
+// --- elsewhere ------------------------------------------------------------------------------------------------------
+
+// The range that can be read is that of this process's namespace, and not the engine's.
+class NetworkElsewhereTest : public NetworkTest {
+protected:
+    NetworkElsewhereTest() {
+        kernel.link(kElsewhere + "/ns/net", "net:[4026532999]");
+        kernel.remove(kRange);
+        kernel.write(kElsewhere + "/net/tcp6", connections(0));
+    }
+
+    PortUse with(int sockets, const std::string& tcp) {
+        kernel.write(kElsewhere + "/net/sockstat", sockstat(sockets, 0));
+        kernel.write(kElsewhere + "/net/tcp", tcp);
+        return Network().ports(kPid + 1);
+    }
+
+    const std::string kElsewhere = "/proc/" + std::to_string(kPid + 1);
+};
+
+TEST_F(NetworkElsewhereTest, ManyPortsSideBySideMayBeAllThereAre) {
+    const PortUse ports = with(400, connections(200));
+    EXPECT_EQ(ports.share, 1);
+    EXPECT_TRUE(ports.atMost);
+}
+
+TEST_F(NetworkElsewhereTest, WherePortsBetweenAreFreeThereAreMore) {
+    const PortUse ports = with(101, connections(50) + "  0: 0100007F:9CA3 0100007F:1F90 01 0:0\n");  // 40099
+    EXPECT_NEAR(ports.share.value_or(0), 0.51, 1e-9);
+    EXPECT_TRUE(ports.atMost);
+    kernel.write(kElsewhere + "/net/tcp6", connections(60));
+    EXPECT_EQ(Network().ports(kPid + 1).share, 1) << "also of IPv6";
+}
+
+TEST_F(NetworkElsewhereTest, FewPortsAreNeverAllThereAre) {
+    EXPECT_NEAR(with(15, connections(15)).share.value_or(0), 15.0 / 16, 1e-9);
+    EXPECT_NEAR(with(30, connections(15)).share.value_or(0), 15.0 / 16, 1e-9);
+    EXPECT_EQ(with(30, connections(0)).share, 0);
+    EXPECT_EQ(with(0, connections(0)).share, 0);
+}
+
+TEST_F(NetworkElsewhereTest, WhatCannotBeCountedIsNotKnown) {
+    EXPECT_FALSE(with(400, "no title\n").share);
+    kernel.remove(kElsewhere + "/net/sockstat");
+    EXPECT_FALSE(Network().ports(kPid + 1).share);
+}
+
+TEST_F(NetworkElsewhereTest, EachNamespaceHasItsOwnAnswer) {
+    with(400, connections(200));
+    kernel.write(kRange, "40000\t40099\n");
+    Network network;
+    EXPECT_EQ(network.ports(kPid).share, 0.10);
+    EXPECT_FALSE(network.ports(kPid).atMost);
+    EXPECT_EQ(network.ports(kPid + 1).share, 1);
+    EXPECT_EQ(network.ports(kPid).share, 0.10);
+}
+
+// All counts together are rationed: with more namespaces each is counted more seldom.
+TEST_F(NetworkElsewhereTest, AllCountsTogetherAreRationed) {
+    with(400, connections(200));
+    kernel.link("/proc/4100002/ns/net", "net:[4026533000]");
+    kernel.write("/proc/4100002/net/sockstat", sockstat(400, 0));
+    kernel.write("/proc/4100002/net/tcp", connections(100));
+    int counts = 0;
+    kernel.before = [this, &counts](const std::string& path) {
+        if (path != kElsewhere + "/net/tcp") return;
+        ++counts;
+        kernel.now += 0.010;
+    };
+    Network network;
+    const auto nextOfAll = [&] {
+        network.refresh();
+        network.ports(kPid + 2);
+        return network.ports(kPid + 1).share;
+    };
+    EXPECT_EQ(nextOfAll(), 1);
+    kernel.write(kElsewhere + "/net/tcp", connections(0));
+    kernel.now += 1.9;
+    EXPECT_EQ(nextOfAll(), 1);
+    EXPECT_EQ(counts, 1);
+    kernel.now += 0.2;
+    EXPECT_EQ(nextOfAll(), 0);
+    EXPECT_EQ(counts, 2);
 }
 
 // --- on this machine ------------------------------------------------------------------------------------------------
@@ -188,14 +257,16 @@ private:
     bool isThere_ = false;
 };
 
-TEST(NetworkOfThisMachine, KnowsItsOwnPortsAndNotThoseElsewhere) {
+TEST(NetworkOfThisMachine, KnowsItsOwnPortsAndThoseElsewhereAtMost) {
     Network network;
-    const auto own = network.portShare(getpid());
+    const auto own = network.ports(getpid()).share;
     ASSERT_TRUE(own);
     EXPECT_LE(*own, 1.5);
     const Elsewhere elsewhere;
     if (!elsewhere.isThere()) GTEST_SKIP() << "this system permits no network of one's own";
-    EXPECT_FALSE(network.portShare(elsewhere.pid()));
+    const PortUse there = network.ports(elsewhere.pid());
+    EXPECT_EQ(there.share, 0);
+    EXPECT_TRUE(there.atMost);
 }
 
 }  // namespace

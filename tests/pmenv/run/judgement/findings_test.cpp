@@ -117,6 +117,60 @@ TEST(Findings, EndsAreToldWithTheirSignal) {
     EXPECT_THAT(findings[0].text, HasSubstr("zombie"));
 }
 
+// Where the verdict is in doubt, a finding says why, since when and what to do.
+TEST(Findings, TellWhyItCannotBeToldWhetherTheHypervisorHeldAnEngineBack) {
+    const Judged judged = MadeRun().engine(8, {50, 0}).engine(2, {75, 0, 0, 0, 0, 25}).judged();
+    const auto findings = findingsOf(judged, kLimits);
+    ASSERT_EQ(findings.size(), 1u);
+    EXPECT_STREQ(findings[0].kind, "perhapsStolen");
+    EXPECT_FALSE(findings[0].spoils);
+    EXPECT_EQ(findings[0].pid, 100);
+    EXPECT_NEAR(findings[0].since, 8, 1e-9);
+    EXPECT_NEAR(findings[0].seconds, 2, 1e-9);
+    EXPECT_THAT(findings[0].text,
+                HasSubstr("thread 100 (sender) had no time to spare beside what the hypervisor took"));
+    EXPECT_THAT(findings[0].advice, HasSubstr("processors of its own"));
+    EXPECT_EQ(reasonText(judged, kLimits),
+              "the hypervisor may have held an engine back; for how long at a time cannot be seen");
+}
+
+Judged judgedWithPortsElsewhere(double share) {
+    return MadeRun()
+        .each(10,
+              [share](Evidence& evidence) {
+                  for (const int pid : {1, 2}) {
+                      evidence.engines.push_back(engineThat({5, 0}, evidence.from, pid));
+                      evidence.engines.back().descriptorShare = 0.1;
+                      evidence.engines.back().portShare = pid == 2 ? share : 0.3;
+                      evidence.engines.back().portsAtMost = pid == 2;
+                  }
+              })
+        .judged();
+}
+
+TEST(Findings, TellWhyItCannotBeToldWhetherPortsAreUsedUp) {
+    const Judged judged = judgedWithPortsElsewhere(1);
+    const auto findings = findingsOf(judged, kLimits);
+    ASSERT_EQ(findings.size(), 1u);
+    EXPECT_STREQ(findings[0].kind, "perhapsPorts");
+    EXPECT_FALSE(findings[0].spoils);
+    EXPECT_EQ(findings[0].pid, 2);
+    EXPECT_NEAR(findings[0].seconds, 10, 1e-9);
+    EXPECT_THAT(findings[0].text, HasSubstr("cannot be read from another network namespace"));
+    EXPECT_THAT(findings[0].advice, HasSubstr("run pmenv judge in the network namespace of the engine"));
+    EXPECT_EQ(reasonText(judged, kLimits),
+              "the local ports may be used up; how many there are in another network namespace cannot be read");
+    EXPECT_EQ(signalOf(judged, "local ports").state, Signal::State::NotReadable);
+}
+
+TEST(Findings, PortsElsewhereThatAreNotUsedUpAreFine) {
+    const Judged judged = judgedWithPortsElsewhere(0.5);
+    EXPECT_THAT(findingsOf(judged, kLimits), IsEmpty());
+    EXPECT_EQ(signalOf(judged, "local ports").state, Signal::State::Ok);
+    EXPECT_EQ(signalOf(judged, "local ports").value, 50);
+    EXPECT_EQ(reasonText(judged, kLimits), "no percentile is in doubt; p99 was asked for");
+}
+
 // --- signals --------------------------------------------------------------------------------------------------------
 
 TEST(Signals, WhatIsOverStandsBeforeWhatCouldNotBeReadAndWhatIsFine) {
@@ -142,6 +196,24 @@ TEST(Signals, WhatCouldNotBeReadIsNotZero) {
     }
     EXPECT_EQ(signalOf(judged, "by its own work").state, Signal::State::Ok);
     EXPECT_EQ(signalOf(judged, "by its own work").value, 0);
+}
+
+// What is not known of one engine may be worse than what is known of the others.
+TEST(Signals, ThatDecideAreReadableWhereTheyAreSoForEveryEngine) {
+    const auto judgedWith = [](double known) {
+        return MadeRun()
+            .each(10,
+                  [known](Evidence& evidence) {
+                      for (const int pid : {1, 2}) evidence.engines.push_back(engineThat({5, 0}, evidence.from, pid));
+                      evidence.engines[0].descriptorShare = known;
+                      evidence.engines[0].portShare = known;
+                  })
+            .judged();
+    };
+    for (const char* const name : {"descriptors", "local ports"}) {
+        EXPECT_EQ(signalOf(judgedWith(0.5), name).state, Signal::State::NotReadable) << name;
+        EXPECT_EQ(signalOf(judgedWith(1), name).state, Signal::State::Over) << name;
+    }
 }
 
 TEST(Signals, WithoutAnEngineNoneIsFine) {
@@ -172,7 +244,32 @@ TEST(ReasonText, NamesThePercentileThatCanBeBelieved) {
     EXPECT_EQ(reasonText(MadeRun().engine(59, {5, 0}).engine(1, {100, 0}).judged(), kLimits),
               "percentiles up to p98.3 can be believed; p99 was asked for");
     EXPECT_EQ(reasonText(MadeRun().engine(10, {5, 0}).judged(), kLimits),
-              "no percentile is in doubt; p99 was asked for");
+              "no percentile is in doubt; p99 was asked for; descriptors and local ports could not be read");
+}
+
+// Who reads only the first line is told as well what the verdict does not rest on.
+TEST(ReasonText, OfACleanRunNamesWhatDecidesAndCouldNotBeRead) {
+    const auto reasonWith = [](std::optional<double> descriptors, std::optional<double> ports, const Did& did) {
+        const Judged judged = MadeRun()
+                                  .each(10,
+                                        [&](Evidence& evidence) {
+                                            for (const int pid : {1, 2}) {
+                                                evidence.engines.push_back(engineThat(did, evidence.from, pid));
+                                                evidence.engines.back().descriptorShare = pid == 1 ? 0.1 : descriptors;
+                                                evidence.engines.back().portShare = pid == 1 ? 0.1 : ports;
+                                            }
+                                        })
+                                  .judged();
+        return reasonText(judged, kLimits);
+    };
+    const std::string clean = "no percentile is in doubt; p99 was asked for";
+    EXPECT_EQ(reasonWith(0.1, 0.1, {5, 0}), clean);
+    EXPECT_EQ(reasonWith(std::nullopt, 0.1, {5, 0}), clean + "; descriptors could not be read");
+    EXPECT_EQ(reasonWith(0.1, std::nullopt, {5, 0}), clean + "; local ports could not be read");
+    EXPECT_EQ(reasonWith(std::nullopt, std::nullopt, {5, 0}),
+              clean + "; descriptors and local ports could not be read");
+    EXPECT_EQ(reasonWith(std::nullopt, std::nullopt, {100, 0}),
+              "percentiles up to p0 can be believed; p99 was asked for");
 }
 
 TEST(ReasonText, SaysWhyNothingCanBeTold) {

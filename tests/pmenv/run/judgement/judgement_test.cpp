@@ -42,7 +42,6 @@ TEST(Judgement, TellsTheMeasuredSituationsApart) {
         {"quota of 20 %, 30 % needed", {20, 11, 69}, 0, true, Reason::Quota},
         {"stopped", {0, 0, 0, 0, 100}, 0, true, Reason::Stopped},
         {"blocked", {1, 0, 0, 99}, 0, true, Reason::Blocked},
-        {"a hypervisor that leaves half", {50, 0, 0, 0, 0, 50}, 0, true, Reason::Stolen},
     };
     for (const auto& row : rows) {
         const Judged judged = MadeRun().engine(10, row.did, row.othersBusy).judged();
@@ -196,6 +195,119 @@ TEST(Judgement, UsedUpDescriptorsAndPortsHoldBackAnIdleEngine) {
     EXPECT_THAT(reasons(judgedWith(1, 0.5)), ElementsAre(Reason::Descriptors));
     EXPECT_THAT(reasons(judgedWith(0.5, 1)), ElementsAre(Reason::Ports));
     EXPECT_EQ(judgedWith(0.9, 0.9).outcome, Outcome::Clean);
+}
+
+// --- what may have held an engine back ------------------------------------------------------------------------------
+
+// A hypervisor that took this much from a thread, in turns so long that pmenv's own timer was late as well, or shorter.
+Judged judgedWithStolen(double seconds, const Did& did, bool wokeLate) {
+    MadeRun run;
+    run.engine(10 - seconds, {50, 0});
+    run.each(seconds, [&](Evidence& evidence) {
+        evidence.engines.push_back(engineThat(did, evidence.from));
+        evidence.wakes.late = wokeLate ? 1 : 0;
+    });
+    return run.judged();
+}
+
+TEST(Judgement, AHypervisorThatTakesLongTurnsHoldsBack) {
+    const Judged judged = judgedWithStolen(10, {50, 0, 0, 0, 0, 50}, true);
+    EXPECT_EQ(judged.outcome, Outcome::Spoiled);
+    EXPECT_EQ(judged.share, 1);
+    EXPECT_THAT(reasons(judged), ElementsAre(Reason::Stolen));
+}
+
+// The kernel does not tell how long the turns were: many short ones make no request late.
+TEST(Judgement, WhetherAHypervisorThatTakesShortTurnsHoldsBackCannotBeTold) {
+    const Judged judged = judgedWithStolen(2, {75, 0, 0, 0, 0, 21}, false);
+    EXPECT_EQ(judged.outcome, Outcome::CannotTell);
+    EXPECT_EQ(judged.doubt, Doubt::Stolen);
+    EXPECT_EQ(judged.share, 0);
+    EXPECT_FALSE(judged.believed);
+    EXPECT_NEAR(judged.engines.at(0).perhapsShare, 0.2, 1e-9);
+    EXPECT_NEAR(judged.engines.at(0).perhaps.at(Reason::Stolen).since, 8, 1e-9);
+    EXPECT_THAT(reasons(judged), IsEmpty());
+}
+
+TEST(Judgement, StolenTimeThatLeavesSlackIsNoDoubt) {
+    EXPECT_EQ(judgedWithStolen(10, {75, 0, 0, 0, 0, 19}, false).outcome, Outcome::Clean);
+    EXPECT_EQ(judgedWithStolen(10, {75, 0, 0, 0, 0, 19}, false).engines.at(0).perhapsShare, 0);
+}
+
+TEST(Judgement, AThreadWithoutSlackIsHeldBackWhateverIsStolenBesides) {
+    const Judged judged = judgedWithStolen(10, {96, 0, 0, 0, 0, 4}, false);
+    EXPECT_EQ(judged.outcome, Outcome::Spoiled);
+    EXPECT_THAT(reasons(judged), ElementsAre(Reason::OwnWork));
+}
+
+TEST(Judgement, ADoubtThatIsSmallerThanThePercentileAllowsIsNone) {
+    MadeRun run;
+    run.engine(99.5, {50, 0}).engine(0.5, {75, 0, 0, 0, 0, 25});
+    EXPECT_EQ(run.judged().outcome, Outcome::Clean);
+    run.engine(1, {75, 0, 0, 0, 0, 25});
+    EXPECT_EQ(run.judged().doubt, Doubt::Stolen);
+}
+
+TEST(Judgement, ADoubtCountsWithWhatIsCertain) {
+    MadeRun run;
+    run.engine(98.5, {50, 0}).engine(0.75, {100, 0}).engine(0.75, {75, 0, 0, 0, 0, 25});
+    EXPECT_EQ(run.judged().doubt, Doubt::Stolen);
+    EXPECT_NEAR(*run.judged().share, 0.0075, 1e-9);
+    EXPECT_NEAR(run.judged().engines.at(0).perhapsShare, 0.015, 1e-9);
+    run.engine(2, {100, 0});
+    EXPECT_EQ(run.judged().outcome, Outcome::Spoiled);
+    EXPECT_EQ(run.judged().doubt, Doubt::None);
+}
+
+// Of one interval, what is certain is not in doubt as well.
+TEST(Judgement, ADoubtIsOfTheRestOfAnInterval) {
+    const Judged judged = MadeRun()
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({75, 0, 0, 0, 0, 25}, evidence.from));
+                                        evidence.engines[0].lateTurns = 0.5;  // of 100
+                                    })
+                              .judged();
+    EXPECT_NEAR(*judged.share, 0.005, 1e-9);
+    EXPECT_NEAR(judged.engines.at(0).perhapsShare, 1, 1e-9);
+}
+
+TEST(Judgement, PortsThatMayBeUsedUpAreADoubtAndThoseThatAreNotAreFine) {
+    const auto judgedWith = [](double ports, double seconds) {
+        return MadeRun()
+            .engine(10 - seconds, {5, 0})
+            .each(seconds,
+                  [ports](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+                      evidence.engines[0].portShare = ports;
+                      evidence.engines[0].portsAtMost = true;
+                  })
+            .judged();
+    };
+    const Judged usedUpPerhaps = judgedWith(0.98, 1);
+    EXPECT_EQ(usedUpPerhaps.outcome, Outcome::CannotTell);
+    EXPECT_EQ(usedUpPerhaps.doubt, Doubt::Ports);
+    EXPECT_NEAR(usedUpPerhaps.engines.at(0).perhaps.at(Reason::Ports).seconds, 1, 1e-9);
+    EXPECT_FALSE(usedUpPerhaps.engines.at(0).mostPorts) << "the share is not known";
+    EXPECT_EQ(judgedWith(0.97, 10).outcome, Outcome::Clean);
+    EXPECT_EQ(judgedWith(0.97, 10).engines.at(0).mostPorts, 0.97);
+}
+
+TEST(Judgement, TheLongerOfTwoDoubtsIsTold) {
+    const auto judgedWith = [](double portsSeconds) {
+        MadeRun run;
+        run.engine(10 - portsSeconds, {75, 0, 0, 0, 0, 25});
+        return run
+            .each(portsSeconds,
+                  [](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+                      evidence.engines[0].portShare = 1;
+                      evidence.engines[0].portsAtMost = true;
+                  })
+            .judged();
+    };
+    EXPECT_EQ(judgedWith(6).doubt, Doubt::Ports);
+    EXPECT_EQ(judgedWith(4).doubt, Doubt::Stolen);
 }
 
 // --- several engines ------------------------------------------------------------------------------------------------

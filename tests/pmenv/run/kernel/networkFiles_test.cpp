@@ -33,13 +33,41 @@ TEST(ParseMostPorts, CountsTheDestinationThatHasMost) {
         "   1: 0100007F:8001 0100007F:1F90 06 0:0\n"
         "   2: 0100007F:8002 0200007F:1F90 01 0:0\n"  // another destination
         "   3: 0100007F:1F90 0100007F:8000 01 0:0\n"  // not a port of the range
-        "   4: 00000000:0016 00000000:0000 0A 0:0\n";
-    EXPECT_EQ(parseMostPortsOfOneDestination(title + lines, {32768, 60999}), 2u);
-    EXPECT_EQ(parseMostPortsOfOneDestination(title, {32768, 60999}), 0u);
-    EXPECT_EQ(parseMostPortsOfOneDestination(title + "   0: 0100007F:80", {1, 65535}), 1u);  // cut
-    EXPECT_EQ(parseMostPortsOfOneDestination(title + "   0: 0100007F\n:\n\n 5", {1, 65535}), 0u);
+        "   4: 0300007F:8000 0100007F:1F90 01 0:0\n"  // the same port of another address
+        "   5: 00000000:0016 00000000:0000 0A 0:0\n";
+    const auto countIn = [&title](const std::string& rows, const PortRange& range) {
+        const auto most = parseMostPortsOfOneDestination(title + rows, range);
+        return most ? std::optional(most->count) : std::nullopt;
+    };
+    EXPECT_EQ(countIn(lines, {32768, 60999}), 2u);
+    EXPECT_EQ(countIn("", {32768, 60999}), 0u);
+    EXPECT_EQ(countIn("   0: 0100007F:80", {1, 65535}), 1u);  // cut
+    EXPECT_EQ(countIn("   0: 0100007F\n:\n\n 5", {1, 65535}), 0u);
     EXPECT_FALSE(parseMostPortsOfOneDestination("", {1, 2}));
     EXPECT_FALSE(parseMostPortsOfOneDestination(lines, {1, 2}));
+}
+
+TEST(ParseMostPorts, TellsTheLowestAndTheHighestOfThem) {
+    const auto most = parseMostPortsOfOneDestination(
+        "  sl  local_address rem_address\n"
+        "   0: 0100007F:9000 0100007F:1F90\n"
+        "   1: 0100007F:8000 0100007F:1F90\n"
+        "   2: 0100007F:A000 0100007F:1F90\n"
+        "   3: 0100007F:0001 0200007F:1F90\n",
+        {1, 65535});
+    ASSERT_TRUE(most);
+    EXPECT_EQ(most->count, 3u);
+    EXPECT_EQ(most->lowest, 0x8000u);
+    EXPECT_EQ(most->highest, 0xA000u);
+}
+
+TEST(ParseMostPorts, SocketsThatListenHaveNoDestination) {
+    EXPECT_EQ(parseMostPortsOfOneDestination("  sl  local_address rem_address\n"
+                                             "   0: 00000000:8000 00000000:0000\n"
+                                             "   1: 00000000:8001 00000000:0000\n",
+                                             {1, 65535})
+                  ->count,
+              0u);
 }
 
 TEST(ParseDroppedPackets, AddsTheProcessorsInHexadecimal) {

@@ -75,7 +75,7 @@ private:
         if (engine.busiest) thread(*engine.busiest);
         add("waited", engine.waited).add("turns", engine.turns).add("late", engine.lateTurns).add("ran", engine.ran);
         add("faults", engine.majorFaults).add("faulting", engine.faulting);
-        add("descriptors", engine.descriptorShare).add("ports", engine.portShare);
+        add("descriptors", engine.descriptorShare).add("ports", engine.portShare).add("atMost", engine.portsAtMost);
         const GroupEvidence& group = engine.group;
         add("throttled", group.throttled).add("times", group.timesThrottled).add("periods", group.periods);
         add("group", group.throttledGroup).add("quota", group.quota).add("kills", group.memoryKills);
@@ -221,6 +221,7 @@ private:
                         fractionOrUnknown(2), countOrUnknown(), fractionOrUnknown(1)};
         engine.descriptorShare = fractionOrUnknown(1);
         engine.portShare = fractionOrUnknown(1);
+        engine.portsAtMost = chance(0.2);
         return engine;
     }
 

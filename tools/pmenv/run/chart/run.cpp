@@ -30,10 +30,10 @@ void keepLargest(std::optional<double>& largest, std::optional<Number> value) {
 }
 
 // Empty when nothing is known about what the engine did in the interval.
-std::optional<double> heldBackShare(const EngineEvidence& engine, double tolerance) {
+std::optional<double> heldBackShare(const EngineEvidence& engine, const Yardstick& yardstick) {
     const double length = engine.to - engine.from;
     if (!(length > 0)) return std::nullopt;
-    const double seconds = heldBackIn(engine, tolerance).seconds;
+    const double seconds = heldBackIn(engine, yardstick).seconds;
     if (seconds == 0 && (!engine.readable || !engine.busiest)) return std::nullopt;
     return std::clamp(seconds / length, 0.0, 1.0);
 }
@@ -80,9 +80,10 @@ void RunFigures::addInterval(const Evidence& evidence) {
 }
 
 void RunFigures::addHeldBack(const Evidence& evidence) {
+    const Yardstick yardstick = yardstickOf(evidence, tolerance_);
     std::vector<double> shares;
     for (const EngineEvidence& engine : evidence.engines) {
-        const auto share = heldBackShare(engine, tolerance_);
+        const auto share = heldBackShare(engine, yardstick);
         if (!share) continue;
         shares.push_back(*share);
         addShareOf(engine.key, evidence, *share);
@@ -138,7 +139,7 @@ void RunFigures::addEngineFigures(const Evidence& evidence) {
         keepLargest(throttled, engine.group.throttled);
         keepLargest(memory, engine.group.memoryShare);
         keepLargest(descriptors, engine.descriptorShare);
-        keepLargest(ports, engine.portShare);
+        if (!engine.portsAtMost) keepLargest(ports, engine.portShare);
     }
     of(Figure::Throttled)
         .add(evidence.from, evidence.to, throttled ? std::optional(*throttled / seconds) : std::nullopt);

@@ -81,7 +81,7 @@ void EngineWatch::readSlowSignals(const FoundEngine& found, const Groups& groups
     threads_.list();
     places_ = groups.find(found.key.pid);
     descriptorShare_ = readDescriptorShare(found.key.pid);
-    portShare_ = network.portShare(found.key.pid);
+    ports_ = network.ports(found.key.pid);
 }
 
 std::optional<EngineEvidence> EngineWatch::sample(IntervalContext context, Groups& groups, double time) {
@@ -98,7 +98,8 @@ std::optional<EngineEvidence> EngineWatch::sample(IntervalContext context, Group
     evidence.majorFaults = std::exchange(majorFaults_, 0);
     evidence.faulting = faulting_;
     evidence.descriptorShare = descriptorShare_;
-    evidence.portShare = portShare_;
+    evidence.portShare = ports_.share;
+    evidence.portsAtMost = ports_.atMost;
     return evidence;
 }
 

@@ -37,7 +37,7 @@ private:
     int process_;  // descriptor of the process itself; -1 where the kernel gives none
     double last_;
     std::optional<double> descriptorShare_;
-    std::optional<double> portShare_;
+    PortUse ports_;
     std::uint64_t majorFaults_ = 0;  // since the last sample
     bool faulting_ = false;
 };

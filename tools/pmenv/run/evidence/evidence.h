@@ -68,6 +68,7 @@ struct EngineEvidence {
     GroupEvidence group;
     std::optional<double> descriptorShare;  ///< open descriptors of how many it may have
     std::optional<double> portShare;        ///< local ports in use of how many there are
+    bool portsAtMost = false;               ///< the share can be less: how many there are could not be read
 };
 
 /// An engine that has ended, or has become a zombie.

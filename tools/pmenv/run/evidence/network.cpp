@@ -11,7 +11,7 @@ constexpr double kSuspicious = 0.5;           // of all ports
 constexpr double kPauseForCost = 100;         // times what a count took, which can be 30 ms for a few connections, too
 constexpr std::size_t kMostText = 64u << 20;  // bytes of a list of connections
 
-std::optional<std::uint64_t> mostPorts(const std::string& path, const kernel::PortRange& range) {
+std::optional<kernel::PortsInUse> mostPorts(const std::string& path, const kernel::PortRange& range) {
     const auto text = kernel::readFile(path, kMostText);
     return text ? kernel::parseMostPortsOfOneDestination(*text, range) : std::nullopt;
 }
@@ -21,42 +21,66 @@ std::optional<std::uint64_t> mostPorts(const std::string& path, const kernel::Po
 Network::Network() : own_(kernel::linkTarget("/proc/self/ns/net")) {}
 
 void Network::refresh() {
-    fresh_ = false;
     countingSeconds_ = 0;
+    for (auto entry = namespaces_.begin(); entry != namespaces_.end();) {
+        const bool left = !entry->second.fresh;  // by all engines
+        entry->second.fresh = false;
+        entry = left ? namespaces_.erase(entry) : std::next(entry);
+    }
 }
 
-std::optional<double> Network::portShare(int pid) {
+PortUse Network::ports(int pid) {
     const std::string name = kernel::linkTarget("/proc/" + std::to_string(pid) + "/ns/net");
-    if (name.empty() || name != own_) return std::nullopt;
-    if (!fresh_) share_ = read(pid);
-    fresh_ = true;
-    return share_;
+    if (name.empty() || own_.empty()) return {};
+    Namespace& space = namespaces_[name];
+    if (!space.fresh) space.use = read(space, pid, name == own_);
+    space.fresh = true;
+    return space.use;
 }
 
-// A port can be in use towards each destination once, so the sum of all sockets is only where the suspicion begins.
-std::optional<double> Network::read(int pid) {
+PortUse Network::read(Namespace& space, int pid, bool own) {
     const std::string directory = "/proc/" + std::to_string(pid) + "/net/";
-    const auto rangeText = kernel::readFile("/proc/sys/net/ipv4/ip_local_port_range");
-    const auto range = rangeText ? kernel::parsePortRange(*rangeText) : std::nullopt;
-    const auto socketsText = kernel::readFile(directory + "sockstat");
-    const auto sockets = socketsText ? kernel::parseTcpSockets(*socketsText) : std::nullopt;
-    if (!range || !sockets) return std::nullopt;
-    const double share = static_cast<double>(*sockets) / static_cast<double>(range->count());
-    if (share < kSuspicious) return share;
-    if (!count(directory, *range, *sockets)) return std::nullopt;
-    return std::min(1.0, portsOfSocket_ * share);
+    const auto text = kernel::readFile(directory + "sockstat");
+    const auto sockets = text ? kernel::parseTcpSockets(*text) : std::nullopt;
+    if (!sockets) return {};
+    return {own ? ownShare(space, directory, *sockets) : shareElsewhere(space, directory, *sockets), !own};
 }
 
-// Between two counts the sockets are taken to be shared among the destinations as they were. False when they cannot be
-// counted.
-bool Network::count(const std::string& directory, const kernel::PortRange& range, std::uint64_t sockets) {
+// A port can be in use towards each destination once, so the sum of all sockets is only where the suspicion begins. Between
+// two counts the sockets are taken to be shared among the destinations as they were.
+std::optional<double> Network::ownShare(Namespace& space, const std::string& directory, std::uint64_t sockets) {
+    const auto text = kernel::readFile("/proc/sys/net/ipv4/ip_local_port_range");
+    const auto range = text ? kernel::parsePortRange(*text) : std::nullopt;
+    if (!range) return std::nullopt;
+    const double share = static_cast<double>(sockets) / static_cast<double>(range->count());
+    if (share < kSuspicious) return share;
+    if (!count(space, directory, *range, sockets)) return std::nullopt;
+    const double portsOfSocket = static_cast<double>(space.mostPorts.count) / static_cast<double>(space.sockets);
+    return std::min(1.0, portsOfSocket * share);
+}
+
+// Nobody sets a range of fewer ports than a few, so that these are never used up.
+std::optional<double> Network::shareElsewhere(Namespace& space, const std::string& directory, std::uint64_t sockets) {
+    constexpr std::uint64_t kFew = 16;
+    if (sockets < kFew) return static_cast<double>(sockets) / kFew;
+    if (!count(space, directory, {1, 65535}, sockets)) return std::nullopt;
+    const kernel::PortsInUse& most = space.mostPorts;
+    const std::uint64_t range = std::max(most.highest - most.lowest + 1, kFew);
+    return std::min(1.0, static_cast<double>(most.count) / static_cast<double>(range));
+}
+
+// Counts if it is time to. False when that cannot be done.
+bool Network::count(Namespace& space, const std::string& directory, const kernel::PortRange& range,
+                    std::uint64_t sockets) {
     const double now = kernel::clockSeconds();
-    if (now < nextCount_) return true;
+    if (now < space.nextCount) return true;
     const double before = kernel::ownCpuSeconds();
     const auto most = mostPorts(directory + "tcp", range), most6 = mostPorts(directory + "tcp6", range);
     countingSeconds_ += kernel::ownCpuSeconds() - before;
     if (!most) return false;
-    nextCount_ = now + kPauseForCost * (kernel::clockSeconds() - now);
-    portsOfSocket_ = static_cast<double>(std::max(*most, most6.value_or(0))) / static_cast<double>(sockets);
+    const double pause = kPauseForCost * static_cast<double>(namespaces_.size()) * (kernel::clockSeconds() - now);
+    space.nextCount = now + pause;
+    space.sockets = sockets;
+    space.mostPorts = most6 && most6->count > most->count ? *most6 : *most;
     return true;
 }

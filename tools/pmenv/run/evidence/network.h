@@ -1,35 +1,50 @@
-// network.h - local ports in use, in the network namespace of an engine.
+// network.h - local ports in use, in the network namespaces of the engines.
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 
 #include "kernel/networkFiles.h"
 
-/// The range of local ports can be read of this process's own namespace only: /proc/sys shows that of whoever reads it.
-/// Entering another would take rights that pmenv should not need, so that ports of engines elsewhere are not known.
+/// How many of the local ports that an engine can have are in use.
+struct PortUse {
+    std::optional<double> share;  ///< empty where it cannot be told
+    bool atMost = false;          ///< it can be less
+};
+
+/// The range of local ports can be read of this process's own namespace only: /proc/sys shows that of whoever reads it, and
+/// entering another would take rights that pmenv should not need. Elsewhere the range is at least as wide as the ports in
+/// use lie apart, which tells how many are in use at most.
 class Network {
 public:
     Network();
 
-    /// The share of the local ports that are in use; empty where it cannot be told. One answer a second.
-    std::optional<double> portShare(int pid);
+    /// One answer a second for each namespace.
+    PortUse ports(int pid);
 
-    /// Forgets the answer, so that the next is read anew.
+    /// Forgets the answers, so that the next are read anew.
     void refresh();
 
     /// The processor time that counting has taken since then. It is rationed here, and is no reason to look less often.
     double countingSeconds() const { return countingSeconds_; }
 
 private:
-    std::optional<double> read(int pid);
-    bool count(const std::string& directory, const kernel::PortRange& range, std::uint64_t sockets);
+    struct Namespace {
+        PortUse use;
+        bool fresh = false;
+        double nextCount = 0;          // when the ports may be counted again
+        std::uint64_t sockets = 0;     // at the last count
+        kernel::PortsInUse mostPorts;  // at the last count
+    };
+
+    PortUse read(Namespace& space, int pid, bool own);
+    std::optional<double> ownShare(Namespace& space, const std::string& directory, std::uint64_t sockets);
+    std::optional<double> shareElsewhere(Namespace& space, const std::string& directory, std::uint64_t sockets);
+    bool count(Namespace& space, const std::string& directory, const kernel::PortRange& range, std::uint64_t sockets);
 
     std::string own_;  // this process's namespace
-    std::optional<double> share_;
-    bool fresh_ = false;
+    std::map<std::string, Namespace> namespaces_;
     double countingSeconds_ = 0;
-    double nextCount_ = 0;      // when the ports may be counted for each destination again
-    double portsOfSocket_ = 0;  // how many of the ports of one destination there were for each socket at the last count
 };

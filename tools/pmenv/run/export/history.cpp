@@ -25,7 +25,7 @@ struct Figure {
     Kind kind;
     const char* help;
     const char* label;
-    std::optional<double> (*in)(const Source& source, double tolerance);
+    std::optional<double> (*in)(const Source& source, const Yardstick& yardstick);
 };
 
 template <class Number>
@@ -35,18 +35,18 @@ std::optional<double> number(const std::optional<Number>& value) {
 
 // What the threads of an engine did is known when their accounts could be read.
 template <class Number, Number EngineEvidence::*figure>
-std::optional<double> ofThreads(const EngineEvidence& engine, double) {
+std::optional<double> ofThreads(const EngineEvidence& engine, const Yardstick&) {
     return engine.readable ? std::optional(static_cast<double>(engine.*figure)) : std::nullopt;
 }
 
 template <double Parts::*part>
-std::optional<double> ofBusiest(const EngineEvidence& engine, double) {
+std::optional<double> ofBusiest(const EngineEvidence& engine, const Yardstick&) {
     return engine.readable && engine.busiest ? std::optional(engine.busiest->parts.*part) : std::nullopt;
 }
 
 // An engine without descriptors is held back even where its accounts cannot be read.
-std::optional<double> heldBack(const EngineEvidence& engine, double tolerance) {
-    const double seconds = heldBackIn(engine, tolerance).seconds;
+std::optional<double> heldBack(const EngineEvidence& engine, const Yardstick& yardstick) {
+    const double seconds = heldBackIn(engine, yardstick).seconds;
     return seconds > 0 || (engine.readable && engine.busiest) ? std::optional(seconds) : std::nullopt;
 }
 
@@ -75,57 +75,63 @@ constexpr Figure<EngineEvidence> kEngineFigures[] = {
      ofBusiest<&Parts::stopped>},
     {"pmenv_engine_group_throttled_seconds", Kind::Counter,
      "Time of all processors that the quota denied the engine's control group.", "",
-     [](const EngineEvidence& engine, double) { return engine.group.throttled; }},
+     [](const EngineEvidence& engine, const Yardstick&) { return engine.group.throttled; }},
     {"pmenv_engine_group_memory_ratio", Kind::Gauge, "Memory in use of what the engine's control group may use.", "",
-     [](const EngineEvidence& engine, double) { return engine.group.memoryShare; }},
+     [](const EngineEvidence& engine, const Yardstick&) { return engine.group.memoryShare; }},
     {"pmenv_engine_group_memory_kills", Kind::Counter,
      "Processes of the engine's control group that were killed for memory.", "",
-     [](const EngineEvidence& engine, double) { return number(engine.group.memoryKills); }},
+     [](const EngineEvidence& engine, const Yardstick&) { return number(engine.group.memoryKills); }},
     {"pmenv_engine_major_faults", Kind::Counter, "Pages that had to be read from a disk for the engine.", "",
-     [](const EngineEvidence& engine, double) { return number(engine.majorFaults); }},
+     [](const EngineEvidence& engine, const Yardstick&) { return number(engine.majorFaults); }},
     {"pmenv_engine_descriptors_ratio", Kind::Gauge, "Open descriptors of how many the engine may have.", "",
-     [](const EngineEvidence& engine, double) { return engine.descriptorShare; }},
+     [](const EngineEvidence& engine, const Yardstick&) { return engine.descriptorShare; }},
     {"pmenv_engine_ports_ratio", Kind::Gauge, "Local ports in use of how many there are.", "",
-     [](const EngineEvidence& engine, double) { return engine.portShare; }},
+     [](const EngineEvidence& engine, const Yardstick&) {
+         return engine.portsAtMost ? std::nullopt : engine.portShare;
+     }},
 };
 
 constexpr char kCpuHelp[] = "Processor time of all processors together.";
 constexpr char kPressureHelp[] = "Time in which some thread waited for the resource.";
 constexpr Figure<Evidence> kMachineFigures[] = {
     {"pmenv_machine_processors", Kind::Gauge, "Processors that are online.", "",
-     [](const Evidence& evidence, double) { return std::optional<double>(evidence.machine.processors); }},
+     [](const Evidence& evidence, const Yardstick&) { return std::optional<double>(evidence.machine.processors); }},
     {"pmenv_machine_cpu_seconds", Kind::Counter, kCpuHelp, "mode=\"busy\"",
-     [](const Evidence& evidence, double) { return evidence.machine.busy; }},
+     [](const Evidence& evidence, const Yardstick&) { return evidence.machine.busy; }},
     {"pmenv_machine_cpu_seconds", Kind::Counter, kCpuHelp, "mode=\"idle\"",
-     [](const Evidence& evidence, double) { return evidence.machine.idle; }},
+     [](const Evidence& evidence, const Yardstick&) { return evidence.machine.idle; }},
     {"pmenv_machine_cpu_seconds", Kind::Counter, kCpuHelp, "mode=\"steal\"",
-     [](const Evidence& evidence, double) { return evidence.machine.stolen; }},
+     [](const Evidence& evidence, const Yardstick&) { return evidence.machine.stolen; }},
     {"pmenv_machine_memory_available_ratio", Kind::Gauge, "Share of the memory that programs can still get.", "",
-     [](const Evidence& evidence, double) { return evidence.machine.memoryAvailableShare; }},
+     [](const Evidence& evidence, const Yardstick&) { return evidence.machine.memoryAvailableShare; }},
     {"pmenv_machine_swap_used_bytes", Kind::Gauge, "Swap space in use.", "",
-     [](const Evidence& evidence, double) { return number(evidence.machine.swapUsedBytes); }},
+     [](const Evidence& evidence, const Yardstick&) { return number(evidence.machine.swapUsedBytes); }},
     {"pmenv_machine_dropped_packets", Kind::Counter, "Packets that arrived and were dropped.", "",
-     [](const Evidence& evidence, double) { return number(evidence.machine.droppedPackets); }},
+     [](const Evidence& evidence, const Yardstick&) { return number(evidence.machine.droppedPackets); }},
     {"pmenv_machine_tcp_segments_sent", Kind::Counter, "TCP segments sent.", "",
-     [](const Evidence& evidence, double) { return number(evidence.machine.segmentsSent); }},
+     [](const Evidence& evidence, const Yardstick&) { return number(evidence.machine.segmentsSent); }},
     {"pmenv_machine_tcp_segments_sent_again", Kind::Counter, "TCP segments sent again.", "",
-     [](const Evidence& evidence, double) { return number(evidence.machine.segmentsSentAgain); }},
+     [](const Evidence& evidence, const Yardstick&) { return number(evidence.machine.segmentsSentAgain); }},
     {"pmenv_machine_pressure_seconds", Kind::Counter, kPressureHelp, "resource=\"cpu\"",
-     [](const Evidence& evidence, double) { return evidence.machine.cpuPressure; }},
+     [](const Evidence& evidence, const Yardstick&) { return evidence.machine.cpuPressure; }},
     {"pmenv_machine_pressure_seconds", Kind::Counter, kPressureHelp, "resource=\"io\"",
-     [](const Evidence& evidence, double) { return evidence.machine.ioPressure; }},
+     [](const Evidence& evidence, const Yardstick&) { return evidence.machine.ioPressure; }},
     {"pmenv_machine_pressure_seconds", Kind::Counter, kPressureHelp, "resource=\"memory\"",
-     [](const Evidence& evidence, double) { return evidence.machine.memoryPressure; }},
+     [](const Evidence& evidence, const Yardstick&) { return evidence.machine.memoryPressure; }},
     {"pmenv_watch_wakes", Kind::Counter, "How often the timer of the watch woke it.", "",
-     [](const Evidence& evidence, double) { return std::optional(static_cast<double>(evidence.wakes.wakes)); }},
+     [](const Evidence& evidence, const Yardstick&) {
+         return std::optional(static_cast<double>(evidence.wakes.wakes));
+     }},
     {"pmenv_watch_late_wakes", Kind::Counter, "How often it did so later than the tolerance.", "",
-     [](const Evidence& evidence, double) { return std::optional(static_cast<double>(evidence.wakes.late)); }},
+     [](const Evidence& evidence, const Yardstick&) {
+         return std::optional(static_cast<double>(evidence.wakes.late));
+     }},
 };
 
 template <class Source, std::size_t count>
-Values valuesIn(const Figure<Source> (&figures)[count], const Source& source, double tolerance) {
+Values valuesIn(const Figure<Source> (&figures)[count], const Source& source, const Yardstick& yardstick) {
     Values values;
-    for (const Figure<Source>& figure : figures) values.push_back(figure.in(source, tolerance));
+    for (const Figure<Source>& figure : figures) values.push_back(figure.in(source, yardstick));
     return values;
 }
 
@@ -202,12 +208,13 @@ History::History(const RecordingHeader& header)
 void History::add(const Evidence& evidence) {
     end_ = evidence.to;
     const std::int64_t time = milliseconds(evidence.to);
-    machine_.add(time, valuesIn(kMachineFigures, evidence, header_.limits.tolerance));
+    const Yardstick yardstick = yardstickOf(evidence, header_.limits.tolerance);
+    machine_.add(time, valuesIn(kMachineFigures, evidence, yardstick));
     const bool standInsOnly = std::all_of(evidence.engines.begin(), evidence.engines.end(),
                                           [](const EngineEvidence& engine) { return engine.standIn; });
     if (!engineSeen_ && !standInsOnly) forgetStandIns();
     for (const EngineEvidence& engine : evidence.engines) {
-        if (!engineSeen_ || !engine.standIn) addEngine(engine, time);
+        if (!engineSeen_ || !engine.standIn) addEngine(engine, yardstick, time);
     }
 }
 
@@ -220,12 +227,12 @@ void History::forgetStandIns() {
 }
 
 // An engine whose name changes, as that of a program that starts another one in its place, begins another series.
-void History::addEngine(const EngineEvidence& engine, std::int64_t time) {
+void History::addEngine(const EngineEvidence& engine, const Yardstick& yardstick, std::int64_t time) {
     const std::string labels =
         host_ + "," + label("name", engine.name) + "," + label("pid", std::to_string(engine.key.pid));
     Engine& known = engines_.try_emplace(labels, Engine{engine.standIn, samplesOf(kEngineFigures)}).first->second;
     known.standIn = engine.standIn;
-    known.samples.add(time, valuesIn(kEngineFigures, engine, header_.limits.tolerance));
+    known.samples.add(time, valuesIn(kEngineFigures, engine, yardstick));
 }
 
 void History::add(const Mark& mark) { marks_.emplace(label("text", mark.text), milliseconds(mark.time)); }

@@ -33,7 +33,7 @@ private:
         Samples samples;
     };
 
-    void addEngine(const EngineEvidence& engine, std::int64_t time);
+    void addEngine(const EngineEvidence& engine, const Yardstick& yardstick, std::int64_t time);
     void forgetStandIns();
     std::int64_t milliseconds(double seconds) const;
     void printMarks(std::ostream& out) const;

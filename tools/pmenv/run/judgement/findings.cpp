@@ -290,6 +290,35 @@ std::optional<RunFinding> notReadableFinding(const Judged& judged) {
     return std::nullopt;
 }
 
+// What may have held an engine back, where that decides.
+std::optional<RunFinding> perhapsFinding(const Judged& judged) {
+    if (judged.doubt != Doubt::Stolen && judged.doubt != Doubt::Ports) return std::nullopt;
+    const Reason reason = judged.doubt == Doubt::Ports ? Reason::Ports : Reason::Stolen;
+    const auto seconds = [reason](const JudgedEngine& engine) {
+        const auto found = engine.perhaps.find(reason);
+        return found != engine.perhaps.end() ? found->second.seconds : 0;
+    };
+    const JudgedEngine& engine = *std::max_element(
+        judged.engines.begin(), judged.engines.end(),
+        [&](const JudgedEngine& left, const JudgedEngine& right) { return seconds(left) < seconds(right); });
+    const std::string who = engineText(engine.key.pid, engine.name) + ": ";
+    RunFinding finding{"", false, engine.key.pid, engine.perhaps.at(reason).since, seconds(engine), "", ""};
+    if (reason == Reason::Ports) {
+        finding.kind = "perhapsPorts";
+        finding.text = who +
+                       "nearly all local ports between the lowest and the highest in use are in use towards one "
+                       "destination; whether there are more cannot be read from another network namespace";
+        finding.advice = "run pmenv judge in the network namespace of the engine, as in its container";
+    } else {
+        finding.kind = "perhapsStolen";
+        finding.text = who + threadText(engine) +
+                       " had no time to spare beside what the hypervisor took; it was late if "
+                       "that came in long turns, and on time if in short ones";
+        finding.advice = "give this virtual machine processors of its own, or use another host";
+    }
+    return finding;
+}
+
 bool worse(const RunFinding& left, const RunFinding& right) {
     return left.spoils != right.spoils ? left.spoils : left.seconds > right.seconds;
 }
@@ -344,6 +373,7 @@ std::vector<RunFinding> findingsOf(const Judged& judged, const JudgeLimits& limi
     for (const Incident& incident : judged.incidents) findings.push_back(findingOf(incident, limits));
     if (auto finding = lateFinding(judged, limits)) findings.push_back(std::move(*finding));
     if (auto finding = notReadableFinding(judged)) findings.push_back(std::move(*finding));
+    if (auto finding = perhapsFinding(judged)) findings.push_back(std::move(*finding));
     std::stable_sort(findings.begin(), findings.end(), worse);
     return findings;
 }
@@ -364,6 +394,24 @@ std::optional<double> largest(const Judged& judged, Figure figure) {
         if (value && (!found || *value > *found)) found = value;
     }
     return found;
+}
+
+// Of a figure that decides, what is not known of one engine may be worse than what is known of the others.
+template <class Figure>
+std::optional<double> largestOfAll(const Judged& judged, double limit, Figure figure) {
+    const auto found = largest(judged, figure);
+    const bool everywhere = std::all_of(judged.engines.begin(), judged.engines.end(),
+                                        [&](const JudgedEngine& engine) { return figure(engine).has_value(); });
+    return everywhere || found.value_or(0) >= limit ? found : std::nullopt;
+}
+
+std::optional<double> mostDescriptors(const Judged& judged) {
+    return largestOfAll(judged, kDescriptorsUsedUp, [](const JudgedEngine& engine) { return engine.mostDescriptors; });
+}
+
+std::optional<double> mostPorts(const Judged& judged) {
+    const auto most = largestOfAll(judged, kPortsUsedUp, [](const JudgedEngine& engine) { return engine.mostPorts; });
+    return judged.doubt == Doubt::Ports ? std::nullopt : most;
 }
 
 std::optional<double> percent(std::optional<double> share) {
@@ -419,7 +467,8 @@ void addHeldBack(std::vector<Signal>& signals, const Judged& judged, const Judge
     add("by other programs", Reason::OtherPrograms, accounts);
     add("by the other engines", Reason::Crowded, accounts);
     add("by a quota", Reason::Quota, accounts && quota);
-    add("by the hypervisor", Reason::Stolen, accounts && judged.machine.stolen.has_value());
+    const bool stolen = judged.machine.stolen.has_value() && judged.doubt != Doubt::Stolen;
+    add("by the hypervisor", Reason::Stolen, accounts && stolen);
     add("by late waking", Reason::WokenLate, accounts);
     add("blocked", Reason::Blocked, accounts);
     add("stopped", Reason::Stopped, accounts);
@@ -432,15 +481,14 @@ void addEngineSignals(std::vector<Signal>& signals, const Judged& judged) {
     });
     const auto throttled = largest(
         judged, [](const JudgedEngine& engine) { return perSecond(engine.throttled, engine.to - engine.from); });
-    const auto descriptors = largest(judged, [](const JudgedEngine& engine) { return engine.mostDescriptors; });
-    const auto ports = largest(judged, [](const JudgedEngine& engine) { return engine.mostPorts; });
     const auto faults = largest(judged, [](const JudgedEngine& engine) { return number(engine.majorFaults); });
     const auto memory = largest(judged, [](const JudgedEngine& engine) { return engine.mostMemory; });
     const auto kills = largest(judged, [](const JudgedEngine& engine) { return number(engine.memoryKills); });
     signals.push_back(told("ready to running", wokenAfter, Unit::Seconds));
     signals.push_back(told("throttled", throttled, Unit::Percent));
-    signals.push_back(limited("descriptors", percent(descriptors), 100 * kDescriptorsUsedUp, Unit::Percent));
-    signals.push_back(limited("local ports", percent(ports), 100 * kPortsUsedUp, Unit::Percent));
+    signals.push_back(
+        limited("descriptors", percent(mostDescriptors(judged)), 100 * kDescriptorsUsedUp, Unit::Percent));
+    signals.push_back(limited("local ports", percent(mostPorts(judged)), 100 * kPortsUsedUp, Unit::Percent));
     signals.push_back(told("pages from disk", faults, Unit::Count));
     signals.push_back(told("group's memory", percent(memory), Unit::Percent));
     signals.push_back(limited("killed for memory", kills, 0, Unit::Count));
@@ -497,16 +545,29 @@ std::string doubtText(const Judged& judged, const JudgeLimits& limits) {
             return "pmenv itself got too little of the processors to watch";
         case Doubt::WatcherLate:
             return "no engine was seen held back, but pmenv itself woke late too often";
+        case Doubt::Stolen:
+            return "the hypervisor may have held an engine back; for how long at a time cannot be seen";
+        case Doubt::Ports:
+            return "the local ports may be used up; how many there are in another network namespace cannot be read";
     }
     return "";
+}
+
+// What decides as well, and was not seen.
+std::string unseenText(const Judged& judged) {
+    const bool descriptors = mostDescriptors(judged).has_value(), ports = mostPorts(judged).has_value();
+    if (descriptors && ports) return "";
+    if (!descriptors && !ports) return "; descriptors and local ports could not be read";
+    return std::string("; ") + (descriptors ? "local ports" : "descriptors") + " could not be read";
 }
 
 }  // namespace
 
 std::string reasonText(const Judged& judged, const JudgeLimits& limits) {
     if (judged.outcome == Outcome::CannotTell) return doubtText(judged, limits);
-    const std::string asked = percentileText(limits.percentile) + " was asked for";
+    std::string asked = percentileText(limits.percentile) + " was asked for";
     if (!judged.believed) return asked;
-    if (*judged.believed == 100) return "no percentile is in doubt; " + asked;
-    return "percentiles up to " + percentileText(*judged.believed) + " can be believed; " + asked;
+    const std::string unseen = judged.outcome == Outcome::Clean ? unseenText(judged) : "";
+    if (*judged.believed == 100) return "no percentile is in doubt; " + asked + unseen;
+    return "percentiles up to " + percentileText(*judged.believed) + " can be believed; " + asked + unseen;
 }

@@ -31,7 +31,7 @@ struct Signal {
     Unit unit;
 };
 
-/// Every signal that was looked at, the worst first.
+/// Every signal that was looked at, the worst first. One that decides is readable where it is so for every engine.
 std::vector<Signal> signalsOf(const Judged& judged, const JudgeLimits& limits);
 
 /// "clean", "spoiled", "cannot tell".

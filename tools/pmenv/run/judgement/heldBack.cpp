@@ -7,8 +7,20 @@ namespace {
 
 constexpr double kMostlyRunning = 0.9;
 
-bool hadNoSlack(const ThreadEvidence& thread) {
-    return thread.seconds > 0 && thread.seconds - thread.parts.sum() < kNoSlack * thread.seconds;
+bool isNoSlack(const ThreadEvidence& thread, double used) {
+    return thread.seconds > 0 && thread.seconds - used < kNoSlack * thread.seconds;
+}
+
+// Where only the stolen time leaves no slack, it has to have come in pieces so long that pmenv felt them as well.
+bool hadNoSlack(const ThreadEvidence& thread, bool pmenvWokeLate) {
+    const double used = thread.parts.sum();
+    return isNoSlack(thread, pmenvWokeLate ? used : used - thread.parts.stolen);
+}
+
+std::optional<Reason> perhapsHeldBack(const EngineEvidence& engine) {
+    if (engine.portsAtMost && engine.portShare.value_or(0) >= kPortsUsedUp) return Reason::Ports;
+    if (engine.busiest && isNoSlack(*engine.busiest, engine.busiest->parts.sum())) return Reason::Stolen;
+    return std::nullopt;
 }
 
 // The requests of an interval are taken to be as late as the turns of the engine's threads are.
@@ -47,17 +59,25 @@ HeldBack partly(const EngineEvidence& engine, double tolerance) {
     const Reason lateReason = parts.throttled > parts.waiting ? Reason::Quota : Reason::WokenLate;
     const std::pair<double, Reason> candidates[] = {
         {throttled, Reason::Quota}, {late, lateReason}, {blocked, Reason::Blocked}, {parts.stopped, Reason::Stopped}};
-    return {seconds, false, std::max_element(std::begin(candidates), std::end(candidates))->second};
+    return {seconds, false, std::max_element(std::begin(candidates), std::end(candidates))->second, std::nullopt};
 }
 
 }  // namespace
 
-HeldBack heldBackIn(const EngineEvidence& engine, double tolerance) {
+Yardstick yardstickOf(const Evidence& interval, double tolerance) { return {tolerance, interval.wakes.late > 0}; }
+
+HeldBack heldBackIn(const EngineEvidence& engine, const Yardstick& yardstick) {
     const double length = engine.to - engine.from;
-    if (engine.busiest && hadNoSlack(*engine.busiest)) return {length, true, std::nullopt};
-    if (engine.descriptorShare.value_or(0) >= kDescriptorsUsedUp) return {length, false, Reason::Descriptors};
-    if (engine.portShare.value_or(0) >= kPortsUsedUp) return {length, false, Reason::Ports};
-    return engine.busiest ? partly(engine, tolerance) : HeldBack{};
+    const double ports = engine.portsAtMost ? 0 : engine.portShare.value_or(0);
+    if (engine.busiest && hadNoSlack(*engine.busiest, yardstick.wokeLate))
+        return {length, true, std::nullopt, std::nullopt};
+    if (engine.descriptorShare.value_or(0) >= kDescriptorsUsedUp) {
+        return {length, false, Reason::Descriptors, std::nullopt};
+    }
+    if (ports >= kPortsUsedUp) return {length, false, Reason::Ports, std::nullopt};
+    HeldBack held = engine.busiest ? partly(engine, yardstick.tolerance) : HeldBack{};
+    held.perhaps = perhapsHeldBack(engine);
+    return held;
 }
 
 Reason reasonOf(const Parts& parts, double enginesRan, double othersRan) {

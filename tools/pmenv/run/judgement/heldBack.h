@@ -7,6 +7,10 @@
 // - for as long as its busiest thread was stopped, or was kept waiting by a quota or a disk for longer than the tolerance
 //   at once;
 // - in an interval in which it had no descriptors or ports left.
+//
+// Two things can be seen to have held it back perhaps, but not whether they did. A thread has no slack when what the hypervisor
+// took is counted: in short pieces that kept nothing waiting, or in long ones. And local ports may be used up where their
+// range cannot be read.
 #pragma once
 
 #include <optional>
@@ -36,11 +40,20 @@ constexpr double kDescriptorsUsedUp = 0.99;
 constexpr double kPortsUsedUp = 0.98;
 
 struct HeldBack {
-    double seconds = 0;            ///< of the interval; 0 for not at all
-    bool noSlack = false;          ///< the parts of the busiest thread tell the reason
-    std::optional<Reason> reason;  ///< where they do not
+    double seconds = 0;             ///< of the interval; 0 for not at all
+    bool noSlack = false;           ///< the parts of the busiest thread tell the reason
+    std::optional<Reason> reason;   ///< where they do not
+    std::optional<Reason> perhaps;  ///< what held it back for the rest of the interval, perhaps
 };
-HeldBack heldBackIn(const EngineEvidence& engine, double tolerance);
+
+/// What the intervals of engines are held against.
+struct Yardstick {
+    double tolerance = 0.010;  ///< seconds that a request may be late
+    bool wokeLate = false;     ///< pmenv's own timer was, in this interval: the hypervisor's pieces were long
+};
+Yardstick yardstickOf(const Evidence& interval, double tolerance);
+
+HeldBack heldBackIn(const EngineEvidence& engine, const Yardstick& yardstick);
 
 /// The reason of a stretch, by what the busiest threads did in it and what the machine's processors did: a thread that
 /// ran for most of the time has too much work of its own; else it is what took most of the rest.

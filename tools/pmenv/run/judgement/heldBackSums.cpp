@@ -15,12 +15,13 @@ double busyShare(const ThreadEvidence& thread) { return shareOf(thread.parts.sum
 }  // namespace
 
 void HeldBackSums::add(const Evidence& evidence) {
+    const Yardstick yardstick = yardstickOf(evidence, tolerance_);
     for (const EngineEvidence& engine : evidence.engines) {
         if (!engine.readable || !engine.busiest || engine.to <= engine.from) continue;
         const auto [place, isNew] = sums_.try_emplace(engine.key);
         Sum& sum = place->second;
         sum.seconds += engine.to - engine.from;
-        sum.heldBack += heldBackIn(engine, tolerance_).seconds;
+        sum.heldBack += heldBackIn(engine, yardstick).seconds;
         if (engine.group.throttled) sum.throttled = sum.throttled.value_or(0) + *engine.group.throttled;
         if (isNew || busyShare(*engine.busiest) > busyShare(sum.worst)) sum.worst = *engine.busiest;
     }

@@ -90,9 +90,10 @@ void Judgement::addInterval(const Evidence& evidence) {
     for (const EngineEvidence& engine : evidence.engines) enginesRan += engine.ran;
     machine_.enginesRan += enginesRan;
     const double othersRan = std::max(0.0, evidence.machine.busy.value_or(0) - enginesRan);
+    const Yardstick yardstick = yardstickOf(evidence, limits_.tolerance);
     for (const EngineEvidence& engine : evidence.engines) {
         addEngine(engine);
-        addHeldBack(engines_[engine.key], engine, enginesRan, othersRan);
+        addHeldBack(engines_[engine.key], engine, yardstick, enginesRan, othersRan);
     }
     for (const EngineEnd& end : evidence.ends) {
         ends_.push_back(end);
@@ -140,7 +141,9 @@ void Judgement::addEngine(const EngineEvidence& evidence) {
     addTo(engine.memoryKills, evidence.group.memoryKills);
     keepLargest(engine.mostMemory, evidence.group.memoryShare);
     keepLargest(engine.mostDescriptors, evidence.descriptorShare);
-    keepLargest(engine.mostPorts, evidence.portShare);
+    if (!evidence.portsAtMost || evidence.portShare.value_or(0) < kPortsUsedUp) {
+        keepLargest(engine.mostPorts, evidence.portShare);
+    }
     if (evidence.group.quota) {
         engine.quota = evidence.group.quota;
         engine.throttledGroup = evidence.group.throttledGroup;
@@ -158,9 +161,15 @@ void Judgement::addEngine(const EngineEvidence& evidence) {
     name = evidence.busiest->name;
 }
 
-void Judgement::addHeldBack(Watched& watched, const EngineEvidence& evidence, double enginesRan, double othersRan) {
+void Judgement::addHeldBack(Watched& watched, const EngineEvidence& evidence, const Yardstick& yardstick,
+                            double enginesRan, double othersRan) {
     if (watched.open && evidence.from - watched.open->to > kPause) close(watched);
-    const HeldBack held = heldBackIn(evidence, limits_.tolerance);
+    const HeldBack held = heldBackIn(evidence, yardstick);
+    if (held.perhaps) {
+        Uncertain& uncertain =
+            watched.engine.perhaps.try_emplace(*held.perhaps, Uncertain{evidence.from}).first->second;
+        uncertain.seconds += evidence.to - evidence.from - held.seconds;
+    }
     if (held.seconds == 0) return;
     if (!watched.open) watched.open = OpenStretch{evidence.from, 0, 0, {}, 0, 0, {}};
     OpenStretch& open = *watched.open;
@@ -261,7 +270,10 @@ std::vector<JudgedEngine> Judgement::judgedEngines() const {
         for (const Stretch& stretch : engine.stretches) engine.heldBack += stretch.seconds;
         const double end = engine.stretches.empty() ? engine.to : std::max(engine.to, engine.stretches.back().to);
         const double lived = std::max(end - engine.from, (end_ - begin_) * kLeastOfRun);
+        double perhaps = engine.heldBack;
+        for (const auto& [reason, uncertain] : engine.perhaps) perhaps += uncertain.seconds;
         if (lived > 0) engine.share = std::min(1.0, engine.heldBack / lived);
+        if (lived > 0) engine.perhapsShare = std::min(1.0, perhaps / lived);
         std::size_t most = 0;
         for (const auto& [tid, decider] : watched.deciders) {
             if (decider.first <= most) continue;
@@ -276,9 +288,14 @@ std::vector<JudgedEngine> Judgement::judgedEngines() const {
     return engines;
 }
 
-bool Judgement::isSpoiled(const Judged& judged) const {
+// Of the time, for the percentile that is to be believed.
+bool Judgement::isTooMuch(double share) const {
     constexpr double kRounding = 1e-9;
-    if (judged.share && 100 * (1 - *judged.share) < limits_.percentile - kRounding) return true;
+    return 100 * (1 - share) < limits_.percentile - kRounding;
+}
+
+bool Judgement::isSpoiled(const Judged& judged) const {
+    if (judged.share && isTooMuch(*judged.share)) return true;
     return std::any_of(judged.incidents.begin(), judged.incidents.end(),
                        [](const Incident& incident) { return incident.spoils; });
 }
@@ -296,6 +313,13 @@ Doubt Judgement::doubtOf(const Judged& judged, bool namesMissing) const {
     if (!judged.share) return Doubt::NotReadable;
     if (unseen_ > allowed * judged.seconds) return Doubt::Unseen;
     if (static_cast<double>(wakes_.late) > allowed * static_cast<double>(wakes_.wakes)) return Doubt::WatcherLate;
+    for (const JudgedEngine& engine : judged.engines) {
+        if (engine.perhaps.empty() || !isTooMuch(engine.perhapsShare)) continue;
+        const auto most = std::max_element(
+            engine.perhaps.begin(), engine.perhaps.end(),
+            [](const auto& left, const auto& right) { return left.second.seconds < right.second.seconds; });
+        return most->first == Reason::Ports ? Doubt::Ports : Doubt::Stolen;
+    }
     return Doubt::None;
 }
 

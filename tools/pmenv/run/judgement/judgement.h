@@ -32,6 +32,12 @@ struct Stretch {
     Reason reason = Reason::OwnWork;
 };
 
+/// Time in which an engine may have been held back.
+struct Uncertain {
+    double since = 0;
+    double seconds = 0;
+};
+
 struct JudgedEngine {
     ProcessKey key;
     std::string name;
@@ -44,6 +50,8 @@ struct JudgedEngine {
     double heldBack = 0;         ///< seconds
     double share = 0;            ///< held back, of the time in which it was watched
     std::vector<Stretch> stretches;
+    std::map<Reason, Uncertain> perhaps;  ///< what may have held it back in the rest of the time
+    double perhapsShare = 0;              ///< of the time, held back with that
 
     int tid = 0;  ///< the thread that was the busiest most often
     std::string thread;
@@ -98,7 +106,7 @@ struct JudgedMachine {
 enum class Outcome { Clean, Spoiled, CannotTell };
 
 /// Why nothing can be told.
-enum class Doubt { None, TooShort, NoEngine, NameNotSeen, NotReadable, Unseen, WatcherLate };
+enum class Doubt { None, TooShort, NoEngine, NameNotSeen, NotReadable, Unseen, WatcherLate, Stolen, Ports };
 
 struct Judged {
     Outcome outcome = Outcome::CannotTell;
@@ -157,12 +165,14 @@ private:
     void forgetStandIns();
     void addMachine(const MachineEvidence& machine);
     void addEngine(const EngineEvidence& evidence);
-    void addHeldBack(Watched& watched, const EngineEvidence& evidence, double enginesRan, double othersRan);
+    void addHeldBack(Watched& watched, const EngineEvidence& evidence, const Yardstick& yardstick, double enginesRan,
+                     double othersRan);
     void followLimits(const Evidence& evidence);
     static void close(Watched& watched);
     std::vector<JudgedEngine> judgedEngines() const;
     void addMissingTime(JudgedEngine& engine) const;
     Doubt doubtOf(const Judged& judged, bool namesMissing) const;
+    bool isTooMuch(double share) const;
     bool isSpoiled(const Judged& judged) const;
     std::vector<Incident> incidents() const;
     Incident incidentOf(const EngineEnd& end) const;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <string>
+#include <utility>
 
 #include "kernel/numbers.h"
 
@@ -24,6 +25,10 @@ std::optional<std::string_view> lineThatBegins(std::string_view* text, std::stri
         if (takeWord(&line) == word) return line;
     }
     return std::nullopt;
+}
+
+bool endsWith(std::string_view text, std::string_view end) {
+    return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
 
 // The word of `values` that stands where `name` stands in `names`.
@@ -54,20 +59,23 @@ std::optional<PortRange> parsePortRange(std::string_view text) {
 }
 
 // "   0: 0100007F:8C1E 0100007F:1F90 01 ...": the line's number, local and remote address, in hexadecimal digits.
-std::optional<std::uint64_t> parseMostPortsOfOneDestination(std::string_view text, const PortRange& range) {
+// A socket that listens has no destination.
+std::optional<PortsInUse> parseMostPortsOfOneDestination(std::string_view text, const PortRange& range) {
     std::string_view title = takeLine(&text);
     if (takeWord(&title) != "sl") return std::nullopt;
-    std::map<std::string_view, std::uint64_t> ports;
-    std::uint64_t most = 0;
+    std::map<std::pair<std::string_view, std::string_view>, PortsInUse> ports;
+    PortsInUse most;
     while (!text.empty()) {
         std::string_view line = takeLine(&text);
         takeWord(&line);
         std::string_view local = takeWord(&line);
         const std::string_view remote = takeWord(&line);
-        takeUntil(&local, ':');
+        const std::string_view address = takeUntil(&local, ':');
         const auto port = number(local, 16);
-        if (!port || *port < range.first || *port > range.last) continue;
-        most = std::max(most, ++ports[remote]);
+        if (!port || *port < range.first || *port > range.last || endsWith(remote, ":0000")) continue;
+        PortsInUse& use = ports.try_emplace({address, remote}, PortsInUse{0, *port, *port}).first->second;
+        use = {use.count + 1, std::min(use.lowest, *port), std::max(use.highest, *port)};
+        if (use.count > most.count) most = use;
     }
     return most;
 }

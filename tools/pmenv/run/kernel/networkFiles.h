@@ -18,9 +18,16 @@ struct PortRange {
 };
 std::optional<PortRange> parsePortRange(std::string_view text);
 
-/// /proc/PID/net/tcp or tcp6: how many local ports of the range are in use towards the one destination that has most. A
-/// port can be in use towards each destination.
-std::optional<std::uint64_t> parseMostPortsOfOneDestination(std::string_view text, const PortRange& range);
+/// Local ports in use from one address towards one destination.
+struct PortsInUse {
+    std::uint64_t count = 0;
+    std::uint64_t lowest = 0;
+    std::uint64_t highest = 0;
+};
+
+/// /proc/PID/net/tcp or tcp6: the local ports of the range that are in use from one address towards one destination, where
+/// these are most; a count of 0 where there are none. A port can be in use from each address towards each destination.
+std::optional<PortsInUse> parseMostPortsOfOneDestination(std::string_view text, const PortRange& range);
 
 /// /proc/net/softnet_stat: packets that came in and were dropped because nobody had time for them.
 std::optional<std::uint64_t> parseDroppedPackets(std::string_view text);

@@ -59,7 +59,7 @@ void visitMachine(Machine& machine, const Visit& visit) {
 }
 
 /// Those of an engine and its busiest thread that are mostly 0 or stay as they are, so that only changes are recorded.
-constexpr std::size_t kSteadyFigures = 17;
+constexpr std::size_t kSteadyFigures = 18;
 template <class Engine, class Thread, class Visit>
 void visitSteady(Engine& engine, Thread& thread, const Visit& visit) {
     visit("readable", engine.readable);
@@ -79,6 +79,7 @@ void visitSteady(Engine& engine, Thread& thread, const Visit& visit) {
     visit("memory", engine.group.memoryShare);
     visit("descriptors", engine.descriptorShare);
     visit("ports", engine.portShare);
+    visit("portsAtMost", engine.portsAtMost);
 }
 
 /// The other numbers of an engine stand in a list, in this order; those of the whole engine as what its other threads add
