@@ -284,13 +284,13 @@ TEST(Judgement, PortsThatMayBeUsedUpAreADoubtAndThoseThatAreNotAreFine) {
                   })
             .judged();
     };
-    const Judged usedUpPerhaps = judgedWith(0.98, 1);
+    const Judged usedUpPerhaps = judgedWith(0.90, 1);
     EXPECT_EQ(usedUpPerhaps.outcome, Outcome::CannotTell);
     EXPECT_EQ(usedUpPerhaps.doubt, Doubt::Ports);
     EXPECT_NEAR(usedUpPerhaps.engines.at(0).perhaps.at(Reason::Ports).seconds, 1, 1e-9);
     EXPECT_FALSE(usedUpPerhaps.engines.at(0).mostPorts) << "the share is not known";
-    EXPECT_EQ(judgedWith(0.97, 10).outcome, Outcome::Clean);
-    EXPECT_EQ(judgedWith(0.97, 10).engines.at(0).mostPorts, 0.97);
+    EXPECT_EQ(judgedWith(0.89, 10).outcome, Outcome::Clean);
+    EXPECT_EQ(judgedWith(0.89, 10).engines.at(0).mostPorts, 0.89);
 }
 
 TEST(Judgement, TheLongerOfTwoDoubtsIsTold) {

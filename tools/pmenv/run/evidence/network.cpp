@@ -9,6 +9,7 @@ namespace {
 
 constexpr double kSuspicious = 0.5;           // of all ports
 constexpr double kPauseForCost = 100;         // times what a count took, which can be 30 ms for a few connections, too
+constexpr double kPauseInGrowth = 10;         // while there are ever more
 constexpr std::size_t kMostText = 64u << 20;  // bytes of a list of connections
 
 std::optional<kernel::PortsInUse> mostPorts(const std::string& path, const kernel::PortRange& range) {
@@ -54,32 +55,38 @@ std::optional<double> Network::ownShare(Namespace& space, const std::string& dir
     if (!range) return std::nullopt;
     const double share = static_cast<double>(sockets) / static_cast<double>(range->count());
     if (share < kSuspicious) return share;
-    if (!count(space, directory, *range, sockets)) return std::nullopt;
+    if (isTimeToCount(space, kPauseForCost) && !count(space, directory, *range, sockets)) return std::nullopt;
     const double portsOfSocket = static_cast<double>(space.mostPorts.count) / static_cast<double>(space.sockets);
     return std::min(1.0, portsOfSocket * share);
 }
 
-// Nobody sets a range of fewer ports than a few, so that these are never used up.
+// Nobody sets a range of fewer ports than this, so that half as many are no suspicion.
 std::optional<double> Network::shareElsewhere(Namespace& space, const std::string& directory, std::uint64_t sockets) {
-    constexpr std::uint64_t kFew = 16;
-    if (sockets < kFew) return static_cast<double>(sockets) / kFew;
-    if (!count(space, directory, {1, 65535}, sockets)) return std::nullopt;
+    constexpr std::uint64_t kLeastRange = 32;
+    constexpr double kMuchMore = 1.1;
+    if (sockets < kLeastRange / 2) return static_cast<double>(sockets) / kLeastRange;
+    const bool grown = static_cast<double>(sockets) > kMuchMore * static_cast<double>(space.sockets);
+    const bool isTime = isTimeToCount(space, grown ? kPauseInGrowth : kPauseForCost);
+    if (isTime && !count(space, directory, {1, 65535}, sockets)) return std::nullopt;
     const kernel::PortsInUse& most = space.mostPorts;
-    const std::uint64_t range = std::max(most.highest - most.lowest + 1, kFew);
+    const std::uint64_t range = std::max(most.highest - most.lowest + 1, kLeastRange);
     return std::min(1.0, static_cast<double>(most.count) / static_cast<double>(range));
 }
 
-// Counts if it is time to. False when that cannot be done.
+bool Network::isTimeToCount(const Namespace& space, double pauseForCost) const {
+    const double pause = pauseForCost * static_cast<double>(namespaces_.size()) * space.took;
+    return kernel::clockSeconds() >= space.counted + pause;
+}
+
+// False when that cannot be done.
 bool Network::count(Namespace& space, const std::string& directory, const kernel::PortRange& range,
                     std::uint64_t sockets) {
-    const double now = kernel::clockSeconds();
-    if (now < space.nextCount) return true;
-    const double before = kernel::ownCpuSeconds();
+    const double begin = kernel::clockSeconds(), cpuBefore = kernel::ownCpuSeconds();
     const auto most = mostPorts(directory + "tcp", range), most6 = mostPorts(directory + "tcp6", range);
-    countingSeconds_ += kernel::ownCpuSeconds() - before;
+    countingSeconds_ += kernel::ownCpuSeconds() - cpuBefore;
     if (!most) return false;
-    const double pause = kPauseForCost * static_cast<double>(namespaces_.size()) * (kernel::clockSeconds() - now);
-    space.nextCount = now + pause;
+    space.counted = begin;
+    space.took = kernel::clockSeconds() - begin;
     space.sockets = sockets;
     space.mostPorts = most6 && most6->count > most->count ? *most6 : *most;
     return true;

@@ -34,14 +34,16 @@ private:
     struct Namespace {
         PortUse use;
         bool fresh = false;
-        double nextCount = 0;          // when the ports may be counted again
-        std::uint64_t sockets = 0;     // at the last count
-        kernel::PortsInUse mostPorts;  // at the last count
+        double counted = -1e9;  // when the ports were; the following are of that count
+        double took = 0;        // seconds
+        std::uint64_t sockets = 0;
+        kernel::PortsInUse mostPorts;
     };
 
     PortUse read(Namespace& space, int pid, bool own);
     std::optional<double> ownShare(Namespace& space, const std::string& directory, std::uint64_t sockets);
     std::optional<double> shareElsewhere(Namespace& space, const std::string& directory, std::uint64_t sockets);
+    bool isTimeToCount(const Namespace& space, double pauseForCost) const;
     bool count(Namespace& space, const std::string& directory, const kernel::PortRange& range, std::uint64_t sockets);
 
     std::string own_;  // this process's namespace

@@ -18,7 +18,7 @@ bool hadNoSlack(const ThreadEvidence& thread, bool pmenvWokeLate) {
 }
 
 std::optional<Reason> perhapsHeldBack(const EngineEvidence& engine) {
-    if (engine.portsAtMost && engine.portShare.value_or(0) >= kPortsUsedUp) return Reason::Ports;
+    if (engine.portsAtMost && engine.portShare.value_or(0) >= kPortsInDoubt) return Reason::Ports;
     if (engine.busiest && isNoSlack(*engine.busiest, engine.busiest->parts.sum())) return Reason::Stolen;
     return std::nullopt;
 }

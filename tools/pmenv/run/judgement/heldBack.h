@@ -38,6 +38,8 @@ constexpr double kNoSlack = 0.05;
 /// The shares at which descriptors and ports are used up: a connection that ends gives its own back between two looks.
 constexpr double kDescriptorsUsedUp = 0.99;
 constexpr double kPortsUsedUp = 0.98;
+/// The share at which ports that are counted every few seconds, and known at most, may have been used up in between.
+constexpr double kPortsInDoubt = 0.90;
 
 struct HeldBack {
     double seconds = 0;             ///< of the interval; 0 for not at all

@@ -141,7 +141,7 @@ void Judgement::addEngine(const EngineEvidence& evidence) {
     addTo(engine.memoryKills, evidence.group.memoryKills);
     keepLargest(engine.mostMemory, evidence.group.memoryShare);
     keepLargest(engine.mostDescriptors, evidence.descriptorShare);
-    if (!evidence.portsAtMost || evidence.portShare.value_or(0) < kPortsUsedUp) {
+    if (!evidence.portsAtMost || evidence.portShare.value_or(0) < kPortsInDoubt) {
         keepLargest(engine.mostPorts, evidence.portShare);
     }
     if (evidence.group.quota) {
