@@ -222,6 +222,7 @@ void checkReaders(std::string_view text) {
     checkGroups(text);
     checkMachine(text);
     kernel::parseDescriptorLimit(text);
+    kernel::parseSleeps(text);
     kernel::parseSingleNumber(text);
     kernel::parseResidentBytes(text, 4096);
 }
@@ -232,7 +233,7 @@ void requireNothingInNothing() {
                 !kernel::parseDroppedPackets("") && !kernel::parseTcpSegments("") && !kernel::parseCpuMax("") &&
                 !kernel::parseThrottling("") && !kernel::parseMemoryKills("") && !kernel::parseMachineTicks("") &&
                 !kernel::parsePressure("") && !kernel::parseMemInfo("").total && !kernel::parseDescriptorLimit("") &&
-                !kernel::parseSingleNumber("") && !kernel::parseResidentBytes("", 4096),
+                !kernel::parseSleeps("") && !kernel::parseSingleNumber("") && !kernel::parseResidentBytes("", 4096),
             "an empty file tells nothing");
 }
 

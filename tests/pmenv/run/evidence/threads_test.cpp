@@ -81,6 +81,32 @@ TEST_F(ThreadsTest, IgnoredThreadsUseTimeButDoNotCount) {
     EXPECT_EQ(evidence.turns, 4u);
 }
 
+TEST_F(ThreadsTest, SleepsAreToldWhereTheHypervisorLeftLittleSlack) {
+    const std::string status = "/proc/" + std::to_string(kPid) + "/task/" + std::to_string(kPid) + "/status";
+    double ran = 0;
+    Threads threads(kPid, {});
+    const auto sleepsAfter = [&](double running, const std::string& text) {
+        ran += running;
+        run(0, ran, 0, 1);
+        kernel.write(status, text);
+        const EngineEvidence evidence = sample(threads);
+        return evidence.busiest ? evidence.busiest->sleeps : std::nullopt;
+    };
+    run(0, 0, 0, 1);
+    ASSERT_TRUE(threads.list());
+    sleepsAfter(0.2, "");
+    EXPECT_EQ(sleepsAfter(0.25, "voluntary_ctxt_switches:\t70\n"), std::nullopt) << "nothing was stolen";
+    context.stolenPerBusy = 0.1;
+    EXPECT_EQ(sleepsAfter(0.2, "voluntary_ctxt_switches:\t70\n"), std::nullopt) << "there is nothing to compare with";
+    EXPECT_EQ(sleepsAfter(0.2, "voluntary_ctxt_switches:\t75\nnonvoluntary_ctxt_switches:\t9\n"), 5u);
+    EXPECT_EQ(sleepsAfter(0.2, "voluntary_ctxt_switches:\t75\n"), 0u);
+    EXPECT_EQ(sleepsAfter(0.2, "voluntary_ctxt_switches:\t60\n"), std::nullopt) << "gone back";
+    EXPECT_EQ(sleepsAfter(0.2, "strange\n"), std::nullopt);
+    EXPECT_EQ(sleepsAfter(0.2, "voluntary_ctxt_switches:\t80\n"), std::nullopt);
+    EXPECT_EQ(sleepsAfter(0.15, "voluntary_ctxt_switches:\t80\n"), std::nullopt) << "much slack";
+    EXPECT_EQ(sleepsAfter(0.2, "voluntary_ctxt_switches:\t85\n"), std::nullopt) << "not of the last interval alone";
+}
+
 TEST_F(ThreadsTest, AStoppedProcessStopsAllItsThreads) {
     run(0, 0, 0, 1);
     run(1, 0, 0, 1);

@@ -213,8 +213,34 @@ Judged judgedWithStolen(double seconds, const Did& did, bool wokeLate) {
 TEST(Judgement, AHypervisorThatTakesLongTurnsHoldsBack) {
     const Judged judged = judgedWithStolen(10, {50, 0, 0, 0, 0, 50}, true);
     EXPECT_EQ(judged.outcome, Outcome::Spoiled);
-    EXPECT_EQ(judged.share, 1);
+    EXPECT_NEAR(*judged.share, 0.5, 1e-9);
+    EXPECT_NEAR(judged.engines.at(0).perhapsShare, 1, 1e-9) << "for the rest of the time it cannot be told";
     EXPECT_THAT(reasons(judged), ElementsAre(Reason::Stolen));
+}
+
+// What is due in such a turn is late, whatever slack there is.
+TEST(Judgement, WhatAHypervisorTakesInLongTurnsCounts) {
+    const Judged judged = judgedWithStolen(10, {50, 0, 0, 0, 0, 20}, true);
+    EXPECT_NEAR(*judged.share, 0.2, 1e-9);
+    EXPECT_NEAR(judged.engines.at(0).perhapsShare, 0.2, 1e-9);
+    EXPECT_THAT(reasons(judged), ElementsAre(Reason::Stolen));
+}
+
+// One that is asked for more than its processor can do does not sleep.
+TEST(Judgement, AThreadThatDidNotSleepHadNoSlackHoweverMuchWasStolen) {
+    const auto judgedWith = [](std::uint64_t sleeps) {
+        return MadeRun()
+            .each(10,
+                  [sleeps](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat({90, 0, 0, 0, 0, 7}, evidence.from));
+                      evidence.engines[0].busiest->sleeps = sleeps;
+                  })
+            .judged();
+    };
+    EXPECT_EQ(judgedWith(0).outcome, Outcome::Spoiled);
+    EXPECT_EQ(judgedWith(0).share, 1);
+    EXPECT_THAT(reasons(judgedWith(0)), ElementsAre(Reason::OwnWork));
+    EXPECT_EQ(judgedWith(1).doubt, Doubt::Stolen);
 }
 
 // The kernel does not tell how long the turns were: many short ones make no request late.

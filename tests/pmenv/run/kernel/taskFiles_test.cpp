@@ -7,6 +7,7 @@
 
 using kernel::parseDescriptorLimit;
 using kernel::parseSchedStat;
+using kernel::parseSleeps;
 using kernel::parseTaskStat;
 
 namespace {
@@ -91,6 +92,15 @@ TEST(ParseSchedStat, RefusesEverythingElse) {
     for (const char* const row : {"", "\n", "1", "1 2", "1 2 ", "1 2 3 4", "1 2 x", "1 -2 3", "1 2 3x", "+1 2 3",
                                   "1.5 2 3", "18446744073709551616 2 3", "\n1 2 3"}) {
         EXPECT_FALSE(parseSchedStat(row)) << row;
+    }
+}
+
+TEST(ParseSleeps, AreVoluntarySwitches) {
+    EXPECT_EQ(parseSleeps("Name:\tx\nvoluntary_ctxt_switches:\t150\nnonvoluntary_ctxt_switches:\t545\n"), 150u);
+    EXPECT_EQ(parseSleeps("voluntary_ctxt_switches:\t0"), 0u);
+    for (const char* const row : {"", "nonvoluntary_ctxt_switches:\t545\n", "voluntary_ctxt_switches:\n",
+                                  "voluntary_ctxt_switches:\t-1\n", "voluntary_ctxt_switches:\tx\n"}) {
+        EXPECT_FALSE(parseSleeps(row)) << row;
     }
 }
 

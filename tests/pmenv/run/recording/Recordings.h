@@ -88,6 +88,7 @@ private:
         add("running", parts.running).add("waiting", parts.waiting).add("throttled", parts.throttled);
         add("stolen", parts.stolen).add("blocked", parts.blocked).add("stopped", parts.stopped);
         add("before", thread.waitedBefore).add("turns", thread.turns).add("atOnce", thread.blockedAtOnce);
+        add("sleeps", thread.sleeps);
     }
 
     void end(const EngineEnd& end) {
@@ -234,6 +235,7 @@ private:
         thread.waitedBefore = fraction(0.1);
         thread.turns = count();
         thread.blockedAtOnce = fraction(0.1);
+        thread.sleeps = countOrUnknown();
         return thread;
     }
 

@@ -38,6 +38,8 @@ struct ThreadEvidence {
     double waitedBefore = 0;   ///< the end of a wait that had begun so long before the interval
     std::uint64_t turns = 0;   ///< how often it was put on a processor
     double blockedAtOnce = 0;  ///< the mean length of its blocked times; 0 when it was not blocked
+    /// How often it gave its processor up by itself; read only where the hypervisor took time and little slack was left.
+    std::optional<std::uint64_t> sleeps;
 };
 
 /// What the control groups of an engine tell.

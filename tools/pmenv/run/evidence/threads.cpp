@@ -79,7 +79,9 @@ bool Threads::sampleThread(int tid, Thread& thread, bool looks, const IntervalCo
                                       context.throttledSeconds,
                                       context.stolenPerBusy};
         if (!thread.ignored) mostTurns_ = std::max(mostTurns_, now->turns);
-        add(tid, thread, account(interval), evidence);
+        ThreadEvidence told = account(interval);
+        told.sleeps = sleepsIn(told, tid, thread);
+        add(tid, thread, std::move(told), evidence);
     }
     thread.last = now;
     thread.lastTime = time;
@@ -121,6 +123,18 @@ bool Threads::lookAt(Thread& thread) {
     }
     thread.blockedTicks = stat->blockedTicks;
     return true;
+}
+
+// A thread that never slept had no slack, however little is known about the time that the hypervisor took. Where that does
+// not matter it is not read, because it takes four times as long as reading turns.
+std::optional<std::uint64_t> Threads::sleepsIn(const ThreadEvidence& interval, int tid, Thread& thread) const {
+    constexpr double kLittleSlack = 0.2;
+    const auto before = std::exchange(thread.sleeps, std::nullopt);
+    if (interval.parts.stolen == 0 || slackShare(interval) > kLittleSlack) return std::nullopt;
+    const auto text = kernel::readFile(directory_ + std::to_string(tid) + "/status");
+    thread.sleeps = text ? kernel::parseSleeps(*text) : std::nullopt;
+    if (!before || !thread.sleeps || *thread.sleeps < *before) return std::nullopt;
+    return *thread.sleeps - *before;
 }
 
 // A thread that is put on a processor much more seldom than others writes a log or keeps house, so that blocked times of

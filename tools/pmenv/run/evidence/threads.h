@@ -64,11 +64,13 @@ private:
         std::optional<std::uint64_t> blockedTicks;
         std::optional<double> blockedSeconds;  // in this interval
         std::optional<double> seenBlocked;     // when it was blocked last
+        std::optional<std::uint64_t> sleeps;   // ever, where they were read at the end of the last interval
     };
 
     bool sampleThread(int tid, Thread& thread, bool looks, const IntervalContext& context, EngineEvidence* evidence);
     static std::optional<kernel::SchedStat> readTurns(Thread& thread, double tolerance);
     bool lookAt(Thread& thread);
+    std::optional<std::uint64_t> sleepsIn(const ThreadEvidence& interval, int tid, Thread& thread) const;
     void add(int tid, const Thread& thread, ThreadEvidence account, EngineEvidence* evidence);
 
     int pid_;

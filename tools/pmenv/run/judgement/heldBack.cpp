@@ -7,19 +7,19 @@ namespace {
 
 constexpr double kMostlyRunning = 0.9;
 
-bool isNoSlack(const ThreadEvidence& thread, double used) {
+bool leavesNoSlack(const ThreadEvidence& thread, double used) {
     return thread.seconds > 0 && thread.seconds - used < kNoSlack * thread.seconds;
 }
 
-// Where only the stolen time leaves no slack, it has to have come in pieces so long that pmenv felt them as well.
-bool hadNoSlack(const ThreadEvidence& thread, bool pmenvWokeLate) {
-    const double used = thread.parts.sum();
-    return isNoSlack(thread, pmenvWokeLate ? used : used - thread.parts.stolen);
+bool hadNoSlack(const ThreadEvidence& thread) {
+    return leavesNoSlack(thread, thread.parts.sum() - thread.parts.stolen) || thread.sleeps == 0u;
 }
+
+bool hadNoSlackBesideStolen(const ThreadEvidence& thread) { return leavesNoSlack(thread, thread.parts.sum()); }
 
 std::optional<Reason> perhapsHeldBack(const EngineEvidence& engine) {
     if (engine.portsAtMost && engine.portShare.value_or(0) >= kPortsInDoubt) return Reason::Ports;
-    if (engine.busiest && isNoSlack(*engine.busiest, engine.busiest->parts.sum())) return Reason::Stolen;
+    if (engine.busiest && hadNoSlackBesideStolen(*engine.busiest)) return Reason::Stolen;
     return std::nullopt;
 }
 
@@ -49,16 +49,20 @@ double blockedSeconds(const EngineEvidence& engine, double tolerance) {
 
 // Turns come late when the quota is used up as well, so that these two are not added; a quota that kept the busiest thread
 // waiting for longer than other programs did is the reason of both.
-HeldBack partly(const EngineEvidence& engine, double tolerance) {
+HeldBack partly(const EngineEvidence& engine, const Yardstick& yardstick) {
     const Parts& parts = engine.busiest->parts;
     const double length = engine.to - engine.from;
-    const double throttled = throttledSeconds(engine, tolerance);
-    const double blocked = blockedSeconds(engine, tolerance);
+    const double throttled = throttledSeconds(engine, yardstick.tolerance);
+    const double blocked = blockedSeconds(engine, yardstick.tolerance);
+    const double stolen = yardstick.wokeLate ? parts.stolen : 0;  // what is due in short pieces is not late
     const double late = lateShare(engine) * length;
-    const double seconds = std::min(length, std::max(throttled, late) + blocked + parts.stopped);
+    const double seconds = std::min(length, std::max(throttled, late) + blocked + parts.stopped + stolen);
     const Reason lateReason = parts.throttled > parts.waiting ? Reason::Quota : Reason::WokenLate;
-    const std::pair<double, Reason> candidates[] = {
-        {throttled, Reason::Quota}, {late, lateReason}, {blocked, Reason::Blocked}, {parts.stopped, Reason::Stopped}};
+    const std::pair<double, Reason> candidates[] = {{throttled, Reason::Quota},
+                                                    {late, lateReason},
+                                                    {blocked, Reason::Blocked},
+                                                    {parts.stopped, Reason::Stopped},
+                                                    {stolen, Reason::Stolen}};
     return {seconds, false, std::max_element(std::begin(candidates), std::end(candidates))->second, std::nullopt};
 }
 
@@ -69,13 +73,12 @@ Yardstick yardstickOf(const Evidence& interval, double tolerance) { return {tole
 HeldBack heldBackIn(const EngineEvidence& engine, const Yardstick& yardstick) {
     const double length = engine.to - engine.from;
     const double ports = engine.portsAtMost ? 0 : engine.portShare.value_or(0);
-    if (engine.busiest && hadNoSlack(*engine.busiest, yardstick.wokeLate))
-        return {length, true, std::nullopt, std::nullopt};
+    if (engine.busiest && hadNoSlack(*engine.busiest)) return {length, true, std::nullopt, std::nullopt};
     if (engine.descriptorShare.value_or(0) >= kDescriptorsUsedUp) {
         return {length, false, Reason::Descriptors, std::nullopt};
     }
     if (ports >= kPortsUsedUp) return {length, false, Reason::Ports, std::nullopt};
-    HeldBack held = engine.busiest ? partly(engine, yardstick.tolerance) : HeldBack{};
+    HeldBack held = engine.busiest ? partly(engine, yardstick) : HeldBack{};
     held.perhaps = perhapsHeldBack(engine);
     return held;
 }

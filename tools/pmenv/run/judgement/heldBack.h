@@ -4,13 +4,15 @@
 // - in an interval in which a thread of it had no slack, for all of it;
 // - for the share of an interval in which its threads were put on a processor later than the tolerance, of all times that
 //   they were: threads that have slack can wait as well, beside others or because all of them are due at once;
-// - for as long as its busiest thread was stopped, or was kept waiting by a quota or a disk for longer than the tolerance
-//   at once;
+// - for as long as its busiest thread was stopped, or was kept waiting by a quota, a disk or a hypervisor for longer than the
+//   tolerance at once;
 // - in an interval in which it had no descriptors or ports left.
 //
-// Two things can be seen to have held it back perhaps, but not whether they did. A thread has no slack when what the hypervisor
-// took is counted: in short pieces that kept nothing waiting, or in long ones. And local ports may be used up where their
-// range cannot be read.
+// Beside what a hypervisor took, a thread had no slack for certain when it did not sleep once.
+//
+// Two things can be seen to have held it back perhaps, but not whether they did. A thread had no slack beside what the
+// hypervisor took, perhaps in pieces so short that they made nothing late. And local ports may be used up where their range
+// cannot be read.
 #pragma once
 
 #include <optional>

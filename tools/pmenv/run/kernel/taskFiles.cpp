@@ -86,18 +86,30 @@ std::optional<SchedStat> parseSchedStat(std::string_view text) {
     return SchedStat{*ran, *waited, *turns};
 }
 
-// "Max open files            1024                 1048576              files"
-std::optional<std::uint64_t> parseDescriptorLimit(std::string_view text) {
-    constexpr std::string_view kName = "Max open files ";
+namespace {
+
+// The first word behind `name` at the beginning of a line; "" when there is no such line.
+std::string_view wordBehind(std::string_view text, std::string_view name) {
     while (!text.empty()) {
         std::string_view line = takeLine(&text);
-        if (line.substr(0, kName.size()) != kName) continue;
-        line.remove_prefix(kName.size());
-        const std::string_view soft = takeWord(&line);
-        if (soft == "unlimited") return std::numeric_limits<std::uint64_t>::max();
-        return number(soft);
+        if (line.substr(0, name.size()) != name) continue;
+        line.remove_prefix(name.size());
+        return takeWord(&line);
     }
-    return std::nullopt;
+    return {};
+}
+
+}  // namespace
+
+// "voluntary_ctxt_switches:	150"
+std::optional<std::uint64_t> parseSleeps(std::string_view text) {
+    return number(wordBehind(text, "voluntary_ctxt_switches:"));
+}
+
+// "Max open files            1024                 1048576              files"
+std::optional<std::uint64_t> parseDescriptorLimit(std::string_view text) {
+    const std::string_view soft = wordBehind(text, "Max open files ");
+    return soft == "unlimited" ? std::numeric_limits<std::uint64_t>::max() : number(soft);
 }
 
 }  // namespace kernel

@@ -38,6 +38,9 @@ struct SchedStat {
 };
 std::optional<SchedStat> parseSchedStat(std::string_view text);
 
+/// How often a thread gave its processor up by itself, to wait for something, in /proc/PID/task/TID/status.
+std::optional<std::uint64_t> parseSleeps(std::string_view text);
+
 /// The limit on open descriptors in /proc/PID/limits; the largest number for "unlimited".
 std::optional<std::uint64_t> parseDescriptorLimit(std::string_view text);
 

@@ -59,7 +59,7 @@ void visitMachine(Machine& machine, const Visit& visit) {
 }
 
 /// Those of an engine and its busiest thread that are mostly 0 or stay as they are, so that only changes are recorded.
-constexpr std::size_t kSteadyFigures = 18;
+constexpr std::size_t kSteadyFigures = 19;
 template <class Engine, class Thread, class Visit>
 void visitSteady(Engine& engine, Thread& thread, const Visit& visit) {
     visit("readable", engine.readable);
@@ -70,6 +70,7 @@ void visitSteady(Engine& engine, Thread& thread, const Visit& visit) {
     visit("stopped", thread.parts.stopped);
     visit("waitedBefore", thread.waitedBefore);
     visit("blockedAtOnce", thread.blockedAtOnce);
+    visit("sleeps", thread.sleeps);
     visit("faults", engine.majorFaults);
     visit("faulting", engine.faulting);
     visit("groupThrottled", engine.group.throttled);
