@@ -205,6 +205,7 @@ Judged judgedWithStolen(double seconds, const Did& did, bool wokeLate) {
     run.engine(10 - seconds, {50, 0});
     run.each(seconds, [&](Evidence& evidence) {
         evidence.engines.push_back(engineThat(did, evidence.from));
+        evidence.machine.stolen = did.stolen / 100 * kInterval;
         evidence.wakes.late = wokeLate ? 1 : 0;
     });
     return run.judged();
@@ -241,6 +242,26 @@ TEST(Judgement, AThreadThatDidNotSleepHadNoSlackHoweverMuchWasStolen) {
     EXPECT_EQ(judgedWith(0).share, 1);
     EXPECT_THAT(reasons(judgedWith(0)), ElementsAre(Reason::OwnWork));
     EXPECT_EQ(judgedWith(1).doubt, Doubt::Stolen);
+}
+
+// A thread that has little to do is late when it is due in such a turn, as pmenv's own timer is.
+TEST(Judgement, AHypervisorThatTakesLongTurnsMakesLightSleepersLate) {
+    const auto judgedWith = [](double stolen, std::uint64_t late) {
+        return MadeRun()
+            .each(10,
+                  [=](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat({2, 0}, evidence.from));
+                      evidence.machine.stolen = stolen;
+                      evidence.wakes.late = late;
+                  })
+            .judged();
+    };
+    EXPECT_NEAR(*judgedWith(0.1, 5).share, 5.0 / 25, 1e-9) << "as often as pmenv woke late";
+    EXPECT_NEAR(*judgedWith(0.02, 5).share, 0.02 / kInterval, 1e-9) << "not longer than time was stolen";
+    EXPECT_NEAR(*judgedWith(0.5, 99).share, 1, 1e-9);
+    EXPECT_THAT(reasons(judgedWith(0.1, 5)), ElementsAre(Reason::Stolen));
+    EXPECT_EQ(judgedWith(0, 5).share, 0) << "pmenv woke late for another reason";
+    EXPECT_EQ(judgedWith(0.1, 0).share, 0);
 }
 
 // The kernel does not tell how long the turns were: many short ones make no request late.

@@ -54,7 +54,8 @@ HeldBack partly(const EngineEvidence& engine, const Yardstick& yardstick) {
     const double length = engine.to - engine.from;
     const double throttled = throttledSeconds(engine, yardstick.tolerance);
     const double blocked = blockedSeconds(engine, yardstick.tolerance);
-    const double stolen = yardstick.wokeLate ? parts.stolen : 0;  // what is due in short pieces is not late
+    // Stolen in short pieces, it made nothing late.
+    const double stolen = yardstick.stolenAtOnce > 0 ? std::max(parts.stolen, yardstick.stolenAtOnce) : 0;
     const double late = lateShare(engine) * length;
     const double seconds = std::min(length, std::max(throttled, late) + blocked + parts.stopped + stolen);
     const Reason lateReason = parts.throttled > parts.waiting ? Reason::Quota : Reason::WokenLate;
@@ -68,7 +69,12 @@ HeldBack partly(const EngineEvidence& engine, const Yardstick& yardstick) {
 
 }  // namespace
 
-Yardstick yardstickOf(const Evidence& interval, double tolerance) { return {tolerance, interval.wakes.late > 0}; }
+Yardstick yardstickOf(const Evidence& interval, double tolerance) {
+    const WakeEvidence& wakes = interval.wakes;
+    if (wakes.late == 0) return {tolerance, 0};
+    const double lateShare = static_cast<double>(wakes.late) / static_cast<double>(std::max(wakes.wakes, wakes.late));
+    return {tolerance, std::min(lateShare * (interval.to - interval.from), interval.machine.stolen.value_or(0))};
+}
 
 HeldBack heldBackIn(const EngineEvidence& engine, const Yardstick& yardstick) {
     const double length = engine.to - engine.from;

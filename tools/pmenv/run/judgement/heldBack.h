@@ -53,7 +53,9 @@ struct HeldBack {
 /// What the intervals of engines are held against.
 struct Yardstick {
     double tolerance = 0.010;  ///< seconds that a request may be late
-    bool wokeLate = false;     ///< pmenv's own timer was, in this interval: the hypervisor's pieces were long
+    /// Seconds of the interval in which whoever was due was late because of the hypervisor: as often as pmenv's own timer woke
+    /// late, at most as long as time was stolen.
+    double stolenAtOnce = 0;
 };
 Yardstick yardstickOf(const Evidence& interval, double tolerance);
 
