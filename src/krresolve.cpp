@@ -54,6 +54,16 @@ const char* valueOfReference(const RWCString& text, const Match& match) {
     return text[match.position] == '$' ? std::getenv(name.data()) : KRSGetValue(IniTable, name.data());
 }
 
+// Which limit an expansion is past with `text` on so many levels, none as a rule. A long text is in nobody's way before it
+// is expanded.
+std::optional<KRSResolveFailure> passedLimit(const AddDelSet& set, const RWCString& text, std::size_t levels) {
+    if (levels > kMaxLevels) return KRSResolveFailure::Levels;
+    if (set.substitutions > 0 && text.length() > kMaxText) return KRSResolveFailure::TextLength;
+    if (set.searched > kMaxSearched) return KRSResolveFailure::Searching;
+    if (set.substitutions > kMaxSubstitutions) return KRSResolveFailure::Substitutions;
+    return std::nullopt;
+}
+
 // One level of the chain: a text in progress, and the reference in it that is being replaced.
 class Level {
 public:
@@ -70,14 +80,10 @@ public:
         if (match) ++set_.substitutions;
     }
 
-    // What stands in the way of going on here, nothing as a rule. A long text is in nobody's way before it is expanded.
+    // What stands in the way of going on here, nothing as a rule.
     std::optional<KRSResolveFailure> obstacle() const {
         if (guard_.isDuplicate()) return KRSResolveFailure::Cycle;
-        if (set_.levels > kMaxLevels) return KRSResolveFailure::Levels;
-        if (set_.substitutions > 0 && text.length() > kMaxText) return KRSResolveFailure::TextLength;
-        if (set_.searched > kMaxSearched) return KRSResolveFailure::Searching;
-        if (set_.substitutions > kMaxSubstitutions) return KRSResolveFailure::Substitutions;
-        return std::nullopt;
+        return passedLimit(set_, text, set_.levels);
     }
 
     void putValueInPlace() { text.replace(match.position, match.length, value); }
@@ -91,6 +97,17 @@ private:
     const AddDel guard_;
 };
 
+bool failed(AddDelSet& set, KRSResolveFailure why, const RWCString& text) {
+    if (set.observer != nullptr) set.observer->failed(why, text.data());
+    return false;
+}
+
+// Most values hold no reference. They take no level of their own: each text in progress on the chain does hold one, so that
+// none of them is the same. Texts that the caller put into the set may be.
+bool isPlain(const AddDelSet& set, const RWCString& value, const RWCRegexp& reference) {
+    return set.entries() == set.levels && !hasReference(value.data(), value.length(), reference);
+}
+
 // The search starts anew after each substitution, because what was put in may form a reference with the text around it.
 // The chain's texts are remembered whole: only the very same text again is a cycle, so "#(A)#(A)" is none.
 bool resolve(AddDelSet& set, RWCString& text, const RWCRegexp& reference) {
@@ -100,17 +117,23 @@ bool resolve(AddDelSet& set, RWCString& text, const RWCRegexp& reference) {
     for (;;) {
         Level& level = chain.front();
         level.findNext(reference);
-        if (const auto obstacle = level.obstacle()) {
-            if (set.observer != nullptr) set.observer->failed(*obstacle, level.text.data());
-            return false;
-        }
+        if (const auto obstacle = level.obstacle()) return failed(set, *obstacle, level.text);
         if (level.match) {
             const char* const value = valueOfReference(level.text, level.match);
             if (set.observer != nullptr) {
                 set.observer->found({level.text.data(), level.match.position, level.match.length, value});
             }
             level.value = value;
-            chain.emplace_front(set, level.value);
+            if (!isPlain(set, level.value, reference)) {
+                chain.emplace_front(set, level.value);
+                continue;
+            }
+            set.searched += level.value.length();
+            if (const auto limit = passedLimit(set, level.value, set.levels + 1)) {
+                return failed(set, *limit, level.value);
+            }
+            if (set.observer != nullptr) set.observer->resolved(level.value.data());
+            level.putValueInPlace();
         } else if (std::next(chain.begin()) == chain.end()) {
             return true;
         } else {

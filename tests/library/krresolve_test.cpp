@@ -336,7 +336,7 @@ TEST(KRERuntimeResolve, ResultsOf2047CharactersFit) {
 }
 
 TEST(KRERuntimeResolve, WithoutMemoryGivesNullAndKeepsTheBuffer) {
-    const Settings settings("A = #(B)\nB = v\n");
+    const Settings settings("A = #(B)\nB = #(C)\nC = v\n");
     KREnvContainerClass env;
     const char* const kept = env.KRERuntimeResolve("kept");
     int failures = 0;
