@@ -2,6 +2,7 @@
 // slowResolver.h. The settings and the process environment refer to each other in all forms.
 #include "EnvSettings.h"
 #include "environment.h"
+#include "fileInMemory.h"
 #include "fuzzing.h"
 #include "krenv.h"
 #include "krresolve.h"
@@ -27,9 +28,8 @@ constexpr char kSettings[] =
 int loadSettings() {
     hushLog();
     fuzzedEnvironment() = {{"X", "x"}, {"Y", "#(B)${X}"}, {"Z", "${Z}"}, {"W", "$(Z) #{A}"}, {"G", "#{A} ${Z}"}};
-    MemoryFile file;
-    file.fill(kSettings);
-    require(KRELoadIniFile(file.path().c_str()) != 0, "the settings are loaded");
+    FileInMemory::fill(kSettings);
+    require(KRELoadIniFile(FileInMemory::path()) != 0, "the settings are loaded");
     return nEnvSettings::gPressmarkIniTable();
 }
 

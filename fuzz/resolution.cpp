@@ -5,6 +5,7 @@
 
 #include "EnvSettings.h"
 #include "environment.h"
+#include "fileInMemory.h"
 #include "fuzzing.h"
 #include "krenv.h"
 #include "krs.h"
@@ -72,11 +73,10 @@ void compareSettings(int handle, const SlowFile& parsed) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     hushLog();
-    static MemoryFile file;
     const std::string text = takeVariables(textOf(data, size));
     const SlowFile parsed = SlowParser(text).file();
-    file.fill(text);
-    const bool loaded = KRELoadIniFile(file.path().c_str()) != 0;
+    FileInMemory::fill(text);
+    const bool loaded = KRELoadIniFile(FileInMemory::path()) != 0;
     require(loaded == parsed.error.empty(), "the file is loaded or refused");
     const int handle = nEnvSettings::gPressmarkIniTable();
     if (loaded) compareSettings(handle, parsed);

@@ -1,6 +1,7 @@
 // Compares the settings tables with the plain parser of slowSettings.h: entries, lines and errors must be the same.
 #include <map>
 
+#include "fileInMemory.h"
 #include "fuzzing.h"
 #include "krs.h"
 #include "slowSettings.h"
@@ -47,20 +48,19 @@ void compareLines(const std::string& path, const std::string& text, const SlowFi
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static MemoryFile file;
-    file.fill(textOf(data, size));
+    FileInMemory::fill(textOf(data, size));
     const std::string text(textOf(data, size));
     const SlowFile expected = SlowParser(text).file();
     const int table = KRSCreateTable();
-    const bool loaded = KRSLoad(file.path().c_str(), table, nullptr) != 0;
+    const bool loaded = KRSLoad(FileInMemory::path(), table, nullptr) != 0;
     require(loaded == expected.error.empty(), loaded ? "refused: " + expected.error : KRSLoadError());
     if (loaded) {
         compareEntries(table, expected);
     } else {
-        requireEqual(file.path() + expected.error, KRSLoadError(), "the error");
+        requireEqual(FileInMemory::path() + expected.error, KRSLoadError(), "the error");
         require(KRSEntryCount(table) == 0, "a refused file leaves nothing");
     }
-    compareLines(file.path(), text, expected);
+    compareLines(FileInMemory::path(), text, expected);
     KRSDestroyTable(table);
     return 0;
 }
