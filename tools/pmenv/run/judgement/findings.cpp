@@ -290,10 +290,26 @@ std::optional<RunFinding> notReadableFinding(const Judged& judged) {
     return std::nullopt;
 }
 
+Words wordsOfDoubt(Reason reason, const JudgedEngine& engine) {
+    if (reason == Reason::Ports) {
+        return {
+            "nearly all local ports between the lowest and the highest in use are in use towards one destination; "
+            "whether "
+            "there are more cannot be read from another network namespace",
+            "run pmenv judge in the network namespace of the engine, as in its container"};
+    }
+    return {threadText(engine) +
+                " had no time to spare beside what the hypervisor took; it was late if that came in long turns, and on "
+                "time "
+                "if in short ones",
+            "give this virtual machine processors of its own, or use another host"};
+}
+
 // What may have held an engine back, where that decides.
 std::optional<RunFinding> perhapsFinding(const Judged& judged) {
     if (judged.doubt != Doubt::Stolen && judged.doubt != Doubt::Ports) return std::nullopt;
-    const Reason reason = judged.doubt == Doubt::Ports ? Reason::Ports : Reason::Stolen;
+    const bool ports = judged.doubt == Doubt::Ports;
+    const Reason reason = ports ? Reason::Ports : Reason::Stolen;
     const auto seconds = [reason](const JudgedEngine& engine) {
         const auto found = engine.perhaps.find(reason);
         return found != engine.perhaps.end() ? found->second.seconds : 0;
@@ -301,22 +317,14 @@ std::optional<RunFinding> perhapsFinding(const Judged& judged) {
     const JudgedEngine& engine = *std::max_element(
         judged.engines.begin(), judged.engines.end(),
         [&](const JudgedEngine& left, const JudgedEngine& right) { return seconds(left) < seconds(right); });
-    const std::string who = engineText(engine.key.pid, engine.name) + ": ";
-    RunFinding finding{"", false, engine.key.pid, engine.perhaps.at(reason).since, seconds(engine), "", ""};
-    if (reason == Reason::Ports) {
-        finding.kind = "perhapsPorts";
-        finding.text = who +
-                       "nearly all local ports between the lowest and the highest in use are in use towards one "
-                       "destination; whether there are more cannot be read from another network namespace";
-        finding.advice = "run pmenv judge in the network namespace of the engine, as in its container";
-    } else {
-        finding.kind = "perhapsStolen";
-        finding.text = who + threadText(engine) +
-                       " had no time to spare beside what the hypervisor took; it was late if "
-                       "that came in long turns, and on time if in short ones";
-        finding.advice = "give this virtual machine processors of its own, or use another host";
-    }
-    return finding;
+    const Words words = wordsOfDoubt(reason, engine);
+    return RunFinding{ports ? "perhapsPorts" : "perhapsStolen",
+                      false,
+                      engine.key.pid,
+                      engine.perhaps.at(reason).since,
+                      seconds(engine),
+                      engineText(engine.key.pid, engine.name) + ": " + words.text,
+                      words.advice};
 }
 
 bool worse(const RunFinding& left, const RunFinding& right) {
