@@ -425,6 +425,27 @@ std::string failureOf(const std::string& text) {
     return observer.note;
 }
 
+// A value without references is on the chain as any other, though nothing remembers it.
+TEST(KRSRuntimeResolve, ATextThatTheCallerHasInProgressIsACycle) {
+    const Settings settings("B = b\n");
+    AddDelSet set;
+    const AddDel inProgress(set, RWCString("b"));
+    RWCString text("#(B)");
+    EXPECT_FALSE(KRSRuntimeResolve(set, text));
+}
+
+TEST(KRSRuntimeResolve, CountsWhatItSearchesAndReplaces) {
+    const Settings settings("A = #(B)\nB = plain12\n");
+    AddDelSet set;
+    RWCString text("#(A)");
+    EXPECT_TRUE(KRSRuntimeResolve(set, text));
+    EXPECT_EQ(set.searched, 4U + 4 + 7 + 7 + 7)
+        << "two references, the value without one, and both texts that it came into";
+    EXPECT_EQ(set.substitutions, 2U);
+    EXPECT_EQ(set.levels, 0U);
+    EXPECT_EQ(set.entries(), 0U);
+}
+
 TEST(KRSResolveObserver, IsToldOfEachReferenceAndItsExpandedValue) {
     const Settings settings("A = <#(B)>\nB = b\n");
     const ScopedEnv x("KRENV_TEST_X", "env");
@@ -449,9 +470,13 @@ TEST(KRSResolveObserver, IsToldNothingOfATextWithoutReference) {
 TEST(KRSResolveObserver, IsToldWhyAResolutionFails) {
     std::string chain;
     for (int i = 0; i < 600; ++i) chain += "C" + std::to_string(i) + " = #(C" + std::to_string(i + 1) + ")\n";
-    const Settings settings(chain + "A = #(B)\nB = #(A)\nLONG = " + repeated("x", 600'000) + "\nNOTHING =\n");
+    for (int i = 0; i < 511; ++i) chain += "D" + std::to_string(i) + " = #(D" + std::to_string(i + 1) + ")\n";
+    const Settings settings(chain + "D511 = the end\nA = #(B)\nB = #(A)\nLONG = " + repeated("x", 600'000) +
+                            "\nTOO_LONG = " + repeated("y", 1'200'000) + "\nNOTHING =\n");
     EXPECT_EQ("cycle at #(A)", failureOf("#(A)"));
     EXPECT_EQ("levels at #(C512)", failureOf("#(C0)"));
+    EXPECT_EQ("levels at the end", failureOf("#(D0)"));
+    EXPECT_EQ("text length at yyyyyyyyyy", failureOf("#(TOO_LONG)"));
     EXPECT_EQ("text length at xxxxxxxxxx", failureOf("#(LONG)#(LONG)"));
     EXPECT_EQ("text length at #(NOTHING)", failureOf(repeated("#(NOTHING)", 110'000)));
     EXPECT_EQ("substitutions at #(NOTHING)", failureOf(repeated("#(NOTHING)", 66'000)));
