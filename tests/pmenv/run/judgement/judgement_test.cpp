@@ -256,8 +256,9 @@ TEST(Judgement, AHypervisorThatTakesLongTurnsMakesLightSleepersLate) {
                   })
             .judged();
     };
-    EXPECT_NEAR(*judgedWith(0.1, 5).share, 5.0 / 25, 1e-9) << "as often as pmenv woke late";
-    EXPECT_NEAR(*judgedWith(0.02, 5).share, 0.02 / kInterval, 1e-9) << "not longer than time was stolen";
+    EXPECT_NEAR(*judgedWith(0.2, 5).share, 5.0 / 25, 1e-9) << "as often as pmenv woke late";
+    EXPECT_NEAR(*judgedWith(0.02, 5).share, 0.01 / kInterval, 1e-9)
+        << "not longer than each of two processors was taken";
     EXPECT_NEAR(*judgedWith(0.5, 99).share, 1, 1e-9);
     EXPECT_THAT(reasons(judgedWith(0.1, 5)), ElementsAre(Reason::Stolen));
     EXPECT_EQ(judgedWith(0, 5).share, 0) << "pmenv woke late for another reason";

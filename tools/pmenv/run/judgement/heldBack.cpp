@@ -73,7 +73,8 @@ Yardstick yardstickOf(const Evidence& interval, double tolerance) {
     const WakeEvidence& wakes = interval.wakes;
     if (wakes.late == 0) return {tolerance, 0};
     const double lateShare = static_cast<double>(wakes.late) / static_cast<double>(std::max(wakes.wakes, wakes.late));
-    return {tolerance, std::min(lateShare * (interval.to - interval.from), interval.machine.stolen.value_or(0))};
+    const double stolen = interval.machine.stolen.value_or(0) / std::max(1, interval.machine.processors);
+    return {tolerance, std::min(lateShare * (interval.to - interval.from), stolen)};
 }
 
 HeldBack heldBackIn(const EngineEvidence& engine, const Yardstick& yardstick) {

@@ -54,7 +54,7 @@ struct HeldBack {
 struct Yardstick {
     double tolerance = 0.010;  ///< seconds that a request may be late
     /// Seconds of the interval in which whoever was due was late because of the hypervisor: as often as pmenv's own timer woke
-    /// late, at most as long as time was stolen.
+    /// late, at most as long as time was stolen of one processor.
     double stolenAtOnce = 0;
 };
 Yardstick yardstickOf(const Evidence& interval, double tolerance);
