@@ -49,6 +49,15 @@ protected:
         return network.ports(pid).share;
     }
 
+    // Lets each count of this process's connections take so long, and counts the counts.
+    void slowDownCounts(const std::string& process, double seconds, int* counts) {
+        kernel.before = [this, process, seconds, counts](const std::string& path) {
+            if (path != process + "/net/tcp") return;
+            ++*counts;
+            kernel.now += seconds;
+        };
+    }
+
     FakeKernel kernel;
 };
 
@@ -82,11 +91,7 @@ TEST_F(NetworkTest, BetweenCountsThatTakeLongTheSocketsTellHowManyThereAreNow) {
     kernel.write(kProcess + "/net/sockstat", sockstat(40, 40));
     kernel.write(kProcess + "/net/tcp", connections(40));
     int counts = 0;
-    kernel.before = [this, &counts](const std::string& path) {
-        if (path != kProcess + "/net/tcp") return;
-        ++counts;
-        kernel.now += 0.030;
-    };
+    slowDownCounts(kProcess, 0.030, &counts);
     Network network;
     EXPECT_NEAR(network.ports(kPid).share.value_or(0), 0.40, 1e-9);
     kernel.now += 1;
@@ -203,11 +208,7 @@ TEST_F(NetworkElsewhereTest, AllCountsTogetherAreRationed) {
     kernel.write("/proc/4100002/net/sockstat", sockstat(400, 0));
     kernel.write("/proc/4100002/net/tcp", connections(100));
     int counts = 0;
-    kernel.before = [this, &counts](const std::string& path) {
-        if (path != kElsewhere + "/net/tcp") return;
-        ++counts;
-        kernel.now += 0.010;
-    };
+    slowDownCounts(kElsewhere, 0.010, &counts);
     Network network;
     const auto nextOfAll = [&] {
         network.refresh();
@@ -228,11 +229,7 @@ TEST_F(NetworkElsewhereTest, AllCountsTogetherAreRationed) {
 TEST_F(NetworkElsewhereTest, WhereThereAreEverMoreSocketsTheyAreCountedMoreOften) {
     with(100, connections(0));
     int counts = 0;
-    kernel.before = [this, &counts](const std::string& path) {
-        if (path != kElsewhere + "/net/tcp") return;
-        ++counts;
-        kernel.now += 0.030;
-    };
+    slowDownCounts(kElsewhere, 0.030, &counts);
     Network network;
     const auto nextAfter = [&](double seconds, int sockets) {
         kernel.now += seconds;

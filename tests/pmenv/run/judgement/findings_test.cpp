@@ -23,17 +23,21 @@ Signal signalOf(const Judged& judged, const std::string& name) {
     return {};
 }
 
+void expectFinding(const RunFinding& finding, const char* kind, bool spoils, int pid, double since, double seconds) {
+    EXPECT_STREQ(finding.kind, kind);
+    EXPECT_EQ(finding.spoils, spoils);
+    EXPECT_EQ(finding.pid, pid);
+    EXPECT_NEAR(finding.since, since, 1e-9);
+    EXPECT_NEAR(finding.seconds, seconds, 1e-9);
+}
+
 TEST(Findings, ACleanRunHasNone) { EXPECT_THAT(findingsOf(MadeRun().engine(10, {5, 0}).judged(), kLimits), IsEmpty()); }
 
 TEST(Findings, TellWhoSinceWhenForHowLongWhyAndWhatToDo) {
     const Judged judged = MadeRun().engine(4, {5, 0}).engine(6, {100, 0}).judged();
     const auto findings = findingsOf(judged, kLimits);
     ASSERT_EQ(findings.size(), 1u);
-    EXPECT_STREQ(findings[0].kind, "ownWork");
-    EXPECT_TRUE(findings[0].spoils);
-    EXPECT_EQ(findings[0].pid, 100);
-    EXPECT_NEAR(findings[0].since, 4, 1e-9);
-    EXPECT_NEAR(findings[0].seconds, 6, 1e-9);
+    expectFinding(findings[0], "ownWork", true, 100, 4, 6);
     EXPECT_THAT(findings[0].text, HasSubstr("load engine 100 (PMLoadEngineMai)"));
     EXPECT_THAT(findings[0].text, HasSubstr("thread 100 (sender)"));
     EXPECT_THAT(findings[0].advice, HasSubstr("--ignore-thread"));
@@ -122,11 +126,7 @@ TEST(Findings, TellWhyItCannotBeToldWhetherTheHypervisorHeldAnEngineBack) {
     const Judged judged = MadeRun().engine(8, {50, 0}).engine(2, {75, 0, 0, 0, 0, 25}).judged();
     const auto findings = findingsOf(judged, kLimits);
     ASSERT_EQ(findings.size(), 1u);
-    EXPECT_STREQ(findings[0].kind, "perhapsStolen");
-    EXPECT_FALSE(findings[0].spoils);
-    EXPECT_EQ(findings[0].pid, 100);
-    EXPECT_NEAR(findings[0].since, 8, 1e-9);
-    EXPECT_NEAR(findings[0].seconds, 2, 1e-9);
+    expectFinding(findings[0], "perhapsStolen", false, 100, 8, 2);
     EXPECT_THAT(findings[0].text,
                 HasSubstr("thread 100 (sender) had no time to spare beside what the hypervisor took"));
     EXPECT_THAT(findings[0].advice, HasSubstr("processors of its own"));
@@ -152,10 +152,7 @@ TEST(Findings, TellWhyItCannotBeToldWhetherPortsAreUsedUp) {
     const Judged judged = judgedWithPortsElsewhere(1);
     const auto findings = findingsOf(judged, kLimits);
     ASSERT_EQ(findings.size(), 1u);
-    EXPECT_STREQ(findings[0].kind, "perhapsPorts");
-    EXPECT_FALSE(findings[0].spoils);
-    EXPECT_EQ(findings[0].pid, 2);
-    EXPECT_NEAR(findings[0].seconds, 10, 1e-9);
+    expectFinding(findings[0], "perhapsPorts", false, 2, 0, 10);
     EXPECT_THAT(findings[0].text, HasSubstr("cannot be read from another network namespace"));
     EXPECT_THAT(findings[0].advice, HasSubstr("run pmenv judge in the network namespace of the engine"));
     EXPECT_EQ(reasonText(judged, kLimits),
