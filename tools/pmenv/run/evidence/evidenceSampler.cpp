@@ -12,10 +12,10 @@ constexpr double kShortestInterval = 0.25;
 constexpr double kLongestInterval = 1;
 constexpr double kBetweenScans = 1;
 constexpr double kLongestBetweenScans = 10;
-constexpr double kCostOfIntervals = 0.007;  // of one processor
-constexpr double kCostOfLooks = 0.004;
-constexpr double kCostOfScans = 0.004;
-constexpr std::size_t kLooksAtOnce = 250;  // at the states of threads, 4 microseconds each
+constexpr double kCostOfIntervals = 0.006;  // of one processor
+constexpr double kCostOfLooks = 0.003;
+constexpr double kCostOfScans = 0.003;
+constexpr std::size_t kLooksAtOnce = 150;  // at the states of threads, 4 microseconds each
 constexpr std::size_t kOthersTold = 3;
 
 }  // namespace

@@ -29,16 +29,13 @@ inline std::string_view takeLine(std::string_view* text) { return takeUntil(text
 
 /// Takes the next word of a line, blanks and tabs around it skipped; "" at the end.
 inline std::string_view takeWord(std::string_view* line) {
-    constexpr const char* kBlanks = " \t";
-    const std::size_t begin = line->find_first_not_of(kBlanks);
-    if (begin == std::string_view::npos) {
-        *line = {};
-        return {};
-    }
-    line->remove_prefix(begin);
-    const std::size_t length = std::min(line->find_first_of(kBlanks), line->size());
-    const std::string_view word = line->substr(0, length);
-    line->remove_prefix(length);
+    const auto isBlank = [](char letter) { return letter == ' ' || letter == '\t'; };
+    const auto begin = std::find_if_not(line->begin(), line->end(), isBlank);
+    const auto end = std::find_if(begin, line->end(), isBlank);
+    const std::size_t from = static_cast<std::size_t>(begin - line->begin());
+    const std::size_t to = static_cast<std::size_t>(end - line->begin());
+    const std::string_view word = line->substr(from, to - from);
+    line->remove_prefix(to);
     return word;
 }
 
