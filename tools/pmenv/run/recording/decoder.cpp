@@ -129,7 +129,7 @@ void EvidenceDecoder::takeMachine(const Value& line) {
     if (!machine.IsObject()) throw BadLine{"\"machine\" is no object", "machine"};
     visitMachine(evidence_.machine, [&machine](const char* name, auto& figure) {
         const Value* const value = find(machine, name);
-        assign(figure, value == nullptr ? Number() : wholeNumber(*value, name, 0, kMost));
+        assign(figure, value == nullptr ? RecordedNumber() : wholeNumber(*value, name, 0, kMost));
     });
     if (find(machine, "processors") == nullptr) return;
     evidence_.machine.processors = static_cast<int>(memberNumber(machine, "processors", 1, INT_MAX));

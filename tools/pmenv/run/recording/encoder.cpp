@@ -8,8 +8,8 @@
 
 using recording::jsonText;
 using recording::millionths;
-using recording::Number;
 using recording::numberOf;
+using recording::RecordedNumber;
 
 namespace {
 
@@ -22,7 +22,7 @@ std::string listOf(const Items& items, ToJson toJson) {
     return "[" + text + "]";
 }
 
-std::string textOf(Number number) { return number ? std::to_string(*number) : "null"; }
+std::string textOf(RecordedNumber number) { return number ? std::to_string(*number) : "null"; }
 std::string textOf(bool value) { return value ? "true" : "false"; }
 std::string textsOf(const std::vector<std::string>& texts) { return listOf(texts, jsonText); }
 
@@ -154,22 +154,22 @@ std::string EvidenceEncoder::entryOf(const EngineEvidence& engine, const Evidenc
     if (isNew || engine.name != known.last.name) changes.add("name", jsonText(engine.name));
     if (engine.from != sample.from) changes.add("from", textOf(numberOf(engine.from)));
     if (engine.to != sample.to) changes.add("to", textOf(numberOf(engine.to)));
-    const Number thread = threadOf(known, engine, changes);
+    const RecordedNumber thread = threadOf(known, engine, changes);
     addChanges(known, engine, changes);
 
     const recording::EngineNumbers numbers = recording::numbersOf(engine, engine.busiest.value_or(ThreadEvidence{}));
-    std::vector<Number> list{static_cast<std::int64_t>(known.index),
-                             thread,
-                             numbers.running,
-                             numbers.turns,
-                             numbers.waiting,
-                             numbers.longer,
-                             numbers.othersRan,
-                             numbers.othersTurns,
-                             numbers.othersWaited,
-                             numbers.lateTurns};
+    std::vector<RecordedNumber> list{static_cast<std::int64_t>(known.index),
+                                     thread,
+                                     numbers.running,
+                                     numbers.turns,
+                                     numbers.waiting,
+                                     numbers.longer,
+                                     numbers.othersRan,
+                                     numbers.othersTurns,
+                                     numbers.othersWaited,
+                                     numbers.lateTurns};
     while (list.size() > 1 && list.back() == 0) list.pop_back();
-    std::string text = listOf(list, [](Number number) { return textOf(number); });
+    std::string text = listOf(list, [](RecordedNumber number) { return textOf(number); });
     if (!changes.empty()) text.insert(text.size() - 1, "," + changes.object());
     known.last = engine;
     known.sample = samples_;
@@ -177,7 +177,7 @@ std::string EvidenceEncoder::entryOf(const EngineEvidence& engine, const Evidenc
 }
 
 // Threads are introduced by their id and name, and meant by their number from then on.
-Number EvidenceEncoder::threadOf(Engine& known, const EngineEvidence& engine, Members& changes) {
+RecordedNumber EvidenceEncoder::threadOf(Engine& known, const EngineEvidence& engine, Members& changes) {
     if (!engine.busiest) return std::nullopt;
     const auto [place, isNew] = known.threads.try_emplace(engine.busiest->tid, known.threads.size(), "");
     auto& [index, name] = place->second;
@@ -190,14 +190,14 @@ Number EvidenceEncoder::threadOf(Engine& known, const EngineEvidence& engine, Me
 }
 
 void EvidenceEncoder::addChanges(const Engine& known, const EngineEvidence& engine, Members& changes) {
-    std::array<Number, recording::kSteadyFigures> before;
+    std::array<RecordedNumber, recording::kSteadyFigures> before;
     const ThreadEvidence none;
     std::size_t i = 0;
     recording::visitSteady(known.last, known.last.busiest ? *known.last.busiest : none,
                            [&](const char*, const auto& figure) { before[i++] = numberOf(figure); });
     i = 0;
     recording::visitSteady(engine, engine.busiest ? *engine.busiest : none, [&](const char* name, const auto& figure) {
-        const Number now = numberOf(figure);
+        const RecordedNumber now = numberOf(figure);
         if (now != before[i++]) changes.add(name, textOf(now));
     });
     if (engine.group.throttledGroup != known.last.group.throttledGroup) {

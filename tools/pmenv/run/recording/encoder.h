@@ -33,7 +33,7 @@ private:
     class Members;
     std::string entryOf(const EngineEvidence& engine, const Evidence& sample);
     static void addChanges(const Engine& known, const EngineEvidence& engine, Members& changes);
-    static recording::Number threadOf(Engine& known, const EngineEvidence& engine, Members& changes);
+    static recording::RecordedNumber threadOf(Engine& known, const EngineEvidence& engine, Members& changes);
     std::string enginesOf(const Evidence& sample);
     void addSeldom(const Evidence& sample, Members& members);
 

@@ -14,7 +14,7 @@
 namespace recording {
 
 /// A figure as it is recorded; empty when it is unknown.
-using Number = std::optional<std::int64_t>;
+using RecordedNumber = std::optional<std::int64_t>;
 
 /// No recorded number is further from 0; as microseconds, 31 years.
 constexpr std::int64_t kMost = 1'000'000'000'000'000;
@@ -23,21 +23,23 @@ inline std::int64_t rounded(double value) { return std::llround(std::clamp(value
 inline std::int64_t millionths(double value) { return rounded(value * 1e6); }
 inline double fromMillionths(std::int64_t number) { return static_cast<double>(number) / 1e6; }
 
-inline Number numberOf(double value) { return millionths(value); }
-inline Number numberOf(bool value) { return value ? 1 : 0; }
-inline Number numberOf(std::uint64_t value) {
+inline RecordedNumber numberOf(double value) { return millionths(value); }
+inline RecordedNumber numberOf(bool value) { return value ? 1 : 0; }
+inline RecordedNumber numberOf(std::uint64_t value) {
     return static_cast<std::int64_t>(std::min<std::uint64_t>(value, static_cast<std::uint64_t>(kMost)));
 }
 template <class Value>
-Number numberOf(const std::optional<Value>& value) {
+RecordedNumber numberOf(const std::optional<Value>& value) {
     return value ? numberOf(*value) : std::nullopt;
 }
 
-inline void assign(double& figure, Number number) { figure = fromMillionths(number.value_or(0)); }
-inline void assign(bool& figure, Number number) { figure = number.value_or(0) != 0; }
-inline void assign(std::uint64_t& figure, Number number) { figure = static_cast<std::uint64_t>(number.value_or(0)); }
+inline void assign(double& figure, RecordedNumber number) { figure = fromMillionths(number.value_or(0)); }
+inline void assign(bool& figure, RecordedNumber number) { figure = number.value_or(0) != 0; }
+inline void assign(std::uint64_t& figure, RecordedNumber number) {
+    figure = static_cast<std::uint64_t>(number.value_or(0));
+}
 template <class Value>
-void assign(std::optional<Value>& figure, Number number) {
+void assign(std::optional<Value>& figure, RecordedNumber number) {
     figure = std::nullopt;
     if (number) assign(figure.emplace(), number);
 }
