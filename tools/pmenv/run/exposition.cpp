@@ -1,5 +1,7 @@
 #include "exposition.h"
 
+#include <cstdio>
+
 #include "recording/texts.h"
 
 std::string label(const char* name, const std::string& value) {
@@ -11,6 +13,18 @@ std::string label(const char* name, const std::string& value) {
     return text + "\"";
 }
 
+std::string joinedLabels(const std::string& labels, const std::string& more) {
+    return labels.empty() || more.empty() ? labels + more : labels + "," + more;
+}
+
 std::string metricHeading(const std::string& name, const char* type, const std::string& help) {
     return "# HELP " + name + " " + help + "\n# TYPE " + name + " " + type + "\n";
+}
+
+MetricNow& MetricNow::add(const std::string& labels, std::optional<double> value) {
+    if (!value) return *this;
+    char number[32];
+    std::snprintf(number, sizeof number, " %.15g\n", *value);
+    series_ += name_ + (labels.empty() ? "" : "{" + labels + "}") + number;
+    return *this;
 }

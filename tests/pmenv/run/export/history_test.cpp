@@ -80,6 +80,16 @@ TEST(History, TellsWhatWasCountedUpToEachSecond) {
     EXPECT_THAT(text, EndsWith("\n# EOF\n"));
 }
 
+TEST(History, CountsThePeriodsOfTheQuotaAndTheIntervals) {
+    const std::string text = exported(2.5, [](Evidence& evidence) {
+        Did did;
+        did.throttled = 40;
+        evidence.engines.push_back(engineThat(did, evidence.from));
+    });
+    EXPECT_THAT(text, HasSubstr("\npmenv_engine_group_throttled_periods_total" + kEngine + "} 20 1700000002.750\n"));
+    EXPECT_THAT(text, HasSubstr("\npmenv_watch_intervals_total{host=\"gen1\"} 10 1700000002.750\n"));
+}
+
 // The verdict adds the time in which an engine should have run and had ended.
 TEST(History, EnginesAreHeldBackAsLongAsTheVerdictSays) {
     History history(headerOf("gen1"));

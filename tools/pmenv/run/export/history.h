@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "export/samples.h"
+#include "judgement/heldBack.h"
 #include "recording/recording.h"
 
 class History {
@@ -43,6 +44,7 @@ private:
     std::string host_;  // the label
     double end_ = 0;    // of the last interval
     Samples machine_;
+    Samples watch_;
     std::map<std::string, Engine> engines_;  // by their labels
     bool engineSeen_ = false;                // that does not stand in for others
     std::set<std::pair<std::string, std::int64_t>> marks_;

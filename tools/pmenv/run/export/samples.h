@@ -6,8 +6,7 @@
 #include <optional>
 #include <vector>
 
-/// What is known of each figure.
-using Values = std::vector<std::optional<double>>;
+#include "evidenceMetrics.h"
 
 /// Keeps a moment of each second. Takes 8 bytes for it and for each figure.
 class Samples {
