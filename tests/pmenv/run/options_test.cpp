@@ -69,8 +69,10 @@ TEST(StatsOptions, FormatsAndWhatBelongsToThem) {
     EXPECT_EQ(optionsOf({"--json"}).format, Format::JsonLines);
     EXPECT_EQ(optionsOf({"--csv"}).format, Format::Csv);
     EXPECT_EQ(optionsOf({"--openmetrics"}).format, Format::OpenMetrics);
-    EXPECT_FALSE(optionsOf({"--openmetrics"}).perProcess);
-    EXPECT_TRUE(optionsOf({"--openmetrics", "--per-process"}).perProcess);
+    EXPECT_FALSE(optionsOf({"--openmetrics", "--machine"}).parts.perProcess);
+    EXPECT_TRUE(optionsOf({"--openmetrics", "--per-process"}).parts.perProcess);
+    EXPECT_FALSE(optionsOf({"--openmetrics", "--per-process"}).parts.machine);
+    EXPECT_TRUE(optionsOf({"--openmetrics", "--machine"}).parts.machine);
     EXPECT_EQ(optionsOf({"--openmetrics", "--output", "a", "--count", "2"}).output, "a");
     EXPECT_FALSE(optionsOf({}).watch);
     EXPECT_TRUE(optionsOf({"--watch"}).watch);
@@ -87,6 +89,7 @@ TEST(StatsOptions, WhatDoesNotGoTogetherIsRefused) {
         {{"--count", "2", "--duration", "5"}, "--count and --duration do not go together"},
         {{"--output", "x"}, "--output needs --openmetrics"},
         {{"--per-process"}, "--per-process needs --openmetrics"},
+        {{"--machine", "--csv"}, "--machine needs --openmetrics"},
         {{"--openmetrics", "--output="}, "--output needs the name of a file"},
         {{"--openmetrics", "--count", "0"}, "--openmetrics of more than one sample needs --output FILE"},
         {{"--openmetrics", "--duration", "2"}, "--openmetrics of more than one sample needs --output FILE"},

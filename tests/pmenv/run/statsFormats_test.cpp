@@ -1,6 +1,5 @@
 // statsFormats: a sample as programs read it.
 #include <algorithm>
-#include <array>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -18,8 +17,6 @@
 using nlohmann::json;
 using testing::AllOf;
 using testing::HasSubstr;
-using testing::Not;
-using testing::StartsWith;
 
 namespace {
 
@@ -112,71 +109,6 @@ TEST(StatsFormats, TableOfTheEnginesTellsWhatHeldThemBack) {
               "  9      75.0 %  2.9 KiB     50.0 %          -  sender 6.2 %  PMLoadEngineMai\n"
               "  8      25.0 %   1000 B     12.5 %     40.0 %    a,b 97.5 %  PMLoadEngineMai\n"
               "  7           -        -          -          -             -  PMLoadEngineMai\n");
-}
-
-// Every figure of the machine has a value of its own, so that none can stand in for another.
-TEST(StatsFormats, ExpositionHasAllFiguresOfTheMachine) {
-    Figures figures = figuresAt(0);
-    figures.cpuPercent = 12.5;
-    figures.memoryBytes = 5000;
-    figures.freeBytes = 1000;
-    figures.availableBytes = 2000;
-    figures.swapBytes = 700;
-    figures.swapUsedBytes = 300;
-    std::string machine;
-    for (const auto& [name, help, value] :
-         {std::array{"pmenv_machine_processors", "Processors that are online.", " 4"},
-          std::array{"pmenv_machine_cpu_ratio", "Busy share of all processors, 0 to 1.", " 0.125"},
-          std::array{"pmenv_machine_memory_bytes", "Physical memory.", " 5000"},
-          std::array{"pmenv_machine_memory_free_bytes", "Memory that nothing uses, caches not counted.", " 1000"},
-          std::array{"pmenv_machine_memory_available_bytes", "Memory that programs can still get.", " 2000"},
-          std::array{"pmenv_machine_swap_bytes", "Swap space.", " 700"},
-          std::array{"pmenv_machine_swap_used_bytes", "Swap space in use.", " 300"},
-          std::array{"pmenv_host_info", "The machine's name; always 1.", "{host=\"loadhost\"} 1"}}) {
-        machine += std::string("# HELP ") + name + " " + help + "\n# TYPE " + name + " gauge\n" + name + value + "\n";
-    }
-    EXPECT_THAT(statsOpenMetrics(figures, false), StartsWith(machine + "# HELP pmenv_engines "));
-}
-
-TEST(StatsFormats, ExpositionSumsTheEnginesOfAName) {
-    const std::string text = statsOpenMetrics(sample(), false);
-    for (const char* const line : {"\npmenv_machine_cpu_ratio 0.125\n", "\npmenv_machine_memory_bytes 10737418240\n",
-                                   "# TYPE pmenv_engines gauge\npmenv_engines{name=\"PMLoadEngineMai\"} 3\n",
-                                   "\npmenv_engines_cpu_ratio{name=\"PMLoadEngineMai\"} 1.0\n",
-                                   "\npmenv_engines_cpu_max_ratio{name=\"PMLoadEngineMai\"} 0.75\n",
-                                   "\npmenv_engines_memory_bytes{name=\"PMLoadEngineMai\"} 4000\n",
-                                   "\npmenv_engines_memory_max_bytes{name=\"PMLoadEngineMai\"} 3000\n",
-                                   "\npmenv_engines_held_back_max_ratio{name=\"PMLoadEngineMai\"} 0.5\n",
-                                   "\npmenv_engines_throttled_max_ratio{name=\"PMLoadEngineMai\"} 0.4\n",
-                                   "\npmenv_engines_thread_max_ratio{name=\"PMLoadEngineMai\"} 0.975\n"}) {
-        EXPECT_THAT(text, HasSubstr(line));
-    }
-    EXPECT_THAT(text, Not(HasSubstr("pid")));
-    EXPECT_EQ(text.substr(text.size() - 6), "# EOF\n");
-}
-
-TEST(StatsFormats, ExpositionNamesProcessesOnlyWhenAsked) {
-    const std::string text = statsOpenMetrics(sample(), true);
-    EXPECT_THAT(text, HasSubstr("\npmenv_engine_cpu_ratio{name=\"PMLoadEngineMai\",pid=\"8\"} 0.25\n"));
-    EXPECT_THAT(text, HasSubstr("\npmenv_engine_memory_bytes{name=\"PMLoadEngineMai\",pid=\"9\"} 3000\n"));
-    EXPECT_THAT(text, HasSubstr("\npmenv_engine_held_back_ratio{name=\"PMLoadEngineMai\",pid=\"8\"} 0.125\n"));
-    EXPECT_THAT(text, HasSubstr("\npmenv_engine_throttled_ratio{name=\"PMLoadEngineMai\",pid=\"8\"} 0.4\n"));
-    EXPECT_THAT(text, HasSubstr("\npmenv_engine_thread_ratio{name=\"PMLoadEngineMai\",pid=\"9\"} 0.0625\n"));
-    EXPECT_THAT(text, Not(HasSubstr("throttled_ratio{name=\"PMLoadEngineMai\",pid=\"9\""))) << "no quota is known";
-    EXPECT_THAT(text, Not(HasSubstr("pid=\"7\""))) << "nothing is known of it yet";
-}
-
-TEST(StatsFormats, ExpositionLeavesOutWhatIsUnknown) {
-    const std::string text = statsOpenMetrics(unknownSample(), true);
-    EXPECT_THAT(text, Not(HasSubstr("cpu_ratio")));
-    EXPECT_THAT(text, Not(HasSubstr("available")));
-    EXPECT_THAT(text, HasSubstr("\npmenv_engines{name=\"PMLoadEngineMai\"} 0\n"));
-}
-
-TEST(StatsFormats, ExpositionEscapesNames) {
-    Figures figures = figuresAt(0);
-    figures.engines = {{7, "a\"b\\c\nd\xff", 1.0, 1}};
-    EXPECT_THAT(statsOpenMetrics(figures, false), HasSubstr(R"({name="a\"b\\\\c\nd\\xff"} 1)"));
 }
 
 }  // namespace

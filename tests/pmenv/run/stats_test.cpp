@@ -259,7 +259,8 @@ TEST(PmenvStats, CsvHasOneHeaderAndALineForEachEngine) {
 TEST(PmenvStats, ExpositionIsAcceptedByPromtool) {
     if (access("/usr/bin/promtool", X_OK) != 0) GTEST_SKIP() << "there is no promtool on this machine";
     const LoadEngine engine("idle");
-    for (const char* const form : {"", " --per-process"}) {
+    for (const std::string& form :
+         {std::string(), std::string(" --per-process"), std::string(" --machine --per-process")}) {
         const ProgramResult outcome =
             runProgram({"/bin/bash", "-c",
                         "set -o pipefail; " + std::string(PMENV_BINARY) + " stats --openmetrics" + form +
@@ -268,9 +269,65 @@ TEST(PmenvStats, ExpositionIsAcceptedByPromtool) {
         EXPECT_EQ(outcome.status, 0) << outcome.err;
         EXPECT_EQ(outcome.out, "");
         EXPECT_THAT(outcome.err, HasSubstr("pmenv_engines{name=\"PMLoadEngineMai\"} "));
-        EXPECT_EQ(outcome.err.find("pid=\"" + std::to_string(engine.pid()) + "\"") != std::string::npos, *form != '\0');
+        EXPECT_THAT(outcome.err, HasSubstr("\npmenv_engines_cpu_seconds_total{name=\"PMLoadEngineMai\"} "));
+        const auto contains = [&](const std::string& text) { return outcome.err.find(text) != std::string::npos; };
+        EXPECT_EQ(contains("pid=\"" + std::to_string(engine.pid()) + "\""), form.find("per") != std::string::npos);
+        EXPECT_EQ(contains("pmenv_machine_"), form.find("machine") != std::string::npos);
         EXPECT_EQ(outcome.err.substr(outcome.err.size() - 6), "# EOF\n");
     }
+}
+
+TEST(PmenvStats, ExpositionTellsTheVersion) {
+    std::string version = run({"--version"}).out;  // "pmenv 1.0.0\n"
+    version = version.substr(6, version.size() - 7);
+    EXPECT_THAT(run({"stats", "--openmetrics"}).out, HasSubstr("pmenv_build_info{version=\"" + version + "\"} 1\n"));
+}
+
+// The value of a series in an exposition; -1 when it is not there.
+double valueOfSeries(const std::string& text, const std::string& series) {
+    for (const std::string& line : linesOf(text)) {
+        if (line.compare(0, series.size() + 1, series + " ") == 0) return std::stod(line.substr(series.size()));
+    }
+    return -1;
+}
+
+// The engine gets what a busy machine leaves it, so its counter is compared with what the kernel accounts for it meanwhile.
+TEST(PmenvStats, ExpositionCountsWhatTheKernelAccounts) {
+    const LoadEngine engine("burn");
+    const TempDir directory;
+    const std::string path = directory / "pmenv.prom";
+    const double before = secondsOfProcessor(engine.pid());
+    EXPECT_EQ(run({"stats", "--openmetrics", "--per-process", "--duration", "3", "--output", path}).status, 0);
+    const double used = secondsOfProcessor(engine.pid()) - before;
+    const std::string labels = "{name=\"PMLoadEngineMai\",pid=\"" + std::to_string(engine.pid()) + "\"}";
+    const double counted = valueOfSeries(readFileText(path), "pmenv_engine_cpu_seconds_total" + labels);
+    EXPECT_GT(counted, 0.5 * used);
+    EXPECT_LE(counted, used + 0.05);
+    EXPECT_GT(valueOfSeries(readFileText(path), "pmenv_engine_held_back_seconds_total" + labels), 1);
+    EXPECT_GT(valueOfSeries(readFileText(path), "pmenv_engine_memory_bytes" + labels), 1e5);
+    EXPECT_GT(valueOfSeries(readFileText(path), "pmenv_watch_intervals_total"), 5);
+}
+
+// A collector sees a file that is replaced again and again while the engine ends.
+TEST(PmenvStats, ExpositionKeepsTheCountersOfAnEngineThatHasEnded) {
+    const TempDir directory;
+    const std::string path = directory / "pmenv.prom";
+    std::thread watch([&] { run({"stats", "--openmetrics", "--per-process", "--duration", "8", "--output", path}); });
+    std::string labels;
+    const auto counted = [&] {
+        return std::filesystem::exists(path)
+                   ? valueOfSeries(readFileText(path), "pmenv_engine_cpu_seconds_total" + labels)
+                   : -1;
+    };
+    {
+        const LoadEngine engine("burn");
+        labels = "{name=\"PMLoadEngineMai\",pid=\"" + std::to_string(engine.pid()) + "\"}";
+        EXPECT_TRUE(soon([&] { return counted() > 0; }));
+    }
+    const double atLeast = counted();
+    watch.join();
+    EXPECT_GE(counted(), atLeast);
+    EXPECT_EQ(valueOfSeries(readFileText(path), "pmenv_engine_memory_bytes" + labels), -1) << "it runs no more";
 }
 
 TEST(PmenvStats, OutputReplacesTheFileInOneStep) {
@@ -320,6 +377,7 @@ TEST(PmenvStats, OptionsThatDoNotGoTogetherAreRefused) {
         {{"--count", "2", "--duration", "5"}, "--count and --duration do not go together"},
         {{"--output", "x"}, "--output needs --openmetrics"},
         {{"--per-process", "--json"}, "--per-process needs --openmetrics"},
+        {{"--machine"}, "--machine needs --openmetrics"},
         {{"--openmetrics", "--output", ""}, "--output needs the name of a file"},
         {{"--record", ""}, "--record needs the name of a file"},
         {{"--openmetrics", "--count", "2"}, "--openmetrics of more than one sample needs --output FILE"},

@@ -8,6 +8,7 @@
 
 #include "atomicFile.h"
 #include "commandLine.h"
+#include "counters.h"
 #include "events.h"
 #include "failure.h"
 #include "judgement/findings.h"
@@ -32,7 +33,7 @@ class Run {
 public:
     Run(const StatsOptions& options, RecordingWriter* recording)
         : options_(options),
-          watch_({}, {}, JudgeLimits{}, recording, [this](const Evidence& evidence) { heldBack_.add(evidence); }) {}
+          watch_({}, {}, JudgeLimits{}, recording, [this](const Evidence& evidence) { add(evidence); }) {}
 
     const Figures& sample() {
         take();
@@ -50,6 +51,9 @@ public:
     static double pauseAfterWarmUp() { return untilNextSample(clock(), 1); }
 
     const Figures& figures() const { return figures_; }
+
+    // What has happened since the watch began, and what is the case now.
+    std::string exposition() const { return counters_.text(figures_, options_.parts); }
 
     Events::Event wait(Events& events, double seconds) { return watch_.wait(events, seconds); }
 
@@ -72,6 +76,11 @@ public:
     }
 
 private:
+    void add(const Evidence& evidence) {
+        heldBack_.add(evidence);
+        if (options_.format == StatsOptions::Format::OpenMetrics) counters_.add(evidence);
+    }
+
     void take() {
         figures_ = sampler_.take();
         watch_.catchUp();
@@ -92,6 +101,7 @@ private:
     double begin_ = 0;  // when the first sample was taken
     std::size_t taken_ = 0;
     HeldBackSums heldBack_{JudgeLimits{}.tolerance};
+    Counters counters_{{kEngineName}, JudgeLimits{}.tolerance};
     RunWatch watch_;  // behind what it fills
 };
 
@@ -103,28 +113,27 @@ void printTable(const Figures& figures, bool first) {
               << statsTable(figures, Style(STDOUT_FILENO), size ? std::optional(size->columns) : std::nullopt);
 }
 
-void publishOpenMetrics(const StatsOptions& options, const Figures& figures) {
-    const std::string text = statsOpenMetrics(figures, options.perProcess);
+void publish(const StatsOptions& options, const std::string& exposition) {
     if (options.output.empty()) {
-        std::cout << text;
+        std::cout << exposition;
     } else {
-        replaceFile(options.output, text);
+        replaceFile(options.output, exposition);
     }
 }
 
-void print(const StatsOptions& options, const Figures& figures, bool first) {
+void print(const StatsOptions& options, const Run& run, bool first) {
     switch (options.format) {
         case StatsOptions::Format::Table:
-            printTable(figures, first);
+            printTable(run.figures(), first);
             break;
         case StatsOptions::Format::JsonLines:
-            printJsonLine(statsJson(figures));
+            printJsonLine(statsJson(run.figures()));
             break;
         case StatsOptions::Format::Csv:
-            std::cout << (first ? csvHeader() : "") << statsCsv(figures);
+            std::cout << (first ? csvHeader() : "") << statsCsv(run.figures());
             break;
         case StatsOptions::Format::OpenMetrics:
-            publishOpenMetrics(options, figures);
+            publish(options, run.exposition());
             break;
     }
     finishOutput();
@@ -140,7 +149,7 @@ int sampleToTheEnd(const StatsOptions& options, Run& run, Events& events) {
         const Events::Event event = run.wait(events, pause);
         if (event.kind == Events::Kind::Signal) return event.value;
         for (const std::string& warning : run.sample().warnings) printWarning(warning);
-        print(options, run.figures(), first);
+        print(options, run, first);
         if (run.finished()) return 0;
     }
 }
@@ -257,8 +266,11 @@ std::vector<Option> statsOptions() {
         {"count", Option::Kind::Number, "N", "number of samples, 0 for no end; 1 unless given", 0, kLargest, true},
         {"duration", Option::Kind::Number, "SECONDS", "sample for this time, instead of --count", 1, kLargest},
         {"csv", Option::Kind::Flag, nullptr, "print one line for each sample and engine, with exact numbers"},
-        {"openmetrics", Option::Kind::Flag, nullptr, "print a text exposition for a metrics collector, in base units"},
+        {"openmetrics", Option::Kind::Flag, nullptr,
+         "print a text exposition for a metrics collector: counters and states, in base units"},
         {"per-process", Option::Kind::Flag, nullptr, "with --openmetrics: also a series for each engine, with its pid"},
+        {"machine", Option::Kind::Flag, nullptr,
+         "with --openmetrics: also the machine's figures, which other exporters have too"},
         {"output", Option::Kind::File, "FILE", "with --openmetrics: replace FILE in one step instead of printing"},
         {"record", Option::Kind::File, "FILE", "keep what is seen in FILE, to judge, draw or export it"},
         {"watch", Option::Kind::Flag, nullptr,
@@ -278,7 +290,7 @@ Command statsCommand() {
         "pmenv stats                                        one table; takes about a second to measure\n"
         "pmenv stats --json --interval 5 --count 12         for a minute, one object per line\n"
         "pmenv stats --watch                                a live screen\n"
-        "pmenv stats --openmetrics --output /var/lib/node_exporter/pmenv.prom\n"
+        "pmenv stats --openmetrics --interval 15 --count 0 --output /var/lib/node_exporter/pmenv.prom\n"
         "pmenv stats --watch --record gen1.pmrec            a live screen, to be judged afterwards",
         runStats,
         "The load engines are the running processes named PMLoadEngineMai... . A process that has ended and waits "
@@ -296,10 +308,14 @@ Command statsCommand() {
         "THROTTLED the processor time that its control group's quota denied it, and WORST THREAD the thread with "
         "the least to spare, with the busy share of its busiest quarter of a second.\n\n"
         "--csv prints a heading with the names of the fields, then a line for each sample and engine, or one line "
-        "for a sample without engines. --openmetrics gives figures as bytes and ratios (1 is all processors for "
-        "the machine, one processor for an engine), without times; it sums up the engines by name, with their "
-        "number and the largest. --output writes a temporary file beside FILE and renames it, so that a reader "
-        "never sees half of it.\n\n"
+        "for a sample without engines.\n\n"
+        "--openmetrics counts what happens to the engines from the beginning of the watch on, in seconds and numbers: "
+        "the names of these metrics end in _total. What is a state is told as it is: how many engines run, their "
+        "memory, and the shares of memory, descriptors and ports in use. The engines of a name are put together, and "
+        "their name is there with 0 engines while none runs. With --per-process each engine has series of its own, "
+        "which stay for 5 minutes when it has ended. --count 0 goes on for ever, as a collector needs it; what a "
+        "single sample counts is a second or two. --output writes a temporary file beside FILE and renames it, so "
+        "that a reader never sees half of it.\n\n"
         "--record keeps what pmenv judge --record keeps without options, for pmenv judge, chart and export. INT, TERM, "
         "HUP and the end of --watch end the recording; a program that is killed otherwise cuts it off.\n\n"
         "--watch redraws the screen with each sample. Bars show processors, memory and swap; in the first bar, # "

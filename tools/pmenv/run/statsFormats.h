@@ -1,6 +1,6 @@
 // statsFormats.h - samples as text: for people with units and rounded, for programs exact.
 //
-// What is unknown is "-" in a table, null in JSON, an empty field in CSV, and left out of an exposition.
+// What is unknown is "-" in a table, null in JSON, and an empty field in CSV.
 #pragma once
 
 #include <optional>
@@ -24,7 +24,3 @@ Json statsJson(const Figures& figures);
 /// The names of the fields, and one line for each engine; for a sample without engines one line.
 std::string csvHeader();
 std::string statsCsv(const Figures& figures);
-
-/// The text exposition format that a metrics collector scrapes, in base units. With `perProcess` also one series for
-/// each engine, labelled with its pid.
-std::string statsOpenMetrics(const Figures& figures, bool perProcess);

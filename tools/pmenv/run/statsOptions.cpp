@@ -33,7 +33,7 @@ void check(const CommandLine& line, const StatsOptions& options) {
     allowOneOf(line, {"json", "csv", "openmetrics"});
     allowOneOf(line, {"watch", "json", "csv", "openmetrics"});
     allowOneOf(line, {"count", "duration"});
-    demand(line, {"output", "per-process"}, line.has("openmetrics"), "--openmetrics");
+    demand(line, {"output", "per-process", "machine"}, line.has("openmetrics"), "--openmetrics");
     for (const char* const option : {"output", "record"}) {
         if (line.has(option) && line.text(option).empty())
             refuse("--" + std::string(option) + " needs the name of a file");
@@ -53,7 +53,8 @@ StatsOptions readStatsOptions(const CommandLine& line) {
     options.format = formatOf(line);
     options.interval = line.number("interval", options.interval);
     options.watch = line.has("watch");
-    options.perProcess = line.has("per-process");
+    options.parts.perProcess = line.has("per-process");
+    options.parts.machine = line.has("machine");
     options.output = line.text("output");
     options.record = line.text("record");
     options.count = static_cast<std::size_t>(line.number("count", options.watch || line.has("duration") ? 0 : 1));

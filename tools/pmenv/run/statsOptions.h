@@ -5,6 +5,7 @@
 #include <string>
 
 #include "commandLine.h"
+#include "counters.h"
 
 struct StatsOptions {
     enum class Format { Table, JsonLines, Csv, OpenMetrics };
@@ -14,7 +15,7 @@ struct StatsOptions {
     std::size_t count = 1;           ///< samples; 0 for no end
     std::optional<double> duration;  ///< seconds; takes the place of the count
     bool watch = false;
-    bool perProcess = false;
+    ExpositionParts parts;
     std::string output;  ///< file to replace; "" for standard output
     std::string record;  ///< file for the recording; "" for none
 };
