@@ -107,7 +107,7 @@ std::size_t seriesCount(const std::string& text, const std::string& metric) {
     }));
 }
 
-bool isCounter(const std::string& series) { return series.find("_total{") != std::string::npos; }
+bool isCounted(const std::string& series) { return series.find("_total{") != std::string::npos; }
 
 // --- what is counted ------------------------------------------------------------------------------------------------
 
@@ -289,7 +289,7 @@ TEST(Counters, StatesEndWithTheEngine) {
     }
     run.idle(1);
     for (const auto& [series, value] : seriesIn(run.text(kPerProcess, sample))) {
-        EXPECT_TRUE(isCounter(series) || series.find("engine") == std::string::npos ||
+        EXPECT_TRUE(isCounted(series) || series.find("engine") == std::string::npos ||
                     series == "pmenv_engines" + kOfName)
             << series;
     }
@@ -322,7 +322,7 @@ TEST(Counters, NeverGoBack) {
         counters.add(evidence);
         const auto now = seriesIn(counters.text(figuresAt(0), kAll));
         for (const auto& [series, value] : before) {
-            if (!isCounter(series)) continue;
+            if (!isCounted(series)) continue;
             const auto found = now.find(series);
             ASSERT_NE(found, now.end()) << series;
             ASSERT_GE(found->second, value) << series;

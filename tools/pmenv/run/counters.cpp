@@ -18,7 +18,7 @@ void countUp(const MetricTable<Source>& table, const Values& told, Values* count
     counted->resize(table.size());
     for (std::size_t i = 0; i < table.size(); ++i) {
         std::optional<double>& value = (*counted)[i];
-        if (table[i].kind == MetricKind::Gauge) {
+        if (!isCounter(table[i].kind)) {
             value = told[i];
         } else if (told[i]) {
             value = value.value_or(0) + std::max(0.0, *told[i]);
@@ -26,7 +26,7 @@ void countUp(const MetricTable<Source>& table, const Values& told, Values* count
     }
 }
 
-// What an interval told of one more engine of a name.
+// What an interval told of one more engine of a name. Shares are no sum either.
 void putTogether(const Values& told, Values* all) {
     const MetricTable<EngineEvidence> table = engineMetrics();
     all->resize(table.size());
@@ -34,7 +34,7 @@ void putTogether(const Values& told, Values* all) {
         std::optional<double>& value = (*all)[i];
         if (!told[i]) continue;
         const double before = value.value_or(0);
-        value = table[i].together == Together::Sum ? before + *told[i] : std::max(before, *told[i]);
+        value = table[i].kind == MetricKind::Counter ? before + *told[i] : std::max(before, *told[i]);
     }
 }
 
@@ -42,8 +42,7 @@ void putTogether(const Values& told, Values* all) {
 
 template <class Source>
 MetricNow metricNow(const EvidenceMetric<Source>& metric, const std::string& name, const std::string& help) {
-    const bool isCounter = metric.kind == MetricKind::Counter;
-    return MetricNow(isCounter ? name + "_total" : name, isCounter ? "counter" : "gauge", help);
+    return isCounter(metric.kind) ? MetricNow(name + "_total", "counter", help) : MetricNow(name, "gauge", help);
 }
 
 // "pmenv_engine_cpu_seconds" -> "pmenv_engines_cpu_seconds"
@@ -53,10 +52,10 @@ std::string nameForAll(const std::string& name) {
 }
 
 std::string helpForAll(const EvidenceMetric<EngineEvidence>& metric) {
-    if (metric.together == Together::Sum) return std::string(metric.help) + " All engines of a name together.";
-    const bool isCounter = metric.kind == MetricKind::Counter;
-    return metric.help + std::string(isCounter ? " In each interval the most of any engine of a name."
-                                               : " The most of any engine of a name.");
+    const std::string help = metric.help;
+    if (metric.kind == MetricKind::Counter) return help + " All engines of a name together.";
+    return help + (isCounter(metric.kind) ? " In each interval the most of any engine of a name."
+                                          : " The most of any engine of a name.");
 }
 
 // What was counted of one engine, or of all engines of a name.
@@ -68,7 +67,7 @@ struct EngineSeries {
     // Counters stay as they were when an engine has ended; a state has ended with it.
     std::optional<double> value(std::size_t i) const {
         if (i >= values.size()) return std::nullopt;
-        return runs || engineMetrics()[i].kind == MetricKind::Counter ? values[i] : std::nullopt;
+        return runs || isCounter(engineMetrics()[i].kind) ? values[i] : std::nullopt;
     }
 };
 
@@ -212,7 +211,7 @@ std::string Counters::machineText(const Figures& sample) const {
     table.eachMetric([&](std::size_t begin, std::size_t end) {
         MetricNow metric = metricNow(table[begin], table[begin].name, table[begin].help);
         for (std::size_t i = begin; i < end; ++i) {
-            if (table[i].kind == MetricKind::Counter && i < machine_.size()) metric.add(table[i].label, machine_[i]);
+            if (isCounter(table[i].kind) && i < machine_.size()) metric.add(table[i].label, machine_[i]);
         }
         text += metric.text();
     });

@@ -15,12 +15,11 @@
 using Values = std::vector<std::optional<double>>;
 
 enum class MetricKind {
-    Gauge,   ///< a state
-    Counter  ///< what happened in an interval, to be counted up; the name of its samples ends in _total
+    Gauge,         ///< a state
+    Counter,       ///< what happened in an interval, to be counted up; the name of its samples ends in _total
+    GroupCounter,  ///< the same of the control group, which engines can share, so that theirs are no sum
 };
-
-/// How the engines of one name are put together. Engines can share a control group, whose figures are no sum then.
-enum class Together { Sum, Largest };
+constexpr bool isCounter(MetricKind kind) { return kind != MetricKind::Gauge; }
 
 /// A series: a figure of the evidence and what it is called. Series of one metric stand together and differ in their label.
 template <class Source>
@@ -30,7 +29,6 @@ struct EvidenceMetric {
     const char* help;
     const char* label;
     std::optional<double> (*in)(const Source& source, const Yardstick& yardstick);
-    Together together = Together::Sum;
 };
 
 template <class Source>

@@ -16,7 +16,7 @@ namespace {
 template <class Source>
 Samples samplesOf(const MetricTable<Source>& table) {
     std::vector<bool> isCounted;
-    for (std::size_t i = 0; i < table.size(); ++i) isCounted.push_back(table[i].kind == MetricKind::Counter);
+    for (std::size_t i = 0; i < table.size(); ++i) isCounted.push_back(isCounter(table[i].kind));
     return Samples(std::move(isCounted));
 }
 
@@ -35,8 +35,8 @@ class Metric {
 public:
     Metric(std::ostream& out, const std::string& name, MetricKind kind, const char* help)
         : out_(out),
-          name_(kind == MetricKind::Counter ? name + "_total" : name),
-          heading_(metricHeading(name, kind == MetricKind::Counter ? "counter" : "gauge", help)) {}
+          name_(isCounter(kind) ? name + "_total" : name),
+          heading_(metricHeading(name, isCounter(kind) ? "counter" : "gauge", help)) {}
 
     void print(const std::string& labels, double value, std::int64_t time) {
         printSample(head(), name_ + "{" + labels + "}", value, time);
