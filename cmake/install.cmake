@@ -1,4 +1,4 @@
-# Installs three components: `runtime`, `development` and `tool`. The installed tree may lie anywhere and be moved. An
+# Installs four components: `runtime`, `development`, `tool` and `exporter`. The installed tree may lie anywhere and be moved. An
 # outside project finds it with find_package(krenv), which defines krenv::krenv and krenv::facilities, or with
 # `pkg-config krenv` and `pkg-config krfacilities`.
 set(krenv_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/krenv)
@@ -38,7 +38,7 @@ install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md LICENSE DESTINA
 install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT development FILES_MATCHING PATTERN "*.md" PATTERN "*.png")
 install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)
 
-# --- pmenv ------------------------------------------------------------------------------------------------------------
+# --- pmenv and pmenv-exporter ------------------------------------------------------------------------------------------------------------
 
 if(TARGET pmenv)
   set_target_properties(pmenv PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}" BUILD_RPATH_USE_ORIGIN ON)
@@ -51,4 +51,9 @@ if(TARGET pmenv)
   install(FILES ${PROJECT_BINARY_DIR}/pmenv.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d
     COMPONENT tool)
   install(FILES examples/pressmark.ini examples/pressmark.keys DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/pmenv/examples COMPONENT tool)
+
+  set_target_properties(pmenv-exporter PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}" BUILD_RPATH_USE_ORIGIN ON)
+  install(TARGETS pmenv-exporter RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT exporter)
+  install(FILES tools/pmenv-exporter/pmenv-exporter.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT exporter)
+  install(DIRECTORY tools/pmenv-exporter/systemd/ DESTINATION lib/systemd/system COMPONENT exporter)
 endif()

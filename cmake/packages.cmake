@@ -14,7 +14,7 @@ set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-set(CPACK_COMPONENTS_ALL runtime development tool)
+set(CPACK_COMPONENTS_ALL runtime development tool exporter)
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -48,6 +48,12 @@ set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "libkrenv1 (>= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_TOOL_DESCRIPTION "settings, paths and figures of a Pressmark host
 Shows on the command line what the environment support library tells the\nprograms of a Pressmark host: settings and where they come from, where files\nare found, and what the machine and its load engines use, also live.")
+
+set(CPACK_DEBIAN_EXPORTER_PACKAGE_NAME pmenv-exporter)
+set(CPACK_DEBIAN_EXPORTER_PACKAGE_SECTION net)
+set(CPACK_DEBIAN_EXPORTER_PACKAGE_DEPENDS "libkrenv1 (>= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_EXPORTER_DESCRIPTION "figures of Pressmark's load engines for a metrics collector
+Watches the load engines of a host and serves over HTTP whether they could\nsend what was due, with rules and a dashboard for the collector.")
 
 configure_file(packaging/debian/changelog.in ${PROJECT_BINARY_DIR}/debian-changelog @ONLY)
 set(CPACK_KRENV_DEBIAN_DIR ${PROJECT_SOURCE_DIR}/packaging/debian)

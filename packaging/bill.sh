@@ -53,7 +53,8 @@ materials() {
     case $name in
         libkrenv1) compiled_in 'src|facilities' ;;
         pmenv) compiled_in tools/pmenv ;;
-        krenv) compiled_in 'src|facilities|tools/pmenv' ;;
+        pmenv-exporter) compiled_in 'tools/pmenv|tools/pmenv-exporter' ;;
+        krenv) compiled_in 'src|facilities|tools/pmenv|tools/pmenv-exporter' ;;
         libkrenv-dev) material DEPENDS_ON libkrenv1 "$version" "$architecture" ;;
         *) fail "there is no package $name" ;;
     esac

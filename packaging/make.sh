@@ -21,7 +21,7 @@ quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }; }
 make_archive() {
     local name component
     name=$(config CPACK_PACKAGE_FILE_NAME)
-    for component in runtime development tool; do
+    for component in runtime development tool exporter; do
         quietly cmake --install "$build" --prefix "$work/$name" --component "$component" --strip
     done
     "$here/bill.sh" krenv "$version" "$architecture" "$build" "$work/$name" >"$work/bill"

@@ -94,7 +94,7 @@ install_packages() {
 
 remove_packages() {
     ! in_dpkg --remove libkrenv1 || fail "the library could be removed while pmenv needs it"
-    in_dpkg --purge pmenv libkrenv-dev libkrenv1 || { cat "$root/output"; fail "the packages cannot be removed"; }
+    in_dpkg --purge pmenv-exporter pmenv libkrenv-dev libkrenv1 || { cat "$root/output"; fail "the packages cannot be removed"; }
     rm -rf "${root:?}/host"
     files_in_root | diff "$root/var/before" - || fail "removing the packages leaves something behind"
 }
@@ -117,8 +117,11 @@ use_packages() { # RUN
     local flags options ini=/usr/share/doc/pmenv/examples/pressmark.ini
     [[ $1 == run ]] || ini=$root$ini
     expect "pmenv ${version%-*}" "$1" /usr/bin/pmenv --version
+    expect "pmenv-exporter ${version%-*}" "$1" /usr/bin/pmenv-exporter --version
     expect /opt/pressmark/bin "$1" /usr/bin/pmenv get KR_BIN --ini "$ini"
-    [[ -z $(man --warnings -l -Tutf8 "$root/usr/share/man/man1/pmenv.1.gz" 2>&1 >/dev/null) ]] || fail "the manual page warns"
+    for page in "$root"/usr/share/man/man1/*.gz; do
+        [[ -z $(man --warnings -l -Tutf8 "$page" 2>&1 >/dev/null) ]] || fail "a manual page warns: $page"
+    done
     bash -n "$root/usr/share/bash-completion/completions/pmenv"
     zsh -n "$root/usr/share/zsh/vendor-completions/_pmenv"
     fish --no-execute "$root/usr/share/fish/vendor_completions.d/pmenv.fish"

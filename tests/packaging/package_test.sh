@@ -41,6 +41,8 @@ if [[ $(cached KRENV_BUILD_TOOLS) == ON ]]; then
     install_component tool bin/pmenv share/man/man1/pmenv.1 share/bash-completion/completions/pmenv \
         share/zsh/vendor-completions/_pmenv share/fish/vendor_completions.d/pmenv.fish \
         share/doc/pmenv/examples/pressmark.ini share/doc/pmenv/examples/pressmark.keys
+    install_component exporter bin/pmenv-exporter share/man/man1/pmenv-exporter.1 \
+        lib/systemd/system/pmenv-exporter.service lib/systemd/system/pmenv-exporter.socket
 fi
 mv "$work/first" "$work/moved here"
 prefix="$work/moved here"
@@ -90,6 +92,7 @@ esac
 # The installed pmenv finds its libraries, wherever it lies.
 if [[ $(cached KRENV_BUILD_TOOLS) == ON ]]; then
     [[ $("$prefix/bin/pmenv" --version) == "pmenv $version" ]] || fail "the installed pmenv is not version $version"
+    [[ $("$prefix/bin/pmenv-exporter" --version) == "pmenv-exporter $version" ]] || fail "pmenv-exporter is of another version"
     head -n 1 "$prefix/share/man/man1/pmenv.1" | grep -qF "\"pmenv $version\"" || fail "its page is not of version $version"
 fi
 

@@ -1,5 +1,6 @@
 // What is counted since a watch began, as a metrics collector gets it.
 #include <algorithm>
+#include <csignal>
 #include <map>
 #include <optional>
 #include <set>
@@ -143,6 +144,48 @@ TEST(Counters, CountUpWhatAnEngineDid) {
         const std::string ofName = "pmenv_engines_" + std::string(series).erase(series.find(",pid=\"100\""), 10);
         EXPECT_NEAR(valueIn(text, ofName).value_or(-1), value, 1e-9) << ofName;
     }
+}
+
+TEST(Counters, TellForHowLongTheEnginesWereWatched) {
+    EXPECT_EQ(valueIn(CountedRun().idle(10).text(), "pmenv_watch_seconds_total"), 10);
+}
+
+// What a hypervisor took left no slack; nothing was late, so that nobody can say.
+TEST(Counters, TimeInDoubtIsNotTimeHeldBack) {
+    Did did;
+    did.ran = 60;
+    did.stolen = 40;
+    const std::string text = CountedRun().engine(10, did).engine(5, {100}).engine(5, {10}).text();
+    EXPECT_NEAR(*valueIn(text, "pmenv_engine_in_doubt_seconds_total" + kOf100), 10, 1e-9);
+    EXPECT_NEAR(*valueIn(text, "pmenv_engine_held_back_seconds_total" + kOf100), 5, 1e-9);
+    EXPECT_NEAR(*valueIn(text, "pmenv_engines_in_doubt_seconds_total" + kOfName), 10, 1e-9);
+}
+
+TEST(Counters, AnEngineThatCannotBeReadIsNotInDoubtForZeroSeconds) {
+    const std::string text = CountedRun().oddEngine([](EngineEvidence& engine) { engine.readable = false; }).text();
+    EXPECT_FALSE(valueIn(text, "pmenv_engine_in_doubt_seconds_total" + kOf100));
+}
+
+TEST(Counters, EnginesThatEndAreCounted) {
+    CountedRun run;
+    const auto end = [&run](std::optional<int> status, bool descendant = false) {
+        run.each(kInterval, [&](Evidence& evidence) {
+            evidence.ends.push_back({{100, 5000}, kEngineName, evidence.to, status, false, descendant});
+        });
+    };
+    EXPECT_EQ(valueIn(run.text(), "pmenv_engines_ended_total" + kOfName), 0);
+    end(0);             // exit code 0
+    end(1 << 8);        // exit code 1
+    end(SIGKILL);       // killed
+    end(std::nullopt);  // nobody knows
+    end(SIGKILL, true);
+    EXPECT_EQ(valueIn(run.text(), "pmenv_engines_ended_total" + kOfName), 4);
+    EXPECT_EQ(valueIn(run.text(), "pmenv_engines_killed_total" + kOfName), 1);
+}
+
+TEST(Counters, HowManyEnginesAreToRunIsThereWhenItWasSaid) {
+    EXPECT_FALSE(valueIn(CountedRun().text(), "pmenv_engines_expected"));
+    EXPECT_EQ(valueIn(CountedRun().text({true, false, 4}), "pmenv_engines_expected"), 4);
 }
 
 TEST(Counters, HaveTheirHeadings) {
@@ -378,9 +421,11 @@ TEST(Counters, WhatIsNotKnownDoesNotAppear) {
     for (const auto& [series, value] : seriesIn(run.text(kAll, sample))) metrics.insert(series);
     EXPECT_THAT(metrics, UnorderedElementsAre(StartsWith("pmenv_build_info{"), "pmenv_host_info{host=\"loadhost\"}",
                                               "pmenv_watch_intervals_total", "pmenv_watch_wakes_total",
-                                              "pmenv_watch_late_wakes_total", "pmenv_engines" + kOfName,
-                                              "pmenv_machine_processors", "pmenv_machine_memory_bytes",
-                                              "pmenv_machine_memory_free_bytes", "pmenv_machine_swap_bytes"));
+                                              "pmenv_watch_late_wakes_total", "pmenv_watch_seconds_total",
+                                              "pmenv_engines" + kOfName, "pmenv_engines_ended_total" + kOfName,
+                                              "pmenv_engines_killed_total" + kOfName, "pmenv_machine_processors",
+                                              "pmenv_machine_memory_bytes", "pmenv_machine_memory_free_bytes",
+                                              "pmenv_machine_swap_bytes"));
 
     run.engine(1, {40}).oddEngine(unreadable);
     EXPECT_NEAR(valueIn(run.text(), "pmenv_engine_cpu_seconds_total" + kOf100).value_or(-1), 0.4, 1e-9)

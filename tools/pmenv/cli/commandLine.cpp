@@ -12,8 +12,8 @@
 namespace {
 
 [[noreturn]] void failUsage(const std::string& what, const Command* command) {
-    const std::string of = command != nullptr ? std::string(" ") + command->name : "";
-    throw Failure(what + (what.back() == '?' ? " See" : "; see") + " 'pmenv" + of + " --help'", kExitUsage);
+    const std::string call = command != nullptr ? callOf(*command) : "pmenv";
+    throw Failure(what + (what.back() == '?' ? " See" : "; see") + " '" + call + " --help'", kExitUsage);
 }
 
 // --- words ----------------------------------------------------------------------------------------------------------
@@ -174,6 +174,16 @@ void checkArguments(const Command& command, const std::vector<std::string>& give
 }
 
 }  // namespace
+
+std::string callOf(const Command& command) {
+    const std::string name = command.name;
+    return name.compare(0, 6, "pmenv-") == 0 ? name : "pmenv " + name;
+}
+
+CommandLine CommandLine::parseProgram(const Grammar& grammar, std::vector<std::string> words) {
+    words.insert(words.begin(), grammar.commands.front().name);
+    return parse(grammar, words);
+}
 
 CommandLine CommandLine::parse(const Grammar& grammar, const std::vector<std::string>& words) {
     CommandLine line;

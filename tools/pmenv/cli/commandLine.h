@@ -53,7 +53,10 @@ struct Command {
     const char* program = nullptr;  ///< help for the program behind "--"; null for a command that starts none
 };
 
-/// Everything that pmenv understands.
+/// How users call a command: "pmenv get", or the name of a program of its own, which begins with "pmenv-".
+std::string callOf(const Command& command);
+
+/// Everything that pmenv understands, or a program of its own: that is the only command of its grammar.
 struct Grammar {
     std::vector<Option> globalOptions;
     std::vector<Command> commands;
@@ -64,6 +67,8 @@ class CommandLine {
 public:
     /// Parses the arguments after the program's name. Throws Failure with kExitUsage.
     static CommandLine parse(const Grammar& grammar, const std::vector<std::string>& words);
+    /// The same for a program of its own.
+    static CommandLine parseProgram(const Grammar& grammar, std::vector<std::string> words);
 
     /// True for --help and --version, which need nothing else.
     bool asksForHelp() const { return has("help"); }

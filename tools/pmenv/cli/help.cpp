@@ -34,7 +34,7 @@ Rows optionRows(const std::vector<Option>& options) {
 }
 
 std::string usage(const Command& command) {
-    std::string text = "Usage: pmenv " + std::string(command.name);
+    std::string text = "Usage: " + callOf(command);
     for (const Argument& argument : command.arguments) text += " " + argumentText(argument);
     text += " [OPTION]...";
     if (command.program != nullptr) text += " [-- COMMAND [ARGUMENT]...]";
@@ -84,6 +84,11 @@ std::string commandHelp(const Grammar& grammar, const Command& command) {
     for (const Argument& argument : command.arguments) rows.emplace_back(argument.name, argument.help);
     if (command.program != nullptr) rows.emplace_back("COMMAND", command.program);
     if (!rows.empty()) text += section("Arguments", rows);
-    if (!command.options.empty()) text += section("Options", optionRows(command.options));
-    return text + section("Options of all commands", optionRows(grammar.globalOptions)) + examples(command.examples);
+    Rows options = optionRows(command.options);
+    const Rows ofAll = optionRows(grammar.globalOptions);
+    const bool isProgram = grammar.commands.size() == 1;
+    if (isProgram) options.insert(options.end(), ofAll.begin(), ofAll.end());
+    if (!options.empty()) text += section("Options", options);
+    if (!isProgram) text += section("Options of all commands", ofAll);
+    return text + examples(command.examples);
 }

@@ -63,6 +63,8 @@ OutputBuffer& outputBuffer() {
     return buffer;
 }
 
+const char* programName = "pmenv";
+
 std::string dumped(const Json& value, int indent) {
     return value.dump(indent, ' ', false, Json::error_handler_t::replace);
 }
@@ -71,10 +73,14 @@ std::string dumped(const Json& value, int indent) {
 
 void gatherOutput() { std::cout.rdbuf(&outputBuffer()); }
 
-void printError(const std::string& text) { std::cerr << Style(STDERR_FILENO).red("pmenv:") << " " << text << "\n"; }
+void nameProgram(const char* name) { programName = name; }
+
+void printError(const std::string& text) {
+    std::cerr << Style(STDERR_FILENO).red(std::string(programName) + ":") << " " << text << "\n";
+}
 
 void printWarning(const std::string& text) {
-    std::cerr << Style(STDERR_FILENO).yellow("pmenv: warning:") << " " << text << "\n";
+    std::cerr << Style(STDERR_FILENO).yellow(std::string(programName) + ": warning:") << " " << text << "\n";
 }
 
 void printJson(const Json& value) { printJson(value, std::cout); }

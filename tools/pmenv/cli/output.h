@@ -13,6 +13,9 @@ using Json = nlohmann::ordered_json;
 /// why a piece could not be written.
 void gatherOutput();
 
+/// What stands before messages from now on, in place of "pmenv". The text stays as it is while the program runs.
+void nameProgram(const char* name);
+
 /// Print "pmenv: text" and "pmenv: warning: text" to standard error.
 void printError(const std::string& text);
 void printWarning(const std::string& text);

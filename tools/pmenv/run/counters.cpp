@@ -5,6 +5,8 @@
 #include <limits>
 #include <string_view>
 
+#include <sys/wait.h>
+
 #include "exposition.h"
 
 namespace {
@@ -124,6 +126,7 @@ void Counters::add(const Evidence& evidence) {
     countUp(machineMetrics(), machineMetrics().valuesIn(evidence, yardstick), &machine_);
     countUp(watchMetrics(), watchMetrics().valuesIn(evidence, yardstick), &watch_);
     addEngines(evidence, yardstick);
+    addEnds(evidence);
     forgetEnded(evidence.to);
     forgetNames();
 }
@@ -145,6 +148,15 @@ void Counters::addEngines(const Evidence& evidence, const Yardstick& yardstick) 
         ++names_[engine.name].running;
     }
     for (const auto& [text, told] : together) countUp(engineMetrics(), told, &names_[text].values);
+}
+
+void Counters::addEnds(const Evidence& evidence) {
+    for (const EngineEnd& end : evidence.ends) {
+        if (end.descendant) continue;  // these come and go
+        Name& name = names_[end.name];
+        ++name.ended;
+        if (end.status && WIFSIGNALED(*end.status)) ++name.killed;
+    }
 }
 
 void Counters::forgetEnded(double now) {
@@ -181,8 +193,8 @@ void Counters::forgetNames() {
 
 std::string Counters::text(const Figures& sample, const ExpositionParts& parts) const {
     const Memory memory = residentIn(sample);
-    return infoText(sample) + watchText() + (parts.machine ? machineText(sample) : "") + namesText(memory) +
-           (parts.perProcess ? enginesText(memory) : "") + "# EOF\n";
+    return infoText(sample) + watchText() + (parts.machine ? machineText(sample) : "") +
+           namesText(memory, parts.expected) + (parts.perProcess ? enginesText(memory) : "") + "# EOF\n";
 }
 
 std::string Counters::watchText() const {
@@ -218,14 +230,27 @@ std::string Counters::machineText(const Figures& sample) const {
     return text;
 }
 
-std::string Counters::namesText(const Memory& memory) const {
+std::string Counters::namesText(const Memory& memory, std::optional<std::size_t> expected) const {
     MetricNow running("pmenv_engines", "gauge", "Load engines that run.");
+    const auto asDouble = [](std::size_t number) { return static_cast<double>(number); };
     std::vector<EngineSeries> series;
     for (const auto& [text, name] : names_) {
-        running.add(label("name", text), static_cast<double>(name.running));
+        running.add(label("name", text), asDouble(name.running));
         series.push_back({label("name", text), name.values, name.running > 0});
     }
-    return running.text() + engineMetricsText(series, true) + namesMemoryText(memory);
+    const std::string expectedText = gaugeText("pmenv_engines_expected", "Load engines that are to run.",
+                                               expected ? std::optional(asDouble(*expected)) : std::nullopt);
+    return running.text() + expectedText + namesEndedText() + engineMetricsText(series, true) + namesMemoryText(memory);
+}
+
+std::string Counters::namesEndedText() const {
+    MetricNow ended("pmenv_engines_ended_total", "counter", "Load engines that have ended.");
+    MetricNow killed("pmenv_engines_killed_total", "counter", "Load engines that a signal has ended.");
+    for (const auto& [text, name] : names_) {
+        ended.add(label("name", text), static_cast<double>(name.ended));
+        killed.add(label("name", text), static_cast<double>(name.killed));
+    }
+    return ended.text() + killed.text();
 }
 
 std::string Counters::namesMemoryText(const Memory& memory) const {

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -17,8 +18,9 @@
 
 /// What is told beside the engines of each name and the watch itself.
 struct ExpositionParts {
-    bool perProcess = false;  ///< also series for each engine, with its process id
-    bool machine = false;     ///< also the machine's figures, which other exporters have too
+    bool perProcess = false;                             ///< also series for each engine, with its process id
+    bool machine = false;                                ///< also the machine's figures, which other exporters have too
+    std::optional<std::size_t> expected = std::nullopt;  ///< how many engines are to run
 };
 
 class Counters {
@@ -48,18 +50,22 @@ private:
     // All engines of a name.
     struct Name {
         std::size_t running = 0;
+        std::size_t ended = 0;
+        std::size_t killed = 0;  // of these, by a signal
         Values values;
     };
     using Engines = std::map<std::pair<std::string, int>, Engine>;  // by name and process id, as their labels
     using Memory = std::map<ProcessKey, double>;
 
     void addEngines(const Evidence& evidence, const Yardstick& yardstick);
+    void addEnds(const Evidence& evidence);
     void forgetEnded(double now);
     void forgetMostEnded(std::vector<Engines::iterator> ended);
     void forgetNames();
     std::string watchText() const;
     std::string machineText(const Figures& sample) const;
-    std::string namesText(const Memory& memory) const;
+    std::string namesText(const Memory& memory, std::optional<std::size_t> expected) const;
+    std::string namesEndedText() const;
     std::string namesMemoryText(const Memory& memory) const;
     std::string enginesText(const Memory& memory) const;
 

@@ -1,5 +1,6 @@
 #include "evidenceMetrics.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace {
@@ -28,6 +29,15 @@ std::optional<double> heldBackSeconds(const EngineEvidence& engine, const Yardst
     return seconds > 0 || (engine.readable && engine.busiest) ? std::optional(seconds) : std::nullopt;
 }
 
+// For the rest of the interval there is a doubt.
+std::optional<double> inDoubtSeconds(const EngineEvidence& engine, const Yardstick& yardstick) {
+    const HeldBack held = heldBackIn(engine, yardstick);
+    if (held.perhaps) return engine.to - engine.from - held.seconds;
+    return heldBackSeconds(engine, yardstick) ? std::optional(0.0) : std::nullopt;
+}
+
+double lengthOf(const Evidence& evidence) { return std::max(0.0, evidence.to - evidence.from); }
+
 // --- tables ---------------------------------------------------------------------------------------------------------
 
 constexpr char kBusiestHelp[] = "What the thread of the engine did that had the least time to spare.";
@@ -36,6 +46,8 @@ constexpr EvidenceMetric<EngineEvidence> kEngineMetrics[] = {
      ofThreads<double, &EngineEvidence::ran>},
     {"pmenv_engine_held_back_seconds", MetricKind::Counter, "Time in which the engine was held back.", "",
      heldBackSeconds},
+    {"pmenv_engine_in_doubt_seconds", MetricKind::Counter,
+     "Time in which the engine was perhaps held back, which cannot be told.", "", inDoubtSeconds},
     {"pmenv_engine_waiting_seconds", MetricKind::Counter,
      "Time in which threads of the engine were ready and waited for a processor.", "",
      ofThreads<double, &EngineEvidence::waited>},
@@ -108,8 +120,10 @@ constexpr EvidenceMetric<Evidence> kMachineMetrics[] = {
 constexpr EvidenceMetric<Evidence> kWatchMetrics[] = {
     {"pmenv_watch_intervals", MetricKind::Counter, "Intervals that the watch has looked at.", "",
      [](const Evidence& evidence, const Yardstick&) {
-         return std::optional(evidence.to > evidence.from ? 1.0 : 0.0);  // the first one has no length
+         return std::optional(lengthOf(evidence) > 0 ? 1.0 : 0.0);  // the first one has no length
      }},
+    {"pmenv_watch_seconds", MetricKind::Counter, "For how long the engines have been watched.", "",
+     [](const Evidence& evidence, const Yardstick&) { return std::optional(lengthOf(evidence)); }},
     {"pmenv_watch_wakes", MetricKind::Counter, "How often the timer of the watch woke it.", "",
      [](const Evidence& evidence, const Yardstick&) {
          return std::optional(static_cast<double>(evidence.wakes.wakes));

@@ -1,6 +1,7 @@
 #include "exposition.h"
 
 #include <cstdio>
+#include <string_view>
 
 #include "recording/texts.h"
 
@@ -19,6 +20,23 @@ std::string joinedLabels(const std::string& labels, const std::string& more) {
 
 std::string metricHeading(const std::string& name, const char* type, const std::string& help) {
     return "# HELP " + name + " " + help + "\n# TYPE " + name + " " + type + "\n";
+}
+
+std::string asOpenMetrics(const std::string& exposition) {
+    constexpr std::string_view kSuffix = "_total";
+    std::string text;
+    for (std::size_t from = 0; from < exposition.size();) {
+        const std::size_t end = exposition.find('\n', from) + 1;
+        std::string line = exposition.substr(from, end - from);
+        const std::size_t nameEnd = line.find(' ', std::string_view("# HELP ").size());
+        const bool isHeading = line[0] == '#' && nameEnd != std::string::npos;
+        if (isHeading && line.compare(nameEnd - kSuffix.size(), kSuffix.size(), kSuffix) == 0) {
+            line.erase(nameEnd - kSuffix.size(), kSuffix.size());
+        }
+        text += line;
+        from = end;
+    }
+    return text;
 }
 
 MetricNow& MetricNow::add(const std::string& labels, std::optional<double> value) {

@@ -14,6 +14,9 @@ std::string joinedLabels(const std::string& labels, const std::string& more);
 /// What stands before the series of a metric.
 std::string metricHeading(const std::string& name, const char* type, const std::string& help);
 
+/// The same exposition in the newer form of the text, which has the name of a counter without _total in its heading.
+std::string asOpenMetrics(const std::string& exposition);
+
 /// A metric as it is now, without a time. What is not known does not appear, and a metric without series neither.
 ///
 /// The heading of a counter bears the name of its samples, which ends in _total, as in the older form of the text: the

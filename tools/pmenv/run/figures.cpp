@@ -29,12 +29,6 @@ std::string machineFile(const std::string& path, Figures& figures) {
 
 // --- engines --------------------------------------------------------------------------------------------------------
 
-std::optional<std::uint64_t> residentBytes(const std::string& directory) {
-    const auto text = kernel::readFile(directory + "/statm");
-    if (!text) return std::nullopt;
-    return kernel::parseResidentBytes(*text, static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)));
-}
-
 // A process that has ended and waits for its parent to notice does not run any more.
 bool runs(const kernel::TaskStat& stat) { return stat.state != 'Z' && stat.state != 'X' && stat.state != 'x'; }
 
@@ -55,11 +49,25 @@ std::optional<EngineLook> lookAt(int processId, std::string* why) {
     if (!why->empty()) *why = "cannot read " + directory + "/stat: " + *why;
     if (!stat || !isEngine(*stat)) return std::nullopt;
     look.stat = std::move(*stat);
-    look.residentBytes = residentBytes(directory);
+    look.residentBytes = residentBytes(processId);
     return look;
 }
 
 }  // namespace
+
+std::optional<std::uint64_t> residentBytes(int processId) {
+    const auto text = kernel::readFile("/proc/" + std::to_string(processId) + "/statm");
+    if (!text) return std::nullopt;
+    return kernel::parseResidentBytes(*text, static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)));
+}
+
+Figures figuresOfHost() {
+    Figures figures{};
+    figures.time = std::chrono::system_clock::now();
+    figures.host = hostName();
+    figures.processors = countProcessors();
+    return figures;
+}
 
 // --- percentages ----------------------------------------------------------------------------------------------------
 
@@ -115,11 +123,8 @@ double Sampler::seconds() const {
 }
 
 Figures Sampler::take() {
-    Figures figures{};
-    figures.time = std::chrono::system_clock::now();
+    Figures figures = figuresOfHost();
     figures.seconds = seconds();
-    figures.host = hostName();
-    figures.processors = countProcessors();
     addProcessors(figures);
     addEngines(figures);
     addMemory(figures);

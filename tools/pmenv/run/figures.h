@@ -47,6 +47,12 @@ struct Figures {
     std::vector<std::string> warnings;  ///< what could not be measured, and why
 };
 
+/// Time, host and processors, and nothing else.
+Figures figuresOfHost();
+
+/// Memory of a process that is not on a disk; empty when it has ended.
+std::optional<std::uint64_t> residentBytes(int processId);
+
 /// The machine's processor time in two parts, in per cent of all processors.
 struct CpuParts {
     double engines;

@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::size_t kAtOnce = 4096;
 constexpr std::size_t kMostKept = 65536;
-constexpr rlim_t kSpare = 64;  // descriptors for everything else
+constexpr rlim_t kSpare = 256;  // descriptors for everything else, an exporter's connections among it
 
 std::size_t mayKeep = 256;
 std::size_t areKept = 0;
@@ -153,7 +153,7 @@ void allowManyFiles() {
 }
 
 double clockSeconds() { return seconds(CLOCK_MONOTONIC); }
-double ownCpuSeconds() { return seconds(CLOCK_PROCESS_CPUTIME_ID); }
+double ownCpuSeconds() { return seconds(CLOCK_THREAD_CPUTIME_ID); }
 
 double secondsOfTicks(std::uint64_t ticks) {
     static const double perSecond = static_cast<double>(std::max(1L, sysconf(_SC_CLK_TCK)));

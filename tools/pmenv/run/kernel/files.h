@@ -56,7 +56,8 @@ bool hasEnded(int error);
 /// Lets this process open as many files as it may, and tells how many of them may be kept.
 void allowManyFiles();
 
-/// Seconds on a clock that never goes back, and the processor time that this process has used.
+/// Seconds on a clock that never goes back, and the processor time that this thread has used: others of the process, which
+/// answer questions, do not make it look less often.
 double clockSeconds();
 double ownCpuSeconds();
 
