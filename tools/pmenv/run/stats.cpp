@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <csignal>
 #include <iostream>
+#include <limits>
 
 #include <unistd.h>
 
@@ -28,12 +29,20 @@ namespace {
 
 // --- a run ----------------------------------------------------------------------------------------------------------
 
+// An exposition counts for as long as it goes on, for weeks; nothing is kept of it to be judged at its end.
+JudgeLimits limitsFor(const StatsOptions& options) {
+    JudgeLimits limits;
+    const bool counts = options.format == StatsOptions::Format::OpenMetrics;
+    if (counts && options.record.empty()) limits.skip = std::numeric_limits<double>::infinity();
+    return limits;
+}
+
 // Samples one after the other, until the options' count or duration is reached. The engines are watched in between.
 class Run {
 public:
     Run(const StatsOptions& options, RecordingWriter* recording)
         : options_(options),
-          watch_({}, {}, JudgeLimits{}, recording, [this](const Evidence& evidence) { add(evidence); }) {}
+          watch_({}, {}, limitsFor(options), recording, [this](const Evidence& evidence) { add(evidence); }) {}
 
     const Figures& sample() {
         take();

@@ -219,6 +219,22 @@ TEST_F(ProcessesTest, TellsWhatOthersUsedSinceTheFirstScan) {
     EXPECT_EQ(processes.others(1).size(), 1u);
 }
 
+// A watch that goes on for weeks does not keep every name that there was.
+TEST_F(ProcessesTest, OfManyProgramsThatHaveEndedThoseAreKnownThatUsedMost) {
+    constexpr int kPrograms = 2100;
+    Processes processes({}, 1);
+    ASSERT_TRUE(processes.scan());
+    for (int i = 0; i < kPrograms; ++i) run(kPid + i, "program" + std::to_string(i), 1, i < 3 ? 100 - i : 1 + i % 50);
+    ASSERT_TRUE(processes.scan());
+    for (int i = 0; i < kPrograms; ++i) kernel.end(kPid + i);
+    ASSERT_TRUE(processes.scan());
+    const std::vector<ProgramTime> others = processes.others(kPrograms);
+    EXPECT_LE(others.size(), 1000u);
+    EXPECT_GE(others.size(), 900u);
+    EXPECT_EQ(others[0].name, "program0");
+    EXPECT_EQ(others[2].name, "program2");
+}
+
 // --- a command that was started -------------------------------------------------------------------------------------
 
 // The watcher itself is the root: what the command leaves behind becomes its child.

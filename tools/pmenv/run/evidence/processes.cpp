@@ -1,12 +1,16 @@
 #include "evidence/processes.h"
 
 #include <algorithm>
+#include <functional>
+#include <iterator>
 #include <set>
 
 #include "figures.h"
 #include "kernel/files.h"
 
 namespace {
+
+constexpr std::ptrdiff_t kMostFinished = 1000;  // programs that have ended and are still known
 
 std::vector<kernel::TaskStat> readAll(const std::vector<int>& pids) {
     std::vector<kernel::TaskStat> stats;
@@ -110,6 +114,18 @@ void Processes::forgetEnded() {
             ++finished.processes;
         }
         entry = seen_.erase(entry);
+    }
+    if (finished_.size() > static_cast<std::size_t>(2 * kMostFinished)) forgetSmallPrograms();
+}
+
+// Names can be made up for ever.
+void Processes::forgetSmallPrograms() {
+    std::vector<std::uint64_t> ticks;
+    for (const auto& [name, program] : finished_) ticks.push_back(program.ticks);
+    const auto least = ticks.begin() + kMostFinished;
+    std::nth_element(ticks.begin(), least, ticks.end(), std::greater<>());
+    for (auto entry = finished_.begin(); entry != finished_.end();) {
+        entry = entry->second.ticks <= *least ? finished_.erase(entry) : std::next(entry);
     }
 }
 

@@ -66,12 +66,13 @@ private:
     void markDescendants(const std::vector<kernel::TaskStat>& stats);
     std::optional<std::size_t> chosenBy(const kernel::TaskStat& stat, const Seen& seen) const;
     void forgetEnded();
+    void forgetSmallPrograms();
 
     EngineChoice choice_;
     int ownPid_;
     unsigned scans_ = 0;
     std::optional<ProcessKey> root_;  // the process that was chosen by its id
     std::map<ProcessKey, Seen> seen_;
-    std::map<std::string, Finished> finished_;  // by name
+    std::map<std::string, Finished> finished_;  // by name, those that used most
     std::vector<FoundEngine> engines_;
 };
