@@ -1,5 +1,5 @@
-# Installs three components: `runtime`, `development` and `tool`. The installed tree may lie anywhere and be moved. An
-# outside project finds it with find_package(krenv), which defines krenv::krenv and krenv::facilities, or with
+# Installs the components `runtime`, `development`, `tool` and `exporter`. The installed tree may lie anywhere and be moved.
+# An outside project finds it with find_package(krenv), which defines krenv::krenv and krenv::facilities, or with
 # `pkg-config krenv` and `pkg-config krfacilities`.
 set(krenv_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/krenv)
 set(krenv_libraries krenv)
@@ -51,4 +51,7 @@ if(TARGET pmenv)
   install(FILES ${PROJECT_BINARY_DIR}/pmenv.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d
     COMPONENT tool)
   install(FILES examples/pressmark.ini examples/pressmark.keys DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/pmenv/examples COMPONENT tool)
+
+  # What a collector needs to make sense of the exporter's metrics.
+  install(DIRECTORY share/prometheus share/grafana DESTINATION ${CMAKE_INSTALL_DATADIR}/pmenv COMPONENT exporter)
 endif()
