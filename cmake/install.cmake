@@ -1,5 +1,5 @@
-# Installs four components: `runtime`, `development`, `tool` and `exporter`. The installed tree may lie anywhere and be moved. An
-# outside project finds it with find_package(krenv), which defines krenv::krenv and krenv::facilities, or with
+# Installs the components `runtime`, `development`, `tool` and `exporter`. The installed tree may lie anywhere and be moved.
+# An outside project finds it with find_package(krenv), which defines krenv::krenv and krenv::facilities, or with
 # `pkg-config krenv` and `pkg-config krfacilities`.
 set(krenv_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/krenv)
 set(krenv_libraries krenv)
@@ -56,4 +56,6 @@ if(TARGET pmenv)
   install(TARGETS pmenv-exporter RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT exporter)
   install(FILES tools/pmenv-exporter/pmenv-exporter.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT exporter)
   install(DIRECTORY tools/pmenv-exporter/systemd/ DESTINATION lib/systemd/system COMPONENT exporter)
+  # What a collector needs to make sense of the exporter's metrics.
+  install(DIRECTORY share/prometheus share/grafana DESTINATION ${CMAKE_INSTALL_DATADIR}/pmenv COMPONENT exporter)
 endif()

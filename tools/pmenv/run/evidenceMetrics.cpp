@@ -29,11 +29,11 @@ std::optional<double> heldBackSeconds(const EngineEvidence& engine, const Yardst
     return seconds > 0 || (engine.readable && engine.busiest) ? std::optional(seconds) : std::nullopt;
 }
 
-// For the rest of the interval there is a doubt.
+// What is not known to be held back for certain: time in which the accounts could not be read belongs to it.
 std::optional<double> inDoubtSeconds(const EngineEvidence& engine, const Yardstick& yardstick) {
     const HeldBack held = heldBackIn(engine, yardstick);
-    if (held.perhaps) return engine.to - engine.from - held.seconds;
-    return heldBackSeconds(engine, yardstick) ? std::optional(0.0) : std::nullopt;
+    const bool isKnown = !held.perhaps && heldBackSeconds(engine, yardstick);
+    return isKnown ? 0 : engine.to - engine.from - held.seconds;
 }
 
 double lengthOf(const Evidence& evidence) { return std::max(0.0, evidence.to - evidence.from); }
@@ -47,7 +47,7 @@ constexpr EvidenceMetric<EngineEvidence> kEngineMetrics[] = {
     {"pmenv_engine_held_back_seconds", MetricKind::Counter, "Time in which the engine was held back.", "",
      heldBackSeconds},
     {"pmenv_engine_in_doubt_seconds", MetricKind::Counter,
-     "Time in which the engine was perhaps held back, which cannot be told.", "", inDoubtSeconds},
+     "Time in which the engine was perhaps held back, which could not be seen.", "", inDoubtSeconds},
     {"pmenv_engine_waiting_seconds", MetricKind::Counter,
      "Time in which threads of the engine were ready and waited for a processor.", "",
      ofThreads<double, &EngineEvidence::waited>},
