@@ -422,13 +422,14 @@ TEST(Counters, WhatIsNotKnownDoesNotAppear) {
     sample.engines[0].startTicks = 5000;
     std::set<std::string> metrics;
     for (const auto& [series, value] : seriesIn(run.text(kAll, sample))) metrics.insert(series);
-    EXPECT_THAT(metrics, UnorderedElementsAre(StartsWith("pmenv_build_info{"), "pmenv_host_info{host=\"loadhost\"}",
-                                              "pmenv_watch_intervals_total", "pmenv_watch_wakes_total",
-                                              "pmenv_watch_late_wakes_total", "pmenv_watch_seconds_total",
-                                              "pmenv_engines" + kOfName, "pmenv_engines_ended_total" + kOfName,
-                                              "pmenv_engines_killed_total" + kOfName, "pmenv_machine_processors",
-                                              "pmenv_machine_memory_bytes", "pmenv_machine_memory_free_bytes",
-                                              "pmenv_machine_swap_bytes"));
+    EXPECT_THAT(metrics,
+                UnorderedElementsAre(
+                    StartsWith("pmenv_build_info{"), "pmenv_host_info{host=\"loadhost\"}",
+                    "pmenv_watch_intervals_total", "pmenv_watch_wakes_total", "pmenv_watch_late_wakes_total",
+                    "pmenv_watch_seconds_total", "pmenv_engines" + kOfName, "pmenv_engines_ended_total" + kOfName,
+                    "pmenv_engines_killed_total" + kOfName, "pmenv_engines_in_doubt_seconds_total" + kOfName,
+                    "pmenv_engine_in_doubt_seconds_total" + kOf100, "pmenv_machine_processors",
+                    "pmenv_machine_memory_bytes", "pmenv_machine_memory_free_bytes", "pmenv_machine_swap_bytes"));
 
     run.engine(1, {40}).oddEngine(unreadable);
     EXPECT_NEAR(valueIn(run.text(), "pmenv_engine_cpu_seconds_total" + kOf100).value_or(-1), 0.4, 1e-9)
