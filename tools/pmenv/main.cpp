@@ -1,70 +1,7 @@
 // pmenv - the command-line tool of the environment support library.
 //
 // It opens no main scope, so that the library neither searches for settings nor logs by itself.
-#include <algorithm>
-#include <exception>
-#include <iostream>
-#include <string>
-#include <vector>
-
-#include <fcntl.h>
-#include <unistd.h>
-
-#include "CommandLineArguments.h"
 #include "commands.h"
-#include "failure.h"
-#include "help.h"
-#include "libraryLog.h"
-#include "output.h"
+#include "program.h"
 
-namespace {
-
-int printHelp(const CommandLine& line) {
-    const Command* const command = line.command();
-    std::cout << (command != nullptr ? commandHelp(pmenvGrammar(), *command)
-                                     : overviewHelp(pmenvGrammar(), line.group()));
-    return kExitDone;
-}
-
-int printVersion() {
-    std::cout << "pmenv " PMENV_VERSION "\n";
-    return kExitDone;
-}
-
-// The arguments after the program's name, which a caller may omit.
-std::vector<std::string> wordsOf(int argc, char** argv) { return {argv + std::min(argc, 1), argv + argc}; }
-
-// A standard descriptor that the caller has closed must not become that of a file, which would then receive messages.
-// Reading and writing fail as before, and a program that pmenv starts finds it closed.
-void occupyStandardDescriptors() {
-    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        if (fcntl(descriptor, F_GETFD) >= 0) continue;
-        open("/dev/null", (descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY) | O_CLOEXEC);
-    }
-}
-
-int run(const CommandLine& line) {
-    if (line.asksForHelp()) return printHelp(line);
-    if (line.asksForVersion()) return printVersion();
-    return line.command()->run(line);
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-    occupyStandardDescriptors();
-    nCommandLineArguments::gSet(argc, argv);
-    showLibraryLog();
-    gatherOutput();
-    try {
-        const int exitCode = run(CommandLine::parse(pmenvGrammar(), wordsOf(argc, argv)));
-        finishOutput();
-        return exitCode;
-    } catch (const Failure& failure) {
-        printError(failure.what());
-        return failure.exitCode();
-    } catch (const std::exception& error) {
-        printError(std::string("stopped by an unexpected error: ") + error.what());
-        return kExitWrong;
-    }
-}
+int main(int argc, char** argv) { return runCommandLine(pmenvGrammar(), argc, argv); }
