@@ -89,7 +89,7 @@ std::string enginesText(const Generator& generator) {
 std::string whyText(const Verdict& verdict) {
     std::string text;
     for (const Finding& finding : verdict.findings) {
-        text += (text.empty() ? "" : "; ") + finding.text + ": " + finding.advice;
+        text += (text.empty() ? "" : "; ") + finding.text + " (" + finding.advice + ")";
     }
     return text;
 }
