@@ -118,7 +118,7 @@ void Prometheus::Transfer::fail(CURLcode code) const {
                           "; this machine must know who signed the server's certificate");
         case CURLE_TOO_MANY_REDIRECTS:
         case CURLE_UNSUPPORTED_PROTOCOL:
-            throw Failure("it leads elsewhere: " + told + "; use the URL of the server itself");
+            throw Failure("it is no Prometheus or leads elsewhere: " + told + "; use the URL of the server itself");
         default:
             throw Failure("no complete answer: " + told + "; try again, and look into the server's log");
     }
