@@ -1,5 +1,4 @@
 // The verdict on a run as text and as JSON.
-#include <fstream>
 #include <string>
 
 #include <nlohmann/json.hpp>
@@ -8,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "pmenv-fleet/Generators.h"
+#include "support/Schema.h"
 #include "verdict/formats.h"
 
 using json = nlohmann::json;
@@ -102,6 +102,15 @@ TEST(FleetJson, HasEverything) {
         R"--("lateShare":0.0,"findings":[{"kind":"quota","text":"load engine 11 (PMLoadEngineMai) was held back for 5.0 % )--"
         R"--(of the time: the quota of its control group was used up",)--"
         R"--("advice":"raise the quota of the control group, or run fewer users here"}]}],"warnings":["slow"]})--");
+}
+
+TEST(FleetJson, IsAsTheSchemaDescribes) {
+    Generator ended = goodGenerator();
+    ended.ended = 1;
+    FleetRun run = runOf({{"a", goodGenerator()}, {"b", heldBackByQuota()}, {"c", Generator()}, {"d", ended}});
+    run.warnings = {"slow"};
+    expectAsDescribed(json(fleetJson(run)), FLEET_SCHEMA);
+    expectAsDescribed(json(fleetJson(runOf({}))), FLEET_SCHEMA);
 }
 
 TEST(FleetJson, UnknownIsNull) {

@@ -10,6 +10,7 @@
 
 #include "pmenv-fleet/FleetProgram.h"
 #include "support/PrometheusServer.h"
+#include "support/Schema.h"
 
 using json = nlohmann::json;
 using testing::HasSubstr;
@@ -204,6 +205,7 @@ TEST_F(FleetOfPrometheus, JudgesEachGenerator) {
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(result.err, "");
     const json run = json::parse(result.out);
+    expectAsDescribed(run, FLEET_SCHEMA);
     EXPECT_EQ(run.at("verdict"), "spoiled");
     EXPECT_EQ(run.at("from"), "2026-11-22T01:13:20.000Z");
     EXPECT_EQ(run.at("to"), "2026-11-22T01:23:20.000Z");
