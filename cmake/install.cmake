@@ -1,4 +1,4 @@
-# Installs three components: `runtime`, `development` and `tool`. The installed tree may lie anywhere and be moved. An
+# Installs the components `runtime`, `development` and `tool`, and on 64 bits `fleet`. The installed tree may lie anywhere and be moved. An
 # outside project finds it with find_package(krenv), which defines krenv::krenv and krenv::facilities, or with
 # `pkg-config krenv` and `pkg-config krfacilities`.
 set(krenv_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/krenv)
@@ -51,4 +51,12 @@ if(TARGET pmenv)
   install(FILES ${PROJECT_BINARY_DIR}/pmenv.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d
     COMPONENT tool)
   install(FILES examples/pressmark.ini examples/pressmark.keys DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/pmenv/examples COMPONENT tool)
+endif()
+
+# --- pmenv-fleet ------------------------------------------------------------------------------------------------------
+
+if(TARGET pmenv-fleet)
+  set_target_properties(pmenv-fleet PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}" BUILD_RPATH_USE_ORIGIN ON)
+  install(TARGETS pmenv-fleet RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT fleet)
+  install(FILES ${PROJECT_BINARY_DIR}/pmenv-fleet.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT fleet)
 endif()

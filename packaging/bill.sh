@@ -52,8 +52,8 @@ materials() {
     libraries
     case $name in
         libkrenv1) compiled_in 'src|facilities' ;;
-        pmenv) compiled_in tools/pmenv ;;
-        krenv) compiled_in 'src|facilities|tools/pmenv' ;;
+        pmenv | pmenv-fleet) compiled_in "tools/$name" ;;
+        krenv) compiled_in 'src|facilities|tools/pmenv(-fleet)?' ;;
         libkrenv-dev) material DEPENDS_ON libkrenv1 "$version" "$architecture" ;;
         *) fail "there is no package $name" ;;
     esac

@@ -54,7 +54,7 @@ check_named() { # PACKAGE RELATIONSHIP
 # The package that has a library, or nothing if the package looked at has it.
 owner_of() { # LIBRARY
     case $1 in
-        libkrenv.so.1 | libkrfacilities.so.1) [[ ${name%%_*} == pmenv ]] && echo libkrenv1 ;;
+        libkrenv.so.1 | libkrfacilities.so.1) [[ ${name%%_*} == pmenv* ]] && echo libkrenv1 ;;
         *) dpkg-query -S "*/$1" | grep -oP "^[^:, ]+(?=:$architecture: )" | head -n 1 ;;
     esac
 }
@@ -83,6 +83,7 @@ for package in "$packages"/*.deb; do
     case ${name%%_*} in
         libkrenv1) check_named libstdc++6 DYNAMIC_LINK && check_named libstdc++-12-dev STATIC_LINK ;;
         pmenv) check_named libkrenv1 DYNAMIC_LINK && check_named nlohmann-json3-dev STATIC_LINK ;;
+        pmenv-fleet) check_named libcurl4 DYNAMIC_LINK && check_named libcurl4-openssl-dev STATIC_LINK ;;
         libkrenv-dev) check_named libkrenv1 DEPENDS_ON ;;
     esac
 done
