@@ -1,5 +1,5 @@
-# Installs the components `runtime`, `development`, `tool` and `exporter`. The installed tree may lie anywhere and be moved.
-# An outside project finds it with find_package(krenv), which defines krenv::krenv and krenv::facilities, or with
+# Installs the components `runtime`, `development`, `tool` and `exporter`, and on 64 bits `fleet`. The installed tree may lie
+# anywhere and be moved. An outside project finds it with find_package(krenv), which defines krenv::krenv and krenv::facilities, or with
 # `pkg-config krenv` and `pkg-config krfacilities`.
 set(krenv_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/krenv)
 set(krenv_libraries krenv)
@@ -58,4 +58,12 @@ if(TARGET pmenv)
   install(DIRECTORY tools/pmenv-exporter/systemd/ DESTINATION lib/systemd/system COMPONENT exporter)
   # What a collector needs to make sense of the exporter's metrics.
   install(DIRECTORY share/prometheus share/grafana DESTINATION ${CMAKE_INSTALL_DATADIR}/pmenv COMPONENT exporter)
+endif()
+
+# --- pmenv-fleet ------------------------------------------------------------------------------------------------------
+
+if(TARGET pmenv-fleet)
+  set_target_properties(pmenv-fleet PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}" BUILD_RPATH_USE_ORIGIN ON)
+  install(TARGETS pmenv-fleet RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT fleet)
+  install(FILES ${PROJECT_BINARY_DIR}/pmenv-fleet.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT fleet)
 endif()

@@ -2,6 +2,13 @@
 set(KRENV_FACILITIES bundled CACHE STRING
     "The support facilities that libkrenv is built on: `bundled`, or an imported target that offers the same headers")
 option(KRENV_BUILD_TOOLS "Build pmenv" ${PROJECT_IS_TOP_LEVEL})
+# Debian's libcurl for i386 takes forty packages along, which a 32-bit pmenv does not need to start a 64-bit program.
+if(CMAKE_SIZEOF_VOID_P EQUAL 8)
+  set(krenv_fleet_default ${PROJECT_IS_TOP_LEVEL})
+else()
+  set(krenv_fleet_default OFF)
+endif()
+option(KRENV_BUILD_FLEET "Build pmenv-fleet, which takes libcurl" ${krenv_fleet_default})
 option(KRENV_BUILD_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
 option(KRENV_BUILD_BENCH "Build the comparison benchmarks" OFF)
 option(KRENV_BUILD_FUZZ "Build the fuzz targets; takes clang" OFF)

@@ -15,6 +15,9 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_COMPONENTS_ALL runtime development tool exporter)
+if(TARGET pmenv-fleet)
+  list(APPEND CPACK_COMPONENTS_ALL fleet)
+endif()
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -46,6 +49,7 @@ ${krenv_library_text}\n.\nThis package has the headers, what CMake and pkg-confi
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME pmenv)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "libkrenv1 (>= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_TOOL_PACKAGE_SUGGESTS pmenv-fleet)
 set(CPACK_COMPONENT_TOOL_DESCRIPTION "settings, paths and figures of a Pressmark host
 Shows on the command line what the environment support library tells the\nprograms of a Pressmark host: settings and where they come from, where files\nare found, and what the machine and its load engines use, also live.")
 
@@ -54,6 +58,12 @@ set(CPACK_DEBIAN_EXPORTER_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_EXPORTER_PACKAGE_DEPENDS "libkrenv1 (>= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_EXPORTER_DESCRIPTION "figures of Pressmark's load engines for a metrics collector
 Watches the load engines of a host and serves over HTTP whether they could\nsend what was due, with rules and a dashboard for the collector.")
+
+set(CPACK_DEBIAN_FLEET_PACKAGE_NAME pmenv-fleet)
+set(CPACK_DEBIAN_FLEET_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_FLEET_PACKAGE_DEPENDS "libkrenv1 (>= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_FLEET_DESCRIPTION "verdict on all load generators of a Pressmark run
+Asks a Prometheus server which load generators held a run back, and why, so\nthat it is known which percentiles of its results can be believed. The\ncommand 'pmenv fleet' starts this program, also that of another architecture.")
 
 configure_file(packaging/debian/changelog.in ${PROJECT_BINARY_DIR}/debian-changelog @ONLY)
 set(CPACK_KRENV_DEBIAN_DIR ${PROJECT_SOURCE_DIR}/packaging/debian)

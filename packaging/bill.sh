@@ -52,9 +52,9 @@ materials() {
     libraries
     case $name in
         libkrenv1) compiled_in 'src|facilities' ;;
-        pmenv) compiled_in tools/pmenv ;;
-        pmenv-exporter) compiled_in 'tools/pmenv|tools/pmenv-exporter' ;;
-        krenv) compiled_in 'src|facilities|tools/pmenv|tools/pmenv-exporter' ;;
+        pmenv | pmenv-fleet) compiled_in "tools/$name" ;;
+        pmenv-exporter) compiled_in 'tools/pmenv(-exporter)?' ;;
+        krenv) compiled_in 'src|facilities|tools/pmenv(-exporter|-fleet)?' ;;
         libkrenv-dev) material DEPENDS_ON libkrenv1 "$version" "$architecture" ;;
         *) fail "there is no package $name" ;;
     esac

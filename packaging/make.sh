@@ -19,9 +19,10 @@ trap 'rm -rf "$work"' EXIT
 quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }; }
 
 make_archive() {
-    local name component
+    local name component components
     name=$(config CPACK_PACKAGE_FILE_NAME)
-    for component in runtime development tool exporter; do
+    IFS=";" read -ra components <<<"$(config CPACK_COMPONENTS_ALL)"
+    for component in "${components[@]}"; do
         quietly cmake --install "$build" --prefix "$work/$name" --component "$component" --strip
     done
     "$here/bill.sh" krenv "$version" "$architecture" "$build" "$work/$name" >"$work/bill"

@@ -84,6 +84,7 @@ for package in "$packages"/*.deb; do
         libkrenv1) check_named libstdc++6 DYNAMIC_LINK && check_named libstdc++-12-dev STATIC_LINK ;;
         pmenv) check_named libkrenv1 DYNAMIC_LINK && check_named nlohmann-json3-dev STATIC_LINK ;;
         pmenv-exporter) check_named libkrenv1 DYNAMIC_LINK && check_named libmicrohttpd12 DYNAMIC_LINK ;;
+        pmenv-fleet) check_named libcurl4 DYNAMIC_LINK && check_named libcurl4-openssl-dev STATIC_LINK ;;
         libkrenv-dev) check_named libkrenv1 DEPENDS_ON ;;
     esac
 done

@@ -37,6 +37,7 @@ if ((EUID != 0)) && unshare --map-root-user true 2>/dev/null; then exec unshare 
 cached() { sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt"; }
 libdir=$(cached CMAKE_INSTALL_LIBDIR)
 pmenv_package=$(echo "$packages"/pmenv_*.deb)
+mapfile -t names < <(for package in "$packages"/*.deb; do dpkg-deb -f "$package" Package; done)
 architecture=$(dpkg-deb -f "$pmenv_package" Architecture)
 version=$(dpkg-deb -f "$pmenv_package" Version)
 
@@ -94,7 +95,7 @@ install_packages() {
 
 remove_packages() {
     ! in_dpkg --remove libkrenv1 || fail "the library could be removed while pmenv needs it"
-    in_dpkg --purge pmenv-exporter pmenv libkrenv-dev libkrenv1 || { cat "$root/output"; fail "the packages cannot be removed"; }
+    in_dpkg --purge "${names[@]}" || { cat "$root/output"; fail "the packages cannot be removed"; }
     rm -rf "${root:?}/host"
     files_in_root | diff "$root/var/before" - || fail "removing the packages leaves something behind"
 }
@@ -119,9 +120,12 @@ use_packages() { # RUN
     expect "pmenv ${version%-*}" "$1" /usr/bin/pmenv --version
     expect "pmenv-exporter ${version%-*}" "$1" /usr/bin/pmenv-exporter --version
     expect /opt/pressmark/bin "$1" /usr/bin/pmenv get KR_BIN --ini "$ini"
-    for page in "$root"/usr/share/man/man1/*.gz; do
-        [[ -z $(man --warnings -l -Tutf8 "$page" 2>&1 >/dev/null) ]] || fail "a manual page warns: $page"
-    done
+    if [[ -e $root/usr/bin/pmenv-fleet ]]; then
+        expect "pmenv ${version%-*}" "$1" /usr/bin/pmenv-fleet --version
+        [[ $("$1" /usr/bin/pmenv fleet --prometheus http://127.0.0.1:1 --from -1m 2>&1) == *"Failed to connect"* ]] ||
+            fail "pmenv fleet does not start its program"
+    fi
+    [[ -z $(man --warnings -l -Tutf8 "$root"/usr/share/man/man1/*.1.gz 2>&1 >/dev/null) ]] || fail "a manual page warns"
     bash -n "$root/usr/share/bash-completion/completions/pmenv"
     zsh -n "$root/usr/share/zsh/vendor-completions/_pmenv"
     fish --no-execute "$root/usr/share/fish/vendor_completions.d/pmenv.fish"

@@ -44,6 +44,7 @@ if [[ $(cached KRENV_BUILD_TOOLS) == ON ]]; then
     install_component exporter bin/pmenv-exporter share/man/man1/pmenv-exporter.1 \
         lib/systemd/system/pmenv-exporter.service lib/systemd/system/pmenv-exporter.socket
 fi
+[[ $(cached KRENV_BUILD_FLEET) != ON ]] || install_component fleet bin/pmenv-fleet share/man/man1/pmenv-fleet.1
 mv "$work/first" "$work/moved here"
 prefix="$work/moved here"
 
@@ -94,6 +95,12 @@ if [[ $(cached KRENV_BUILD_TOOLS) == ON ]]; then
     [[ $("$prefix/bin/pmenv" --version) == "pmenv $version" ]] || fail "the installed pmenv is not version $version"
     [[ $("$prefix/bin/pmenv-exporter" --version) == "pmenv-exporter $version" ]] || fail "pmenv-exporter is of another version"
     head -n 1 "$prefix/share/man/man1/pmenv.1" | grep -qF "\"pmenv $version\"" || fail "its page is not of version $version"
+fi
+
+# It finds the program of its command fleet beside itself.
+if [[ $(cached KRENV_BUILD_FLEET) == ON ]]; then
+    output=$("$prefix/bin/pmenv" fleet --prometheus http://127.0.0.1:1 --from -1m 2>&1) && fail "there is no such server"
+    [[ $output == "pmenv: http://127.0.0.1:1: Failed to connect"* ]] || fail "pmenv fleet printed: $output"
 fi
 
 [[ $(sed -n 's/^## //p' "$prefix/share/doc/krenv/CHANGELOG.md" | head -n 1) == "$version"* ]] ||

@@ -9,10 +9,8 @@
 #include "events.h"
 #include "evidenceWatch.h"
 #include "failure.h"
-#include "help.h"
 #include "listener.h"
 #include "options.h"
-#include "output.h"
 #include "program.h"
 #include "server.h"
 
@@ -72,22 +70,9 @@ int serve(const CommandLine& line) {
     return kExitDone;
 }
 
-int run(const std::vector<std::string>& words) {
-    const Grammar grammar = exporterGrammar(serve);
-    const CommandLine line = CommandLine::parseProgram(grammar, words);
-    if (line.asksForVersion()) {
-        std::cout << "pmenv-exporter " PMENV_VERSION "\n";
-        return kExitDone;
-    }
-    if (!line.asksForHelp()) return serve(line);
-    std::cout << commandHelp(grammar, grammar.commands.front());
-    return kExitDone;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-    nameProgram("pmenv-exporter");
     std::signal(SIGPIPE, SIG_IGN);
-    return runProgram(argc, argv, run);
+    return runCommandLine(exporterGrammar(serve), argc, argv);
 }

@@ -1,5 +1,7 @@
 #include "commands.h"
 
+#include "program.h"
+
 // One line for each command, in the order of the help. The command itself, with its arguments, options and examples, is
 // defined in a file of that name in its room.
 #define PMENV_COMMANDS   \
@@ -21,7 +23,8 @@
     COMMAND(judge)       \
     COMMAND(chart)       \
     COMMAND(export)      \
-    COMMAND(mark)
+    COMMAND(mark)        \
+    COMMAND(fleet)
 
 #define COMMAND(name) Command name##Command();
 PMENV_COMMANDS
@@ -30,15 +33,7 @@ PMENV_COMMANDS
 namespace {
 
 Grammar makeGrammar() {
-    constexpr Option::Kind kFlag = Option::Kind::Flag;
-    Grammar grammar;
-    grammar.globalOptions = {
-        {"ini", Option::Kind::File, "FILE|DIR",
-         "read the settings from FILE or from DIR/pressmark.ini and nowhere else"},
-        {"json", kFlag, nullptr, "print the answer as JSON"},
-        {"help", kFlag, nullptr, "print help and exit; also -h"},
-        {"version", kFlag, nullptr, "print the version and exit"},
-    };
+    Grammar grammar{globalOptions(), {}};
 #define COMMAND(name) grammar.commands.push_back(name##Command());
     PMENV_COMMANDS
 #undef COMMAND

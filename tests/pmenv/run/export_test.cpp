@@ -1,18 +1,15 @@
 // export as its users run it, and a real Prometheus that answers with what was recorded.
 #include <cmath>
-#include <csignal>
 #include <map>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
-
-#include <sys/prctl.h>
 
 #include "pmenv/PmenvTest.h"
 #include "pmenv/run/judgement/Runs.h"
 #include "pmenv/run/recording/Recordings.h"
+#include "support/PrometheusServer.h"
 
 using json = nlohmann::json;
 using testing::AllOf;
@@ -86,61 +83,6 @@ TEST_F(PmenvExport, WhatCannotBeReadIsAnErrorAndPrintsNothing) {
 
 // --- Prometheus -----------------------------------------------------------------------------------------------------
 
-// A server with this data on the loopback, at a port that it chooses, for the length of a scope.
-class Prometheus {
-public:
-    explicit Prometheus(const std::string& directory) : log_(directory + "/log") {
-        const std::string config = directory + "/empty.yml", storage = "--storage.tsdb.path=" + directory + "/data";
-        std::ofstream(config).flush();
-        pid_ = fork();
-        if (pid_ != 0) return;
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        const int log = open(log_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        dup2(log, STDOUT_FILENO);
-        dup2(log, STDERR_FILENO);
-        execl("/usr/bin/prometheus", "prometheus", ("--config.file=" + config).c_str(), storage.c_str(),
-              "--web.listen-address=127.0.0.1:0", nullptr);
-        _exit(127);
-    }
-    ~Prometheus() {
-        if (pid_ <= 0) return;
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-    }
-    Prometheus(const Prometheus&) = delete;
-    Prometheus& operator=(const Prometheus&) = delete;
-
-    /// The samples of all series that the expression selects, as its JSON has them; null when it does not answer.
-    json query(const std::string& expression, const std::string& time) const {
-        const ProgramResult result = runProgram(
-            {"/usr/bin/promtool", "query", "instant", "--format=json", "--time=" + time, address(), expression});
-        EXPECT_EQ(result.status, 0) << result.err << readFileText(log_);
-        return result.status == 0 ? json::parse(result.out) : json();
-    }
-
-    /// Waits for it. False when it ends instead, or is not ready in time.
-    bool isReady() const {
-        for (int i = 0; i < 600; ++i) {
-            if (readFileText(log_).find("Server is ready to receive web requests") != std::string::npos) return true;
-            if (waitpid(pid_, nullptr, WNOHANG) != 0) break;
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        }
-        ADD_FAILURE() << readFileText(log_);
-        return false;
-    }
-
-private:
-    // It logs the port that it listens on.
-    std::string address() const {
-        const std::string log = readFileText(log_), before = "msg=\"Listening on\" address=";
-        const std::size_t begin = log.find(before) + before.size();
-        return "http://" + log.substr(begin, log.find('\n', begin) - begin);
-    }
-
-    std::string log_;
-    pid_t pid_ = -1;
-};
-
 using Moments = std::map<std::int64_t, double>;    // values by milliseconds
 using AllSeries = std::map<std::string, Moments>;  // by series
 
@@ -193,9 +135,7 @@ double numberIn(const json& answer) {
 class PmenvExportToPrometheus : public PmenvExport {
 protected:
     void SetUp() override {
-        for (const char* const program : {"/usr/bin/prometheus", "/usr/bin/promtool"}) {
-            if (access(program, X_OK) != 0) GTEST_SKIP() << "there is no " << program << " on this machine";
-        }
+        if (!PrometheusServer::isInstalled()) GTEST_SKIP() << "there is no Prometheus on this machine";
     }
 
     // Exports the recordings and takes them in.
@@ -203,9 +143,7 @@ protected:
         std::string all;
         for (const std::string& file : recordings) {
             const std::string text = exported(file).out;
-            const ProgramResult made = runProgram({"/usr/bin/promtool", "tsdb", "create-blocks-from", "openmetrics",
-                                                   directory_.writeFile(file + ".om", text), directory_ / "data"});
-            EXPECT_EQ(made.status, 0) << made.out << made.err;
+            PrometheusServer::takeIn(directory_.writeFile(file + ".om", text), directory_ / "data");
             all += text;
         }
         return all;
@@ -223,7 +161,7 @@ TEST_F(PmenvExportToPrometheus, AnswersWithWhatWasRecorded) {
     record(directory_ / "spoiled.pmrec", spoiledRun());
     const std::string text = takenIn({"anything.pmrec", "spoiled.pmrec"});
 
-    const Prometheus server(directory_.path());
+    const PrometheusServer server(directory_.path());
     ASSERT_TRUE(server.isReady());
     const AllSeries answered = historyOf(server.query("{__name__=~\"pmenv_.+\"}[1h]", "1795310000"));
     const AllSeries printed = historyOf(text);

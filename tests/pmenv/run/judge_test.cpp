@@ -14,6 +14,7 @@
 
 #include "pmenv/PmenvTest.h"
 #include "support/LoadEngine.h"
+#include "support/Schema.h"
 #include "support/TerminalRun.h"
 
 using json = nlohmann::json;
@@ -267,32 +268,10 @@ TEST(PmenvJudge, WrongUsageIsRefused) {
 
 // --- the schema -----------------------------------------------------------------------------------------------------
 
-// Each object has exactly the members that the schema names, and each text that may be one of a few is.
-void compare(const json& value, const json& given, const json& root, const std::string& where) {
-    if (given.contains("$ref")) {
-        const std::string reference = given.at("$ref");
-        return compare(value, root.at("$defs").at(reference.substr(reference.rfind('/') + 1)), root, where);
-    }
-    const json& choices = given.value("enum", json::array({value}));
-    EXPECT_THAT(choices, Contains(value)) << where;
-    if (value.is_object()) {
-        for (const json& name : given.at("required")) EXPECT_TRUE(value.contains(name)) << where << "." << name;
-        for (const auto& [name, member] : value.items()) {
-            ASSERT_TRUE(given.at("properties").contains(name)) << where << "." << name;
-            compare(member, given.at("properties").at(name), root, where + "." + name);
-        }
-    }
-    if (value.is_array()) {
-        for (const json& item : value) compare(item, given.at("items"), root, where + "[]");
-    }
-}
-
 TEST(PmenvJudge, JsonIsAsTheSchemaDescribes) {
     const LoadEngine busy("burn");
-    std::ifstream file(JUDGE_SCHEMA);
-    const json schema = json::parse(file);
-    compare(watchedJson({"--duration", "2", "--cpu-limit", "0", "--sustain", "0"}), schema, schema, "");
-    compare(watchedJson({"--duration", "2", "--engine", "none"}), schema, schema, "");
+    expectAsDescribed(watchedJson({"--duration", "2", "--cpu-limit", "0", "--sustain", "0"}), JUDGE_SCHEMA);
+    expectAsDescribed(watchedJson({"--duration", "2", "--engine", "none"}), JUDGE_SCHEMA);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 
 #include "SampleFigures.h"
 #include "chart/csv.h"
+#include "isoTime.h"
 #include "statsFormats.h"
 
 using nlohmann::json;

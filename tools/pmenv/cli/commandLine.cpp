@@ -180,14 +180,15 @@ std::string callOf(const Command& command) {
     return name.compare(0, 6, "pmenv-") == 0 ? name : "pmenv " + name;
 }
 
-CommandLine CommandLine::parseProgram(const Grammar& grammar, std::vector<std::string> words) {
-    words.insert(words.begin(), grammar.commands.front().name);
-    return parse(grammar, words);
+const Command* programOf(const Grammar& grammar) {
+    const std::vector<Command>& commands = grammar.commands;
+    return commands.size() == 1 && callOf(commands[0]) == commands[0].name ? &commands[0] : nullptr;
 }
 
 CommandLine CommandLine::parse(const Grammar& grammar, const std::vector<std::string>& words) {
     CommandLine line;
-    const Words typed = separate(grammar, words);
+    Words typed = separate(grammar, words);
+    if (const Command* const program = programOf(grammar)) typed.rest.insert(typed.rest.begin(), program->name);
     line.takeCommand(grammar, typed.rest);
     for (const Words::Given& option : typed.options) line.takeOption(grammar, option.name, option.value);
     if (line.asksForHelp() || line.asksForVersion()) return line;

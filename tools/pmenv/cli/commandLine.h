@@ -62,13 +62,14 @@ struct Grammar {
     std::vector<Command> commands;
 };
 
+/// The program of its own; null for pmenv.
+const Command* programOf(const Grammar& grammar);
+
 /// What the user typed, checked against the grammar.
 class CommandLine {
 public:
     /// Parses the arguments after the program's name. Throws Failure with kExitUsage.
     static CommandLine parse(const Grammar& grammar, const std::vector<std::string>& words);
-    /// The same for a program of its own.
-    static CommandLine parseProgram(const Grammar& grammar, std::vector<std::string> words);
 
     /// True for --help and --version, which need nothing else.
     bool asksForHelp() const { return has("help"); }

@@ -74,8 +74,8 @@ std::string overviewHelp(const Grammar& grammar, const std::string& group) {
            section("Options of all commands", optionRows(grammar.globalOptions)) +
            examples(group.empty() ? kOverviewExamples : groupExamples.c_str()) +
            "\n'pmenv COMMAND --help' tells more about a command, 'man pmenv' about all.\n"
-           "Exit codes: 0 done; 1 the thing asked for is absent or wrong; 2 wrong usage;\n3 judge: the "
-           "run was spoiled by its load generator; 4 judge: that cannot be told.\n";
+           "Exit codes: 0 done; 1 the thing asked for is absent or wrong; 2 wrong usage;\n3 judge, fleet: the "
+           "run was spoiled by its load generator; 4 that cannot be told.\n";
 }
 
 std::string commandHelp(const Grammar& grammar, const Command& command) {
@@ -86,7 +86,7 @@ std::string commandHelp(const Grammar& grammar, const Command& command) {
     if (!rows.empty()) text += section("Arguments", rows);
     Rows options = optionRows(command.options);
     const Rows ofAll = optionRows(grammar.globalOptions);
-    const bool isProgram = grammar.commands.size() == 1;
+    const bool isProgram = programOf(grammar) != nullptr;
     if (isProgram) options.insert(options.end(), ofAll.begin(), ofAll.end());
     if (!options.empty()) text += section("Options", options);
     if (!isProgram) text += section("Options of all commands", ofAll);

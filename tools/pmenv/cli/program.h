@@ -1,10 +1,12 @@
-// program.h - the frame of a command line program: what it does before anything else, and how it ends.
+// program.h - what a command line program does from its start to its end.
 #pragma once
 
-#include <functional>
-#include <string>
 #include <vector>
 
-/// Runs `run` with the arguments after the program's name. A Failure, and any other exception, is told on standard error
-/// and makes the exit code; what was printed is written before.
-int runProgram(int argc, char** argv, const std::function<int(const std::vector<std::string>& words)>& run);
+#include "commandLine.h"
+
+/// The options of all commands.
+std::vector<Option> globalOptions();
+
+/// Parses the arguments, runs the command or prints help, and prints what failed. Returns the exit code.
+int runCommandLine(const Grammar& grammar, int argc, char** argv);

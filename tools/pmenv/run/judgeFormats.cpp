@@ -6,8 +6,8 @@
 #include <sys/wait.h>
 
 #include "failure.h"
+#include "isoTime.h"
 #include "judgement/findings.h"
-#include "statsFormats.h"
 #include "table.h"
 #include "text.h"
 #include "units.h"

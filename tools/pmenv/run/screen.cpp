@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "bars.h"
-#include "statsFormats.h"
+#include "isoTime.h"
 #include "text.h"
 #include "units.h"
 

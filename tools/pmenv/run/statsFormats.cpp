@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <ctime>
 
+#include "isoTime.h"
 #include "table.h"
 #include "text.h"
 #include "units.h"
@@ -55,17 +55,6 @@ Json worstThreadJson(const EngineFigures& engine) {
 }
 
 }  // namespace
-
-std::string isoTime(std::chrono::system_clock::time_point time) {
-    const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
-    const auto seconds = static_cast<std::time_t>(milliseconds / 1000);
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    char text[64];
-    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-    std::snprintf(text + length, sizeof text - length, ".%03dZ", static_cast<int>(milliseconds % 1000));
-    return text;
-}
 
 std::vector<EngineFigures> byCpu(std::vector<EngineFigures> engines) {
     std::sort(engines.begin(), engines.end(), [](const EngineFigures& left, const EngineFigures& right) {

@@ -10,9 +10,6 @@
 #include "output.h"
 #include "terminal.h"
 
-/// "2026-11-21T02:20:33.123Z".
-std::string isoTime(std::chrono::system_clock::time_point time);
-
 /// Two lines of the machine and a table of its engines, the busiest first.
 std::string statsTable(const Figures& figures, const Style& style, std::optional<std::size_t> width);
 

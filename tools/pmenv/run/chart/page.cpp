@@ -10,9 +10,9 @@
 #include "chart/markup.h"
 #include "chart/plot.h"
 #include "chart/style.h"
+#include "isoTime.h"
 #include "judgeFormats.h"
 #include "judgement/findings.h"
-#include "statsFormats.h"
 
 namespace {
 

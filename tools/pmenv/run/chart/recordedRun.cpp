@@ -5,8 +5,8 @@
 #include <variant>
 
 #include "chart/markup.h"
+#include "isoTime.h"
 #include "recording/recording.h"
-#include "statsFormats.h"
 #include "units.h"
 
 namespace {
