@@ -61,7 +61,7 @@ Watches the load engines of a host and serves over HTTP whether they could\nsend
 
 set(CPACK_DEBIAN_FLEET_PACKAGE_NAME pmenv-fleet)
 set(CPACK_DEBIAN_FLEET_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_FLEET_PACKAGE_DEPENDS "libkrenv1 (>= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_FLEET_PACKAGE_DEPENDS "libkrenv1 (>= ${PROJECT_VERSION}), libcurl4 (>= 7.87)")   # has all options that are set
 set(CPACK_COMPONENT_FLEET_DESCRIPTION "verdict on all load generators of a Pressmark run
 Asks a Prometheus server which load generators held a run back, and why, so\nthat it is known which percentiles of its results can be believed. The\ncommand 'pmenv fleet' starts this program, also that of another architecture.")
 

@@ -2,15 +2,16 @@
 # ldconfig where Debian wants a trigger. This script corrects both, and packs the files again in the order of their names,
 # all of the age SOURCE_DATE_EPOCH.
 foreach(package IN LISTS CPACK_PACKAGE_FILES)
-  string(REGEX MATCH "/([^/_]*)_[^/]*\\.deb$" name ${package})
-  set(contents ${CPACK_TEMPORARY_DIRECTORY}/${CMAKE_MATCH_1})
+  string(REGEX MATCH "/([^/_]*)_[^/]*\\.deb$" file ${package})
+  set(name ${CMAKE_MATCH_1})
+  set(contents ${CPACK_TEMPORARY_DIRECTORY}/${name})
   execute_process(COMMAND dpkg-deb --raw-extract ${package} ${contents} COMMAND_ERROR_IS_FATAL ANY)
 
-  # Of pmenv-fleet, the one of any architecture serves a pmenv.
+  # A pmenv of any architecture can start pmenv-fleet.
   set(multi_arch "")
-  if(CMAKE_MATCH_1 MATCHES "^libkrenv")
+  if(name MATCHES "^libkrenv")
     set(multi_arch same)
-  elseif(CMAKE_MATCH_1 STREQUAL "pmenv-fleet")
+  elseif(name STREQUAL "pmenv-fleet")
     set(multi_arch foreign)
   endif()
   if(multi_arch)

@@ -122,6 +122,7 @@ use_packages() { # RUN
     expect /opt/pressmark/bin "$1" /usr/bin/pmenv get KR_BIN --ini "$ini"
     if [[ -e $root/usr/bin/pmenv-fleet ]]; then
         expect "pmenv ${version%-*}" "$1" /usr/bin/pmenv-fleet --version
+        expect foreign dpkg-deb -f "$packages"/pmenv-fleet_*.deb Multi-Arch
         [[ $("$1" /usr/bin/pmenv fleet --prometheus http://127.0.0.1:1 --from -1m 2>&1) == *"Failed to connect"* ]] ||
             fail "pmenv fleet does not start its program"
     fi

@@ -52,6 +52,8 @@ public:
     CURL* curl() const { return curl_.get(); }
 
 private:
+    template <class Value>
+    void set(CURLoption option, Value value);
     milliseconds timeLeft() const;
     [[noreturn]] void fail(CURLcode code) const;
 
@@ -62,6 +64,14 @@ private:
     char error_[CURL_ERROR_SIZE] = "";
 };
 
+// An option that is refused would leave a protection out.
+template <class Value>
+void Prometheus::Transfer::set(CURLoption option, Value value) {
+    if (curl_easy_setopt(curl_.get(), option, value) == CURLE_OK) return;
+    throw Failure(std::string("cannot ask a server: libcurl ") + curl_version_info(CURLVERSION_NOW)->version +
+                  " is too old, or there is no memory left");
+}
+
 // A server that is asked without protection may lead to a protected one, but not the other way round. What is asked goes
 // with the redirection.
 Prometheus::Transfer::Transfer(const std::string& url, double timeout)
@@ -70,18 +80,17 @@ Prometheus::Transfer::Transfer(const std::string& url, double timeout)
       end_(steady_clock::now() + std::chrono::duration_cast<milliseconds>(std::chrono::duration<double>(timeout))) {
     constexpr long kMostRedirections = 3;
     if (!curl_) throw Failure("cannot ask a server: libcurl does not start");
-    CURL* const curl = curl_.get();
-    curl_easy_setopt(curl, CURLOPT_URL, (url + "/api/v1/query").c_str());
-    curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, isSecure(url) ? "https" : "http,https");
-    curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
-    curl_easy_setopt(curl, CURLOPT_MAXREDIRS, kMostRedirections);
-    curl_easy_setopt(curl, CURLOPT_POSTREDIR, CURL_REDIR_POST_ALL);
-    curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(curl, CURLOPT_QUICK_EXIT, 1L);  // do not wait for a name server that keeps silent
-    curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, error_);
-    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, takePart);
-    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &answer_);
+    set(CURLOPT_URL, (url + "/api/v1/query").c_str());
+    set(CURLOPT_PROTOCOLS_STR, "http,https");
+    set(CURLOPT_REDIR_PROTOCOLS_STR, isSecure(url) ? "https" : "http,https");
+    set(CURLOPT_FOLLOWLOCATION, 1L);
+    set(CURLOPT_MAXREDIRS, kMostRedirections);
+    set(CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_ALL));
+    set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_QUICK_EXIT, 1L);  // do not wait for a name server that keeps silent
+    set(CURLOPT_ERRORBUFFER, static_cast<char*>(error_));
+    set(CURLOPT_WRITEFUNCTION, takePart);
+    set(CURLOPT_WRITEDATA, &answer_);
 }
 
 milliseconds Prometheus::Transfer::timeLeft() const {
@@ -91,8 +100,8 @@ milliseconds Prometheus::Transfer::timeLeft() const {
 // A time of 0 would be no limit.
 Answer Prometheus::Transfer::ask(const std::string& form) {
     answer_.clear();
-    curl_easy_setopt(curl(), CURLOPT_TIMEOUT_MS, std::max<long>(1, timeLeft().count()));
-    curl_easy_setopt(curl(), CURLOPT_POSTFIELDS, form.c_str());
+    set(CURLOPT_TIMEOUT_MS, std::max<long>(1, timeLeft().count()));
+    set(CURLOPT_POSTFIELDS, form.c_str());
     const CURLcode code = curl_easy_perform(curl());
     if (code != CURLE_OK) fail(code);
     long status = 0;

@@ -11,11 +11,12 @@
 set -euo pipefail
 export LC_ALL=C NO_COLOR=1
 
-build=$(realpath "$1") fleet=$(realpath "$2")/tools/pmenv-fleet/pmenv-fleet generators=$3 seconds=$4
+build=$(realpath "$1") fleet=$(realpath "$2")/tools/pmenv-fleet generators=$3 seconds=$4
 percentile=95
 here=$(realpath "$(dirname "${BASH_SOURCE[0]}")") share=$(realpath "$here/../../share")
 fail() { printf 'fleet.sh: %s\n' "$*" >&2; exit 1; }
-for program in "$build"/{tools/pmenv/pmenv,tools/pmenv-exporter/pmenv-exporter,truth/PMLoadEngineMain} "$fleet" prometheus promtool jq unshare; do
+for program in "$build"/{tools/pmenv/pmenv,tools/pmenv-exporter/pmenv-exporter,truth/PMLoadEngineMain} "$fleet/pmenv-fleet" \
+    prometheus promtool jq unshare; do
     command -v "$program" >/dev/null || fail "there is no $program"
 done
 unshare --pid --fork --mount-proc true || fail "it takes root's rights to give process ids of their own"
@@ -129,8 +130,12 @@ same() { # WHAT EXPECTED FOUND
     [[ $2 == "$3" ]] || complain "$1: expected '${2//$'\n'/ }', found '${3//$'\n'/ }'"
 }
 
+ask_fleet() { # OPTION...
+    PATH=$fleet:$PATH "$build/tools/pmenv/pmenv" fleet --prometheus "$server" --from "$begin" --to "$finish" --percentile "$percentile" "$@"
+}
+
 compare() {
-    local name said
+    local name said code=0
     # What happened is what judge saw, else nothing can be compared.
     for role in throttled stopped gone; do
         for name in $(with_role $role); do [[ $(verdict_of "$name") == spoiled ]] || complain "judge calls $name, $role, $(verdict_of "$name")"; done
@@ -139,14 +144,14 @@ compare() {
     same "the alert of an engine that ended" "$(with_role gone)" "$(fired 'PmenvEngineEnded|PmenvEnginesMissing')"
     same "the alert of an exporter that is down" "$(with_role away)" "$(fired PmenvExporterDown)"
 
-    "$fleet" --prometheus "$server" --from "$begin" --to "$finish" --percentile "$percentile" --json >"$work/fleet.json" || code=$?
-    "$fleet" --prometheus "$server" --from "$begin" --to "$finish" --percentile "$percentile" || true
-    same "the exit code of pmenv fleet" 3 "${code:-0}"
+    ask_fleet --json >"$work/fleet.json" || code=$?
+    ask_fleet || true
+    same "the exit code of pmenv fleet" 3 "$code"
     for ((i = 1; i <= generators; i++)); do
         name=$(name_of "$i")
-        said=$(jq -r --arg name "$name" '.generators[] | select(.instance == $name) | .verdict' "$work/fleet.json")
+        said=$(jq -r --arg name "$name" '.generators[] | select(.generator == $name) | .verdict' "$work/fleet.json")
         if [[ $(role_of "$i") == away ]]; then
-            same "what pmenv fleet says of $name, whose exporter went away" cannotTell "$said"
+            same "what pmenv fleet says of $name, whose exporter went away" 'cannot tell' "$said"
         else
             same "what pmenv fleet says of $name ($(role_of "$i"))" "$(verdict_of "$name")" "$said"
         fi

@@ -72,7 +72,7 @@ Command fleetCommand() {
         "pmenv fleet --prometheus https://monitor/prometheus --from 2026-11-21T18:00:00Z --to 2026-11-21T19:00:00Z\n"
         "pmenv fleet --prometheus http://monitor:9090 --from -1h --percentile 95 --json   as JSON, for a pipeline",
         startFleetProgram,
-        "The server collects what pmenv-exporter tells on each load generator. Everyone of the job that the server "
+        "The server collects what pmenv-exporter tells on each load generator. Every one of the job that the server "
         "tried to reach in this time is in the table. One without figures is cannot tell, never clean.\n\n"
         "The program pmenv-fleet does the work. It is a package of its own."};
 }
