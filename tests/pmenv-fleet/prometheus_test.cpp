@@ -304,11 +304,4 @@ TEST_F(FleetOfPrometheus, JudgesTheTimeThatIsGiven) {
     EXPECT_EQ(verdictOn("1795300000", "1795300600").status, 4) << "there was no run";
 }
 
-TEST_F(FleetOfPrometheus, TellsWhatTheServerRefuses) {
-    const ProgramResult result = run({"--from", "0", "--to", "253402300799"});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.err, HasSubstr(": the server says: "));
-    EXPECT_EQ(result.out, "");
-}
-
 }  // namespace

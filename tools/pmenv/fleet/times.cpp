@@ -10,7 +10,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr double kLastSecond = 253402300799;  // of the year 9999
+constexpr double kLastSecond = 7258118399;  // of the year 2199; the clock of the C++ library counts to 2262
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
@@ -93,7 +93,7 @@ std::optional<double> secondsOf(std::tm parts) {
     const std::time_t seconds = timegm(&parts);
     const bool exists = given.tm_mon == parts.tm_mon && given.tm_mday == parts.tm_mday &&
                         given.tm_hour == parts.tm_hour && given.tm_min == parts.tm_min && given.tm_sec == parts.tm_sec;
-    return exists && seconds >= 0 ? std::optional(static_cast<double>(seconds)) : std::nullopt;
+    return exists ? std::optional(static_cast<double>(seconds)) : std::nullopt;
 }
 
 // "2026-11-21T04:20:33.123+02:00"
@@ -113,11 +113,17 @@ std::optional<Moment> parseDate(std::string_view text) {
     return Moment(asMilliseconds(*seconds + *fraction - *offset));
 }
 
-}  // namespace
-
-std::optional<Moment> parseMoment(std::string_view text, Moment now) {
+std::optional<Moment> parseAny(std::string_view text, Moment now) {
     if (text == "now") return now;
     if (text.size() > 2 && text[0] == '-') return parseAgo(text, now);
     if (const std::optional<double> seconds = parseDecimal(text)) return Moment(asMilliseconds(*seconds));
     return parseDate(text);
+}
+
+}  // namespace
+
+std::optional<Moment> parseMoment(std::string_view text, Moment now) {
+    const std::optional<Moment> moment = parseAny(text, now);
+    const bool fits = moment && *moment >= Moment() && *moment <= Moment(asMilliseconds(kLastSecond));
+    return fits ? moment : std::nullopt;
 }
