@@ -122,7 +122,11 @@ status=0
 complain() { printf 'fleet.sh: %s\n' "$*" >&2; status=1; }
 
 verdict_of() { jq -r .verdict "$work/$1.judged"; }
-fired() { query "max by (instance) (max_over_time(ALERTS{alertname=~\"$1\", alertstate=\"firing\"}[${seconds}s]))" | jq -r '.[].metric.instance' | sort; }
+# Whose alerts of that name fired in the last seconds.
+fired() { # NAMES SECONDS
+    query "max by (instance) (max_over_time(ALERTS{alertname=~\"$1\", alertstate=\"firing\"}[$2s]))" |
+        jq -r '.[].metric.instance' | sort
+}
 with_role() { for ((i = 1; i <= generators; i++)); do [[ $(role_of "$i") != "$1" ]] || name_of "$i"; done; }
 judged() { for ((i = 1; i <= generators; i++)); do [[ $(verdict_of "$(name_of "$i")") != "$1" ]] || name_of "$i"; done; }
 
@@ -138,11 +142,12 @@ compare() {
     local name said code=0
     # What happened is what judge saw, else nothing can be compared.
     for role in throttled stopped gone; do
-        for name in $(with_role $role); do [[ $(verdict_of "$name") == spoiled ]] || complain "judge calls $name, $role, $(verdict_of "$name")"; done
+        for name in $(with_role $role); do same "what judge says of $name ($role)" spoiled "$(verdict_of "$name")"; done
     done
-    same "the alert of a spoiled generator" "$(sort -u <(with_role throttled) <(with_role stopped))" "$(fired PmenvGeneratorSpoiled)"
-    same "the alert of an engine that ended" "$(with_role gone)" "$(fired 'PmenvEngineEnded|PmenvEnginesMissing')"
-    same "the alert of an exporter that is down" "$(with_role away)" "$(fired PmenvExporterDown)"
+    # In the end the rules look back over just the run; before, over the beginning of so many programs as well.
+    same "the alert of a spoiled generator" "$(sort -u <(with_role throttled) <(with_role stopped))" "$(fired PmenvGeneratorSpoiled 5)"
+    same "the alert of an engine that ended" "$(with_role gone)" "$(fired 'PmenvEngineEnded|PmenvEnginesMissing' "$seconds")"
+    same "the alert of an exporter that is down" "$(with_role away)" "$(fired PmenvExporterDown "$seconds")"
 
     ask_fleet --json >"$work/fleet.json" || code=$?
     ask_fleet || true
