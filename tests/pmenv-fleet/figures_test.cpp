@@ -1,11 +1,13 @@
 // What is asked of the server, and what its answers tell of each load generator.
 #include <algorithm>
+#include <sstream>
 #include <string>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "failure.h"
+#include "support/TempDir.h"
 #include "verdict/figures.h"
 
 using testing::HasSubstr;
@@ -25,7 +27,7 @@ Sample sampleOf(const Labels& labels, std::optional<double> value) { return {lab
 TEST(QueryFor, NamesTheJobAndTheWindowOfEachMetric) {
     EXPECT_EQ(queryFor(figureAbout("late_wakes"), "pmenv", 600000),
               "increase(pmenv_watch_late_wakes_total{job=\"pmenv\"}[600s])"
-              " / on (job, instance) increase(pmenv_watch_wakes_total{job=\"pmenv\"}[600s])");
+              " / increase(pmenv_watch_wakes_total{job=\"pmenv\"}[600s])");
     EXPECT_EQ(queryFor(figureAbout("(up"), "a\"b\\c\nd", 1500), "count_over_time(up{job=\"a\\\"b\\\\c\\nd\"}[1500ms])");
     EXPECT_EQ(queryFor(figureAbout("(up"), "[W]", 1000), "count_over_time(up{job=\"[W]\"}[1s])");
 }
@@ -41,6 +43,19 @@ TEST(QueryFor, LeavesNoMetricWithoutJobAndWindow) {
             EXPECT_EQ(query.compare(end, selector.size(), selector), 0) << query;
             at = end;
         }
+    }
+}
+
+// The alerts and the verdict on the run are not to differ by their arithmetic.
+TEST(Figures, AreWorkedOutAsTheRulesDo) {
+    std::istringstream words(readFileText(RULES));
+    std::string rules;
+    for (std::string word; words >> word;) rules += word + " ";
+    for (const char* const part : {"late_wakes", "increase(pmenv_engine_held_back_seconds_total[W]) /",
+                                   "(increase(pmenv_engine_held_back_seconds_total[W]) +"}) {
+        std::string expression = figureAbout(part).expression;
+        for (std::size_t at; (at = expression.find("[W]")) != std::string::npos;) expression.replace(at, 3, "[5m]");
+        EXPECT_THAT(rules, HasSubstr(" " + expression));
     }
 }
 

@@ -61,8 +61,7 @@ const std::vector<Figure>& figures() {
     static const std::vector<Figure> all{
         {"count_over_time(up[W])", ofGenerator<&Generator::scrapes>},
         {"increase(pmenv_watch_seconds_total[W])", ofGenerator<&Generator::watched>},
-        {"increase(pmenv_watch_late_wakes_total[W])"
-         " / on (job, instance) increase(pmenv_watch_wakes_total[W])",
+        {"increase(pmenv_watch_late_wakes_total[W]) / increase(pmenv_watch_wakes_total[W])",
          ofGenerator<&Generator::late>},
         // Where the sum of the fewest of each name is not the fewest of all, one of them has ended.
         {"sum by (job, instance) (min_over_time(pmenv_engines[W]))", ofGenerator<&Generator::fewest>},
