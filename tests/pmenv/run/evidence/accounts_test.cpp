@@ -37,10 +37,12 @@ TEST(Account, AWaitThatBeganEarlierDoesNotMakeTheIntervalLonger) {
     EXPECT_NEAR(slack(thread), 0, 1e-9);
 }
 
-// The kernel adds a wait when it is over. A thread that is ready and has done nothing since is waiting.
+// The kernel adds a wait when it is over. A thread that is ready from beginning to end and has done nothing is waiting.
 TEST(Account, AReadyThreadThatDidNothingWaits) {
     ThreadInterval waits = interval(0, 0, 0);
     waits.state = 'R';
+    EXPECT_EQ(account(waits).parts.sum(), 0) << "it has been woken just now";
+    waits.wasReady = true;
     EXPECT_NEAR(account(waits).parts.waiting, 0.25, 1e-9);
     waits.state = 'S';
     EXPECT_EQ(account(waits).parts.sum(), 0);

@@ -338,6 +338,38 @@ TEST_F(ThreadsTest, TenThousandThreads) {
     EXPECT_EQ(evidence.busiest->tid, kPid + kCount - 1);
 }
 
+// Its state was not known before: all that is seen is that it is ready now.
+TEST_F(ThreadsTest, AThreadThatIsSeenAsItWakesHasNotWaited) {
+    run(0, 0, 0, 1);
+    run(1, 0, 0, 1);
+    Threads threads(kPid, {});
+    ASSERT_TRUE(threads.list());
+    sample(threads);
+    context.lookEvery = 1000;  // so that the state of the second is not read here
+    run(1, 0.01, 0, 2);
+    sample(threads);
+    context.lookEvery = 1;
+    run(1, 0.01, 0, 2, 'R');
+    const EngineEvidence evidence = sample(threads);
+    EXPECT_NEAR(evidence.waited, 0, 1e-6);
+    EXPECT_NEAR(evidence.busiest->parts.sum(), 0, 1e-6);
+}
+
+// From then on it is looked at in each interval, however many others there are.
+TEST_F(ThreadsTest, AThreadThatStaysReadyWaits) {
+    run(0, 0, 0, 1);
+    run(1, 0, 0, 1);
+    Threads threads(kPid, {});
+    ASSERT_TRUE(threads.list());
+    sample(threads);
+    run(1, 0.01, 0, 2, 'R');
+    EXPECT_NEAR(sample(threads).waited, 0, 1e-6);
+    context.lookEvery = 1000;
+    for (int interval = 0; interval < 3; ++interval) EXPECT_NEAR(sample(threads).waited, 0.25, 1e-6) << interval;
+    run(1, 0.02, 0.8, 3);
+    EXPECT_NEAR(sample(threads).waited, 0.8, 1e-6) << "with what came before the interval";
+}
+
 // A thread's state is read in every so manieth interval only; in the others it is not known, and nothing is made of it.
 TEST_F(ThreadsTest, StatesAreReadInTurns) {
     run(0, 0, 0, 1);

@@ -26,7 +26,7 @@ double blockedShare(const ThreadInterval& interval, bool didNothing) {
 }  // namespace
 
 ThreadEvidence account(const ThreadInterval& interval) {
-    const auto& [before, now, seconds, state, samples, blockedSeconds, throttled, stolenPerBusy] = interval;
+    const auto& [before, now, seconds, wasReady, state, samples, blockedSeconds, throttled, stolenPerBusy] = interval;
     ThreadEvidence thread;
     thread.seconds = seconds;
     thread.turns = now.turns > before.turns ? now.turns - before.turns : 0;
@@ -43,7 +43,8 @@ ThreadEvidence account(const ThreadInterval& interval) {
     Parts& parts = thread.parts;
     parts.running = take(ran);
     thread.waitedBefore = std::max(waited - left, 0.0);
-    if (didNothing && state == 'R') waited = seconds;  // still waiting; the counter follows later
+    // Still waiting; the counter follows later. One that was not ready before has been woken just now, for all that is known.
+    if (didNothing && wasReady && state == 'R') waited = seconds;
     const double ready = take(waited);
     parts.throttled = std::min(ready, throttled);
     parts.waiting = ready - parts.throttled;

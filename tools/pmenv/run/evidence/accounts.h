@@ -17,7 +17,8 @@ struct ThreadInterval {
     kernel::SchedStat before;
     kernel::SchedStat now;
     double seconds = 0;
-    char state = '?';  ///< at its end
+    bool wasReady = false;  ///< at its beginning: running, or waiting for a processor
+    char state = '?';       ///< at its end
     StateSamples samples;
     std::optional<double> blockedSeconds;  ///< by delay accounting, where that is on
     double throttledSeconds = 0;           ///< of its control groups

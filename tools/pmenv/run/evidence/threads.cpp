@@ -63,9 +63,10 @@ bool Threads::sampleThread(int tid, Thread& thread, bool looks, const IntervalCo
     accountsKept_ = accountsKept_ || now->turns > 0;
     evidence->readable = accountsKept_;
 
+    const bool wasReady = thread.stateTurns == now->turns && thread.state == 'R';
     const bool unchanged = thread.stateTurns == now->turns && thread.state != 'R' && thread.state != '?';
     if (!unchanged) thread.state = '?';
-    if (!unchanged && (looks || thread.name.empty()) && !lookAt(thread)) return false;
+    if (!unchanged && (looks || wasReady || thread.name.empty()) && !lookAt(thread)) return false;
     thread.stateTurns = now->turns;
     if (tid == pid_) leaderState_ = thread.state;
 
@@ -73,6 +74,7 @@ bool Threads::sampleThread(int tid, Thread& thread, bool looks, const IntervalCo
         const ThreadInterval interval{*thread.last,
                                       *now,
                                       time - thread.lastTime,
+                                      wasReady,
                                       leaderState_ == 'T' ? 'T' : thread.state,
                                       thread.samples,
                                       context.delayAccounting ? thread.blockedSeconds : std::nullopt,
