@@ -164,6 +164,21 @@ compare() {
     done
 }
 
+# What the dashboard asks about the first generator, which is throttled. Its control group has no limit on memory.
+dashboard_queries() {
+    jq -r '.. | objects | .targets? // empty | .[].expr | gsub("\n"; " ")' "$share/grafana/pmenv.json" |
+        sed -e "s/\$job\b/pmenv/g; s/\$instance\b/$(name_of 1)/g" | grep -v group_memory
+}
+
+check_dashboard() {
+    local expression asked=0
+    while read -r expression; do
+        asked=$((asked + 1))
+        [[ $(query "$expression" | jq length) -gt 0 ]] || complain "the dashboard has nothing to show for $expression"
+    done < <(dashboard_queries)
+    ((asked > 20)) || complain "the dashboard has only $asked queries"
+}
+
 # --- The run ----------------------------------------------------------------------------------------------------------
 
 make_quota
@@ -178,5 +193,6 @@ sleep 1
 finish=$((begin + seconds))
 for ((i = 1; i <= generators; i++)); do wait_for 30 test -e "$work/$(name_of "$i").done" || fail "$(name_of "$i") does not end"; done
 compare
+check_dashboard
 ((status == 0)) && echo "$generators generators: $(judged spoiled | wc -l) spoiled, as judge, the alerts and pmenv fleet say"
 exit "$status"
