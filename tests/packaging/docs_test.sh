@@ -34,7 +34,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 if [[ $1 == --self ]]; then
     noticed=$({ KRENV_DOCS_PATIENCE=4 "$0" "$root/tests/packaging/docs_reader/wrong-page.txt" "$2" 2>&1 || true; } |
         sed -n 's/^.*wrong-page.txt:\([0-9]*\): .*/\1/p' | sort -n | xargs)
-    wanted="1 1 1 4 6 7 8 13 17 21 25 29 33 34 35 36 40 44 48 52 55 58 62"
+    wanted="1 1 1 4 6 7 8 13 17 21 25 29 33 34 35 36 40 44 48 52 55 58 62 63 64 65 66 70"
     [[ $noticed == "$wanted" ]] || { printf 'wrong lines: %s\nnoticed:     %s\n' "$wanted" "$noticed" >&2; exit 1; }
     exit 0
 fi
@@ -195,6 +195,14 @@ preset_exists() { grep -qF "\"$1\"" <<<"$(cd "$root" && cmake --list-presets=all
 target_exists() { grep -qE "(^|/)$1: " <<<"$(ninja -C "$build" -t targets all)"; }
 test_exists() { grep -qE 'Total Tests: [1-9]' <<<"$(ctest --test-dir "$build" -N -R "$1")"; }
 
+# Complains of each part of a command that matches the pattern and is no file of a directory.
+all_exist() { # LINE KIND PATTERN DIRECTORY ENDING COMMAND
+    local name
+    while read -r name; do
+        [[ -e $4/$name$5 ]] || complain "$1" "there is no $2 $name"
+    done < <(grep -oP "$3" <<<"$6")
+}
+
 # Checks commands that would run the tests recursively or change the machine. Succeeds when the command is one of these.
 checked_only() { # LINE COMMAND
     local line=$1 command=$2 preset target name
@@ -215,7 +223,21 @@ checked_only() { # LINE COMMAND
             [[ -z $name ]] || test_exists "$name" || complain "$line" "no test is called $name"
             ;;
         "cmake -DKRENV_FACILITIES="*) ;; # needs a product's facilities; see the test minimal_facilities
-        *"apt install "* | *"apt-get install "* | "git "*) ;;
+        *"apt install "* | *"apt-get install "* | "git "*)
+            all_exist "$line" package '\./\K[a-z0-9-]+(?=_\S*\.deb)' "$root/packaging/debian" .lintian-overrides "$command"
+            ;;
+        "systemctl "* | "systemd-run "*)
+            all_exist "$line" unit 'pmenv[^ ]*\.(service|socket)' "$prefix/lib/systemd/system" "" "$command"
+            ;;
+        "cp "*" /etc/"*) all_exist "$line" file '[a-z.-]+\.(yml|json)' "$prefix/share/pmenv/prometheus" "" "$command" ;;
+        "curl "*) # of a service that is not started here
+            name=$(grep -oP 'http://[0-9.]+:\K[0-9]+' <<<"$command")
+            grep -qF ":$name unless given" <<<"$(pmenv-exporter --help)" || complain "$line" "pmenv-exporter does not answer at port $name"
+            ;;
+        "pmenv fleet "*) # of a server that is not there
+            run_in_shell "$command" >"$work/output"
+            [[ $(<"$work/code") != 2 ]] || complain "$line" "wrong usage: $(<"$work/output")"
+            ;;
         *) return 1 ;;
     esac
 }
