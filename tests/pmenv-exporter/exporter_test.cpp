@@ -246,6 +246,7 @@ TEST(PmenvExporter, OnlyReadingIsAnswered) {
     const std::string head = exporter.request("HEAD /metrics HTTP/1.1\r\nHost: localhost\r\n\r\n").value_or("");
     EXPECT_THAT(head, StartsWith("HTTP/1.1 200 OK\r\n"));
     EXPECT_THAT(head, HasSubstr("\r\nContent-Length: "));
+    EXPECT_THAT(head, HasSubstr("\r\nConnection: close\r\n")) << "a connection serves one request";
     EXPECT_EQ(head.find("\r\n\r\n"), head.size() - 4) << "without a body";
     EXPECT_THAT(exporter.get("/"), StartsWith("HTTP/1.1 200 OK\r\n"));
     EXPECT_THAT(exporter.get("/-/healthy"), StartsWith("HTTP/1.1 200 OK\r\n"));

@@ -20,6 +20,7 @@ inline Generator goodGenerator() {
     generator.late = generator.ended = generator.killed = generator.memoryKills = 0;
     generator.fewest = generator.most = 2;
     generator.engines = {{kFirst, engineHeldBack(0)}, {kSecond, engineHeldBack(0.001)}};
+    for (auto& [name, engine] : generator.engines) engine.descriptors = engine.ports = 0.1;
     return generator;
 }
 

@@ -101,7 +101,19 @@ TEST(FleetJson, HasEverything) {
         R"--("engines":{"fewest":2,"most":2,"expected":2,"ended":0,"killed":0},"scrapes":40,"watchedSeconds":600.0,)--"
         R"--("lateShare":0.0,"findings":[{"kind":"quota","text":"load engine 11 (PMLoadEngineMai) was held back for 5.0 % )--"
         R"--(of the time: the quota of its control group was used up",)--"
-        R"--("advice":"raise the quota of the control group, or run fewer users here"}]}],"warnings":["slow"]})--");
+        R"--("advice":"raise the quota of the control group, or run fewer users here"}],"notRead":["descriptors","local ports"]}],"warnings":["slow"]})--");
+}
+
+// The exporter has no right to see the descriptors of other users' engines.
+TEST(FleetText, WhatWasNotReadIsNotCalledFine) {
+    Generator unread = goodGenerator();
+    unread.engines[kFirst].descriptors = std::nullopt;
+    const FleetRun run = runOf({{"a", unread}});
+    EXPECT_THAT(fleetText(run, Style(-1)), HasSubstr("  not read of every engine: descriptors\n"));
+    EXPECT_EQ(fleetJson(run)["generators"][0]["notRead"].dump(), R"(["descriptors"])");
+    unread.engines[kSecond].ports = std::nullopt;
+    EXPECT_THAT(textOf({{"a", unread}}), HasSubstr("  not read of every engine: descriptors, local ports\n"));
+    expectAsDescribed(json(fleetJson(runOf({{"a", unread}}))), FLEET_SCHEMA);
 }
 
 TEST(FleetJson, IsAsTheSchemaDescribes) {

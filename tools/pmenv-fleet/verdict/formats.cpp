@@ -86,12 +86,15 @@ std::string enginesText(const Generator& generator) {
     return fewest == most ? most : fewest + ".." + most;
 }
 
-std::string whyText(const Verdict& verdict) {
+// Why the verdict is what it is, and what it does not know where nothing else is to be told.
+std::string whyText(const Generator& generator, const Verdict& verdict) {
     std::string text;
     for (const Finding& finding : verdict.findings) {
         text += (text.empty() ? "" : "; ") + finding.text + " (" + finding.advice + ")";
     }
-    return text;
+    if (!text.empty()) return text;
+    for (const std::string& name : notRead(generator)) text += (text.empty() ? "" : ", ") + name;
+    return text.empty() ? "" : "not read of every engine: " + text;
 }
 
 std::string tableText(const FleetRun& run, const Style& style) {
@@ -99,7 +102,7 @@ std::string tableText(const FleetRun& run, const Style& style) {
     for (const auto& [name, generator, verdict] : run.generators) {
         table.add({name, outcomeText(verdict.outcome), verdict.believed ? percentileText(*verdict.believed) : "-",
                    verdict.worst ? percentText(100 * verdict.worst->heldBack) : "-", enginesText(generator),
-                   whyText(verdict)});
+                   whyText(generator, verdict)});
     }
     return table.text(style, std::nullopt);
 }
@@ -145,7 +148,8 @@ Json generatorJson(const Judged& judged) {
                 {"scrapes", wholeOrNull(generator.scrapes)},
                 {"watchedSeconds", orNull(generator.watched)},
                 {"lateShare", orNull(generator.late)},
-                {"findings", findingsJson(verdict)}};
+                {"findings", findingsJson(verdict)},
+                {"notRead", notRead(generator)}};
 }
 
 }  // namespace

@@ -212,6 +212,17 @@ int exitCodeOf(Outcome outcome) {
     return kExitWrong;
 }
 
+std::vector<std::string> notRead(const Generator& generator) {
+    const auto lacks = [&generator](std::optional<double> Engine::*figure) {
+        return std::any_of(generator.engines.begin(), generator.engines.end(),
+                           [figure](const auto& engine) { return !(engine.second.*figure); });
+    };
+    std::vector<std::string> names;
+    if (lacks(&Engine::descriptors)) names.emplace_back("descriptors");
+    if (lacks(&Engine::ports)) names.emplace_back("local ports");
+    return names;
+}
+
 Verdict verdictOn(const Generator& generator, double percentile, double window) {
     Verdict verdict;
     verdict.worst = worstEngine(generator);

@@ -35,6 +35,10 @@ struct Verdict {
     std::vector<Finding> findings;     ///< what decided; none where it is clean
 };
 
+/// What was not read of every engine, as it is called in a text: an engine may have run out of it unseen, also where the
+/// verdict is clean.
+std::vector<std::string> notRead(const Generator& generator);
+
 /// `percentile` is the one to be believed; `window` is the length of the run in seconds.
 Verdict verdictOn(const Generator& generator, double percentile, double window);
 
