@@ -109,9 +109,12 @@ TEST_F(JudgeNamedCommand, TheCommandsFailureGoesBeforeTheVerdict) {
     EXPECT_EQ(result.status, 42);
     EXPECT_THAT(result.err, HasSubstr("\npmenv: cannot write /no/such/directory/verdict.xml: No such file"));
     const json verdict = json::parse(result.err.substr(0, result.err.find("\npmenv: ")));
-    double worst = 0;  // of two processes of that name: the shell that burns, and its child that waits
+    // Besides the shell that burns, its children have that name: one that waits, and one until it has become "sleep",
+    // which can be seen and be gone before anything is known of it.
+    double worst = 0;
     for (const json& engine : verdict.at("engines")) {
-        if (engine.at("name") == "an-own-burner") worst = std::max<double>(worst, engine.at("heldBackShare"));
+        const json& share = engine.at("heldBackShare");
+        if (engine.at("name") == "an-own-burner" && share.is_number()) worst = std::max<double>(worst, share);
     }
     EXPECT_GT(worst, 0.8);
     EXPECT_EQ(verdict.at("verdict"), "spoiled");
