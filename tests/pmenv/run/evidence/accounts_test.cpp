@@ -37,6 +37,19 @@ TEST(Account, AWaitThatBeganEarlierDoesNotMakeTheIntervalLonger) {
     EXPECT_NEAR(slack(thread), 0, 1e-9);
 }
 
+TEST(Account, WhatWasToldOfAWaitIsNotToldAgain) {
+    ThreadInterval ends = interval(0.05, 0.6);
+    ends.toldBefore = 0.5;
+    EXPECT_NEAR(account(ends).parts.waiting, 0.1, 1e-9);
+    EXPECT_EQ(account(ends).waitedBefore, 0);
+    ends.toldBefore = 0.3;
+    EXPECT_NEAR(account(ends).parts.waiting, 0.2, 1e-9);
+    EXPECT_NEAR(account(ends).waitedBefore, 0.1, 1e-9);
+    ends.toldBefore = 0.7;  // the clock of the watch and that of the kernel differ a little
+    EXPECT_EQ(account(ends).parts.waiting, 0);
+    EXPECT_EQ(account(ends).waitedBefore, 0);
+}
+
 // The kernel adds a wait when it is over. A thread that is ready from beginning to end and has done nothing is waiting.
 TEST(Account, AReadyThreadThatDidNothingWaits) {
     ThreadInterval waits = interval(0, 0, 0);

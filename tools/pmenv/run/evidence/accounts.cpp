@@ -26,7 +26,8 @@ double blockedShare(const ThreadInterval& interval, bool didNothing) {
 }  // namespace
 
 ThreadEvidence account(const ThreadInterval& interval) {
-    const auto& [before, now, seconds, wasReady, state, samples, blockedSeconds, throttled, stolenPerBusy] = interval;
+    const auto& [before, now, seconds, wasReady, toldBefore, state, samples, blockedSeconds, throttled, stolenPerBusy] =
+        interval;
     ThreadEvidence thread;
     thread.seconds = seconds;
     thread.turns = now.turns > before.turns ? now.turns - before.turns : 0;
@@ -38,8 +39,9 @@ ThreadEvidence account(const ThreadInterval& interval) {
     };
 
     const double ran = secondsBetween(before.ran, now.ran);
-    double waited = secondsBetween(before.waited, now.waited);
-    const bool didNothing = ran == 0 && waited == 0 && thread.turns == 0;
+    const double waitsEnded = secondsBetween(before.waited, now.waited);
+    const bool didNothing = ran == 0 && waitsEnded == 0 && thread.turns == 0;
+    double waited = std::max(waitsEnded - toldBefore, 0.0);
     Parts& parts = thread.parts;
     parts.running = take(ran);
     thread.waitedBefore = std::max(waited - left, 0.0);

@@ -18,6 +18,7 @@ struct ThreadInterval {
     kernel::SchedStat now;
     double seconds = 0;
     bool wasReady = false;  ///< at its beginning: running, or waiting for a processor
+    double toldBefore = 0;  ///< of a wait that went on at its beginning: what was told of it in the intervals before
     char state = '?';       ///< at its end
     StateSamples samples;
     std::optional<double> blockedSeconds;  ///< by delay accounting, where that is on
@@ -26,7 +27,7 @@ struct ThreadInterval {
 };
 
 /// Parts of the interval, their sum not longer than it. The kernel adds a wait when it is over, so one that began earlier
-/// comes too late; what does not fit is waitedBefore. A name and an id are not filled in.
+/// comes too late; what was not told before and does not fit is waitedBefore. A name and an id are not filled in.
 ThreadEvidence account(const ThreadInterval& interval);
 
 /// How many of the turns between two looks came later than the tolerance. Exact for a single turn. Waits of several are

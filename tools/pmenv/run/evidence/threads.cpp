@@ -75,6 +75,7 @@ bool Threads::sampleThread(int tid, Thread& thread, bool looks, const IntervalCo
                                       *now,
                                       time - thread.lastTime,
                                       wasReady,
+                                      thread.waitTold,
                                       leaderState_ == 'T' ? 'T' : thread.state,
                                       thread.samples,
                                       context.delayAccounting ? thread.blockedSeconds : std::nullopt,
@@ -83,6 +84,8 @@ bool Threads::sampleThread(int tid, Thread& thread, bool looks, const IntervalCo
         if (!thread.ignored) mostTurns_ = std::max(mostTurns_, now->turns);
         ThreadEvidence told = account(interval);
         told.sleeps = sleepsIn(told, tid, thread);
+        const bool waitGoesOn = now->waited == thread.last->waited;
+        thread.waitTold = waitGoesOn ? thread.waitTold + told.parts.waiting + told.parts.throttled : 0;
         add(tid, thread, std::move(told), evidence);
     }
     thread.last = now;

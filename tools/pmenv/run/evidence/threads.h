@@ -58,6 +58,7 @@ private:
         std::optional<kernel::SchedStat> looked;  // at the last look
         double lateTurns = 0;                     // in this interval
         double lastTime = 0;
+        double waitTold = 0;  // of a wait that the kernel has not added yet
         char state = '?';
         std::uint64_t stateTurns = 0;  // its turns when the state was read
         StateSamples samples;          // in this interval
