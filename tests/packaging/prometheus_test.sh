@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Checks the files in share/ with Prometheus itself: promtool accepts the rules and the example configuration, and the
-# rules pass their tests. A server that has ten minutes of figures of three load generators then evaluates the rules and
+# rules pass their tests. A server that has ten minutes of figures of five load generators then evaluates the rules and
 # answers each query of the dashboard. The dashboard's form is checked as well, because there is no Grafana to load it.
 #
 #   prometheus_test.sh SOURCE-DIRECTORY
@@ -47,15 +47,16 @@ check_form() {
     holds "a panel whose queries have no letter of their own" '[drawn | [.targets[].refId] | isSet] | all'
 }
 
-# --- Figures of three load generators ---------------------------------------------------------------------------------
+# --- Figures of five load generators ----------------------------------------------------------------------------------
 
 # gen1 is throttled, and everything else that can be wrong is wrong there, too. gen2 is fine. gen3 tells nothing about its
-# engine, gen4 nothing at all.
+# engine, gen4 nothing at all. gen5 is fine, but for what cannot be read of its engine.
 figures() {
     figures_of gen1 0.5 0.01 3 0.97 0.01
     figures_of gen2 0.001 0 0 0.1 0
     figures_of gen3 0 0 0 0 0 | grep -v pmenv_engine_
     echo 'gen4 up{} 0 0'
+    figures_of gen5 0.001 0 0 0 0 | grep -v -e descriptors -e ports
 }
 
 figures_of() { # NAME HELD-BACK IN-DOUBT LATE-WAKES SHARE-IN-USE ENDS; a line has a series, its first value and its growth
@@ -171,9 +172,12 @@ alerts_fire() { # LIST
 }
 
 check_results() {
-    local verdicts alerts of_gen1=(PmenvDescriptorsRunOut PmenvGeneratorSpoiled PmenvMemoryKill PmenvPortsRunOut PmenvWatcherLate)
+    local verdicts not_read alerts of_gen1=(PmenvDescriptorsRunOut PmenvGeneratorSpoiled PmenvMemoryKill PmenvPortsRunOut PmenvWatcherLate)
     verdicts=$(list_of instance:pmenv_verdict:increase5m '.metric.instance + " " + .value[1]')
-    [[ $verdicts == "gen1:19815 2, gen2:19815 0, gen3:19815 1" ]] || complain "the verdicts are $verdicts"
+    [[ $verdicts == "gen1:19815 2, gen2:19815 0, gen3:19815 1, gen5:19815 0" ]] ||
+        complain "the verdicts are $verdicts"
+    not_read=$(list_of instance_signal:pmenv_engines_not_read:count '.metric.instance + " " + .metric.signal + " " + .value[1]')
+    [[ $not_read == "gen5:19815 descriptors 1, gen5:19815 ports 1" ]] || complain "not read are $not_read"
     wait_until alerts_fire "$(printf ', gen1:19815 %s' "${of_gen1[@]}" | cut -c 3-)" || complain "the alerts are $alerts"
 }
 

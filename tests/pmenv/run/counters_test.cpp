@@ -325,13 +325,18 @@ TEST(Counters, StatesEndWithTheEngine) {
         engine.descriptorShare = 0.25;
         engine.portShare = 0.125;
         engine.group.memoryShare = 0.5;
+        engine.descriptors = Usage{256, 1024};
+        engine.ports = Usage{3529, 28232};
+        engine.group.memory = Usage{5e8, 1e9};
     });
     Figures sample = figuresAt(0);
     sample.engines = {engine(100, 40)};
     sample.engines[0].startTicks = 5000;
-    for (const char* const state : {"descriptors_ratio", "ports_ratio", "group_memory_ratio", "memory_bytes"}) {
-        EXPECT_EQ(seriesCount(run.text(kPerProcess, sample), "pmenv_engine_" + std::string(state)), 1u) << state;
-        EXPECT_EQ(seriesCount(run.text(kPerProcess, sample), "pmenv_engines_" + std::string(state)), 1u) << state;
+    for (const char* const state :
+         {"descriptors_ratio", "descriptors", "descriptors_limit", "ports_ratio", "ports", "ports_limit",
+          "group_memory_ratio", "group_memory_bytes", "group_memory_limit_bytes", "memory_bytes"}) {
+        EXPECT_EQ(seriesCount(run.text(kPerProcess, sample), "pmenv_engine_" + std::string(state) + "{"), 1u) << state;
+        EXPECT_EQ(seriesCount(run.text(kPerProcess, sample), "pmenv_engines_" + std::string(state) + "{"), 1u) << state;
     }
     run.idle(1);
     for (const auto& [series, value] : seriesIn(run.text(kPerProcess, sample))) {
@@ -434,6 +439,38 @@ TEST(Counters, WhatIsNotKnownDoesNotAppear) {
     run.engine(1, {40}).oddEngine(unreadable);
     EXPECT_NEAR(valueIn(run.text(), "pmenv_engine_cpu_seconds_total" + kOf100).value_or(-1), 0.4, 1e-9)
         << "what was counted is still known";
+}
+
+TEST(Counters, WhatIsInUseAndItsLimitAreToldAsNumbers) {
+    CountedRun run;
+    run.each(kInterval, [](Evidence& evidence) {
+        for (const int pid : {100, 101}) {
+            EngineEvidence engine = engineThat({40}, evidence.from, pid);
+            engine.descriptors = Usage{pid == 100 ? 256.0 : 7.0, 1024};
+            engine.ports = Usage{3529, 28232};
+            engine.group.memory = Usage{5e8, 1e9};
+            evidence.engines.push_back(engine);
+        }
+    });
+    const std::string text = run.text();
+    const std::pair<const char*, double> rows[] = {
+        {"descriptors", 256},   {"descriptors_limit", 1024}, {"ports", 3529},
+        {"ports_limit", 28232}, {"group_memory_bytes", 5e8}, {"group_memory_limit_bytes", 1e9}};
+    for (const auto& [metric, value] : rows) {
+        EXPECT_EQ(valueIn(text, "pmenv_engine_" + std::string(metric) + kOf100), value) << metric;
+        EXPECT_EQ(valueIn(text, "pmenv_engines_" + std::string(metric) + kOfName), value) << metric;
+        EXPECT_THAT(text, HasSubstr("\n# TYPE pmenv_engine_" + std::string(metric) + " gauge\n"));
+    }
+}
+
+TEST(Counters, WithoutALimitThereIsOnlyWhatIsInUse) {
+    const std::string text = CountedRun()
+                                 .oddEngine([](EngineEvidence& engine) {
+                                     engine.group.memory = Usage{5e8, std::nullopt};
+                                 })
+                                 .text();
+    EXPECT_EQ(valueIn(text, "pmenv_engine_group_memory_bytes" + kOf100), 5e8);
+    EXPECT_THAT(text, Not(HasSubstr("group_memory_limit_bytes")));
 }
 
 TEST(Counters, PortsThatAreKnownAtMostDoNotAppear) {

@@ -36,6 +36,22 @@ std::optional<double> inDoubtSeconds(const EngineEvidence& engine, const Yardsti
     return isKnown ? 0 : engine.to - engine.from - held.seconds;
 }
 
+const std::optional<Usage>& descriptorsOf(const EngineEvidence& engine) { return engine.descriptors; }
+const std::optional<Usage>& portsOf(const EngineEvidence& engine) { return engine.ports; }
+const std::optional<Usage>& memoryOf(const EngineEvidence& engine) { return engine.group.memory; }
+
+template <const std::optional<Usage>& usageOf(const EngineEvidence&)>
+std::optional<double> usedOf(const EngineEvidence& engine, const Yardstick&) {
+    const std::optional<Usage>& usage = usageOf(engine);
+    return usage ? std::optional(usage->used) : std::nullopt;
+}
+
+template <const std::optional<Usage>& usageOf(const EngineEvidence&)>
+std::optional<double> limitOf(const EngineEvidence& engine, const Yardstick&) {
+    const std::optional<Usage>& usage = usageOf(engine);
+    return usage ? usage->limit : std::nullopt;
+}
+
 double lengthOf(const Evidence& evidence) { return std::max(0.0, evidence.to - evidence.from); }
 
 // --- tables ---------------------------------------------------------------------------------------------------------
@@ -75,6 +91,10 @@ constexpr EvidenceMetric<EngineEvidence> kEngineMetrics[] = {
      [](const EngineEvidence& engine, const Yardstick&) { return asDouble(engine.group.timesThrottled); }},
     {"pmenv_engine_group_memory_ratio", MetricKind::Gauge, "Memory in use of what the engine's control group may use.",
      "", [](const EngineEvidence& engine, const Yardstick&) { return engine.group.memoryShare; }},
+    {"pmenv_engine_group_memory_bytes", MetricKind::Gauge, "Memory in use by the engine's control group.", "",
+     usedOf<memoryOf>},
+    {"pmenv_engine_group_memory_limit_bytes", MetricKind::Gauge, "Memory that the engine's control group may use.", "",
+     limitOf<memoryOf>},
     {"pmenv_engine_group_memory_kills", MetricKind::GroupCounter,
      "Processes of the engine's control group that were killed for memory.", "",
      [](const EngineEvidence& engine, const Yardstick&) { return asDouble(engine.group.memoryKills); }},
@@ -82,10 +102,17 @@ constexpr EvidenceMetric<EngineEvidence> kEngineMetrics[] = {
      [](const EngineEvidence& engine, const Yardstick&) { return asDouble(engine.majorFaults); }},
     {"pmenv_engine_descriptors_ratio", MetricKind::Gauge, "Open descriptors of how many the engine may have.", "",
      [](const EngineEvidence& engine, const Yardstick&) { return engine.descriptorShare; }},
+    {"pmenv_engine_descriptors", MetricKind::Gauge, "Open descriptors of the engine.", "", usedOf<descriptorsOf>},
+    {"pmenv_engine_descriptors_limit", MetricKind::Gauge, "Descriptors that the engine may have open.", "",
+     limitOf<descriptorsOf>},
     {"pmenv_engine_ports_ratio", MetricKind::Gauge, "Local ports in use of how many there are.", "",
      [](const EngineEvidence& engine, const Yardstick&) {
          return engine.portsAtMost ? std::nullopt : engine.portShare;
      }},
+    {"pmenv_engine_ports", MetricKind::Gauge, "Local ports in use in the engine's network namespace.", "",
+     usedOf<portsOf>},
+    {"pmenv_engine_ports_limit", MetricKind::Gauge, "Local ports that there are for connections.", "",
+     limitOf<portsOf>},
 };
 
 constexpr char kCpuHelp[] = "Processor time of all processors together.";

@@ -79,13 +79,18 @@ TEST_F(EngineWatchTest, PagesFromADiskAreToldOnce) {
     EXPECT_EQ(sample(watch, true, 5)->majorFaults, 0u) << "a counter of 32 bits has begun again";
 }
 
-TEST_F(EngineWatchTest, DescriptorsAreToldAsAShareOfTheLimit) {
+TEST_F(EngineWatchTest, DescriptorsAreToldWithTheirLimitAndAsAShareOfIt) {
     kernel.write(kProcess + "/limits", "Max open files            10                 20              files\n");
     for (int i = 0; i < 7; ++i) kernel.write(kProcess + "/fd/" + std::to_string(i), "");
     EngineWatch watch(found(), {}, 0);
-    EXPECT_EQ(sample(watch)->descriptorShare, 0.7);
+    auto evidence = sample(watch);
+    EXPECT_EQ(evidence->descriptorShare, 0.7);
+    ASSERT_TRUE(evidence->descriptors);
+    EXPECT_EQ(evidence->descriptors->used, 7);
+    EXPECT_EQ(evidence->descriptors->limit, 10) << "the one in force, not the one that it may be raised to";
     kernel.hide(kProcess + "/fd");
-    EXPECT_FALSE(sample(watch)->descriptorShare);
+    evidence = sample(watch);
+    EXPECT_FALSE(evidence->descriptorShare || evidence->descriptors);
 }
 
 TEST_F(EngineWatchTest, StrangeLimitsAreNotKnown) {
@@ -124,7 +129,7 @@ TEST_F(EngineWatchTest, AccountsThatAreHiddenAreNotReadable) {
         ASSERT_TRUE(evidence) << "it may run";
         EXPECT_FALSE(evidence->readable);
         EXPECT_FALSE(evidence->busiest);
-        EXPECT_FALSE(evidence->group.throttled || evidence->descriptorShare || evidence->portShare);
+        EXPECT_FALSE(evidence->group.throttled || evidence->descriptorShare || evidence->portShare || evidence->ports);
     }
 }
 

@@ -301,7 +301,11 @@ TEST_F(GroupsTest, TellsMemoryAndKillsOfVersion1) {
     kernel.write(kMemory + "/memory.usage_in_bytes", "9000\n");
     kernel.write(kMemory + "/memory.limit_in_bytes", "9223372036854771712\n");
     Groups groups;
-    EXPECT_EQ(begun(groups).memoryShare, 0.75);
+    const GroupEvidence evidence = begun(groups);
+    EXPECT_EQ(evidence.memoryShare, 0.75);
+    ASSERT_TRUE(evidence.memory);
+    EXPECT_EQ(evidence.memory->used, 750);
+    EXPECT_EQ(evidence.memory->limit, 1000);
     kernel.write(kMemory + "/load/memory.oom_control", "oom_kill_disable 0\nunder_oom 1\noom_kill 5\n");
     EXPECT_EQ(sample(groups).memoryKills, 2u);
     EXPECT_EQ(sample(groups).memoryKills, 0u);
@@ -318,7 +322,11 @@ TEST_F(GroupsTest, TellsMemoryAndKillsOfVersion2) {
     kernel.write(slice + "/memory.max", "1000\n");
     kernel.write(slice + "/memory.events", "low 0\nhigh 0\nmax 31\noom 2\noom_kill 1\noom_group_kill 0\n");
     Groups groups;
-    EXPECT_EQ(begun(groups).memoryShare, 0.9) << "the upper group has the limit";
+    const GroupEvidence evidence = begun(groups);
+    EXPECT_EQ(evidence.memoryShare, 0.9) << "the upper group has the limit";
+    ASSERT_TRUE(evidence.memory);
+    EXPECT_EQ(evidence.memory->used, 900);
+    EXPECT_EQ(evidence.memory->limit, 1000);
     kernel.write(slice + "/memory.events", "low 0\nhigh 0\nmax 35\noom 3\noom_kill 2\noom_group_kill 0\n");
     EXPECT_EQ(sample(groups).memoryKills, 1u);
 }
@@ -327,9 +335,33 @@ TEST_F(GroupsTest, MemoryWithoutALimitIsUsedUpNowhere) {
     mountVersion2();
     member("0::/load\n");
     kernel.write(kUnified + "/load/memory.current", "123456789\n");
-    kernel.write(kUnified + "/load/memory.max", "max\n");
+    for (const char* const none : {"max", "9223372036854771712"}) {
+        kernel.write(kUnified + "/load/memory.max", none);
+        Groups groups;
+        const GroupEvidence evidence = begun(groups);
+        EXPECT_EQ(evidence.memoryShare, 0) << none;
+        ASSERT_TRUE(evidence.memory);
+        EXPECT_EQ(evidence.memory->used, 123456789);
+        EXPECT_FALSE(evidence.memory->limit) << none;
+    }
+}
+
+TEST_F(GroupsTest, MemoryIsThatOfTheGroupNearestToItsLimit) {
+    mountVersion2();
+    member("0::/a/b/c\n");
+    const std::pair<const char*, const char*> groupsUpwards[] = {{"/a/b/c", "max"}, {"/a/b", "2000"}, {"/a", "1250"}};
+    int used = 0;
+    for (const auto& [group, limit] : groupsUpwards) {
+        kernel.write(kUnified + group + "/memory.current", std::to_string(used += 500));
+        kernel.write(kUnified + group + "/memory.max", limit);
+    }
+    kernel.write(kUnified + "/a/memory.current", "600");
     Groups groups;
-    EXPECT_NEAR(begun(groups).memoryShare.value_or(1), 0, 1e-9);
+    const GroupEvidence evidence = begun(groups);
+    ASSERT_TRUE(evidence.memory);
+    EXPECT_EQ(evidence.memory->used, 1000);
+    EXPECT_EQ(evidence.memory->limit, 2000);
+    EXPECT_EQ(evidence.memoryShare, 0.5);
 }
 
 TEST_F(GroupsTest, MemoryIsReadWhenItIsAskedFor) {

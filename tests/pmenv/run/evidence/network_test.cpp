@@ -78,6 +78,21 @@ TEST_F(NetworkTest, OnSuspicionThePortsOfOneDestinationAreCounted) {
     EXPECT_NEAR(next(network).value_or(0), 0.60, 1e-9);
 }
 
+TEST_F(NetworkTest, PortsAreToldInNumbersToo) {
+    Network network;
+    const auto few = network.ports(kPid).ports;
+    ASSERT_TRUE(few);
+    EXPECT_EQ(few->used, 10);
+    EXPECT_EQ(few->limit, 100);
+    kernel.write(kProcess + "/net/sockstat", sockstat(95, 100));
+    kernel.write(kProcess + "/net/tcp", connections(99));
+    network.refresh();
+    const auto counted = network.ports(kPid).ports;
+    ASSERT_TRUE(counted);
+    EXPECT_NEAR(counted->used, 99, 1e-9) << "those of one destination";
+    EXPECT_EQ(counted->limit, 100);
+}
+
 TEST_F(NetworkTest, OneAnswerASecondServesAllEngines) {
     Network network;
     EXPECT_EQ(network.ports(kPid).share, 0.10);
@@ -167,6 +182,7 @@ TEST_F(NetworkElsewhereTest, ManyPortsSideBySideMayBeAllThereAre) {
     const PortUse ports = with(400, connections(200));
     EXPECT_EQ(ports.share, 1);
     EXPECT_TRUE(ports.atMost);
+    EXPECT_FALSE(ports.ports) << "how many there are is not known";
 }
 
 TEST_F(NetworkElsewhereTest, WherePortsBetweenAreFreeThereAreMore) {

@@ -219,7 +219,7 @@ private:
         engine.majorFaults = countOrUnknown();
         engine.faulting = chance(0.1);
         engine.group = {fractionOrUnknown(1), countOrUnknown(), countOrUnknown(),    name(),
-                        fractionOrUnknown(2), countOrUnknown(), fractionOrUnknown(1)};
+                        fractionOrUnknown(2), countOrUnknown(), fractionOrUnknown(1), std::nullopt};
         engine.descriptorShare = fractionOrUnknown(1);
         engine.portShare = fractionOrUnknown(1);
         engine.portsAtMost = chance(0.2);

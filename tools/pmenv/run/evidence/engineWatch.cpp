@@ -55,12 +55,12 @@ std::optional<int> statusOfZombie(const kernel::TaskStat& stat) {
 
 // --- descriptors ----------------------------------------------------------------------------------------------------
 
-std::optional<double> readDescriptorShare(int pid) {
+std::optional<Usage> readDescriptors(int pid) {
     const auto text = kernel::readFile("/proc/" + std::to_string(pid) + "/limits");
     const auto limit = text ? kernel::parseDescriptorLimit(*text) : std::nullopt;
     const auto open = kernel::countDescriptors(pid);
     if (!limit || !open || *limit == 0) return std::nullopt;
-    return static_cast<double>(*open) / static_cast<double>(*limit);
+    return Usage{static_cast<double>(*open), static_cast<double>(*limit)};
 }
 
 }  // namespace
@@ -80,7 +80,7 @@ void EngineWatch::readSlowSignals(const FoundEngine& found, const Groups& groups
     found_ = found;
     threads_.list();
     places_ = groups.find(found.key.pid);
-    descriptorShare_ = readDescriptorShare(found.key.pid);
+    descriptors_ = readDescriptors(found.key.pid);
     ports_ = network.ports(found.key.pid);
 }
 
@@ -97,7 +97,9 @@ std::optional<EngineEvidence> EngineWatch::sample(IntervalContext context, Group
     last_ = time;
     evidence.majorFaults = std::exchange(majorFaults_, 0);
     evidence.faulting = faulting_;
-    evidence.descriptorShare = descriptorShare_;
+    evidence.descriptors = descriptors_;
+    if (descriptors_) evidence.descriptorShare = descriptors_->share();
+    evidence.ports = ports_.ports;
     evidence.portShare = ports_.share;
     evidence.portsAtMost = ports_.atMost;
     return evidence;

@@ -36,7 +36,7 @@ private:
     GroupPlaces places_;
     int process_;  // descriptor of the process itself; -1 where the kernel gives none
     double last_;
-    std::optional<double> descriptorShare_;
+    std::optional<Usage> descriptors_;
     PortUse ports_;
     std::uint64_t majorFaults_ = 0;  // since the last sample
     bool faulting_ = false;

@@ -42,6 +42,15 @@ struct ThreadEvidence {
     std::optional<std::uint64_t> sleeps;
 };
 
+/// How much of something is in use, and how much there may be; no limit where there is none. Recordings keep the shares
+/// that follow from it, which is all that is judged.
+struct Usage {
+    double used = 0;
+    std::optional<double> limit;
+
+    double share() const { return limit ? used / *limit : 0; }
+};
+
 /// What the control groups of an engine tell.
 struct GroupEvidence {
     std::optional<double> throttled;              ///< the longest of its groups: seconds of all processors together
@@ -51,6 +60,7 @@ struct GroupEvidence {
     std::optional<double> quota;                  ///< its processors
     std::optional<std::uint64_t> memoryKills;     ///< in this interval
     std::optional<double> memoryShare;            ///< memory in use of what the group may use
+    std::optional<Usage> memory;                  ///< the same, in bytes
 };
 
 struct EngineEvidence {
@@ -69,8 +79,10 @@ struct EngineEvidence {
     bool faulting = false;  ///< pages had to be read from a disk within the last second or so
     GroupEvidence group;
     std::optional<double> descriptorShare;  ///< open descriptors of how many it may have
-    std::optional<double> portShare;        ///< local ports in use of how many there are
-    bool portsAtMost = false;               ///< the share can be less: how many there are could not be read
+    std::optional<Usage> descriptors;
+    std::optional<double> portShare;  ///< local ports in use of how many there are
+    std::optional<Usage> ports;       ///< empty where how many there are could not be read
+    bool portsAtMost = false;         ///< the share can be less, for that reason
 };
 
 /// An engine that has ended, or has become a zombie.

@@ -63,15 +63,20 @@ std::optional<std::uint64_t> readKills(const std::string& directory) {
 }
 
 // Version 1 writes a number near the largest where there is no limit.
-std::optional<double> readMemoryShare(const std::string& directory) {
+constexpr std::uint64_t kNoLimit = 1ULL << 62;
+
+std::optional<Usage> readMemory(const std::string& directory) {
     const auto used = either(numberIn(directory + "/memory.current"), numberIn(directory + "/memory.usage_in_bytes"));
     const auto limit = either(numberIn(directory + "/memory.max"), numberIn(directory + "/memory.limit_in_bytes"));
     if (!used || !limit || *limit == 0) return std::nullopt;
-    return static_cast<double>(*used) / static_cast<double>(*limit);
+    Usage usage{static_cast<double>(*used), std::nullopt};
+    if (*limit < kNoLimit) usage.limit = static_cast<double>(*limit);
+    return usage;
 }
 
-void keepLarger(std::optional<double>& largest, std::optional<double> value) {
-    if (value && (!largest || *value > *largest)) largest = value;
+// The group that is the nearest to its limit.
+void keepTighter(std::optional<Usage>& tightest, const std::optional<Usage>& usage) {
+    if (usage && (!tightest || usage->share() > tightest->share())) tightest = usage;
 }
 
 }  // namespace
@@ -113,7 +118,7 @@ void Groups::sampleMemory(const std::string& directory, MemoryGroup& group) {
     const auto kills = readKills(directory);
     if (kills && group.kills && *kills >= *group.kills) group.newKills = *kills - *group.kills;
     group.kills = kills;
-    group.share = readMemoryShare(directory);
+    group.usage = readMemory(directory);
 }
 
 GroupEvidence Groups::of(const GroupPlaces& places) {
@@ -133,8 +138,9 @@ GroupEvidence Groups::of(const GroupPlaces& places) {
     for (const std::string& directory : places.memory) {
         MemoryGroup& group = memory_.try_emplace(directory).first->second;
         group.used = true;
-        keepLarger(evidence.memoryShare, group.share);
+        keepTighter(evidence.memory, group.usage);
         if (group.newKills) evidence.memoryKills = std::max(evidence.memoryKills.value_or(0), *group.newKills);
     }
+    if (evidence.memory) evidence.memoryShare = evidence.memory->share();
     return evidence;
 }

@@ -42,7 +42,7 @@ private:
     struct MemoryGroup {
         std::optional<std::uint64_t> kills;
         std::optional<std::uint64_t> newKills;
-        std::optional<double> share;
+        std::optional<Usage> usage;
         bool used = true;
     };
 

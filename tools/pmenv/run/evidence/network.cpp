@@ -44,20 +44,23 @@ PortUse Network::read(Namespace& space, int pid, bool own) {
     const auto text = kernel::readFile(directory + "sockstat");
     const auto sockets = text ? kernel::parseTcpSockets(*text) : std::nullopt;
     if (!sockets) return {};
-    return {own ? ownShare(space, directory, *sockets) : shareElsewhere(space, directory, *sockets), !own};
+    if (!own) return {shareElsewhere(space, directory, *sockets), std::nullopt, true};
+    const auto ports = ownPorts(space, directory, *sockets);
+    return {ports ? std::optional(ports->share()) : std::nullopt, ports, false};
 }
 
 // A port can be in use towards each destination once, so the sum of all sockets is only where the suspicion begins. Between
 // two counts the sockets are taken to be shared among the destinations as they were.
-std::optional<double> Network::ownShare(Namespace& space, const std::string& directory, std::uint64_t sockets) {
+std::optional<Usage> Network::ownPorts(Namespace& space, const std::string& directory, std::uint64_t sockets) {
     const auto text = kernel::readFile("/proc/sys/net/ipv4/ip_local_port_range");
     const auto range = text ? kernel::parsePortRange(*text) : std::nullopt;
     if (!range) return std::nullopt;
-    const double share = static_cast<double>(sockets) / static_cast<double>(range->count());
-    if (share < kSuspicious) return share;
+    Usage ports{static_cast<double>(sockets), static_cast<double>(range->count())};
+    if (ports.share() < kSuspicious) return ports;
     if (isTimeToCount(space, kPauseForCost) && !count(space, directory, *range, sockets)) return std::nullopt;
     const double portsOfSocket = static_cast<double>(space.mostPorts.count) / static_cast<double>(space.sockets);
-    return std::min(1.0, portsOfSocket * share);
+    ports.used = std::min(*ports.limit, portsOfSocket * ports.used);
+    return ports;
 }
 
 // Nobody sets a range of fewer ports than this, so that half as many are no suspicion.

@@ -6,12 +6,14 @@
 #include <optional>
 #include <string>
 
+#include "evidence/evidence.h"
 #include "kernel/networkFiles.h"
 
 /// How many of the local ports that an engine can have are in use.
 struct PortUse {
     std::optional<double> share;  ///< empty where it cannot be told
-    bool atMost = false;          ///< it can be less
+    std::optional<Usage> ports;   ///< empty where only the share can be told
+    bool atMost = false;          ///< the share can be less
 };
 
 /// The range of local ports can be read of this process's own namespace only: /proc/sys shows that of whoever reads it, and
@@ -41,7 +43,7 @@ private:
     };
 
     PortUse read(Namespace& space, int pid, bool own);
-    std::optional<double> ownShare(Namespace& space, const std::string& directory, std::uint64_t sockets);
+    std::optional<Usage> ownPorts(Namespace& space, const std::string& directory, std::uint64_t sockets);
     std::optional<double> shareElsewhere(Namespace& space, const std::string& directory, std::uint64_t sockets);
     bool isTimeToCount(const Namespace& space, double pauseForCost) const;
     bool count(Namespace& space, const std::string& directory, const kernel::PortRange& range, std::uint64_t sockets);
