@@ -20,9 +20,9 @@ namespace {
 constexpr char kCurrentDirectory[] = "/home/tester";
 
 bool isThere(const char* path) {
-    constexpr const char* kDirectories[] = {"/", ".", "..", "/tmp", "/usr/bin", "tmp/"};
-    const bool found = std::any_of(std::begin(kDirectories), std::end(kDirectories),
-                                   [path](const char* directory) { return std::strcmp(directory, path) == 0; });
+    // No strcmp: the fuzzer looks into the arguments of each, which took a fifth of all time.
+    constexpr std::string_view kDirectories[] = {"/", ".", "..", "/tmp", "/usr/bin", "tmp/"};
+    const bool found = std::find(std::begin(kDirectories), std::end(kDirectories), path) != std::end(kDirectories);
     if (!found) errno = ENOENT;
     return found;
 }
