@@ -35,7 +35,7 @@ struct ThreadEvidence {
     std::string name;
     double seconds = 0;  ///< the length of the interval as this thread saw it
     Parts parts;
-    double waitedBefore = 0;   ///< the end of a wait that had begun so long before the interval
+    double waitedBefore = 0;   ///< the end of a wait that had begun so long before the interval, and was not told then
     std::uint64_t turns = 0;   ///< how often it was put on a processor
     double blockedAtOnce = 0;  ///< the mean length of its blocked times; 0 when it was not blocked
     /// How often it gave its processor up by itself; read only where the hypervisor took time and little slack was left.
@@ -79,10 +79,10 @@ struct EngineEvidence {
     bool faulting = false;  ///< pages had to be read from a disk within the last second or so
     GroupEvidence group;
     std::optional<double> descriptorShare;  ///< open descriptors of how many it may have
-    std::optional<Usage> descriptors;
-    std::optional<double> portShare;  ///< local ports in use of how many there are
-    std::optional<Usage> ports;       ///< empty where how many there are could not be read
-    bool portsAtMost = false;         ///< the share can be less, for that reason
+    std::optional<Usage> descriptors;       ///< the same, in numbers
+    std::optional<double> portShare;        ///< local ports in use of how many there are
+    std::optional<Usage> ports;             ///< the same, in numbers; empty where how many there are could not be read
+    bool portsAtMost = false;               ///< the share can be less, for that reason
 };
 
 /// An engine that has ended, or has become a zombie.
