@@ -39,6 +39,7 @@ if(KRENV_SANITIZE)
   target_compile_definitions(krenv_options INTERFACE _GLIBCXX_ASSERTIONS)
   target_compile_options(krenv_options INTERFACE -fsanitize=${KRENV_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(krenv_options INTERFACE -fsanitize=${KRENV_SANITIZE})
+  target_compile_definitions(krenv_options INTERFACE $<${is_test}:KRENV_SANITIZED>)
   # The tests themselves, neither for undefined behaviour nor optimised: they would take half as long again to compile.
   target_compile_options(krenv_options INTERFACE $<${is_test}:-fno-sanitize=undefined> $<${is_test}:-O0>)
   # Tests of values, which hold no memory of what they test, are not instrumented at all; what they test is.

@@ -1,4 +1,4 @@
-// A settings table with a million keys: right answers, and memory taken in few pieces.
+// A settings table with a million keys: right answers, and memory taken in few pieces. With sanitizers it has a tenth.
 #include <atomic>
 #include <cstdlib>
 #include <new>
@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include "krs.h"
+#include "support/Sanitized.h"
 #include "support/TempDir.h"
 
 namespace {
@@ -27,7 +28,7 @@ void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
-constexpr int kKeys = 1'000'000;
+constexpr int kKeys = kSanitized ? 100'000 : 1'000'000;
 
 const char* unchanged(const char*, const char* value) { return value; }
 const char* changed(const char*, const char*) { return "changed"; }

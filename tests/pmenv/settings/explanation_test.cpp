@@ -16,6 +16,7 @@
 #include "krenv.h"
 #include "krs.h"
 #include "libraryLog.h"
+#include "support/Sanitized.h"
 #include "support/ScopedEnv.h"
 #include "support/TempDir.h"
 #include "support/repeated.h"
@@ -167,12 +168,7 @@ private:
     std::mt19937 random_;
 };
 
-// Under a sanitizer a tenth of them takes as long; the other builds compare all ten thousand.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr std::size_t kFiles = 1'000;
-#else
-constexpr std::size_t kFiles = 10'000;
-#endif
+constexpr std::size_t kFiles = kSanitized ? 1'000 : 10'000;
 
 TEST(Explanation, EqualsTheLibrarysAnswerForEveryKeyOfGeneratedFiles) {
     const LogPause quiet;
