@@ -218,7 +218,7 @@ private:
         engine.ran = fraction(1);
         engine.majorFaults = countOrUnknown();
         engine.faulting = chance(0.1);
-        engine.group = {fractionOrUnknown(1), countOrUnknown(), countOrUnknown(),    name(),
+        engine.group = {fractionOrUnknown(1), countOrUnknown(), countOrUnknown(),     name(),
                         fractionOrUnknown(2), countOrUnknown(), fractionOrUnknown(1), std::nullopt};
         engine.descriptorShare = fractionOrUnknown(1);
         engine.portShare = fractionOrUnknown(1);
