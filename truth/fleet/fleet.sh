@@ -150,6 +150,8 @@ compare() {
     same "the alert of an engine that ended" "$(with_role gone)" "$(fired 'PmenvEngineEnded|PmenvEnginesMissing' "$seconds")"
     same "the alert of an exporter that is down" "$(with_role away)" "$(fired PmenvExporterDown "$seconds")"
 
+    same "what was not read" "" "$(query instance_signal:pmenv_engines_not_read:count | jq -r '.[].metric.instance')"
+
     ask_fleet --json >"$work/fleet.json" || code=$?
     ask_fleet || true
     same "the exit code of pmenv fleet" 3 "$code"
@@ -164,10 +166,11 @@ compare() {
     done
 }
 
-# What the dashboard asks about the first generator, which is throttled. Its control group has no limit on memory.
+# What the dashboard asks about the first generator, which is throttled. Its control group has no limit on memory, and
+# root can read everything.
 dashboard_queries() {
     jq -r '.. | objects | .targets? // empty | .[].expr | gsub("\n"; " ")' "$share/grafana/pmenv.json" |
-        sed -e "s/\$job\b/pmenv/g; s/\$instance\b/$(name_of 1)/g" | grep -v group_memory
+        sed -e "s/\$job\b/pmenv/g; s/\$instance\b/$(name_of 1)/g" | grep -v -e group_memory -e not_read
 }
 
 check_dashboard() {
