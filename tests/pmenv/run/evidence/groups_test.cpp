@@ -117,6 +117,7 @@ TEST_F(GroupsTest, TellsWhatHappenedSinceTheLastIntervalInVersion1) {
     kernel.write(kCpu + "/load/cpu.cfs_period_us", "100000\n");
     Groups groups;
     EXPECT_FALSE(begun(groups).throttled) << "nothing to compare with";
+    EXPECT_FALSE(sample(groups).quota) << "not read before it matters";
     kernel.write(kCpu + "/load/cpu.stat", cpuStat1(3040, 38, 40));
     const GroupEvidence evidence = sample(groups);
     ASSERT_TRUE(evidence.throttled);

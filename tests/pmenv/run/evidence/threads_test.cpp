@@ -138,6 +138,28 @@ TEST_F(ThreadsTest, BlockedTimeIsMeasuredByLooks) {
     EXPECT_NEAR(evidence.busiest->parts.blocked, 0.25 * 6 / 10, 0.03);
 }
 
+// Reading a state takes four times as long as reading turns.
+TEST_F(ThreadsTest, LooksReadTheStatesOfTenThreadsThatWereBlockedLately) {
+    constexpr int kThreads = 12;
+    for (int i = 0; i < kThreads; ++i) run(i, 0, 0, 1, 'D');
+    Threads threads(kPid, {});
+    ASSERT_TRUE(threads.list());
+    sample(threads);
+    int reads = 0;
+    kernel.before = [&reads](const std::string& path) { reads += path == "read" ? 1 : 0; };
+    const auto statesRead = [&] {
+        reads = 0;
+        threads.look(0.010);
+        return reads - kThreads;  // the turns of each are read as well
+    };
+    EXPECT_EQ(statesRead(), 10);
+    kernel.now += 4.9;
+    EXPECT_EQ(statesRead(), 10);
+    kernel.now += 5.1;
+    EXPECT_EQ(statesRead(), 0) << "they were not blocked lately";
+    kernel.before = nullptr;
+}
+
 TEST_F(ThreadsTest, AThreadThatNeverRunsMeanwhileIsBlockedAllTheTime) {
     run(0, 0, 0, 10, 'D');
     Threads threads(kPid, {});
