@@ -87,15 +87,11 @@ namespace {
 
 bool isBlank(char character) { return character == ' ' || character == '\t'; }
 
-// A line of the file, with the place to blame.
 struct Line {
     char* begin;
     char* end;
     int number;
 
-    [[noreturn]] void fail(const char* at, const char* reason) const {
-        throw LineFailure{number, columnOf(at), reason};
-    }
     std::size_t columnOf(const char* at) const { return static_cast<std::size_t>(at - begin) + 1; }
 };
 
@@ -123,6 +119,8 @@ char* find(char* begin, char* end, char wanted) {
 
 // Parses a whole file. Keys and values are ended where they stand in the file's text; only keys of a section are
 // composed.
+//
+// A line that the grammar refuses is an answer and no exception: of a file that is none, every line is refused.
 class Parser {
 public:
     explicit Parser(FileText text) : at_(text.bytes.get()), end_(at_ + text.length) {
@@ -133,7 +131,10 @@ public:
     }
 
     void parse() {
-        while (at_ != end_) parseLine(nextLine());
+        while (at_ != end_) {
+            const Line line = nextLine();
+            if (!parseLine(line)) throw LineFailure{line.number, line.columnOf(refusedAt_), reason_};
+        }
     }
 
     // Goes on behind lines that the grammar refuses.
@@ -143,13 +144,12 @@ public:
             const Line line = nextLine();
             original.assign(line.begin, line.end);  // parsing ends keys and values in place
             KRSLine visited{line.number, original, nullptr, nullptr, 0, 0, nullptr, 0};
-            try {
-                const std::size_t before = entries_.size();
-                parseLine(line);
-                if (entries_.size() > before) describeEntry(line, &visited);
-            } catch (const LineFailure& failure) {
-                visited.error = failure.reason;
-                visited.errorColumn = failure.column;
+            const std::size_t before = entries_.size();
+            if (!parseLine(line)) {
+                visited.error = reason_;
+                visited.errorColumn = line.columnOf(refusedAt_);
+            } else if (entries_.size() > before) {
+                describeEntry(line, &visited);
             }
             visitor(visited);
         }
@@ -184,35 +184,39 @@ private:
             at_ += mark.size();
     }
 
-    void parseLine(const Line& line) {
-        if (nul_ < line.end) line.fail(nul_, "NUL byte; a settings file is plain text");
+    // Whether the grammar takes the line.
+    bool parseLine(const Line& line) {
+        if (nul_ < line.end) return refuse(nul_, "NUL byte; a settings file is plain text");
         char* const first = skipBlanks(line.begin, line.end);
-        if (first == line.end || *first == ';' || *first == '#') return;
-        if (*first == '[') {
-            parseSection(line, first);
-        } else {
-            parseEntry(line, first);
-        }
+        if (first == line.end || *first == ';' || *first == '#') return true;
+        return *first == '[' ? parseSection(line, first) : parseEntry(line, first);
+    }
+
+    bool refuse(const char* at, const char* reason) {
+        refusedAt_ = at;
+        reason_ = reason;
+        return false;
     }
 
     // [name]
-    void parseSection(const Line& line, char* bracket) {
+    bool parseSection(const Line& line, char* bracket) {
         char* const closing = std::find(bracket, line.end, ']');
-        if (closing == line.end) line.fail(bracket, "missing ']' after the section name, expected [name]");
+        if (closing == line.end) return refuse(bracket, "missing ']' after the section name, expected [name]");
         char* const behind = skipBlanks(closing + 1, line.end);
         if (behind != line.end && *behind != ';' && *behind != '#') {
-            line.fail(behind, "unexpected text after ']', expected [name] alone");
+            return refuse(behind, "unexpected text after ']', expected [name] alone");
         }
         char* const begin = skipBlanks(bracket + 1, closing);
         section_.assign(begin, cutBlanks(begin, closing));
         if (!section_.empty()) section_ += '.';
+        return true;
     }
 
     // KEY = value
-    void parseEntry(const Line& line, char* key) {
+    bool parseEntry(const Line& line, char* key) {
         char* const equals = find(key, line.end, '=');
-        if (equals == line.end) line.fail(key, "missing '=', expected KEY = value");
-        if (equals == key) line.fail(equals, "missing key before '=', expected KEY = value");
+        if (equals == line.end) return refuse(key, "missing '=', expected KEY = value");
+        if (equals == key) return refuse(equals, "missing key before '=', expected KEY = value");
 
         char* const keyEnd = cutBlanks(key, equals);
         char* value = skipBlanks(equals + 1, line.end);
@@ -225,14 +229,17 @@ private:
         const char* const stored = section_.empty() ? ended(key, keyEnd) : arena_.store(section_, name);
         const std::uint32_t hash = hashOf({stored, section_.size() + name.size()});
         entries_.push_back({stored, ended(value, valueEnd), line.number, hash});
+        return true;
     }
 
     char* at_;  // the next line
     char* end_;
     int number_ = 0;  // of the line before
     Arena arena_;
-    char* nul_ = nullptr;  // the first NUL byte from the present line on, end_ when there is none
-    std::string section_;  // with the dot behind it
+    char* nul_ = nullptr;              // the first NUL byte from the present line on, end_ when there is none
+    std::string section_;              // with the dot behind it
+    const char* refusedAt_ = nullptr;  // in the line that was refused last
+    const char* reason_ = nullptr;
     std::vector<ParsedEntry> entries_;
 };
 

@@ -1,12 +1,15 @@
 #!/usr/bin/env python3
 """Measures how strong the tests are: changes one thing at a time in a source and checks whether a test notices.
 
-    mutants.py [--sample N] [--seed S] [--jobs N] [--scratch DIR] [--json FILE] SOURCE...
+    mutants.py [--sample N | --share PERCENT] [--seed S] [--jobs N] [--scratch DIR] [--json FILE] SOURCE...
 
 The sources are changed in a scratch copy of the project, which is built and tested as an unprivileged user, because a
 changed file operation may remove files. For each source the result is how many changes were noticed ("killed"), and a list
 of those that were not ("survived"). Changes that do not compile, or that give the same optimised code, are not counted.
 accepted.txt lists survivors, each with its reason, that do not change what the program does for its users.
+
+A sample of so many changes of each source shows where tests are missing; the same share of all sources, large and small,
+shows how many of all changes the tests notice.
 
 Which changes are chosen depends only on the seed, the source and its text, so that a source can be tried again alone.
 """
@@ -265,15 +268,22 @@ def accepted_survivors():
     return accepted
 
 
-def try_source(source, copies, sample, seed, accepted):
+def choose(found, source, options):
+    rng = random.Random(f"{options.seed} {source}")
+    if options.share is not None:
+        return [mutation for mutation in found if rng.random() < options.share / 100]
+    return sorted(rng.sample(found, options.sample)) if 0 < options.sample < len(found) else found
+
+
+def try_source(source, copies, options, accepted):
     original = (PROJECT / source).read_text()
     found = mutations(PROJECT / source)
-    rng = random.Random(f"{seed} {source}")
-    chosen = sorted(rng.sample(found, sample)) if sample and sample < len(found) else found
+    chosen = choose(found, source, options)
     programs = programs_for(source)
     free = queue.Queue()
     for copy in copies:
-        copy.prepare(source, programs)
+        if chosen:
+            copy.prepare(source, programs)
         free.put(copy)
 
     def judge(mutation):
@@ -325,7 +335,9 @@ def scratch_directory(kept):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     parser.add_argument("sources", nargs="+", type=pathlib.Path, metavar="SOURCE")
-    parser.add_argument("--sample", type=int, default=0, help="how many changes of each source, 0 for all")
+    number = parser.add_mutually_exclusive_group()
+    number.add_argument("--sample", type=int, default=0, help="how many changes of each source, 0 for all")
+    number.add_argument("--share", type=float, help="how many per cent of the changes of each source")
     parser.add_argument("--seed", type=int, default=1, help="which ones")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("--scratch", type=pathlib.Path, help="a directory that keeps the scratch copies for the next run")
@@ -336,7 +348,7 @@ def main():
     with scratch_directory(options.scratch) as scratch:
         copies = [Copy(scratch, number) for number in range(options.jobs)]
         for source in options.sources:
-            results.append(try_source(source, copies, options.sample, options.seed, accepted))
+            results.append(try_source(source, copies, options, accepted))
             report(results[-1])
             if options.json:
                 options.json.write_text(json.dumps(results, indent=1) + "\n")

@@ -43,11 +43,12 @@ TEST(Verdict, DependsOnTheShareOfTheWorstEngineAndThePercentile) {
         Outcome outcome;
         double believed;
     } rows[] = {
-        {0, 99, Outcome::Clean, 100},          {0.01, 99, Outcome::Clean, 99},
-        {0.0101, 99, Outcome::Spoiled, 98.9},  {0.05, 95, Outcome::Clean, 95},
-        {0.0501, 95, Outcome::Spoiled, 94.9},  {0, 100, Outcome::Clean, 100},
-        {0.0001, 100, Outcome::Spoiled, 99.9}, {1, 0, Outcome::Clean, 0},
-        {1.01, 99, Outcome::Spoiled, 0},       {-0.1, 99, Outcome::Clean, 100},
+        {0, 99, Outcome::Clean, 100},           {0.01, 99, Outcome::Clean, 99},
+        {0.0101, 99, Outcome::Spoiled, 98.9},   {0.05, 95, Outcome::Clean, 95},
+        {0.0501, 95, Outcome::Spoiled, 94.9},   {0, 100, Outcome::Clean, 100},
+        {0.0001, 100, Outcome::Spoiled, 99.9},  {1, 0, Outcome::Clean, 0},
+        {1.01, 99, Outcome::Spoiled, 0},        {-0.1, 99, Outcome::Clean, 100},
+        {0.0004, 99.95, Outcome::Clean, 99.95},
     };
     for (const auto& row : rows) {
         const auto hold = [&](Generator& generator) {

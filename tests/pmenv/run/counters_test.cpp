@@ -169,6 +169,15 @@ TEST(Counters, TimeInWhichAnEngineCannotBeReadIsInDoubt) {
     EXPECT_EQ(valueIn(run.text(), "pmenv_engine_held_back_seconds_total" + kOf100), 0);
 }
 
+// A watch that was stopped for a minute saw a minute of rest, whatever happened in it.
+TEST(Counters, TimeInWhichTheWatchStoodStillIsInDoubt) {
+    CountedRun run;
+    run.engine(5, {40}).oddEngine([](EngineEvidence& engine) { engine.to = engine.from + 2; });
+    EXPECT_EQ(valueIn(run.text(), "pmenv_engine_in_doubt_seconds_total" + kOf100), 0) << "not yet";
+    run.oddEngine([](EngineEvidence& engine) { engine.to = engine.from + 60; });
+    EXPECT_NEAR(*valueIn(run.text(), "pmenv_engine_in_doubt_seconds_total" + kOf100), 60, 1e-9);
+}
+
 TEST(Counters, EnginesThatEndAreCounted) {
     CountedRun run;
     const auto end = [&run](std::optional<int> status, bool descendant = false) {

@@ -1,7 +1,6 @@
 #include "formats.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 
 #include "isoTime.h"
@@ -15,7 +14,7 @@ namespace {
 
 std::string percentileText(double percentile) {
     char text[32];
-    std::snprintf(text, sizeof text, percentile == std::floor(percentile) ? "p%.0f" : "p%.1f", percentile);
+    std::snprintf(text, sizeof text, "p%.10g", percentile);
     return text;
 }
 

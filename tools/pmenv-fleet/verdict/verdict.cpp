@@ -238,7 +238,8 @@ Verdict verdictOn(const Generator& generator, double percentile, double window) 
         verdict.findings.push_back(std::move(*doubt));
     }
     if (verdict.outcome != Outcome::CannotTell && lost.empty()) {
-        verdict.believed = std::floor(1000 * (1 - verdict.worst->heldBack) + 1e-9) / 10;
+        const double least = verdict.outcome == Outcome::Clean ? percentile : 0;
+        verdict.believed = std::max(least, std::floor(1000 * (1 - verdict.worst->heldBack) + 1e-9) / 10);
     }
     return verdict;
 }

@@ -44,6 +44,9 @@ TEST(Markup, WritesNoMoreDigitsThanTell) {
                 {1234.5, "1234"}, {0.12345, "0.1235"}, {1000, "1000"}};
     for (const auto& row : rows) EXPECT_EQ(shortNumber(row.number), row.text);
     EXPECT_EQ(shortNumber(1e300).size(), 301u);
+    for (const auto& [number, text] : {std::pair(10.25, "10.25"), {101.75, "101.75"}, {86400.5, "86400.5"}, {3, "3"}}) {
+        EXPECT_EQ(exactNumber(number), text);
+    }
     EXPECT_EQ(coordinate(12.04), "12");
     EXPECT_EQ(place(0.5), "50%");
     EXPECT_EQ(place(-3), "0%");

@@ -16,11 +16,14 @@
 namespace {
 
 const std::string kRange = "/proc/sys/net/ipv4/ip_local_port_range";
+const std::string kReserved = "/proc/sys/net/ipv4/ip_local_reserved_ports";
 
 std::string sockstat(int used, int closed) {
     return "sockets: used 90\nTCP: inuse " + std::to_string(used) + " orphan 0 tw " + std::to_string(closed) +
            " alloc 9 mem 1\n";
 }
+
+std::string sockstat6(int used) { return "TCP6: inuse " + std::to_string(used) + "\nUDP6: inuse 1\n"; }
 
 // So many connections to one destination, from port 40000 on.
 std::string connections(int count, const std::string& destination = "0100007F:1F90") {
@@ -76,6 +79,31 @@ TEST_F(NetworkTest, OnSuspicionThePortsOfOneDestinationAreCounted) {
     kernel.write(kProcess + "/net/tcp", connections(20));
     kernel.write(kProcess + "/net/tcp6", connections(60));
     EXPECT_NEAR(next(network).value_or(0), 0.60, 1e-9);
+}
+
+// A runtime that opens sockets for both families has none of IPv4, and its 95 connections were no suspicion.
+TEST_F(NetworkTest, SocketsOfBothFamiliesCount) {
+    kernel.write(kProcess + "/net/sockstat6", sockstat6(30));
+    Network network;
+    EXPECT_EQ(network.ports(kPid).share, 0.40);
+    kernel.write(kProcess + "/net/sockstat", sockstat(1, 0));
+    kernel.write(kProcess + "/net/sockstat6", sockstat6(95));
+    kernel.write(kProcess + "/net/tcp6", connections(95));
+    EXPECT_NEAR(next(network).value_or(0), 0.95, 1e-9);
+    kernel.write(kProcess + "/net/sockstat6", "TCP6: inuse x\n");
+    EXPECT_FALSE(next(network));
+}
+
+TEST_F(NetworkTest, ReservedPortsAreGivenToNobody) {
+    kernel.write(kReserved, "8080,40000-40049,40090-40099\n");
+    const auto ports = Network().ports(kPid).ports;
+    ASSERT_TRUE(ports);
+    EXPECT_EQ(ports->limit, 40);
+    EXPECT_EQ(ports->share(), 0.25);
+    for (const char* const text : {"x\n", "1-65535\n"}) {
+        kernel.write(kReserved, text);
+        EXPECT_FALSE(Network().ports(kPid).share) << text;
+    }
 }
 
 TEST_F(NetworkTest, PortsAreToldInNumbersToo) {
@@ -191,6 +219,8 @@ TEST_F(NetworkElsewhereTest, WherePortsBetweenAreFreeThereAreMore) {
     EXPECT_TRUE(ports.atMost);
     kernel.write(kElsewhere + "/net/tcp6", connections(60));
     EXPECT_EQ(Network().ports(kPid + 1).share, 1) << "also of IPv6";
+    kernel.write(kElsewhere + "/net/sockstat6", sockstat6(101));
+    EXPECT_EQ(with(1, connections(0)).share, 1) << "of IPv6 alone";
 }
 
 TEST_F(NetworkElsewhereTest, FewPortsAreNeverAllThereAre) {

@@ -82,6 +82,23 @@ TEST(Findings, ManyEnginesAreOneFinding) {
     EXPECT_THAT(findings[0].text, HasSubstr("and 49 others"));
 }
 
+// An engine that was stopped for longer, in a run ten times as long, was named in place of the one that spoiled the run.
+TEST(Findings, NameTheEngineThatWasHeldBackMost) {
+    MadeRun run;
+    run.each(500, [](Evidence& evidence) {
+        const bool stopped = evidence.from < 4.5;
+        evidence.engines.push_back(engineThat(stopped ? Did{0, 0, 0, 0, 100} : Did{5, 0}, evidence.from, 1));
+    });
+    run.each(50, [](Evidence& evidence) {
+        const bool stopped = evidence.from < 504;
+        evidence.engines.push_back(engineThat(stopped ? Did{0, 0, 0, 0, 100} : Did{5, 0}, evidence.from, 2));
+    });
+    const auto findings = findingsOf(run.judged(), kLimits);
+    ASSERT_EQ(findings.size(), 1u);
+    expectFinding(findings[0], "stopped", true, 2, 500, 4);
+    EXPECT_THAT(findings[0].text, HasSubstr("and 1 other"));
+}
+
 TEST(Findings, WhatSpoilsStandsFirst) {
     MadeRun run;
     run.each(60, [](Evidence& evidence) {
@@ -220,6 +237,18 @@ TEST(Signals, WithoutAnEngineNoneIsFine) {
     }
 }
 
+TEST(Signals, SwapHasGrownSinceItWasLeast) {
+    std::uint64_t used = 500;
+    const Judged judged = MadeRun()
+                              .each(3,
+                                    [&used](Evidence& evidence) {
+                                        evidence.machine.swapUsedBytes = used;
+                                        used = used == 500 ? 300 : used + 10;
+                                    })
+                              .judged();
+    EXPECT_EQ(signalOf(judged, "growth of swap").value, 100);
+}
+
 TEST(Signals, AreTheWorstEngines) {
     const Judged judged = MadeRun()
                               .each(10,
@@ -235,7 +264,34 @@ TEST(Signals, AreTheWorstEngines) {
     EXPECT_EQ(signalOf(judged, "pages from disk").value, 80);
 }
 
+// With exactly so many in use the verdict was spoiled and the row was fine.
+TEST(Signals, DescriptorsAndPortsAreUsedUpFromTheirLimitOn) {
+    const auto run = [](double descriptors, double ports) {
+        return MadeRun()
+            .each(10,
+                  [=](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+                      evidence.engines[0].descriptorShare = descriptors;
+                      evidence.engines[0].portShare = ports;
+                  })
+            .judged();
+    };
+    EXPECT_EQ(signalOf(run(0.99, 0.5), "descriptors").state, Signal::State::Over);
+    EXPECT_EQ(signalOf(run(0.98, 0.5), "descriptors").state, Signal::State::Ok);
+    EXPECT_EQ(signalOf(run(0.5, 0.98), "local ports").state, Signal::State::Over);
+    EXPECT_EQ(signalOf(run(0.5, 0.97), "local ports").state, Signal::State::Ok);
+    EXPECT_EQ(run(0.99, 0.5).outcome, Outcome::Spoiled);
+}
+
 // --- the verdict ----------------------------------------------------------------------------------------------------
+
+TEST(ReasonText, SaysWhereNoPercentileCanBeBelieved) {
+    JudgeLimits limits;
+    limits.engines = 2;
+    limits.percentile = 99.99;
+    EXPECT_EQ(reasonText(MadeRun(limits).engine(10, {5, 0}).judged(), limits),
+              "which percentiles can be believed cannot be told; p99.99 was asked for");
+}
 
 TEST(ReasonText, NamesThePercentileThatCanBeBelieved) {
     EXPECT_EQ(reasonText(MadeRun().engine(59, {5, 0}).engine(1, {100, 0}).judged(), kLimits),

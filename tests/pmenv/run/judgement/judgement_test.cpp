@@ -307,6 +307,33 @@ TEST(Judgement, ADoubtCountsWithWhatIsCertain) {
     EXPECT_EQ(run.judged().doubt, Doubt::None);
 }
 
+// What is certain spoils the run, and what is in doubt may have spoiled more of it.
+TEST(Judgement, NoPercentileCanBeBelievedBesideADoubt) {
+    MadeRun run;
+    run.engine(98, {50, 0}).engine(2, {100, 0});
+    EXPECT_EQ(run.judged().believed, 98);
+    run.engine(50, {75, 0, 0, 0, 0, 25});
+    EXPECT_EQ(run.judged().outcome, Outcome::Spoiled);
+    EXPECT_FALSE(run.judged().believed);
+}
+
+TEST(Judgement, NoPercentileCanBeBelievedWhereSomethingElseSpoils) {
+    JudgeLimits limits;
+    limits.engines = 2;
+    const Judged judged = MadeRun(limits).engine(98, {50, 0}).engine(0.5, {100, 0}).judged();
+    EXPECT_EQ(judged.outcome, Outcome::Spoiled);
+    EXPECT_FALSE(judged.believed);
+}
+
+// 99.9 was told for a run of which 99.96 could be believed.
+TEST(Judgement, OfACleanRunAtLeastThePercentileAskedForCanBeBelieved) {
+    JudgeLimits limits;
+    limits.percentile = 99.95;
+    const Judged judged = MadeRun(limits).engine(749.75, {50, 0}).engine(0.25, {100, 0}).judged();
+    EXPECT_EQ(judged.outcome, Outcome::Clean);
+    EXPECT_EQ(judged.believed, 99.95);
+}
+
 // Of one interval, what is certain is not in doubt as well.
 TEST(Judgement, ADoubtIsOfTheRestOfAnInterval) {
     const Judged judged = MadeRun()
@@ -429,6 +456,7 @@ TEST(Judgement, AShortWatchTellsNothing) {
         EXPECT_EQ(judged.outcome, Outcome::CannotTell);
         EXPECT_EQ(judged.doubt, Doubt::TooShort);
         EXPECT_FALSE(judged.believed);
+        EXPECT_EQ(MadeRun().engine(2, did).judged().doubt, Doubt::None) << "two seconds are enough";
     }
 }
 
@@ -559,6 +587,24 @@ TEST(Judgement, AnEngineThatEndsOrderlyIsToldOnly) {
 TEST(Judgement, AnEngineThatEndsUnexplainedIsMissingWhereOthersGoOn) {
     EXPECT_EQ(withEnd(std::nullopt, true).outcome, Outcome::Spoiled);
     EXPECT_EQ(withEnd(std::nullopt, false).outcome, Outcome::Clean);
+}
+
+// Five quiet seconds behind the last engine made a run clean in which another had vanished in the middle.
+TEST(Judgement, AnEngineThatEndsUnexplainedIsMissingThoughTheOthersHaveEndedSince) {
+    const auto outcomeWith = [](double secondsAlone) {
+        MadeRun run;
+        run.each(10, [](Evidence& evidence) {
+            for (const int pid : {1, 2}) evidence.engines.push_back(engineThat({5, 0}, evidence.from, pid));
+        });
+        run.each(0.25, [](Evidence& evidence) { evidence.ends.push_back(endOf(1, evidence.to, std::nullopt)); });
+        run.each(secondsAlone, [](Evidence& evidence) {
+            evidence.engines.push_back(engineThat({5, 0}, evidence.from, 2));
+        });
+        run.each(0.25, [](Evidence& evidence) { evidence.ends.push_back(endOf(2, evidence.to, 0)); });
+        return run.each(5, [](Evidence&) {}).judged().outcome;
+    };
+    EXPECT_EQ(outcomeWith(50), Outcome::Spoiled);
+    EXPECT_EQ(outcomeWith(5), Outcome::Clean) << "engines end one by one";
 }
 
 TEST(Judgement, AnEngineThatIsReplacedIsTold) {

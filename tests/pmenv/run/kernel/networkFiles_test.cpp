@@ -18,6 +18,24 @@ TEST(ParseTcpSockets, AddsClosedOnesThatWait) {
     }
 }
 
+TEST(ParseTcp6Sockets, HaveALineOfTheirOwn) {
+    EXPECT_EQ(parseTcp6Sockets("TCP6: inuse 81\nUDP6: inuse 3\n"), 81u);
+    for (const char* const text : {"", "TCP6:\n", "TCP6: inuse x\n", "TCP: inuse 5\n"}) {
+        EXPECT_FALSE(parseTcp6Sockets(text)) << text;
+    }
+}
+
+TEST(ParseReservedPorts, CountsThoseOfTheRange) {
+    const PortRange range{40000, 40099};
+    EXPECT_EQ(parseReservedPorts("\n", range), 0u);
+    EXPECT_EQ(parseReservedPorts("8080,9000-9100,50000\n", range), 0u) << "others";
+    EXPECT_EQ(parseReservedPorts("40000,40010-40019,40099\n", range), 12u);
+    EXPECT_EQ(parseReservedPorts("39990-40009,40090-40110\n", range), 20u) << "the part inside";
+    EXPECT_EQ(parseReservedPorts("1-65535\n", range), 100u);
+    for (const char* const text : {"x\n", "5-x\n", "9-5\n", ",\n"})
+        EXPECT_FALSE(parseReservedPorts(text, range)) << text;
+}
+
 TEST(ParsePortRange, CountsBothEnds) {
     const auto range = parsePortRange("32768\t60999\n");
     ASSERT_TRUE(range);

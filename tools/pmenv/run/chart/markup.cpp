@@ -121,6 +121,12 @@ std::string shortNumber(double number) {
     return withDecimals(number, size >= 100 ? 0 : size >= 10 ? 1 : size >= 1 ? 2 : 4);
 }
 
+std::string exactNumber(double number) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.10g", number);
+    return text;
+}
+
 std::string coordinate(double number) { return withDecimals(number, 1); }
 
 std::string place(double share) { return withDecimals(100 * std::clamp(share, 0.0, 1.0), 3) + "%"; }

@@ -14,6 +14,9 @@ std::string shortened(std::string_view text, std::size_t characters);
 /// "12", "0.5", "1234.57": no more digits than tell something.
 std::string shortNumber(double number);
 
+/// As exactly as a program wants it: "100.25".
+std::string exactNumber(double number);
+
 /// A coordinate, to a tenth: "12", "0.5".
 std::string coordinate(double number);
 

@@ -279,7 +279,7 @@ std::string rawFigures(const RunFigures& figures) {
     text += "\n";
     const double width = figures[Figure::EngineProcessors].width();
     for (std::size_t i = 0; i < count; ++i) {
-        text += shortNumber(static_cast<double>(i) * width) + "," + shortNumber(width);
+        text += exactNumber(static_cast<double>(i) * width) + "," + exactNumber(width);
         each([&](Figure, const Series& series) {
             const bool known = i < series.columns().size() && series.columns()[i].known();
             text += known ? "," + shortNumber(series.columns()[i].mean()) + "," + shortNumber(series.columns()[i].most)

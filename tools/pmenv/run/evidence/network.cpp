@@ -17,6 +17,23 @@ std::optional<kernel::PortsInUse> mostPorts(const std::string& path, const kerne
     return text ? kernel::parseMostPortsOfOneDestination(*text, range) : std::nullopt;
 }
 
+// Of both families. A machine without IPv6 has no list of it.
+std::optional<std::uint64_t> tcpSockets(const std::string& directory) {
+    const auto text = kernel::readFile(directory + "sockstat");
+    const auto sockets = text ? kernel::parseTcpSockets(*text) : std::nullopt;
+    const auto text6 = kernel::readFile(directory + "sockstat6");
+    const auto sockets6 = text6 ? kernel::parseTcp6Sockets(*text6) : 0;
+    return sockets && sockets6 ? std::optional(*sockets + *sockets6) : std::nullopt;
+}
+
+// The ports of this process's namespace that are given to programs that ask for any. Old kernels reserve none.
+std::optional<double> portsToGive(const kernel::PortRange& range) {
+    const auto text = kernel::readFile("/proc/sys/net/ipv4/ip_local_reserved_ports");
+    const auto reserved = text ? kernel::parseReservedPorts(*text, range) : 0;
+    if (!reserved || *reserved >= range.count()) return std::nullopt;
+    return static_cast<double>(range.count() - *reserved);
+}
+
 }  // namespace
 
 Network::Network() : own_(kernel::linkTarget("/proc/self/ns/net")) {}
@@ -41,8 +58,7 @@ PortUse Network::ports(int pid) {
 
 PortUse Network::read(Namespace& space, int pid, bool own) {
     const std::string directory = "/proc/" + std::to_string(pid) + "/net/";
-    const auto text = kernel::readFile(directory + "sockstat");
-    const auto sockets = text ? kernel::parseTcpSockets(*text) : std::nullopt;
+    const auto sockets = tcpSockets(directory);
     if (!sockets) return {};
     if (!own) return {shareElsewhere(space, directory, *sockets), std::nullopt, true};
     const auto ports = ownPorts(space, directory, *sockets);
@@ -54,8 +70,9 @@ PortUse Network::read(Namespace& space, int pid, bool own) {
 std::optional<Usage> Network::ownPorts(Namespace& space, const std::string& directory, std::uint64_t sockets) {
     const auto text = kernel::readFile("/proc/sys/net/ipv4/ip_local_port_range");
     const auto range = text ? kernel::parsePortRange(*text) : std::nullopt;
-    if (!range) return std::nullopt;
-    Usage ports{static_cast<double>(sockets), static_cast<double>(range->count())};
+    const auto limit = range ? portsToGive(*range) : std::nullopt;
+    if (!limit) return std::nullopt;
+    Usage ports{static_cast<double>(sockets), *limit};
     if (ports.share() < kSuspicious) return ports;
     if (isTimeToCount(space, kPauseForCost) && !count(space, directory, *range, sockets)) return std::nullopt;
     const double portsOfSocket = static_cast<double>(space.mostPorts.count) / static_cast<double>(space.sockets);

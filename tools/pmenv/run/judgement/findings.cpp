@@ -32,8 +32,9 @@ std::string fixed(double number, int decimals) {
 std::string millisecondsText(double seconds) { return fixed(1000 * seconds, 1) + " ms"; }
 std::string shareText(double share) { return percentText(100 * share); }
 std::string percentileText(double percentile) {
-    const bool whole = percentile == static_cast<double>(static_cast<long>(percentile));
-    return "p" + fixed(percentile, whole ? 0 : 1);
+    char text[32];
+    std::snprintf(text, sizeof text, "p%.10g", percentile);
+    return text;
 }
 
 std::string engineText(int pid, const std::string& name) {
@@ -48,9 +49,17 @@ constexpr std::array<Reason, 10> kReasons{Reason::OwnWork,     Reason::OtherProg
                                           Reason::Stolen,      Reason::WokenLate,     Reason::Blocked, Reason::Stopped,
                                           Reason::Descriptors, Reason::Ports};
 
-// The stretches of one reason, of the engine that has most of them.
+// The share of the time in which an engine was held back for a reason.
+double shareHeldBack(const JudgedEngine& engine, Reason reason) {
+    double seconds = 0;
+    for (const Stretch& stretch : engine.stretches) seconds += stretch.reason == reason ? stretch.seconds : 0;
+    return engine.heldBack > 0 ? engine.share * seconds / engine.heldBack : 0;
+}
+
+// The stretches of one reason, of the engine that they held back for the largest share of its time.
 struct ByReason {
     const JudgedEngine* engine = nullptr;
+    double share = 0;
     double since = 0;
     double seconds = 0;
     std::size_t engines = 0;
@@ -69,8 +78,9 @@ ByReason stretchesOf(const std::vector<JudgedEngine>& engines, Reason reason) {
         }
         if (own.stretches == 0) continue;
         own.engine = &engine;
+        own.share = shareHeldBack(engine, reason);
         ++count;
-        if (own.seconds > worst.seconds) worst = own;
+        if (worst.engine == nullptr || own.share > worst.share) worst = own;
     }
     worst.engines = count;
     return worst;
@@ -172,15 +182,16 @@ std::optional<RunFinding> heldBackFinding(Reason reason, const Judged& judged, c
     const ByReason found = stretchesOf(judged.engines, reason);
     if (found.engine == nullptr) return std::nullopt;
     const JudgedEngine& engine = *found.engine;
+    const bool spoils = std::any_of(judged.engines.begin(), judged.engines.end(), [&](const JudgedEngine& each) {
+        return each.share > allowedShare(limits) && shareHeldBack(each, reason) > 0;
+    });
     const Words words = wordsOf(reason, engine, judged);
     std::string text = engineText(engine.key.pid, engine.name);
     if (found.engines == 2) text += " and 1 other";
     if (found.engines > 2) text += " and " + std::to_string(found.engines - 1) + " others";
     text += ": " + words.text;
     if (found.stretches > 1) text += "; in " + std::to_string(found.stretches) + " stretches";
-    return RunFinding{
-        reasonName(reason), engine.share > allowedShare(limits), engine.key.pid, found.since, found.seconds, text,
-        words.advice};
+    return RunFinding{reasonName(reason), spoils, engine.key.pid, found.since, found.seconds, text, words.advice};
 }
 
 // --- incidents ------------------------------------------------------------------------------------------------------
@@ -436,15 +447,18 @@ Signal limited(const char* name, const std::optional<double>& value, double limi
     return {name, state, value, limit, unit};
 }
 
+// A share from whose limit on nothing is left.
+Signal usedUp(const char* name, const std::optional<double>& share, double limit) {
+    const State state = !share ? State::NotReadable : *share >= limit ? State::Over : State::Ok;
+    return {name, state, percent(share), 100 * limit, Unit::Percent};
+}
+
 // The share of the time in which an engine was held back for this reason, of the engine where it is largest; empty when
 // the evidence for it could not be read anywhere.
 std::optional<double> heldBackPercent(const Judged& judged, Reason reason, bool readable) {
     if (!readable) return std::nullopt;
     return percent(largest(judged, [reason](const JudgedEngine& engine) -> std::optional<double> {
-        if (!engine.readable) return std::nullopt;
-        double seconds = 0;
-        for (const Stretch& stretch : engine.stretches) seconds += stretch.reason == reason ? stretch.seconds : 0;
-        return engine.heldBack > 0 ? engine.share * seconds / engine.heldBack : 0;
+        return engine.readable ? std::optional(shareHeldBack(engine, reason)) : std::nullopt;
     }));
 }
 
@@ -494,9 +508,8 @@ void addEngineSignals(std::vector<Signal>& signals, const Judged& judged) {
     const auto kills = largest(judged, [](const JudgedEngine& engine) { return number(engine.memoryKills); });
     signals.push_back(told("ready to running", wokenAfter, Unit::Seconds));
     signals.push_back(told("throttled", throttled, Unit::Percent));
-    signals.push_back(
-        limited("descriptors", percent(mostDescriptors(judged)), 100 * kDescriptorsUsedUp, Unit::Percent));
-    signals.push_back(limited("local ports", percent(mostPorts(judged)), 100 * kPortsUsedUp, Unit::Percent));
+    signals.push_back(usedUp("descriptors", mostDescriptors(judged), kDescriptorsUsedUp));
+    signals.push_back(usedUp("local ports", mostPorts(judged), kPortsUsedUp));
     signals.push_back(told("pages from disk", faults, Unit::Count));
     signals.push_back(told("group's memory", percent(memory), Unit::Percent));
     signals.push_back(limited("killed for memory", kills, 0, Unit::Count));
@@ -574,7 +587,7 @@ std::string unseenText(const Judged& judged) {
 std::string reasonText(const Judged& judged, const JudgeLimits& limits) {
     if (judged.outcome == Outcome::CannotTell) return doubtText(judged, limits);
     std::string asked = percentileText(limits.percentile) + " was asked for";
-    if (!judged.believed) return asked;
+    if (!judged.believed) return "which percentiles can be believed cannot be told; " + asked;
     const std::string unseen = judged.outcome == Outcome::Clean ? unseenText(judged) : "";
     if (*judged.believed == 100) return "no percentile is in doubt; " + asked + unseen;
     return "percentiles up to " + percentileText(*judged.believed) + " can be believed; " + asked + unseen;

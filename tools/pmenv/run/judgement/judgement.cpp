@@ -8,9 +8,8 @@
 
 namespace {
 
-constexpr double kPause = 1;            // seconds; stretches that lie nearer to each other are one
-constexpr double kLongestInterval = 2;  // seconds; a longer one hides a disturbance of a second
-constexpr double kShortestRun = 2;      // seconds
+constexpr double kPause = 1;        // seconds; stretches that lie nearer to each other are one
+constexpr double kShortestRun = 2;  // seconds
 constexpr double kMegabyte = 1024.0 * 1024.0;
 
 template <class Number>
@@ -79,7 +78,7 @@ void Judgement::forgetStandIns() {
 void Judgement::addInterval(const Evidence& evidence) {
     if (samples_++ == 0) begin_ = evidence.from;
     end_ = evidence.to;
-    if (evidence.to - evidence.from > kLongestInterval) unseen_ += evidence.to - evidence.from;
+    if (evidence.to - evidence.from > kLongestSeenThrough) unseen_ += evidence.to - evidence.from;
     wakes_.wakes += evidence.wakes.wakes;
     wakes_.late += evidence.wakes.late;
     wakes_.longest = std::max(wakes_.longest, evidence.wakes.longest);
@@ -243,11 +242,19 @@ Judged Judgement::judged(bool namesMissing) const {
     }
     judged.doubt = doubtOf(judged, namesMissing);
     const bool decided = judged.doubt != Doubt::TooShort && judged.doubt != Doubt::NoEngine && isSpoiled(judged);
-    if (decided) judged.doubt = Doubt::None;
     judged.outcome = decided ? Outcome::Spoiled : judged.doubt == Doubt::None ? Outcome::Clean : Outcome::CannotTell;
-    if (judged.share && judged.doubt == Doubt::None)
-        judged.believed = std::floor(1000 * (1 - *judged.share) + 1e-9) / 10;
+    judged.believed = believed(judged);
+    if (decided) judged.doubt = Doubt::None;
     return judged;
+}
+
+// No percentile where something else than time held back spoils the run, or where more may have been held back than is known.
+std::optional<double> Judgement::believed(const Judged& judged) const {
+    if (!judged.share || judged.outcome == Outcome::CannotTell) return std::nullopt;
+    if (judged.outcome == Outcome::Clean)
+        return std::max(limits_.percentile, std::floor(1000 * (1 - *judged.share) + 1e-9) / 10);
+    if (judged.doubt != Doubt::None || !isTooMuch(*judged.share)) return std::nullopt;
+    return std::floor(1000 * (1 - *judged.share) + 1e-9) / 10;
 }
 
 // Where an engine should have gone on, its load is missing for the rest of the run.
@@ -355,9 +362,9 @@ std::vector<Incident> Judgement::incidents() const {
 }
 
 // Who was ended by a signal that nobody sends to say "enough", or ended with an error, has crashed. Where it cannot be
-// known, an engine that ends while others go on is missing.
+// known, an engine that ends while others go on is missing. At the end of a test not all engines end at the same moment.
 Incident Judgement::incidentOf(const EngineEnd& end) const {
-    constexpr double kAtTheEnd = 2;  // seconds
+    constexpr double kAtTheEnd = 2, kOneByOne = 10;  // seconds
     Incident incident;
     incident.kind = Incident::Kind::Ended;
     incident.end = end;
@@ -372,7 +379,7 @@ Incident Judgement::incidentOf(const EngineEnd& end) const {
         const JudgedEngine& other = watched.engine;
         if (key == end.key) continue;
         if (other.name == end.name && other.from > lastSeen) incident.replaced = true;
-        if (!other.ended && other.to - end.time > kAtTheEnd) othersGoOn = true;
+        if (other.to - end.time > (other.ended ? kOneByOne : kAtTheEnd)) othersGoOn = true;
     }
     incident.spoils = othersGoOn || incident.replaced;
     if (end.status) {

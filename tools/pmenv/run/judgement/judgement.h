@@ -114,7 +114,7 @@ struct Judged {
     double from = 0;                    ///< where the time that is judged begins
     double seconds = 0;                 ///< how long it is
     std::optional<double> share;        ///< of the worst engine
-    std::optional<double> believed;     ///< percentile, rounded down to a tenth
+    std::optional<double> believed;     ///< percentile, rounded down to a tenth; empty where that cannot be told
     std::vector<JudgedEngine> engines;  ///< the worst first
     std::vector<Incident> incidents;
     JudgedMachine machine;
@@ -173,6 +173,7 @@ private:
     void addMissingTime(JudgedEngine& engine) const;
     Doubt doubtOf(const Judged& judged, bool namesMissing) const;
     bool isTooMuch(double share) const;
+    std::optional<double> believed(const Judged& judged) const;
     bool isSpoiled(const Judged& judged) const;
     std::vector<Incident> incidents() const;
     Incident incidentOf(const EngineEnd& end) const;

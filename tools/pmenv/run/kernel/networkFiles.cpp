@@ -50,12 +50,32 @@ std::optional<std::uint64_t> parseTcpSockets(std::string_view text) {
     return *used + *closed;
 }
 
+std::optional<std::uint64_t> parseTcp6Sockets(std::string_view text) {
+    const auto line = lineThatBegins(&text, "TCP6:");
+    return line ? valueBehind(*line, "inuse") : std::nullopt;
+}
+
 // "32768	60999"
 std::optional<PortRange> parsePortRange(std::string_view text) {
     std::string_view line = takeLine(&text);
     const auto first = number(takeWord(&line)), last = number(takeWord(&line));
     if (!first || !last || *last < *first || *last > 65535) return std::nullopt;
     return PortRange{*first, *last};
+}
+
+// "8080,9148-9150": in order, and none twice
+std::optional<std::uint64_t> parseReservedPorts(std::string_view text, const PortRange& range) {
+    std::string_view line = takeLine(&text);
+    std::uint64_t reserved = 0;
+    while (!line.empty()) {
+        std::string_view ports = takeUntil(&line, ',');
+        const auto first = number(takeUntil(&ports, '-'));
+        const auto last = ports.empty() ? first : number(ports);
+        if (!first || !last || *last < *first) return std::nullopt;
+        const std::uint64_t from = std::max(*first, range.first), to = std::min(*last, range.last);
+        if (from <= to) reserved += to - from + 1;
+    }
+    return reserved;
 }
 
 // "   0: 0100007F:8C1E 0100007F:1F90 01 ...": the line's number, local and remote address, in hexadecimal digits.

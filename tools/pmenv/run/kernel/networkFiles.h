@@ -7,8 +7,12 @@
 
 namespace kernel {
 
-/// /proc/PID/net/sockstat: TCP sockets that hold a local port, closed ones that wait for stragglers included.
+/// /proc/PID/net/sockstat: TCP sockets that hold a local port. Those that are closed and wait for stragglers are of IPv4 and
+/// IPv6, the others of IPv4 only.
 std::optional<std::uint64_t> parseTcpSockets(std::string_view text);
+
+/// /proc/PID/net/sockstat6: the others of IPv6, also those that are connected to an address of IPv4.
+std::optional<std::uint64_t> parseTcp6Sockets(std::string_view text);
 
 /// /proc/sys/net/ipv4/ip_local_port_range.
 struct PortRange {
@@ -17,6 +21,9 @@ struct PortRange {
     std::uint64_t count() const { return last - first + 1; }
 };
 std::optional<PortRange> parsePortRange(std::string_view text);
+
+/// /proc/sys/net/ipv4/ip_local_reserved_ports: how many ports of the range are given to nobody who asks for any.
+std::optional<std::uint64_t> parseReservedPorts(std::string_view text, const PortRange& range);
 
 /// Local ports in use from one address towards one destination.
 struct PortsInUse {
