@@ -37,8 +37,9 @@ enum class Reason {
 /// The share of an interval under which a thread has no slack. The kernel adds the time of a running thread at its ticks,
 /// 1 to 10 ms apart, so that a thread without slack seems to have some.
 constexpr double kNoSlack = 0.05;
+/// An interval of more seconds hides a disturbance of a second.
+constexpr double kLongestSeenThrough = 2;
 /// The shares at which descriptors and ports are used up: a connection that ends gives its own back between two looks.
-constexpr double kLongestSeenThrough = 2;  // seconds; a longer interval hides a disturbance of a second
 constexpr double kDescriptorsUsedUp = 0.99;
 constexpr double kPortsUsedUp = 0.98;
 /// The share at which ports that are counted every few seconds, and known at most, may have been used up in between.

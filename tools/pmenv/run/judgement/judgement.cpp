@@ -251,10 +251,10 @@ Judged Judgement::judged(bool namesMissing) const {
 // No percentile where something else than time held back spoils the run, or where more may have been held back than is known.
 std::optional<double> Judgement::believed(const Judged& judged) const {
     if (!judged.share || judged.outcome == Outcome::CannotTell) return std::nullopt;
-    if (judged.outcome == Outcome::Clean)
-        return std::max(limits_.percentile, std::floor(1000 * (1 - *judged.share) + 1e-9) / 10);
-    if (judged.doubt != Doubt::None || !isTooMuch(*judged.share)) return std::nullopt;
-    return std::floor(1000 * (1 - *judged.share) + 1e-9) / 10;
+    const double percentile = std::floor(1000 * (1 - *judged.share) + 1e-9) / 10;
+    if (judged.outcome == Outcome::Clean) return std::max(percentile, limits_.percentile);
+    const bool isAllThatSpoils = judged.doubt == Doubt::None && isTooMuch(*judged.share);
+    return isAllThatSpoils ? std::optional(percentile) : std::nullopt;
 }
 
 // Where an engine should have gone on, its load is missing for the rest of the run.
