@@ -179,6 +179,22 @@ TEST_F(ThreadsTest, BlockedTimesOfAThreadThatSeldomRunsDoNotCount) {
     EXPECT_EQ(sample(threads).busiest->parts.blocked, 0);
 }
 
+// A thread that opened all connections had run so often that those which then sent over them were never found blocked.
+TEST_F(ThreadsTest, WhoHasEndedDoesNotMakeTheOthersSeldom) {
+    run(0, 0, 0, 10);
+    run(1, 0, 0, 100'000, 'R', "opener");
+    run(2, 0, 0, 50, 'D', "sender");
+    Threads threads(kPid, {});
+    ASSERT_TRUE(threads.list());
+    sample(threads);
+    EXPECT_EQ(sample(threads).busiest->parts.blocked, 0);
+    endThread(1);
+    ASSERT_TRUE(threads.list());
+    const auto busiest = sample(threads).busiest;
+    EXPECT_EQ(busiest->name, "sender");
+    EXPECT_NEAR(busiest->parts.blocked, 0.25, 1e-6);
+}
+
 TEST_F(ThreadsTest, DelayAccountingIsUsedWhereItIsOn) {
     FakeKernel::Thread thread;
     thread.turns = 10;

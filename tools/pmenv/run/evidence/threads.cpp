@@ -36,7 +36,16 @@ bool Threads::list() {
         thread = runs ? std::next(thread) : threads_.erase(thread);
     }
     for (const int tid : *tids) threads_.try_emplace(tid, directory_, tid);
+    countMostTurns();
     return !threads_.empty();
+}
+
+// What a thread did that has ended tells nothing about how seldom the others run.
+void Threads::countMostTurns() {
+    mostTurns_ = 0;
+    for (const auto& [tid, thread] : threads_) {
+        if (thread.last && !thread.ignored) mostTurns_ = std::max(mostTurns_, thread.last->turns);
+    }
 }
 
 // --- one interval ---------------------------------------------------------------------------------------------------

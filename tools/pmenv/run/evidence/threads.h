@@ -73,6 +73,7 @@ private:
     bool lookAt(Thread& thread);
     std::optional<std::uint64_t> sleepsIn(const ThreadEvidence& interval, int tid, Thread& thread) const;
     void add(int tid, const Thread& thread, ThreadEvidence account, EngineEvidence* evidence);
+    void countMostTurns();
 
     int pid_;
     std::string directory_;
@@ -81,5 +82,5 @@ private:
     std::size_t intervals_ = 0;
     char leaderState_ = '?';       // of the first thread; T when the whole process is stopped
     bool accountsKept_ = false;    // the kernel counts at all
-    std::uint64_t mostTurns_ = 0;  // of any thread that counts, since it began
+    std::uint64_t mostTurns_ = 0;  // of any thread that counts and runs, since it began
 };
