@@ -52,6 +52,9 @@ protected:
     }
 };
 
+// From ten seconds on the times were rounded to tenths, so that rows stood at the same time or at a wrong one.
+TEST(RawFigures, StandAtTheirExactTimes) { EXPECT_THAT(pageOf(spoiledRun(12)), testing::HasSubstr("\n10.25,0.25,")); }
+
 TEST_F(ChartPage, OpensWithTheVerdictThenFindingsSignalsAndCharts) {
     const std::string page = pageOf(spoiledRun());
     EXPECT_EQ(xmlErrors(page), "");

@@ -97,3 +97,15 @@ private:
     Judgement judgement_;
     double now_ = 0;
 };
+
+/// Of an idle engine that has these shares of its descriptors and local ports in use.
+inline Judged judgedWithUsage(double descriptors, double ports) {
+    return MadeRun()
+        .each(10,
+              [=](Evidence& evidence) {
+                  evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+                  evidence.engines[0].descriptorShare = descriptors;
+                  evidence.engines[0].portShare = ports;
+              })
+        .judged();
+}

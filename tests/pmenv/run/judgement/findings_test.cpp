@@ -266,21 +266,11 @@ TEST(Signals, AreTheWorstEngines) {
 
 // With exactly so many in use the verdict was spoiled and the row was fine.
 TEST(Signals, DescriptorsAndPortsAreUsedUpFromTheirLimitOn) {
-    const auto run = [](double descriptors, double ports) {
-        return MadeRun()
-            .each(10,
-                  [=](Evidence& evidence) {
-                      evidence.engines.push_back(engineThat({5, 0}, evidence.from));
-                      evidence.engines[0].descriptorShare = descriptors;
-                      evidence.engines[0].portShare = ports;
-                  })
-            .judged();
-    };
-    EXPECT_EQ(signalOf(run(0.99, 0.5), "descriptors").state, Signal::State::Over);
-    EXPECT_EQ(signalOf(run(0.98, 0.5), "descriptors").state, Signal::State::Ok);
-    EXPECT_EQ(signalOf(run(0.5, 0.98), "local ports").state, Signal::State::Over);
-    EXPECT_EQ(signalOf(run(0.5, 0.97), "local ports").state, Signal::State::Ok);
-    EXPECT_EQ(run(0.99, 0.5).outcome, Outcome::Spoiled);
+    EXPECT_EQ(signalOf(judgedWithUsage(0.99, 0.5), "descriptors").state, Signal::State::Over);
+    EXPECT_EQ(signalOf(judgedWithUsage(0.98, 0.5), "descriptors").state, Signal::State::Ok);
+    EXPECT_EQ(signalOf(judgedWithUsage(0.5, 0.98), "local ports").state, Signal::State::Over);
+    EXPECT_EQ(signalOf(judgedWithUsage(0.5, 0.97), "local ports").state, Signal::State::Ok);
+    EXPECT_EQ(judgedWithUsage(0.99, 0.5).outcome, Outcome::Spoiled);
 }
 
 // --- the verdict ----------------------------------------------------------------------------------------------------

@@ -182,19 +182,9 @@ TEST(Judgement, ShortBlockedTimesCountWherePagesAreReadFromADisk) {
 }
 
 TEST(Judgement, UsedUpDescriptorsAndPortsHoldBackAnIdleEngine) {
-    const auto judgedWith = [](double descriptors, double ports) {
-        return MadeRun()
-            .each(10,
-                  [=](Evidence& evidence) {
-                      evidence.engines.push_back(engineThat({5, 0}, evidence.from));
-                      evidence.engines[0].descriptorShare = descriptors;
-                      evidence.engines[0].portShare = ports;
-                  })
-            .judged();
-    };
-    EXPECT_THAT(reasons(judgedWith(1, 0.5)), ElementsAre(Reason::Descriptors));
-    EXPECT_THAT(reasons(judgedWith(0.5, 1)), ElementsAre(Reason::Ports));
-    EXPECT_EQ(judgedWith(0.9, 0.9).outcome, Outcome::Clean);
+    EXPECT_THAT(reasons(judgedWithUsage(1, 0.5)), ElementsAre(Reason::Descriptors));
+    EXPECT_THAT(reasons(judgedWithUsage(0.5, 1)), ElementsAre(Reason::Ports));
+    EXPECT_EQ(judgedWithUsage(0.9, 0.9).outcome, Outcome::Clean);
 }
 
 // --- what may have held an engine back ------------------------------------------------------------------------------
