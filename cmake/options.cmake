@@ -10,6 +10,8 @@ else()
 endif()
 option(KRENV_BUILD_FLEET "Build pmenv-fleet, which takes libcurl" ${krenv_fleet_default})
 option(KRENV_BUILD_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
+set(KRENV_TESTS all CACHE STRING
+    "Which of the tests that can run with the thread sanitizer: `all`; those that may have `races`; or the `others`")
 option(KRENV_BUILD_BENCH "Build the comparison benchmarks" OFF)
 option(KRENV_BUILD_FUZZ "Build the fuzz targets; takes clang" OFF)
 option(KRENV_WERROR "Treat warnings as errors" OFF)
@@ -38,6 +40,9 @@ target_link_options(krenv_options INTERFACE -Wl,-z,relro,-z,now -Wl,--as-needed)
 if(KRENV_SANITIZE)
   target_compile_definitions(krenv_options INTERFACE _GLIBCXX_ASSERTIONS)
   target_compile_options(krenv_options INTERFACE -fsanitize=${KRENV_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  # Tests take away the descriptors that looking at an object's type needs, and replace functions of the C library by ones
+  # that throw, as clang thinks they cannot.
+  target_compile_options(krenv_options INTERFACE -fno-sanitize=vptr -fno-builtin)
   target_link_options(krenv_options INTERFACE -fsanitize=${KRENV_SANITIZE})
   target_compile_definitions(krenv_options INTERFACE $<${is_test}:KRENV_SANITIZED>)
   # The tests themselves, neither for undefined behaviour nor optimised: they would take half as long again to compile.
@@ -54,7 +59,7 @@ elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
     -ffile-prefix-map=${from_build}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
 endif()
 if(KRENV_BUILD_FUZZ)
-  target_compile_options(krenv_options INTERFACE -fsanitize=fuzzer-no-link)
+  target_compile_options(krenv_options INTERFACE $<$<NOT:${is_test}>:-fsanitize=fuzzer-no-link>)
 endif()
 if(KRENV_COVERAGE)
   # Threads update the counters atomically, so that no count is lost.

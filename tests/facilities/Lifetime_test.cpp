@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -29,25 +30,29 @@ std::vector<std::string> events;
 std::vector<std::string> takeEvents() { return std::exchange(events, {}); }
 
 // Further acts of an object, by its letter; emptied by each test that sets them.
-std::function<void()> onConstruct[128];
-std::function<void()> onDestroy[128];
+std::map<char, std::function<void()>> onConstruct;
+std::map<char, std::function<void()>> onDestroy;
+
+void act(const std::map<char, std::function<void()>>& acts, char name) {
+    if (const auto found = acts.find(name); found != acts.end()) found->second();
+}
 
 template <char name>
 struct Object {
     Object() {
         events.push_back(std::string("+") + name);
-        if (onConstruct[int{name}]) onConstruct[int{name}]();
+        act(onConstruct, name);
     }
     ~Object() {
         events.push_back(std::string("-") + name);
-        if (onDestroy[int{name}]) onDestroy[int{name}]();
+        act(onDestroy, name);
     }
 };
 
 struct LifetimeTest : testing::Test {
     void TearDown() override {
-        for (auto& act : onConstruct) act = nullptr;
-        for (auto& act : onDestroy) act = nullptr;
+        onConstruct.clear();
+        onDestroy.clear();
         events.clear();
     }
 };
@@ -124,7 +129,7 @@ TEST_F(MainScopeTest, ConstructorsExceptionUndoesAndPasses) {
     EXPECT_THROW(MainScope(0, nullptr), std::runtime_error);
     EXPECT_THAT(takeEvents(), ElementsAre("+a", "+b", "-a"));
 
-    onConstruct['b'] = nullptr;
+    onConstruct.erase('b');
     { const MainScope scope(0, nullptr); }
     EXPECT_THAT(takeEvents(), ElementsAre("+a", "+b", "+c", "-c", "-b", "-a"));
 }

@@ -33,7 +33,7 @@ TEST(KeyHash, BothHalvesOfTheKeyCount) {
 
 // Each bit of a text changes each bit of the hash about every other time, wherever it stands.
 TEST(KeyHash, EveryBitOfATextChangesHalfOfTheHash) {
-    for (const std::size_t length : {1, 3, 4, 5, 8, 15, 64}) {
+    for (const std::size_t length : {1U, 3U, 4U, 5U, 8U, 15U, 64U}) {
         for (std::size_t bit = 0; bit < length * 8; ++bit) {
             int changed = 0;
             constexpr int kTexts = 64;

@@ -13,6 +13,7 @@
 #include "support/LogCapture.h"
 #include "support/LogExpectations.h"
 #include "support/OnThread.h"
+#include "support/Sanitized.h"
 #include "support/ScopedEnv.h"
 #include "support/ScopedTable.h"
 #include "support/Settings.h"
@@ -451,11 +452,7 @@ namespace {
 
 // What one property read is promised to need, and beside it what a thread needs to start and log. Sanitizers widen
 // every frame.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr std::size_t kSmallStack = 512 * 1024;
-#else
-constexpr std::size_t kSmallStack = (40 + 24) * 1024;
-#endif
+constexpr std::size_t kSmallStack = (kSanitized ? 512 : 40 + 24) * 1024;
 
 }  // namespace
 

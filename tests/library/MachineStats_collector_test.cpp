@@ -547,7 +547,7 @@ TEST_F(CollectorTest, AThreadMayBeCancelledDuringACollection) {
 // Memory that runs out at any allocation of a collection which drops one engine, keeps one and finds two new ones.
 TEST_F(CollectorTest, MemoryMayRunOutAtAnyPoint) {
     bool happened = true;
-    int failures = 0;
+    unsigned failures = 0;
     for (int nth = 1; happened; ++nth) {
         SCOPED_TRACE(nth);
         for (const int pid : {7, 8, 9, 10}) proc.end(pid);
@@ -573,7 +573,7 @@ TEST_F(CollectorTest, MemoryMayRunOutAtAnyPoint) {
         collector.reset();
         EXPECT_EQ(0U, samplers.count());
     }
-    EXPECT_GE(failures, 5) << "ids, the list of the removed, two samplers, their entries, the result";
+    EXPECT_GE(failures, 5U) << "ids, the list of the removed, two samplers, their entries, the result";
     EXPECT_THAT(log.texts(Level::Error),
                 Contains("CollectSlavesInfo() - failed with error: std::bad_alloc").Times(failures));
 }

@@ -92,9 +92,8 @@ struct CountingFunctor : CFindFileFunctor {
 
 const char* orNull(const char* text) { return text != nullptr ? text : "null"; }
 
-// The sanitizer needs descriptors to look at an object's type, and here there may be none.
 template <class Work>
-[[gnu::no_sanitize("vptr")]] std::string thrownBy(Work work) {
+std::string thrownBy(Work work) {
     try {
         return work();
     } catch (const std::exception& error) {

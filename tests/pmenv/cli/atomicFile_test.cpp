@@ -31,7 +31,7 @@ protected:
 
 TEST_F(ReplaceFile, KeepsTheMode) {
     const std::string path = directory_.writeFile("a", "old");
-    for (const mode_t mode : {0600, 0644, 0660, 0755}) {
+    for (const mode_t mode : {0600U, 0644U, 0660U, 0755U}) {
         ASSERT_EQ(0, chmod(path.c_str(), mode));
         replaceFile(path, "new");
         EXPECT_EQ(mode, modeOf(path));

@@ -54,7 +54,7 @@ TEST_F(PmenvReport, PrintsTheElevenLines) {
     const auto lines = linesOf(outcome.out);
     ASSERT_EQ(lines.size(), 11u);
     const std::string banner = "/" + std::string(72, '*') + "/";
-    for (const std::size_t line : {0, 8, 10}) EXPECT_EQ(lines[line], banner);
+    for (const std::size_t line : {0U, 8U, 10U}) EXPECT_EQ(lines[line], banner);
     EXPECT_EQ(lines[1], "Machine Name " + hostName());
     EXPECT_THAT(lines[2], StartsWith("Machine IP: "));
     EXPECT_THAT(lines[3], StartsWith("Operating System:  Linux (Linux "));

@@ -200,7 +200,7 @@ TEST_F(ScreenTest, AlwaysFitsTheTerminal) {
     const std::vector<std::string> warnings(
         3, "a message\nwith a control character and words to fill a line or two of the screen");
     for (std::size_t columns = 1; columns < 130; ++columns) {
-        for (const std::size_t rows : {1, 2, 5, 10, 40, 100}) {
+        for (const std::size_t rows : {1U, 2U, 5U, 10U, 40U, 100U}) {
             const auto shown = lines(columns, rows, warnings);
             ASSERT_LE(shown.size(), rows);
             for (const std::string& line : shown)

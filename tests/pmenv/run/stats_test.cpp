@@ -185,7 +185,7 @@ TEST(PmenvStats, SamplesAreTakenOnFullSeconds) {
     }
     ASSERT_EQ(seconds.size(), 3u);
     EXPECT_TRUE(punctual()) << seconds[0] << " " << seconds[1] << " " << seconds[2];
-    for (int i = 1; i < 3; ++i) {
+    for (std::size_t i = 1; i < 3; ++i) {
         EXPECT_EQ((static_cast<int>(seconds[i]) + 60 - static_cast<int>(seconds[i - 1])) % 60, 1) << "none is left out";
     }
 }

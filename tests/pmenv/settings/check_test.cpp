@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "check/rule.h"
+#include "pmenv/PmenvTest.h"
 #include "support/ScopedEnv.h"
 #include "support/Subprocess.h"
 #include "support/TempDir.h"
@@ -23,8 +24,6 @@ namespace {
 using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
-
-using Words = std::vector<std::string>;
 
 // The variables that the files of golden/check refer to; the other names in them belong to no variable anywhere.
 const std::map<std::string, const char*> kEnvironment{{"HOME", "/home/user"},

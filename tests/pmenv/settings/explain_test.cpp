@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "pmenv/PmenvTest.h"
 #include "support/ScopedEnv.h"
 #include "support/Subprocess.h"
 #include "support/TempDir.h"
@@ -21,8 +22,6 @@ using testing::Not;
 using testing::StartsWith;
 
 namespace {
-
-using Words = std::vector<std::string>;
 
 const std::map<std::string, const char*>& environmentOfTests() {
     static const std::map<std::string, const char*> variables{{"EXPLAIN_DIR", "/home/user"},
