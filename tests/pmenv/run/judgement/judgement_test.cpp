@@ -472,6 +472,21 @@ TEST(Judgement, AnEngineThatCannotBeReadCannotBeClean) {
     EXPECT_EQ(withUnreadable({100, 0}).outcome, Outcome::Spoiled);
 }
 
+TEST(Judgement, WhatAnEngineLackedForCertainSpoilsAlsoWhereItCannotBeRead) {
+    const Judged judged = MadeRun()
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({}, evidence.from));
+                                        evidence.engines[0].readable = false;
+                                        evidence.engines[0].busiest = std::nullopt;
+                                        evidence.engines[0].descriptorShare = evidence.from < 5 ? 0.1 : 1.0;
+                                    })
+                              .judged();
+    EXPECT_EQ(judged.outcome, Outcome::Spoiled);
+    EXPECT_NEAR(judged.share.value_or(-1), 0.5, 1e-9);
+    EXPECT_EQ(judged.believed, std::nullopt) << "it may have lacked more";
+}
+
 TEST(Judgement, AnEngineThatCannotBeReadAnyMoreCannotBeClean) {
     const auto unreadableFor = [](double seconds) {
         return MadeRun()

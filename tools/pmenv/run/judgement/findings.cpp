@@ -9,6 +9,7 @@
 
 #include <sys/wait.h>
 
+#include "percentile.h"
 #include "text.h"
 #include "units.h"
 
@@ -31,12 +32,6 @@ std::string fixed(double number, int decimals) {
 
 std::string millisecondsText(double seconds) { return fixed(1000 * seconds, 1) + " ms"; }
 std::string shareText(double share) { return percentText(100 * share); }
-std::string percentileText(double percentile) {
-    char text[32];
-    std::snprintf(text, sizeof text, "p%.10g", percentile);
-    return text;
-}
-
 std::string engineText(int pid, const std::string& name) {
     return "load engine " + std::to_string(pid) + " (" + printable(name) + ")";
 }

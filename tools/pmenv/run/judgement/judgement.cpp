@@ -1,10 +1,11 @@
 #include "judgement/judgement.h"
 
 #include <algorithm>
-#include <cmath>
 #include <csignal>
 
 #include <sys/wait.h>
+
+#include "percentile.h"
 
 namespace {
 
@@ -238,7 +239,8 @@ Judged Judgement::judged(bool namesMissing) const {
     judged.engines = judgedEngines();
     judged.incidents = incidents();
     for (const JudgedEngine& engine : judged.engines) {
-        if (engine.readable) keepLargest(judged.share, std::optional(engine.share));
+        // What an engine lacked for certain is known also where its accounts cannot be read.
+        if (engine.readable || engine.heldBack > 0) keepLargest(judged.share, std::optional(engine.share));
     }
     judged.doubt = doubtOf(judged, namesMissing);
     const bool decided = judged.doubt != Doubt::TooShort && judged.doubt != Doubt::NoEngine && isSpoiled(judged);
@@ -251,9 +253,9 @@ Judged Judgement::judged(bool namesMissing) const {
 // No percentile where something else than time held back spoils the run, or where more may have been held back than is known.
 std::optional<double> Judgement::believed(const Judged& judged) const {
     if (!judged.share || judged.outcome == Outcome::CannotTell) return std::nullopt;
-    const double percentile = std::floor(1000 * (1 - *judged.share) + 1e-9) / 10;
+    const double percentile = believedPercentile(*judged.share);
     if (judged.outcome == Outcome::Clean) return std::max(percentile, limits_.percentile);
-    const bool isAllThatSpoils = judged.doubt == Doubt::None && isTooMuch(*judged.share);
+    const bool isAllThatSpoils = judged.doubt == Doubt::None && isTooMuch(*judged.share, limits_.percentile);
     return isAllThatSpoils ? std::optional(percentile) : std::nullopt;
 }
 
@@ -295,14 +297,8 @@ std::vector<JudgedEngine> Judgement::judgedEngines() const {
     return engines;
 }
 
-// Of the time, for the percentile that is to be believed.
-bool Judgement::isTooMuch(double share) const {
-    constexpr double kRounding = 1e-9;
-    return 100 * (1 - share) < limits_.percentile - kRounding;
-}
-
 bool Judgement::isSpoiled(const Judged& judged) const {
-    if (judged.share && isTooMuch(*judged.share)) return true;
+    if (judged.share && isTooMuch(*judged.share, limits_.percentile)) return true;
     return std::any_of(judged.incidents.begin(), judged.incidents.end(),
                        [](const Incident& incident) { return incident.spoils; });
 }
@@ -321,7 +317,7 @@ Doubt Judgement::doubtOf(const Judged& judged, bool namesMissing) const {
     if (unseen_ > allowed * judged.seconds) return Doubt::Unseen;
     if (static_cast<double>(wakes_.late) > allowed * static_cast<double>(wakes_.wakes)) return Doubt::WatcherLate;
     for (const JudgedEngine& engine : judged.engines) {
-        if (engine.perhaps.empty() || !isTooMuch(engine.perhapsShare)) continue;
+        if (engine.perhaps.empty() || !isTooMuch(engine.perhapsShare, limits_.percentile)) continue;
         const auto most = std::max_element(
             engine.perhaps.begin(), engine.perhaps.end(),
             [](const auto& left, const auto& right) { return left.second.seconds < right.second.seconds; });

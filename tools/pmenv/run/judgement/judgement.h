@@ -172,7 +172,6 @@ private:
     std::vector<JudgedEngine> judgedEngines() const;
     void addMissingTime(JudgedEngine& engine) const;
     Doubt doubtOf(const Judged& judged, bool namesMissing) const;
-    bool isTooMuch(double share) const;
     std::optional<double> believed(const Judged& judged) const;
     bool isSpoiled(const Judged& judged) const;
     std::vector<Incident> incidents() const;
