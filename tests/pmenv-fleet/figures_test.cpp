@@ -78,15 +78,16 @@ TEST(AddAnswer, EveryFigureHasAPlaceOfItsOwn) {
         ASSERT_NO_THROW(addAnswer(figure, {{sampleOf(labels, 0.25)}, {}}, &fleet));
     }
     const Generator& generator = fleet.at("a");
-    for (const auto& figure : {generator.scrapes, generator.watched, generator.late, generator.fewest, generator.most,
-                               generator.expected, generator.ended, generator.killed, generator.memoryKills}) {
+    for (const auto& figure :
+         {generator.scrapes, generator.answered, generator.watched, generator.late, generator.fewest, generator.most,
+          generator.expected, generator.ended, generator.killed, generator.memoryKills}) {
         EXPECT_EQ(figure, 0.25);
     }
     ASSERT_EQ(generator.engines.size(), 1U);
     const auto& [name, engine] = *generator.engines.begin();
     EXPECT_EQ(name, EngineName("n", "7"));
     for (const auto& figure :
-         {engine.heldBack, engine.heldBackAtMost, engine.descriptors, engine.ports, engine.did[0]}) {
+         {engine.present, engine.heldBack, engine.heldBackAtMost, engine.descriptors, engine.ports, engine.did[0]}) {
         EXPECT_EQ(figure, 0.25);
     }
 }

@@ -82,6 +82,23 @@ TEST(FleetText, SaysItInOneSentence) {
         "other");
 }
 
+// A server that asks others answers with what it got, and warns.
+TEST(FleetText, IsNotCleanWhereTheServerWarned) {
+    FleetRun run = runOf({{"a", goodGenerator()}});
+    EXPECT_EQ(outcomeOf(run), Outcome::Clean);
+    run.warnings = {"par\x1btial", "other"};
+    EXPECT_EQ(outcomeOf(run), Outcome::CannotTell);
+    EXPECT_THAT(fleetText(run, Style(-1)), StartsWith("cannot tell: the server warned, so that its answers may lack "
+                                                      "something: par\\x1btial\n"));
+    const Json all = fleetJson(run);
+    EXPECT_EQ(all.at("verdict"), "cannot tell");
+    EXPECT_EQ(all.at("exitCode"), 4);
+    expectAsDescribed(json(all), FLEET_SCHEMA);
+    FleetRun spoiled = runOf({{"a", goodGenerator()}, {"b", heldBackByQuota()}});
+    spoiled.warnings = {"partial"};
+    EXPECT_EQ(outcomeOf(spoiled), Outcome::Spoiled);
+}
+
 TEST(FleetText, NamesOfAnyBytesCannotSteerTheTerminal) {
     const std::string text = textOf({{"gen\x1b[2J\n\xff", Generator()}});
     for (const char byte : {'\x1b', '\xff'}) EXPECT_EQ(text.find(byte), std::string::npos);

@@ -33,6 +33,9 @@ struct Exporter {
     double throttled = 0;
     double late = 0;
     std::optional<double> expected = {};
+    std::optional<double> begins = {};      // the second engine
+    double secondHeldBack = 0;              // share of its time
+    bool secondIsHidden = false;            // its accounts cannot be read
     std::optional<double> ends = {};        // the second engine
     bool killed = false;                    // when it ends
     double from = -1e9, to = 1e9;           // the exporter runs
@@ -72,10 +75,14 @@ private:
 void addEngine(const Exporter& exporter, int i, const std::string& target, double time, double watched,
                Samples* samples) {
     const bool first = i == 0;
+    if (!first && time < exporter.begins.value_or(-1e9)) return;
+    if (!first && exporter.begins) watched = time - *exporter.begins;
     const std::string engine = target + ",name=\"PMLoadEngineMai\",pid=\"" + std::to_string(11 + i) + "\"";
+    samples->add("pmenv_engine_memory_bytes", engine, time, 1e6);
     samples->add("pmenv_engine_descriptors_ratio", engine, time, 0.1);
-    if (!exporter.hasEvidence) return;
-    samples->add("pmenv_engine_held_back_seconds_total", engine, time, first ? exporter.heldBack * watched : 0);
+    if (!exporter.hasEvidence || (!first && exporter.secondIsHidden)) return;
+    samples->add("pmenv_engine_held_back_seconds_total", engine, time,
+                 (first ? exporter.heldBack : exporter.secondHeldBack) * watched);
     samples->add("pmenv_engine_in_doubt_seconds_total", engine, time, first ? exporter.inDoubt * watched : 0);
     samples->add("pmenv_engine_busiest_thread_seconds_total", engine + ",state=\"running\"", time,
                  exporter.running * watched);
@@ -98,7 +105,8 @@ void addScrape(const Exporter& exporter, double time, Samples* samples) {
     samples->add("pmenv_watch_seconds_total", target, time, watched);
     samples->add("pmenv_watch_wakes_total", target, time, 100 * watched);
     samples->add("pmenv_watch_late_wakes_total", target, time, 100 * exporter.late * watched);
-    samples->add("pmenv_engines", name, time, exporter.hasEngines ? kEngines - hasEnded : 0);
+    const bool hasBegun = time >= exporter.begins.value_or(-1e9);
+    samples->add("pmenv_engines", name, time, exporter.hasEngines ? kEngines - hasEnded - !hasBegun : 0);
     samples->add("pmenv_engines_ended_total", name, time, hasEnded);
     samples->add("pmenv_engines_killed_total", name, time, hasEnded && exporter.killed);
     if (exporter.expected) samples->add("pmenv_engines_expected", target, time, *exporter.expected);
@@ -158,6 +166,8 @@ const std::vector<Exporter>& otherJobs() {
     static const std::vector<Exporter> all{
         with("gen1", [](Exporter& e) { e.job = "good"; }),
         with("gen2", [](Exporter& e) { e.job = "good", e.heldBack = 0.009; }),
+        with("gen1", [](Exporter& e) { e.job = "beginning", e.begins = 480, e.secondHeldBack = 0.03; }),
+        with("gen1", [](Exporter& e) { e.job = "hidden", e.begins = 480, e.secondIsHidden = true; }),
         with("gen1", [](Exporter& e) { e.job = "doubtful"; }),
         with("gen2", [](Exporter& e) { e.job = "doubtful", e.inDoubt = 0.05; }),
         with("gen\xc3\xa4 1\x01", [](Exporter& e) { e.job = "a\xc3\xa4 {job}"; }),
@@ -241,6 +251,21 @@ TEST_F(FleetOfPrometheus, SharesAreThoseThatWereCounted) {
         }
     }
     EXPECT_EQ(compared, 11);
+}
+
+// The engine ran for a fifth of the run. In the whole run 0.6 % are no reason; in its own time 3 % are.
+TEST_F(FleetOfPrometheus, AnEngineThatBeganLateIsJudgedByItsOwnTime) {
+    const ProgramResult result = run({"--json", "--job", "beginning"});
+    EXPECT_EQ(result.status, 3);
+    const json worst = json::parse(result.out).at("generators").at(0).at("worstEngine");
+    EXPECT_EQ(worst.at("pid"), "12");
+    EXPECT_NEAR(worst.at("heldBackShare"), 0.03, 0.03 / 8) << "as exactly as the scrapes tell its beginning";
+}
+
+TEST_F(FleetOfPrometheus, CannotTellOfAnEngineThatBeganLateAndCouldNotBeRead) {
+    const ProgramResult result = run({"--json", "--job", "hidden"});
+    EXPECT_EQ(result.status, 4);
+    EXPECT_EQ(json::parse(result.out).at("generators").at(0).at("findings").at(0).at("kind"), "noEvidence");
 }
 
 TEST_F(FleetOfPrometheus, ShowsATable) {

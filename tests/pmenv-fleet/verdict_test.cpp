@@ -69,6 +69,50 @@ std::string causeWith(const std::function<void(Engine&)>& change) {
     }));
 }
 
+// One that ran for a fifth of the run makes its part of the results wrong all the same.
+TEST(Verdict, AnEngineIsJudgedByTheTimeInWhichItRan) {
+    Generator generator = goodGenerator();
+    generator.answered = 40;
+    Engine& engine = generator.engines[kFirst] = engineHeldBack(0.006);
+    shareIn(engine, State::Throttled) = 0.005;
+    EXPECT_EQ(verdictOn(generator, 99, kWindow).outcome, Outcome::Clean) << "of the whole run";
+    engine.present = 8;
+    const Verdict verdict = verdictOn(generator, 99, kWindow);
+    EXPECT_EQ(verdict.outcome, Outcome::Spoiled);
+    EXPECT_NEAR(verdict.worst->heldBack, 0.03, 1e-9);
+    EXPECT_NEAR(*verdict.worst->figures.heldBackAtMost, 0.03, 1e-9);
+    EXPECT_EQ(verdict.believed, 97);
+    EXPECT_STREQ(verdict.findings.at(0).kind, "quota") << "most of it, in its own time";
+    engine.heldBack = 0;
+    EXPECT_EQ(verdictOn(generator, 99, kWindow).outcome, Outcome::CannotTell) << "perhaps for 3 % of its time";
+    engine.heldBackAtMost = 0;
+    EXPECT_EQ(verdictOn(generator, 99, kWindow).outcome, Outcome::Clean);
+}
+
+TEST(Verdict, AnEngineThatWasSeenForAMomentCountsAsATenthOfTheRun) {
+    Generator generator = goodGenerator();
+    generator.answered = 40;
+    generator.engines[kFirst] = engineHeldBack(0.001);
+    generator.engines[kFirst].present = 1;
+    EXPECT_EQ(verdictOn(generator, 99, kWindow).outcome, Outcome::Clean) << "1 % of a tenth";
+    generator.engines[kFirst] = engineHeldBack(0.5);
+    generator.engines[kFirst].present = 4;
+    EXPECT_EQ(verdictOn(generator, 99, kWindow).worst->heldBack, 1) << "no more than all of it";
+}
+
+// It began after the run, so that the fewest engines of the run do not count it.
+TEST(Verdict, CannotTellOfAnEngineThatCouldNeverBeRead) {
+    Generator generator = goodGenerator();
+    generator.answered = 40;
+    Engine& hidden = generator.engines[{"PMLoadEngineMai", "13"}];
+    hidden.present = 2;
+    EXPECT_EQ(verdictOn(generator, 99, kWindow).outcome, Outcome::Clean) << "figures come with the second scrape";
+    hidden.present = 3;
+    const Verdict verdict = verdictOn(generator, 99, kWindow);
+    EXPECT_EQ(verdict.outcome, Outcome::CannotTell);
+    EXPECT_STREQ(verdict.findings.at(0).kind, "noEvidence");
+}
+
 TEST(Verdict, TellsWhatTheBusiestThreadDidMostBesideRunning) {
     const char* const kinds[] = {"waiting", "quota", "stolen", "blocked", "stopped"};
     for (std::size_t i = 0; i < kStateCount; ++i) {

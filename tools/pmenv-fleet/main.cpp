@@ -46,7 +46,7 @@ int judgeFleet(const CommandLine& line) {
     } else {
         std::cout << fleetText(run, Style(STDOUT_FILENO));
     }
-    return exitCodeOf(outcomeOf(run.generators));
+    return exitCodeOf(outcomeOf(run));
 }
 
 Grammar fleetGrammar() {

@@ -60,6 +60,7 @@ std::string durationText(std::int64_t milliseconds) {
 const std::vector<Figure>& figures() {
     static const std::vector<Figure> all{
         {"count_over_time(up[W])", ofGenerator<&Generator::scrapes>},
+        {"count_over_time(pmenv_watch_seconds_total[W])", ofGenerator<&Generator::answered>},
         {"increase(pmenv_watch_seconds_total[W])", ofGenerator<&Generator::watched>},
         {"increase(pmenv_watch_late_wakes_total[W]) / increase(pmenv_watch_wakes_total[W])",
          ofGenerator<&Generator::late>},
@@ -71,6 +72,8 @@ const std::vector<Figure>& figures() {
         {"sum by (job, instance) (increase(pmenv_engines_killed_total[W]))", ofGenerator<&Generator::killed>},
         {"max by (job, instance) (increase(pmenv_engine_group_memory_kills_total[W]))",
          ofGenerator<&Generator::memoryKills>},
+        // Each engine that runs has a size, also where nothing else of it can be read.
+        {"count_over_time(pmenv_engine_memory_bytes[W])", ofEngine<&Engine::present>},
         {"increase(pmenv_engine_held_back_seconds_total[W])"
          " / on (job, instance) group_left () increase(pmenv_watch_seconds_total[W])",
          ofEngine<&Engine::heldBack>},

@@ -18,6 +18,7 @@ enum class State { Waiting, Throttled, Stolen, Blocked, Stopped };
 constexpr std::size_t kStateCount = 5;
 
 struct Engine {
+    std::optional<double> present;         ///< of the answered scrapes, those in which it ran
     std::optional<double> heldBack;        ///< share of the time
     std::optional<double> heldBackAtMost;  ///< with what is in doubt
     std::optional<double> did[kStateCount];
@@ -29,10 +30,11 @@ using EngineName = std::pair<std::string, std::string>;  // its name and process
 
 /// A load generator. What the server does not know is empty.
 struct Generator {
-    std::optional<double> scrapes;  ///< how often the server tried to reach its exporter
-    std::optional<double> watched;  ///< seconds
-    std::optional<double> late;     ///< share of the times at which the watch itself woke
-    std::optional<double> fewest;   ///< engines that ran
+    std::optional<double> scrapes;   ///< how often the server tried to reach its exporter
+    std::optional<double> answered;  ///< of these
+    std::optional<double> watched;   ///< seconds
+    std::optional<double> late;      ///< share of the times at which the watch itself woke
+    std::optional<double> fewest;    ///< engines that ran
     std::optional<double> most;
     std::optional<double> expected;
     std::optional<double> ended;

@@ -1,9 +1,10 @@
 #include "formats.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <cmath>
 
 #include "isoTime.h"
+#include "percentile.h"
 #include "table.h"
 #include "text.h"
 #include "units.h"
@@ -11,12 +12,6 @@
 namespace {
 
 // --- the sentence ---------------------------------------------------------------------------------------------------
-
-std::string percentileText(double percentile) {
-    char text[32];
-    std::snprintf(text, sizeof text, "p%.10g", percentile);
-    return text;
-}
 
 std::size_t countOf(const FleetRun& run, Outcome outcome) {
     return static_cast<std::size_t>(
@@ -49,11 +44,14 @@ std::string leastBelieved(const FleetRun& run) {
 
 std::string reasonText(const FleetRun& run) {
     const std::string all = generatorsText(run.generators.size());
-    const Outcome outcome = outcomeOf(run.generators);
+    const Outcome outcome = outcomeOf(run);
     const std::size_t count = countOf(run, outcome);
     const std::string some = std::to_string(count) + " of " + all;
     if (run.generators.empty())
         return "there was no load generator of the job '" + printable(run.job) + "' in this time";
+    if (outcome == Outcome::CannotTell && count == 0) {
+        return "the server warned, so that its answers may lack something: " + printable(run.warnings[0]);
+    }
     switch (outcome) {
         case Outcome::Spoiled:
             return some + " spoiled the run: " + firstOf(run, count);
@@ -153,13 +151,18 @@ Json generatorJson(const Judged& judged) {
 
 }  // namespace
 
+Outcome outcomeOf(const FleetRun& run) {
+    const Outcome outcome = outcomeOf(run.generators);
+    return outcome == Outcome::Clean && !run.warnings.empty() ? Outcome::CannotTell : outcome;
+}
+
 std::string fleetText(const FleetRun& run, const Style& style) {
-    const std::string headline = highlighted(outcomeOf(run.generators), style) + ": " + reasonText(run) + "\n";
+    const std::string headline = highlighted(outcomeOf(run), style) + ": " + reasonText(run) + "\n";
     return run.generators.empty() ? headline : headline + "\n" + tableText(run, style);
 }
 
 Json fleetJson(const FleetRun& run) {
-    const Outcome outcome = outcomeOf(run.generators);
+    const Outcome outcome = outcomeOf(run);
     Json generators = Json::array();
     for (const Judged& each : run.generators) generators.push_back(generatorJson(each));
     return Json{{"verdict", outcomeText(outcome)},

@@ -20,6 +20,9 @@ struct FleetRun {
     std::vector<std::string> warnings;  ///< of the server
 };
 
+/// Of the whole run. It is not clean where the server warned: its answers may lack something.
+Outcome outcomeOf(const FleetRun& run);
+
 /// One sentence, and a table with a line for each generator.
 std::string fleetText(const FleetRun& run, const Style& style);
 

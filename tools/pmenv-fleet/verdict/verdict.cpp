@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "failure.h"
+#include "percentile.h"
 #include "text.h"
 #include "units.h"
 
@@ -26,15 +27,31 @@ std::string enginesText(double number) {
     return countText(number) + (std::lround(number) > 1 ? " load engines" : " load engine");
 }
 
-// --- spoiled --------------------------------------------------------------------------------------------------------
+// --- engines --------------------------------------------------------------------------------------------------------
 
 double clamped(double share) { return std::clamp(share, 0.0, 1.0); }
 
-// Of the time, for the percentile that is to be believed.
-bool isTooMuch(double share, double percentile) {
-    constexpr double kRounding = 1e-9;
-    return 100 * (1 - share) < percentile - kRounding;
+// The share of the run in which it ran. An engine that was seen for a moment only made a small part of the load, so that it
+// counts as if it had run for a tenth, as with `pmenv judge`.
+double presence(const Engine& engine, const Generator& generator) {
+    constexpr double kLeast = 0.1;
+    if (!engine.present || generator.answered.value_or(0) <= 0) return 1;
+    return std::clamp(*engine.present / *generator.answered, kLeast, 1.0);
 }
+
+// The shares of its own time, from those of the run.
+Engine whileItRan(Engine engine, const Generator& generator) {
+    const double share = presence(engine, generator);
+    for (auto* figure : {&engine.heldBack, &engine.heldBackAtMost}) {
+        if (*figure) *figure = clamped(**figure / share);
+    }
+    for (auto& figure : engine.did) {
+        if (figure) *figure /= share;
+    }
+    return engine;
+}
+
+// --- spoiled --------------------------------------------------------------------------------------------------------
 
 struct Cause {
     const char* kind;
@@ -112,13 +129,18 @@ std::vector<Finding> lostLoad(const Generator& generator) {
 
 // --- cannot tell ----------------------------------------------------------------------------------------------------
 
-// An engine that ran throughout has its figures, unless its accounts could not be read. What is certain but has no bound is
-// no evidence either.
+// An engine has its figures, unless it was only just seen or its accounts could not be read. What is certain but has no bound
+// is no evidence either.
 bool lacksEvidence(const Generator& generator) {
-    const auto known = std::count_if(generator.engines.begin(), generator.engines.end(), [](const auto& engine) {
-        return engine.second.heldBack && engine.second.heldBackAtMost;
-    });
-    return known == 0 || static_cast<double>(known) < generator.fewest.value_or(0);
+    constexpr double kJustSeen = 2;  // scrapes; the first has no figures yet
+    const auto isKnown = [](const auto& engine) { return engine.second.heldBack && engine.second.heldBackAtMost; };
+    const auto isHidden = [&](const auto& engine) {
+        return !isKnown(engine) && engine.second.present.value_or(0) > kJustSeen;
+    };
+    const auto& engines = generator.engines;
+    const auto known = std::count_if(engines.begin(), engines.end(), isKnown);
+    return known == 0 || static_cast<double>(known) < generator.fewest.value_or(0) ||
+           std::any_of(engines.begin(), engines.end(), isHidden);
 }
 
 std::optional<Finding> whatIsMissing(const Generator& generator, double window) {
@@ -152,7 +174,7 @@ std::optional<Finding> lateFinding(const Generator& generator, double percentile
 
 std::optional<Finding> perhapsFinding(const Generator& generator, double percentile) {
     for (const auto& [name, engine] : generator.engines) {
-        const double atMost = clamped(engine.heldBackAtMost.value_or(0));
+        const double atMost = whileItRan(engine, generator).heldBackAtMost.value_or(0);
         if (!isTooMuch(atMost, percentile)) continue;
         return Finding{"inDoubt", "in doubt",
                        engineText(name) + " may have been held back for up to " + shareText(atMost) +
@@ -174,8 +196,8 @@ std::optional<WorstEngine> worstEngine(const Generator& generator) {
     std::optional<WorstEngine> worst;
     for (const auto& [name, engine] : generator.engines) {
         if (!engine.heldBack) continue;
-        const double share = clamped(*engine.heldBack);
-        if (!worst || share > worst->heldBack) worst = WorstEngine{name, share, engine};
+        const Engine figures = whileItRan(engine, generator);
+        if (!worst || *figures.heldBack > worst->heldBack) worst = WorstEngine{name, *figures.heldBack, figures};
     }
     return worst;
 }
@@ -239,7 +261,7 @@ Verdict verdictOn(const Generator& generator, double percentile, double window) 
     }
     if (verdict.outcome != Outcome::CannotTell && lost.empty()) {
         const double least = verdict.outcome == Outcome::Clean ? percentile : 0;
-        verdict.believed = std::max(least, std::floor(1000 * (1 - verdict.worst->heldBack) + 1e-9) / 10);
+        verdict.believed = std::max(least, believedPercentile(verdict.worst->heldBack));
     }
     return verdict;
 }

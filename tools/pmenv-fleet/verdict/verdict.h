@@ -24,8 +24,8 @@ struct Finding {
 
 struct WorstEngine {
     EngineName name;
-    double heldBack;  ///< share of the time
-    Engine figures;
+    double heldBack;  ///< share of the time in which it ran
+    Engine figures;   ///< shares of that time as well
 };
 
 struct Verdict {
