@@ -119,6 +119,16 @@ TEST_F(ChartPage, DrawsFiguresAsStepsAndGapsAsGaps) {
     EXPECT_THAT(found(page, byId("run1-connections")), HasSubstr("Gaps: for 2 s nothing is known."));
 }
 
+// A line to the end of the run would say that the engine kept its schedule until then.
+TEST_F(ChartPage, TheLineOfAnEngineEndsWithIt) {
+    const std::string page = pageOf(chartRunOf(10, [](Evidence& evidence) {
+        const bool isBusy = evidence.from >= 2 && evidence.from < 3;
+        fillEngines(evidence, Did{isBusy ? 100.0 : 20.0}, evidence.from < 5 ? 2 : 1);
+    }));
+    EXPECT_EQ(found(page, byId("run1-held-back") + "//*[@class='line engine1'][@d]/@d"), "M0 110H200V0H300V110H1000\n");
+    EXPECT_EQ(found(page, byId("run1-held-back") + "//*[@class='line engine2'][@d]/@d"), "M0 110H200V0H300V110H500\n");
+}
+
 TEST_F(ChartPage, StacksWhatTheBusiestThreadDid) {
     const std::string page = pageOf(chartRunOf(10, [](Evidence& evidence) { fillEngines(evidence, {50, 25}); }));
     EXPECT_EQ(found(page, byId("run1-thread") + "//*[@class='area running'][@d]/@d"), "M0 55H1000V110H0Z\n");

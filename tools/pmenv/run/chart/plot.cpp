@@ -81,7 +81,7 @@ Runs runsOf(const Series& series, const Track& track, BoxOf boxOf) {
         const bool known = column.known() && left < track.seconds;
         if (known && !wasKnown) runs.emplace_back();
         const bool last = i + 1 == series.columns().size();
-        const double right = last ? track.seconds : std::min(left + series.width(), track.seconds);
+        const double right = std::min(last ? series.end() : left + series.width(), track.seconds);
         if (known) runs.back().push_back(boxOf(i, column, left, std::max(left, right)));
         wasKnown = known;
     }

@@ -33,6 +33,8 @@ public:
     const std::vector<Column>& columns() const { return columns_; }
     /// The width of a column in seconds.
     double width() const { return width_; }
+    /// Where the last interval ended; within the last column or half of one further.
+    double end() const { return end_; }
 
     bool anyKnown() const;
     /// Seconds in which nothing is known, of those that were added.
