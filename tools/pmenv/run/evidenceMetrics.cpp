@@ -29,13 +29,8 @@ std::optional<double> heldBackSeconds(const EngineEvidence& engine, const Yardst
     return seconds > 0 || (engine.readable && engine.busiest) ? std::optional(seconds) : std::nullopt;
 }
 
-// What is not known to be held back for certain: time in which the accounts could not be read belongs to it, and time in which
-// the watch stood still.
 std::optional<double> inDoubtSeconds(const EngineEvidence& engine, const Yardstick& yardstick) {
-    const HeldBack held = heldBackIn(engine, yardstick);
-    const bool isSeenThrough = engine.to - engine.from <= kLongestSeenThrough;
-    const bool isKnown = isSeenThrough && !held.perhaps && heldBackSeconds(engine, yardstick);
-    return isKnown ? 0 : engine.to - engine.from - held.seconds;
+    return inDoubtIn(engine, yardstick);
 }
 
 const std::optional<Usage>& descriptorsOf(const EngineEvidence& engine) { return engine.descriptors; }

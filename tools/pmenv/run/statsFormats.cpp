@@ -32,7 +32,7 @@ std::string csvField(const std::string& text) {
 // --- what held an engine back, where that is known ------------------------------------------------------------------
 
 std::optional<double> heldBackPercent(const EngineFigures& engine) {
-    return engine.heldBack ? std::optional(engine.heldBack->heldBackPercent) : std::nullopt;
+    return engine.heldBack ? engine.heldBack->heldBackPercent : std::nullopt;
 }
 std::optional<double> throttledPercent(const EngineFigures& engine) {
     return engine.heldBack ? engine.heldBack->throttledPercent : std::nullopt;

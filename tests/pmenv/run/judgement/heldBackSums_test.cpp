@@ -20,11 +20,42 @@ TEST(HeldBackSums, IsAShareOfTheTimeSinceTheLastCall) {
     for (int i = 1; i < 4; ++i) sums.add(interval(kInterval * i, engineThat({5, 0}, kInterval * i)));
     auto figures = sums.take();
     ASSERT_EQ(figures.size(), 1u);
-    EXPECT_NEAR((figures[{100, 5000}].heldBackPercent), 25, 1e-9);
+    EXPECT_NEAR((figures[{100, 5000}].heldBackPercent.value_or(-1)), 25, 1e-9);
     EXPECT_TRUE(sums.take().empty());
     sums.add(interval(1, engineThat({5, 0}, 1)));
     figures = sums.take();
     EXPECT_EQ((figures[{100, 5000}].heldBackPercent), 0);
+}
+
+// 0.0 % would say that all was well.
+TEST(HeldBackSums, IsUnknownWhereMoreIsInDoubt) {
+    EngineEvidence unread = engineThat({5, 0}, 1);
+    unread.readable = false;
+    unread.busiest = std::nullopt;
+    EngineEvidence tooLong = engineThat({5, 0}, 1);
+    tooLong.to = tooLong.from + kLongestSeenThrough + 1;
+    EngineEvidence ports = engineThat({5, 0}, 1);
+    ports.portsAtMost = true;
+    ports.portShare = 0.99;
+    for (const EngineEvidence& doubtful : {unread, tooLong, ports}) {
+        HeldBackSums sums(0.010);
+        sums.add(interval(0, engineThat({5, 0}, 0)));
+        sums.add(interval(1, doubtful));
+        const auto figures = sums.take();
+        ASSERT_EQ(figures.size(), 1u);
+        EXPECT_EQ(figures.begin()->second.heldBackPercent, std::nullopt);
+        EXPECT_EQ(figures.begin()->second.worstThread, engineThat({5, 0}, 0).busiest->tid);
+    }
+}
+
+TEST(HeldBackSums, IsKnownWhereLessIsInDoubt) {
+    EngineEvidence unread = engineThat({5, 0}, 1);
+    unread.readable = false;
+    unread.busiest = std::nullopt;
+    HeldBackSums sums(0.010);
+    for (int i = 0; i < 2; ++i) sums.add(interval(kInterval * i, engineThat({100, 0}, kInterval * i)));
+    sums.add(interval(1, unread));
+    EXPECT_NEAR(sums.take().begin()->second.heldBackPercent.value_or(-1), 200.0 / 3, 1e-9) << "at least";
 }
 
 TEST(HeldBackSums, TheWorstThreadIsThatOfTheWorstInterval) {
@@ -48,7 +79,7 @@ TEST(HeldBackSums, NoShareIsLargerThanTheWhole) {
         engine.to = engine.from + length;
         sums.add(interval(0, engine));
         const auto figures = sums.take();
-        EXPECT_EQ(figures.begin()->second.heldBackPercent, 100);
+        EXPECT_EQ(figures.begin()->second.heldBackPercent, 100) << length;
         EXPECT_EQ(figures.begin()->second.worstThreadPercent, 100);
     }
 }

@@ -90,6 +90,13 @@ HeldBack heldBackIn(const EngineEvidence& engine, const Yardstick& yardstick) {
     return held;
 }
 
+double inDoubtIn(const EngineEvidence& engine, const Yardstick& yardstick) {
+    const HeldBack held = heldBackIn(engine, yardstick);
+    const bool isRead = held.seconds > 0 || (engine.readable && engine.busiest);
+    const bool isSeenThrough = engine.to - engine.from <= kLongestSeenThrough;
+    return isRead && isSeenThrough && !held.perhaps ? 0 : engine.to - engine.from - held.seconds;
+}
+
 Reason reasonOf(const Parts& parts, double enginesRan, double othersRan) {
     if (parts.running >= kMostlyRunning * parts.sum()) return Reason::OwnWork;
     const Reason waiting = enginesRan > othersRan ? Reason::Crowded : Reason::OtherPrograms;

@@ -63,6 +63,10 @@ Yardstick yardstickOf(const Evidence& interval, double tolerance);
 
 HeldBack heldBackIn(const EngineEvidence& engine, const Yardstick& yardstick);
 
+/// Seconds of the interval in which the engine was perhaps held back: also all that could not be read, and what an interval
+/// hides that is too long.
+double inDoubtIn(const EngineEvidence& engine, const Yardstick& yardstick);
+
 /// The reason of a stretch, by what the busiest threads did in it and what the machine's processors did: a thread that
 /// ran for most of the time has too much work of its own; else it is what took most of the rest.
 Reason reasonOf(const Parts& parts, double enginesRan, double othersRan);

@@ -17,25 +17,29 @@ double busyShare(const ThreadEvidence& thread) { return shareOf(thread.parts.sum
 void HeldBackSums::add(const Evidence& evidence) {
     const Yardstick yardstick = yardstickOf(evidence, tolerance_);
     for (const EngineEvidence& engine : evidence.engines) {
-        if (!engine.readable || !engine.busiest || engine.to <= engine.from) continue;
-        const auto [place, isNew] = sums_.try_emplace(engine.key);
-        Sum& sum = place->second;
+        if (engine.to <= engine.from) continue;
+        Sum& sum = sums_[engine.key];
         sum.seconds += engine.to - engine.from;
         sum.heldBack += heldBackIn(engine, yardstick).seconds;
+        sum.inDoubt += inDoubtIn(engine, yardstick);
         if (engine.group.throttled) sum.throttled = sum.throttled.value_or(0) + *engine.group.throttled;
-        if (isNew || busyShare(*engine.busiest) > busyShare(sum.worst)) sum.worst = *engine.busiest;
+        if (!engine.readable || !engine.busiest) continue;
+        if (!sum.worst || busyShare(*engine.busiest) > busyShare(*sum.worst)) sum.worst = engine.busiest;
     }
 }
 
 std::map<ProcessKey, HeldBackFigures> HeldBackSums::take() {
     std::map<ProcessKey, HeldBackFigures> figures;
     for (const auto& [key, sum] : std::exchange(sums_, {})) {
+        if (!sum.worst) continue;
         HeldBackFigures& figure = figures[key];
-        figure.heldBackPercent = 100 * shareOf(sum.heldBack, sum.seconds);
+        if (sum.inDoubt == 0 || sum.inDoubt < sum.heldBack) {
+            figure.heldBackPercent = 100 * shareOf(sum.heldBack, sum.seconds);
+        }
         if (sum.throttled) figure.throttledPercent = 100 * *sum.throttled / sum.seconds;
-        figure.worstThread = sum.worst.tid;
-        figure.worstThreadName = sum.worst.name;
-        figure.worstThreadPercent = 100 * busyShare(sum.worst);
+        figure.worstThread = sum.worst->tid;
+        figure.worstThreadName = sum.worst->name;
+        figure.worstThreadPercent = 100 * busyShare(*sum.worst);
     }
     return figures;
 }

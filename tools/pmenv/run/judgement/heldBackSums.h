@@ -9,7 +9,7 @@
 
 /// Of one engine and the time since the figures were taken before.
 struct HeldBackFigures {
-    double heldBackPercent = 0;              ///< of the time
+    std::optional<double> heldBackPercent;   ///< of the time; empty where as much again or more is in doubt
     std::optional<double> throttledPercent;  ///< time of all processors that the quota denied its group; may pass 100
     int worstThread = 0;                     ///< the thread that had the least slack in any interval
     std::string worstThreadName;
@@ -24,15 +24,16 @@ public:
     /// Takes the next interval.
     void add(const Evidence& evidence);
 
-    /// The figures since the last call. An engine whose accounts could not be read is not among them.
+    /// The figures since the last call. An engine whose accounts could never be read is not among them.
     std::map<ProcessKey, HeldBackFigures> take();
 
 private:
     struct Sum {
         double seconds = 0;
         double heldBack = 0;
+        double inDoubt = 0;
         std::optional<double> throttled;
-        ThreadEvidence worst;
+        std::optional<ThreadEvidence> worst;
     };
 
     double tolerance_;
