@@ -487,6 +487,24 @@ TEST(Judgement, WhatAnEngineLackedForCertainSpoilsAlsoWhereItCannotBeRead) {
     EXPECT_EQ(judged.believed, std::nullopt) << "it may have lacked more";
 }
 
+// It lacked descriptors for 8 % of the least time that counts, which p90 allows; what else it lacked is not known.
+TEST(Judgement, IsNotCleanWhereNoEngineCouldBeRead) {
+    JudgeLimits limits;
+    limits.percentile = 90;
+    const Judged judged = MadeRun(limits)
+                              .each(0.5,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({}, evidence.from));
+                                        evidence.engines[0].readable = false;
+                                        evidence.engines[0].busiest = std::nullopt;
+                                        evidence.engines[0].descriptorShare = 1.0;
+                                    })
+                              .each(60, [](Evidence&) {})
+                              .judged();
+    EXPECT_EQ(judged.outcome, Outcome::CannotTell);
+    EXPECT_EQ(judged.doubt, Doubt::NotReadable);
+}
+
 TEST(Judgement, AnEngineThatCannotBeReadAnyMoreCannotBeClean) {
     const auto unreadableFor = [](double seconds) {
         return MadeRun()

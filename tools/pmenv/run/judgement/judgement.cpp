@@ -313,7 +313,10 @@ Doubt Judgement::doubtOf(const Judged& judged, bool namesMissing) const {
             return Doubt::NotReadable;
         }
     }
-    if (!judged.share) return Doubt::NotReadable;
+    if (std::none_of(judged.engines.begin(), judged.engines.end(),
+                     [](const JudgedEngine& engine) { return engine.readable; })) {
+        return Doubt::NotReadable;
+    }
     if (unseen_ > allowed * judged.seconds) return Doubt::Unseen;
     if (static_cast<double>(wakes_.late) > allowed * static_cast<double>(wakes_.wakes)) return Doubt::WatcherLate;
     for (const JudgedEngine& engine : judged.engines) {
