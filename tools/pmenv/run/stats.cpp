@@ -314,7 +314,7 @@ Command statsCommand() {
         "allows counts as unknown and causes a warning.\n\n"
         "Between two samples the engines are watched as by pmenv judge, at a cost of at most 2 % of one processor. "
         "HELD BACK is the share of the time since the last sample in which an engine could not send what was due, "
-        "unknown where more of it is in doubt, "
+        "unknown where as much again or more of it is in doubt, "
         "THROTTLED the processor time that its control group's quota denied it, and WORST THREAD the thread with "
         "the least to spare, with the busy share of its busiest quarter of a second.\n\n"
         "--csv prints a heading with the names of the fields, then a line for each sample and engine, or one line "

@@ -32,6 +32,7 @@ std::string fixed(double number, int decimals) {
 
 std::string millisecondsText(double seconds) { return fixed(1000 * seconds, 1) + " ms"; }
 std::string shareText(double share) { return percentText(100 * share); }
+
 std::string engineText(int pid, const std::string& name) {
     return "load engine " + std::to_string(pid) + " (" + printable(name) + ")";
 }
