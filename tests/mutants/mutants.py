@@ -118,6 +118,8 @@ def programs_for(source):
 def become_nobody():
     """In a child: no rights, no more memory than a 32-bit process, a group of its own so that all of it can be ended."""
     os.setsid()
+    for ignored in (signal.SIGINT, signal.SIGQUIT):  # by a shell that starts something in the background
+        signal.signal(ignored, signal.SIG_DFL)
     resource.setrlimit(resource.RLIMIT_AS, (6 << 30, 6 << 30))
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
     if os.getuid() == 0:
@@ -178,6 +180,7 @@ class Copy:
     def run(self, *command, patience=PATIENCE_SECONDS):
         """The ended process, with what it printed; returncode None when it took too long."""
         environment = {**os.environ, "HOME": str(self.top / "tmp"), "TMPDIR": str(self.top / "tmp"),
+                       "PATH": "/usr/local/bin:/usr/bin:/bin",  # others may be those of the user who started this
                        "GTEST_FAIL_FAST": "1", "GTEST_BRIEF": "1", "CCACHE_DISABLE": "1"}
         process = subprocess.Popen(command, cwd=self.top, env=environment, preexec_fn=become_nobody, text=True,
                                    errors="replace", stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
