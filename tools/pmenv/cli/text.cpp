@@ -93,7 +93,7 @@ std::string unmistakable(const std::string& text) {
                          text.front() != '"' && text.front() != '(';
     if (isPlain) return text;
     std::string quoted;
-    for (std::size_t begin = 0; begin <= text.size();) {
+    for (std::size_t begin = 0; begin < text.size();) {
         const std::size_t end = std::min(text.find_first_of("\"\\", begin), text.size());
         quoted += printable(text.substr(begin, end - begin));
         if (end < text.size()) quoted.append("\\").append(1, text[end]);

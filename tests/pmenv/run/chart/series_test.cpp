@@ -40,6 +40,28 @@ TEST(Series, ALongIntervalFillsAllItsColumns) {
     for (const Series::Column& column : series.columns()) EXPECT_DOUBLE_EQ(column.mean(), 7);
 }
 
+TEST(Series, AnIntervalWithoutAMiddleGoesToTheColumnInWhichItLies) {
+    Series series;
+    series.add(0, 1, 1);
+    series.add(0.5, 0.55, 9);
+    ASSERT_EQ(series.columns().size(), 4u);
+    EXPECT_DOUBLE_EQ(series.columns()[2].most, 9);
+    EXPECT_DOUBLE_EQ(series.columns()[2].seconds, 0.3);
+    EXPECT_DOUBLE_EQ(series.columns()[1].most, 1);
+    EXPECT_DOUBLE_EQ(series.columns()[3].most, 1);
+}
+
+TEST(Series, ColumnsAreJoinedOnlyWhenThereAreTooMany) {
+    const double fits = 0.25 * static_cast<double>(Series::kMostColumns);
+    Series series;
+    series.add(0, fits, 1);
+    EXPECT_EQ(series.columns().size(), Series::kMostColumns);
+    EXPECT_DOUBLE_EQ(series.width(), 0.25);
+    series.add(fits, fits + 0.25, 1);
+    EXPECT_EQ(series.columns().size(), Series::kMostColumns / 2);
+    EXPECT_DOUBLE_EQ(series.width(), 0.5);
+}
+
 TEST(Series, TenHoursKeepMeanLeastAndMost) {
     Series series;
     for (int i = 0; i < 10 * 3600 * 4; ++i) series.add(i * 0.25, (i + 1) * 0.25, i == 70000 ? 9 : i % 2);

@@ -48,7 +48,7 @@ void Series::widenFor(double to) {
     }
     // What does not reach the middle of a further column belongs to the last one.
     const auto count = static_cast<std::size_t>(std::max(1.0, std::ceil(end_ / width_ - 0.5)));
-    if (columns_.size() < count) columns_.resize(count);
+    columns_.resize(std::max(columns_.size(), count));
 }
 
 bool Series::anyKnown() const {
