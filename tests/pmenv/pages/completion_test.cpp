@@ -146,7 +146,12 @@ private:
     std::string path_ = std::getenv("PATH");
 };
 
-INSTANTIATE_TEST_SUITE_P(Shells, PmenvCompletion, testing::Values("bash", "zsh", "fish"),
+#ifdef KRENV_SANITIZED  // one shell shows what the sanitizers can see: how pmenv answers when it is asked for names
+const auto kShells = testing::Values("bash");
+#else
+const auto kShells = testing::Values("bash", "zsh", "fish");
+#endif
+INSTANTIATE_TEST_SUITE_P(Shells, PmenvCompletion, kShells,
                          [](const auto& shell) { return std::string(shell.param); });
 
 std::set<std::string> optionsOf(const Command& command) {
