@@ -30,20 +30,36 @@ project(small LANGUAGES CXX)
 file(GLOB sources src/*.cpp)
 add_library(small OBJECT ${sources})
 enable_testing()
-add_test(NAME passes COMMAND true)
-add_test(NAME fails COMMAND false)
+if(PROJECT_BINARY_DIR MATCHES first)
+  # While it runs, the next preset is built.
+  add_test(NAME next COMMAND sh -c "until test -e ../next-64/CMakeFiles/small.dir/src/good.cpp.o; do sleep 0.1; done")
+  set_tests_properties(next PROPERTIES TIMEOUT 60)
+else()
+  add_test(NAME passes COMMAND true)
+  add_test(NAME fails COMMAND false)
+endif()
 END
 cat >CMakePresets.json <<'END'
 {
   "version": 4,
   "configurePresets": [
     {
-      "name": "release-64", "generator": "Ninja", "binaryDir": "${sourceDir}/build/release-64",
+      "name": "release-64", "generator": "Ninja", "binaryDir": "${sourceDir}/build/${presetName}",
       "cacheVariables": { "CMAKE_EXPORT_COMPILE_COMMANDS": "ON" }
-    }
+    },
+    { "name": "first-64", "inherits": "release-64" },
+    { "name": "next-64", "inherits": "release-64" }
   ],
-  "buildPresets": [ { "name": "release-64", "configurePreset": "release-64" } ],
-  "testPresets": [ { "name": "release-64", "configurePreset": "release-64" } ]
+  "buildPresets": [
+    { "name": "release-64", "configurePreset": "release-64" },
+    { "name": "first-64", "configurePreset": "first-64" },
+    { "name": "next-64", "configurePreset": "next-64" }
+  ],
+  "testPresets": [
+    { "name": "release-64", "configurePreset": "release-64" },
+    { "name": "first-64", "configurePreset": "first-64" },
+    { "name": "next-64", "configurePreset": "next-64" }
+  ]
 }
 END
 echo "int one() { return 1; }" >src/good.cpp
@@ -62,6 +78,8 @@ expect() { # STATUS LINES STAGE...
 
 expect 1 $'\nFAILED   release-64: fails\n4 passed, 1 failed' lint release-64
 ! grep -q $'\r' "$work/output" || fail "progress is shown where there is no terminal"
+
+expect 1 $'\nFAILED   next-64: fails\n2 passed, 1 failed' first-64 next-64
 
 shown=$(TERM=xterm script -qec "./dev test release-64" /dev/null </dev/null || true)
 [[ $shown == *"release-64: 1 of 2 tests done"*"release-64: 2 of 2 tests done"* ]] || fail "no progress on a terminal: $shown"
