@@ -151,8 +151,7 @@ const auto kShells = testing::Values("bash");
 #else
 const auto kShells = testing::Values("bash", "zsh", "fish");
 #endif
-INSTANTIATE_TEST_SUITE_P(Shells, PmenvCompletion, kShells,
-                         [](const auto& shell) { return std::string(shell.param); });
+INSTANTIATE_TEST_SUITE_P(Shells, PmenvCompletion, kShells, [](const auto& shell) { return std::string(shell.param); });
 
 std::set<std::string> optionsOf(const Command& command) {
     std::set<std::string> names;
