@@ -92,12 +92,14 @@ TEST(Account, BlockedTimeIsTheShareOfLooks) {
     EXPECT_NEAR(slack(account(blocked)), 0, 1e-9);
 }
 
-// One look that meets a thread blocked tells nothing of one that ran in between; of one that did nothing, all.
-TEST(Account, OneLookIsNoShare) {
+// A look or two that meet a thread blocked tell nothing of one that ran in between; of one that did nothing, all.
+TEST(Account, AFewLooksAreNoShare) {
     ThreadInterval blocked = interval(0.01, 0, 5);
     blocked.state = 'D';
-    blocked.samples = {1, 1};
+    blocked.samples = {2, 2};
     EXPECT_EQ(account(blocked).parts.blocked, 0);
+    blocked.samples = {3, 1};
+    EXPECT_NEAR(account(blocked).parts.blocked, 0.25 / 3, 1e-9);
     ThreadInterval still = interval(0, 0, 0);
     still.state = 'D';
     EXPECT_NEAR(account(still).parts.blocked, 0.25, 1e-9);
@@ -149,7 +151,9 @@ double late(std::uint64_t turns, double milliseconds) {
 TEST(LateTurns, AreExactForSingleTurns) {
     EXPECT_EQ(late(0, 0), 0);
     EXPECT_EQ(late(1, 0), 0);
+    EXPECT_EQ(late(0, 500), 0) << "a wait that was counted before its turn was";
     EXPECT_EQ(late(1, 9.9), 0);
+    EXPECT_EQ(late(1, 10), 0) << "no longer than the tolerance";
     EXPECT_EQ(late(1, 10.1), 1);
     EXPECT_EQ(late(1, 500), 1);
 }

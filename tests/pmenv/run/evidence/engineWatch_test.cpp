@@ -1,8 +1,15 @@
 // One engine, from the moment it is found until it ends.
+#include <cstdio>
 #include <optional>
 #include <string>
 
 #include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/utsname.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <csignal>
 
 #include "evidence/engineWatch.h"
 #include "support/FakeKernel.h"
@@ -76,6 +83,7 @@ TEST_F(EngineWatchTest, PagesFromADiskAreToldOnce) {
     EXPECT_EQ(evidence->majorFaults, 0u);
     EXPECT_TRUE(evidence->faulting) << "they were counted once a second";
     EXPECT_FALSE(sample(watch, true, 130)->faulting);
+    EXPECT_TRUE(sample(watch, true, 131)->faulting) << "a single one";
     EXPECT_EQ(sample(watch, true, 5)->majorFaults, 0u) << "a counter of 32 bits has begun again";
 }
 
@@ -118,6 +126,39 @@ TEST_F(EngineWatchTest, AQuotaIsTakenOutOfWhatItsThreadsWaited) {
     EXPECT_NEAR(evidence->busiest->parts.throttled, 0.12, 1e-6);
     EXPECT_NEAR(evidence->busiest->parts.waiting, 0.03, 1e-6);
     EXPECT_EQ(evidence->group.timesThrottled, 2u);
+}
+
+// Of another namespace's ports the range is not known, so that there may be fewer in use than the share tells.
+TEST_F(EngineWatchTest, PortsAreToldWithTheirLimitOrAsAShareAtMost) {
+    kernel.link("/proc/self/ns/net", "net:[1]");
+    kernel.link(kProcess + "/ns/net", "net:[1]");
+    kernel.write("/proc/sys/net/ipv4/ip_local_port_range", "40000\t40099\n");
+    kernel.write(kProcess + "/net/sockstat", "TCP: inuse 8 orphan 0 tw 0 alloc 9 mem 1\n");
+    network = Network();
+    EngineWatch watch(found(), {}, 0);
+    auto evidence = sample(watch);
+    EXPECT_EQ(evidence->portShare, 0.08);
+    ASSERT_TRUE(evidence->ports);
+    EXPECT_EQ(evidence->ports->used, 8);
+    EXPECT_EQ(evidence->ports->limit, 100);
+    EXPECT_FALSE(evidence->portsAtMost);
+
+    kernel.remove(kProcess + "/ns/net");
+    kernel.link(kProcess + "/ns/net", "net:[2]");
+    network.refresh();
+    evidence = sample(watch);
+    EXPECT_EQ(evidence->portShare, 0.25) << "of 32 ports at least";
+    EXPECT_FALSE(evidence->ports);
+    EXPECT_TRUE(evidence->portsAtMost);
+}
+
+TEST_F(EngineWatchTest, WhatStandsInForAnEngineIsToldApart) {
+    FoundEngine command = found();
+    EngineWatch engine(command, {}, 0);
+    EXPECT_FALSE(sample(engine)->standIn);
+    command.standIn = true;
+    EngineWatch standIn(command, {}, 0);
+    EXPECT_TRUE(standIn.sample({}, *groups, 1)->standIn);
 }
 
 // The kept descriptors read on; what would have to be opened anew cannot be.
@@ -175,6 +216,36 @@ TEST_F(EngineWatchTest, AZombieTellsItsStatus) {
         EXPECT_TRUE(end.zombie);
         EXPECT_EQ(end.status, row.status) << row.written;
     }
+}
+
+// Since Linux 6.15, by a descriptor of the process, which is closed with the watch.
+TEST_F(EngineWatchTest, TheStatusIsKnownThoughTheParentHasAskedForIt) {
+    const auto openDescriptors = [] {
+        int count = 0;
+        for (int i = 0; i < 256; ++i) count += fcntl(i, F_GETFD) == -1 ? 0 : 1;
+        return count;
+    };
+    utsname host;
+    int major = 0, minor = 0;
+    ASSERT_EQ(uname(&host), 0);
+    ASSERT_EQ(std::sscanf(host.release, "%d.%d", &major, &minor), 2);
+    const bool isKept = major > 6 || (major == 6 && minor >= 15);
+    const int before = openDescriptors();
+
+    const pid_t child = fork();
+    if (child == 0) {
+        pause();
+        _exit(1);
+    }
+    {
+        const EngineWatch watch({{child, 5000}, "PMLoadEngineMai", kByRule, 0}, {}, 0);
+        EXPECT_EQ(openDescriptors(), before + 1);
+        EXPECT_FALSE(watch.end(1).status) << "it runs";
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+        EXPECT_EQ(watch.end(2).status, isKept ? std::optional(SIGKILL) : std::nullopt);
+    }
+    EXPECT_EQ(openDescriptors(), before);
 }
 
 TEST_F(EngineWatchTest, TheStatusOfAnotherProcessIsNotIts) {

@@ -191,6 +191,28 @@ TEST_F(EvidenceSamplerTest, EnginesAreFoundOnceASecond) {
     EXPECT_NEAR(evidence.engines[0].from, 1, 1e-9) << "it is watched from now on";
 }
 
+// A scan that is due within half an interval is not put off by a whole one.
+TEST_F(EvidenceSamplerTest, AScanMayBeHalfAnIntervalEarly) {
+    EvidenceSampler sampler({}, {}, kTolerance);
+    sampler.take();
+    run(kPid);
+    EXPECT_THAT(pids(take(sampler, 0.87)), IsEmpty());
+    EXPECT_THAT(pids(take(sampler, 0.02)), ElementsAre(kPid));
+}
+
+TEST_F(EvidenceSamplerTest, OtherProgramsAreToldWithEachInterval) {
+    run(kPid, 1, 0, 5000, 'S', "indexer");
+    EvidenceSampler sampler({}, {}, kTolerance);
+    EXPECT_THAT(sampler.take().others, IsEmpty());
+    run(kPid, 2.5, 0, 5000, 'S', "indexer");
+    for (const double seconds : {1.0, 0.25}) {
+        const Evidence evidence = take(sampler, seconds);
+        ASSERT_THAT(evidence.others, SizeIs(1));
+        EXPECT_EQ(evidence.others[0].name, "indexer");
+        EXPECT_NEAR(evidence.others[0].seconds, 1.5, 1e-9);
+    }
+}
+
 TEST_F(EvidenceSamplerTest, AnEndIsToldOnce) {
     run(kPid);
     run(kPid + 1);
@@ -407,6 +429,7 @@ TEST_F(EvidenceSamplerTest, WithoutAListOfProcessesNothingIsFoundOrLost) {
 TEST_F(EvidenceSamplerTest, IntervalsLooksAndScansFollowTheirCost) {
     run(kPid);
     for (int i = 1; i < 30; ++i) runThread(kPid, kPid + i, 0);
+    kernel.cpu = 7;  // used before the watch
     EvidenceSampler sampler({}, {}, kTolerance);
     sampler.take();
     take(sampler);
@@ -432,6 +455,18 @@ TEST_F(EvidenceSamplerTest, IntervalsLooksAndScansFollowTheirCost) {
     EXPECT_EQ(readsOfLook(), 0) << "30 ms of work are due once in 7 seconds";
     kernel.now += 10;
     EXPECT_GE(readsOfLook(), 30);
+}
+
+// A scan that takes 6 ms is due once in two seconds.
+TEST_F(EvidenceSamplerTest, ScansThatTakeLongAreRare) {
+    kernel.before = [this](const std::string& path) {
+        if (path == "/proc") kernel.cpu += 0.006;
+    };
+    EvidenceSampler sampler({}, {}, kTolerance);
+    sampler.take();
+    run(kPid);
+    EXPECT_THAT(pids(take(sampler, 1.8)), IsEmpty());
+    EXPECT_THAT(pids(take(sampler, 0.2)), ElementsAre(kPid));
 }
 
 // A count takes 15 to 30 ms, and has a pause of its own. It was counted as a cost of the scans, which then came once in seven

@@ -192,6 +192,36 @@ TEST_F(GroupsTest, WithoutAQuotaNothingIsThrottled) {
     EXPECT_FALSE(evidence.quota);
 }
 
+TEST_F(GroupsTest, AQuotaOfNoPeriodIsNotKnown) {
+    mountVersion1();
+    member("1:cpu:/load\n");
+    kernel.write(kCpu + "/load/cpu.stat", cpuStat1(0, 0, 0));
+    kernel.write(kCpu + "/load/cpu.cfs_quota_us", "20000\n");
+    kernel.write(kCpu + "/load/cpu.cfs_period_us", "0\n");
+    Groups groups;
+    begun(groups);
+    kernel.write(kCpu + "/load/cpu.stat", cpuStat1(160, 2, 3));
+    const GroupEvidence evidence = sample(groups);
+    ASSERT_TRUE(evidence.throttled);
+    EXPECT_GT(*evidence.throttled, 0);
+    EXPECT_FALSE(evidence.quota);
+}
+
+// A group is throttled with the one above it; the engine's own is told.
+TEST_F(GroupsTest, OfGroupsThatWereThrottledAlikeTheInnerOneIsTold) {
+    mountVersion1();
+    member("1:cpu:/load/inner\n");
+    for (const char* const group : {"/load", "/load/inner"}) {
+        kernel.write(kCpu + group + "/cpu.stat", cpuStat1(0, 0, 0));
+    }
+    Groups groups;
+    begun(groups);
+    for (const char* const group : {"/load", "/load/inner"}) {
+        kernel.write(kCpu + group + "/cpu.stat", cpuStat1(160, 2, 3));
+    }
+    EXPECT_EQ(sample(groups).throttledGroup, kCpu + "/load/inner");
+}
+
 TEST_F(GroupsTest, CountersThatGoBackAreNotKnown) {
     mountVersion1();
     member("1:cpu:/load\n");

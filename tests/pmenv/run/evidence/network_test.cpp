@@ -81,6 +81,15 @@ TEST_F(NetworkTest, OnSuspicionThePortsOfOneDestinationAreCounted) {
     EXPECT_NEAR(next(network).value_or(0), 0.60, 1e-9);
 }
 
+TEST_F(NetworkTest, SuspicionBeginsAtHalfOfThePorts) {
+    kernel.write(kProcess + "/net/sockstat", sockstat(49, 0));
+    kernel.write(kProcess + "/net/tcp", connections(20));
+    Network network;
+    EXPECT_EQ(network.ports(kPid).share, 0.49);
+    kernel.write(kProcess + "/net/sockstat", sockstat(50, 0));
+    EXPECT_NEAR(next(network).value_or(0), 0.20, 1e-9);
+}
+
 // A runtime that opens sockets for both families has none of IPv4, and its 95 connections were no suspicion.
 TEST_F(NetworkTest, SocketsOfBothFamiliesCount) {
     kernel.write(kProcess + "/net/sockstat6", sockstat6(30));

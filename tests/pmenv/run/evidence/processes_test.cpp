@@ -217,6 +217,16 @@ TEST_F(ProcessesTest, TellsWhatOthersUsedSinceTheFirstScan) {
     EXPECT_EQ(others[1].name, "old");
     EXPECT_NEAR(others[1].seconds, 2, 1e-9);
     EXPECT_EQ(processes.others(1).size(), 1u);
+
+    kernel.end(kPid + 1);
+    run(kPid + 6, "as", 1, 3);
+    ASSERT_TRUE(processes.scan());
+    const std::vector<ProgramTime> after = processes.others(3);
+    ASSERT_EQ(after.size(), 3u);
+    EXPECT_EQ(after[0].name, "as") << "of those that used as much, in the order of their names";
+    EXPECT_EQ(after[1].name, "cc1plus");
+    EXPECT_EQ(after[2].name, "old");
+    EXPECT_NEAR(after[2].seconds, 2, 1e-9) << "what it used before is not counted after its end either";
 }
 
 // A watch that goes on for weeks does not keep every name that there was.

@@ -414,6 +414,49 @@ TEST_F(ThreadsTest, AThreadThatStaysReadyWaits) {
     EXPECT_NEAR(evidence.busiest->parts.waiting, 0.24, 1e-6);
 }
 
+// What a quota kept from running is part of the wait.
+TEST_F(ThreadsTest, AWaitThatIsThrottledIsNotToldAgainWhenItIsOver) {
+    run(0, 0, 0, 1, 'R');
+    Threads threads(kPid, {});
+    ASSERT_TRUE(threads.list());
+    sample(threads);
+    context.throttledSeconds = 0.1;
+    for (int interval = 0; interval < 2; ++interval) {
+        EXPECT_NEAR(sample(threads).busiest->parts.waiting, 0.15, 1e-6) << interval;
+    }
+    context.throttledSeconds = 0;
+    run(0, 0.01, 0.5, 2);
+    EXPECT_NEAR(sample(threads).busiest->parts.waiting, 0, 1e-6);
+}
+
+TEST_F(ThreadsTest, AThreadThatCannotBeReadOnceIsWatchedOn) {
+    run(0, 1, 0, 10);
+    Threads threads(kPid, {});
+    ASSERT_TRUE(threads.list());
+    sample(threads);
+    kernel.write("/proc/" + std::to_string(kPid) + "/task/" + std::to_string(kPid) + "/schedstat", "");
+    sample(threads);
+    EXPECT_TRUE(runs);
+    run(0, 1.1, 0, 20);
+    const EngineEvidence evidence = sample(threads);
+    ASSERT_TRUE(evidence.busiest);
+    EXPECT_NEAR(evidence.busiest->seconds, 0.5, 1e-9) << "both intervals";
+    EXPECT_NEAR(evidence.busiest->parts.running, 0.1, 1e-6);
+}
+
+// A process that reads pages from a disk may be blocked for it, though no look has met it so.
+TEST_F(ThreadsTest, WhoIsSuspectedIsLookedAt) {
+    run(0, 1, 0, 10);
+    Threads threads(kPid, {});
+    ASSERT_TRUE(threads.list());
+    sample(threads);
+    threads.suspectBlocked();
+    run(0, 1.001, 0, 11, 'D');
+    for (int look = 0; look < 4; ++look) threads.look(0.010);
+    run(0, 1.002, 0, 12);
+    EXPECT_NEAR(sample(threads).busiest->parts.blocked, 0.2, 1e-6) << "four of five looks";
+}
+
 // A thread's state is read in every so manieth interval only; in the others it is not known, and nothing is made of it.
 TEST_F(ThreadsTest, StatesAreReadInTurns) {
     run(0, 0, 0, 1);

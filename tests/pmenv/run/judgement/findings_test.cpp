@@ -1,4 +1,5 @@
 // A judgement in words and as signals.
+#include <algorithm>
 #include <csignal>
 #include <string>
 
@@ -8,6 +9,7 @@
 #include "Runs.h"
 #include "judgement/findings.h"
 
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -138,6 +140,192 @@ TEST(Findings, EndsAreToldWithTheirSignal) {
     EXPECT_THAT(findings[0].text, HasSubstr("zombie"));
 }
 
+// The first finding of ten seconds in which `change` made something of an engine that did this.
+template <class Change>
+RunFinding findingWith(const Did& did, Change change) {
+    MadeRun run;
+    run.each(10, [&](Evidence& evidence) {
+        evidence.engines.push_back(engineThat(did, evidence.from));
+        change(evidence);
+    });
+    const auto findings = findingsOf(run.judged(), kLimits);
+    EXPECT_FALSE(findings.empty());
+    return findings.empty() ? RunFinding{} : findings[0];
+}
+
+TEST(Findings, LateWakingIsToldWithTheMeanWait) {
+    const RunFinding finding = findingWith({5, 10}, [](Evidence& evidence) {
+        evidence.engines[0].lateTurns = 50;
+        evidence.engines[0].waited = 2;
+    });
+    EXPECT_STREQ(finding.kind, "wokenLate");
+    EXPECT_THAT(finding.text, HasSubstr("its threads waited 20.0 ms on average for a processor; the engines used"));
+}
+
+TEST(Findings, BlockedTimesAreToldWithThePagesThatWereRead) {
+    const std::string blocked = "its thread 100 (sender) was blocked, as by a slow disk or want of memory";
+    EXPECT_THAT(findingWith({1, 0, 0, 99}, [](Evidence&) {}).text, EndsWith(blocked));
+    const auto read = [](std::uint64_t pages) {
+        return [pages](Evidence& evidence) { evidence.engines[0].majorFaults = pages; };
+    };
+    EXPECT_THAT(findingWith({1, 0, 0, 99}, read(0)).text, EndsWith(blocked));
+    EXPECT_THAT(findingWith({1, 0, 0, 99}, read(2)).text, EndsWith(blocked + "; 80 pages had to be read from a disk"));
+}
+
+TEST(Findings, WhatIsUsedUpIsToldAsAShare) {
+    EXPECT_THAT(findingsOf(judgedWithUsage(0.995, 0.5), kLimits).at(0).text,
+                EndsWith("its descriptors were used up (99.5 % of its limit)"));
+    EXPECT_THAT(findingsOf(judgedWithUsage(0.5, 0.985), kLimits).at(0).text,
+                EndsWith("the local ports were used up (98.5 % of them)"));
+    EXPECT_STREQ(findingsOf(judgedWithUsage(1, 0.5), kLimits).at(0).kind, "descriptors");
+    EXPECT_STREQ(findingsOf(judgedWithUsage(0.5, 1), kLimits).at(0).kind, "ports");
+}
+
+TEST(Findings, OtherProgramsAreNamedFromOnePerCentOfAProcessorOn) {
+    const auto textWith = [](double seconds, int processors) {
+        return findingWith({40, 60},
+                           [=](Evidence& evidence) {
+                               evidence.machine.processors = processors;
+                               evidence.machine.busy = 0.1 + 1.3 * kInterval;
+                               evidence.others = {{"cc1plus", 13, 9}, {"ld", seconds, 1}, {"as", 0.01, 1}};
+                           })
+            .text;
+    };
+    EXPECT_THAT(textWith(0.1, 2), EndsWith("the engines used 0.4 of 2 processors, others 1.3 (cc1plus 1.3, ld 0.0)"));
+    EXPECT_THAT(textWith(0.09, 1), EndsWith("the engines used 0.4 of 1 processor, others 1.3 (cc1plus 1.3)"));
+    const RunFinding unknown = findingWith({40, 60}, [](Evidence&) {});
+    EXPECT_THAT(unknown.text, EndsWith("the engines used 0.4 of 2 processors")) << "what others used could not be read";
+}
+
+// One is held back most of all, the other most by its own work.
+TEST(Findings, NameForEachReasonTheEngineThatItHeldBackMost) {
+    MadeRun run;
+    run.each(100, [](Evidence& evidence) {
+        const double time = evidence.from;
+        evidence.engines.push_back(engineThat(time < 10   ? Did{0, 0, 0, 0, 100}
+                                              : time < 20 ? Did{5, 0}
+                                              : time < 22 ? Did{100, 0}
+                                                          : Did{5, 0},
+                                              time, 1));
+        const bool busy = (time >= 40 && time < 43) || (time >= 60 && time < 62);
+        evidence.engines.push_back(engineThat(busy ? Did{100, 0} : Did{5, 0}, time, 2));
+        evidence.engines.push_back(engineThat(time < 1 ? Did{100, 0} : Did{5, 0}, time, 3));
+    });
+    const auto findings = findingsOf(run.judged(), kLimits);
+    ASSERT_EQ(findings.size(), 2u);
+    expectFinding(findings[0], "stopped", true, 1, 0, 10);
+    EXPECT_EQ(findings[0].text, "load engine 1 (PMLoadEngineMai): it was stopped by a signal or a debugger");
+    expectFinding(findings[1], "ownWork", true, 2, 40, 5);
+    EXPECT_EQ(
+        findings[1].text,
+        "load engine 2 (PMLoadEngineMai) and 2 others: its thread 2 (sender) ran without a pause; in 2 stretches");
+}
+
+// An engine that is held back for less than the percentile allows does not spoil the run, though another does.
+TEST(Findings, WhatAloneWouldBeAllowedDoesNotSpoil) {
+    MadeRun run;
+    run.each(100, [](Evidence& evidence) {
+        const double time = evidence.from;
+        evidence.engines.push_back(engineThat(time < 5 ? Did{0, 0, 0, 0, 100} : Did{5, 0}, time, 1));
+        evidence.engines.push_back(engineThat(time < 0.5 ? Did{100, 0} : Did{5, 0}, time, 2));
+    });
+    const auto findings = findingsOf(run.judged(), kLimits);
+    ASSERT_EQ(findings.size(), 2u);
+    expectFinding(findings[0], "stopped", true, 1, 0, 5);
+    expectFinding(findings[1], "ownWork", false, 2, 0, 0.5);
+}
+
+TEST(Findings, AnEngineThatTookAnothersPlaceIsTold) {
+    const auto findingsWith = [](bool replaced) {
+        MadeRun run;
+        run.engine(10, {5, 0});
+        run.each(0.25, [](Evidence& evidence) {
+            EngineEnd end;
+            end.key = {100, 5000};
+            end.name = "PMLoadEngineMai";
+            end.time = evidence.to;
+            end.status = 3 << 8;
+            evidence.ends.push_back(end);
+        });
+        run.each(10, [replaced](Evidence& evidence) {
+            if (replaced) evidence.engines.push_back(engineThat({5, 0}, evidence.from, 101));
+        });
+        return findingsOf(run.judged(), kLimits);
+    };
+    const auto replaced = findingsWith(true);
+    ASSERT_EQ(replaced.size(), 1u);
+    expectFinding(replaced[0], "replaced", true, 100, 10.25, 10);
+    EXPECT_EQ(replaced[0].text, "load engine 100 (PMLoadEngineMai) ended with exit code 3; another took its place");
+    EXPECT_THAT(replaced[0].advice, HasSubstr("load is missing from then on"));
+    const auto gone = findingsWith(false);
+    ASSERT_EQ(gone.size(), 1u);
+    EXPECT_STREQ(gone[0].kind, "ended");
+    EXPECT_EQ(gone[0].text, "load engine 100 (PMLoadEngineMai) ended with exit code 3");
+}
+
+TEST(Findings, LimitsThatWereSetAreToldWithWhatPassedThem) {
+    JudgeLimits limits;
+    limits.engines = 3;
+    limits.machinePercent = 90;
+    limits.enginePercent = 60;
+    limits.memoryPercent = 10;
+    limits.swapMegabytes = 1;
+    const Judged judged = MadeRun(limits)
+                              .each(20,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({90, 0}, evidence.from));
+                                        evidence.machine.busy = 0.95 * 2 * kInterval;
+                                        evidence.machine.idle = 0.05 * 2 * kInterval;
+                                        evidence.machine.memoryAvailableShare = 0.05;
+                                        evidence.machine.swapUsedBytes = evidence.from < 10 ? 0 : 3 << 20;
+                                        if (evidence.from == 7) evidence.engines[0].group.memoryKills = 1;
+                                    })
+                              .judged();
+    const struct {
+        const char* kind;
+        std::optional<int> pid;
+        const char* text;
+    } rows[] = {
+        {"missing", std::nullopt, "2 of 3 load engines were missing"},
+        {"machineCpu", std::nullopt, "the machine's processors were at or over 90.0 % (up to 95.0 %)"},
+        {"engineCpu", 100, "load engine 100 (PMLoadEngineMai) was at or over 60.0 % of one processor (up to 90.0 %)"},
+        {"memory", std::nullopt, "available memory fell to 5.0 %, under 10.0 %"},
+        {"swap", std::nullopt, "swap in use grew by 3.0 MiB"},
+        {"outOfMemory", 100,
+         "the kernel killed a process of the control group of load engine 100 (PMLoadEngineMai), which had no memory "
+         "left"},
+    };
+    const auto findings = findingsOf(judged, limits);
+    EXPECT_EQ(findings.size(), std::size(rows));
+    for (const auto& row : rows) {
+        const auto found = std::find_if(findings.begin(), findings.end(), [&row](const RunFinding& finding) {
+            return std::string(finding.kind) == row.kind;
+        });
+        ASSERT_NE(found, findings.end()) << row.kind;
+        EXPECT_EQ(found->pid, row.pid) << row.kind;
+        EXPECT_EQ(found->text, row.text);
+        EXPECT_FALSE(found->advice.empty()) << row.kind;
+    }
+}
+
+TEST(Findings, TellThatPmenvItselfWokeLate) {
+    const auto findingsWith = [](std::uint64_t late) {
+        MadeRun run;
+        run.each(10, [late](Evidence& evidence) {
+            evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+            evidence.wakes = {100, late, evidence.from == 5 ? 0.3 : 0.1};
+        });
+        return findingsOf(run.judged(), kLimits);
+    };
+    EXPECT_THAT(findingsWith(1), IsEmpty());
+    const auto findings = findingsWith(4);
+    ASSERT_EQ(findings.size(), 1u);
+    EXPECT_STREQ(findings[0].kind, "late");
+    EXPECT_FALSE(findings[0].pid);
+    EXPECT_EQ(findings[0].seconds, 10);
+    EXPECT_EQ(findings[0].text, "pmenv itself woke more than 10.0 ms late in 4.0 % of the times, at most 0.3 s");
+}
+
 // Where the verdict is in doubt, a finding says why, since when and what to do.
 TEST(Findings, TellWhyItCannotBeToldWhetherTheHypervisorHeldAnEngineBack) {
     const Judged judged = MadeRun().engine(8, {50, 0}).engine(2, {75, 0, 0, 0, 0, 25}).judged();
@@ -228,6 +416,80 @@ TEST(Signals, ThatDecideAreReadableWhereTheyAreSoForEveryEngine) {
         EXPECT_EQ(signalOf(judgedWith(0.5), name).state, Signal::State::NotReadable) << name;
         EXPECT_EQ(signalOf(judgedWith(1), name).state, Signal::State::Over) << name;
     }
+    EXPECT_EQ(signalOf(judgedWith(0.99), "descriptors").state, Signal::State::Over) << "from which they are used up";
+    EXPECT_EQ(signalOf(judgedWith(0.98), "local ports").state, Signal::State::Over);
+}
+
+TEST(Signals, HeldBackTimeIsSharedOutAmongItsReasons) {
+    const Judged judged =
+        MadeRun().engine(4, {100, 0}).engine(3, {5, 0}).engine(1, {0, 0, 0, 0, 100}).engine(2, {5, 0}).judged();
+    EXPECT_NEAR(*signalOf(judged, "held back").value, 50, 1e-9);
+    EXPECT_NEAR(*signalOf(judged, "by its own work").value, 40, 1e-9);
+    EXPECT_NEAR(*signalOf(judged, "stopped").value, 10, 1e-9);
+    EXPECT_EQ(signalOf(judged, "blocked").value, 0);
+}
+
+// Twelve seconds of the machine, in the last ten of them an engine.
+TEST(Signals, AreSumsAndExtremesOfTheRun) {
+    MadeRun run;
+    const auto machine = [](Evidence& evidence) {
+        MachineEvidence& figures = evidence.machine;
+        figures.busy = 0.1;
+        figures.idle = 0.4;
+        figures.memoryAvailableShare = evidence.from == 5 ? 0.3 : 0.5;
+        figures.droppedPackets = 3;
+        figures.segmentsSent = 100;
+        figures.segmentsSentAgain = 5;
+        figures.cpuPressure = 0.025;
+        figures.ioPressure = 0.05;
+        figures.memoryPressure = 0.0125;
+        evidence.wakes = {25, 1, 0.020};
+    };
+    run.each(2, machine);
+    run.each(10, [&machine](Evidence& evidence) {
+        machine(evidence);
+        evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+        EngineEvidence& engine = evidence.engines[0];
+        engine.waited = 0.5;
+        engine.group.throttled = 0.025;
+        engine.group.timesThrottled = 0;
+        engine.group.memoryShare = evidence.from == 5 ? 0.7 : 0.5;
+        engine.group.memoryKills = evidence.from == 5 ? 1 : 0;
+    });
+    const Judged judged = run.judged();
+    const std::pair<const char*, double> rows[] = {
+        {"ready to running", 0.005},  {"throttled", 10},        {"group's memory", 70},   {"killed for memory", 1},
+        {"processors", 20},           {"available memory", 30}, {"packets dropped", 144}, {"segments sent again", 5},
+        {"pressure: processors", 10}, {"pressure: disks", 20},  {"pressure: memory", 5},  {"pmenv woke late", 4},
+    };
+    for (const auto& [name, value] : rows) EXPECT_NEAR(signalOf(judged, name).value.value_or(-1), value, 1e-9) << name;
+    EXPECT_EQ(signalOf(judged, "killed for memory").state, Signal::State::Over);
+    EXPECT_EQ(signalOf(judged, "pmenv woke late").state, Signal::State::Over);
+    EXPECT_NEAR(*signalOf(judged, "pmenv woke late").limit, 1, 1e-9);
+}
+
+TEST(Signals, NothingIsZeroAndNoShareOfNothing) {
+    const auto judgedWith = [](std::optional<double> idle, std::uint64_t wakes) {
+        return MadeRun()
+            .each(10,
+                  [=](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+                      evidence.engines[0].group.memoryKills = 0;
+                      evidence.machine.busy = 0;
+                      evidence.machine.idle = idle;
+                      evidence.machine.segmentsSent = 0;
+                      evidence.machine.segmentsSentAgain = 0;
+                      evidence.wakes = {wakes, 0, 0};
+                  })
+            .judged();
+    };
+    EXPECT_EQ(signalOf(judgedWith(0.5, 25), "processors").value, 0);
+    EXPECT_EQ(signalOf(judgedWith(0, 25), "processors").state, Signal::State::NotReadable);
+    EXPECT_EQ(signalOf(judgedWith(std::nullopt, 25), "processors").state, Signal::State::NotReadable);
+    EXPECT_EQ(signalOf(judgedWith(0.5, 25), "segments sent again").value, 0);
+    EXPECT_EQ(signalOf(judgedWith(0.5, 25), "killed for memory").state, Signal::State::Ok);
+    EXPECT_EQ(signalOf(judgedWith(0.5, 25), "pmenv woke late").state, Signal::State::Ok);
+    EXPECT_EQ(signalOf(judgedWith(0.5, 0), "pmenv woke late").state, Signal::State::NotReadable);
 }
 
 TEST(Signals, WithoutAnEngineNoneIsFine) {
@@ -318,6 +580,30 @@ TEST(ReasonText, OfACleanRunNamesWhatDecidesAndCouldNotBeRead) {
 TEST(ReasonText, SaysWhyNothingCanBeTold) {
     EXPECT_EQ(reasonText(MadeRun().each(9, [](Evidence&) {}).judged(), kLimits), "no load engine was seen");
     EXPECT_EQ(reasonText(MadeRun().engine(1, {5, 0}).judged(), kLimits), "the watch was too short: 1 s");
+    EXPECT_EQ(reasonText(MadeRun().engine(10, {5, 0}).judged(true), kLimits),
+              "an engine that was asked for was not seen");
+    const auto reasonWith = [](const auto& change) {
+        return reasonText(MadeRun()
+                              .each(10,
+                                    [&change](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+                                        change(evidence);
+                                    })
+                              .judged(),
+                          kLimits);
+    };
+    EXPECT_EQ(reasonWith([](Evidence& evidence) {
+                  evidence.engines[0].readable = false;
+                  evidence.engines[0].busiest = std::nullopt;
+              }),
+              "what the kernel keeps about an engine could not be read");
+    EXPECT_EQ(reasonWith([](Evidence& evidence) { evidence.wakes.late = 5; }),
+              "no engine was seen held back, but pmenv itself woke late too often");
+    MadeRun gap;
+    Evidence unseen = intervalFrom(10);
+    unseen.to = 15;
+    EXPECT_EQ(reasonText(gap.engine(10, {5, 0}).add(unseen).judged(), kLimits),
+              "pmenv itself got too little of the processors to watch");
     JudgeLimits skipping;
     skipping.skip = 10;
     EXPECT_EQ(reasonText(MadeRun(skipping).engine(11, {5, 0}).judged(), skipping),

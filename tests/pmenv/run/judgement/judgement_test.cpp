@@ -402,6 +402,37 @@ TEST(Judgement, AnEngineOfAMomentCountsLittle) {
     EXPECT_NEAR(*run.judged().share, 0.1, 1e-9);
 }
 
+// An engine that came late is measured by the time that is judged, not by the clock.
+TEST(Judgement, AnEngineOfAMomentBehindWhatIsSkippedCountsItsTenth) {
+    JudgeLimits limits;
+    limits.skip = 50;
+    MadeRun run(limits);
+    run.engine(55, {5, 0});
+    run.each(0.5, [](Evidence& evidence) {
+        evidence.engines.push_back(engineThat({0, 0, 0, 0, 100}, evidence.from, 2));
+    });
+    EXPECT_NEAR(run.engine(4.5, {5, 0}).judged().share.value_or(-1), 0.5, 1e-9) << "half a second of one";
+}
+
+TEST(Judgement, TheBusiestThreadIsTheOneThatWasSoMostOften) {
+    MadeRun run;
+    run.each(10, [](Evidence& evidence) {
+        evidence.engines.push_back(engineThat({20, 1}, evidence.from));
+        const bool first = evidence.from < 3;
+        evidence.engines[0].busiest->tid = first ? 101 : 102;
+        evidence.engines[0].busiest->name = first ? "starter" : "worker";
+    });
+    const Judged judged = run.judged();
+    const JudgedEngine& engine = judged.engines.at(0);
+    EXPECT_EQ(engine.tid, 102);
+    EXPECT_EQ(engine.thread, "worker");
+    EXPECT_NEAR(engine.parts.running, 2, 1e-9) << "of ten seconds";
+    EXPECT_NEAR(engine.parts.waiting, 0.1, 1e-9);
+    EXPECT_NEAR(engine.slack, 7.9, 1e-9);
+    EXPECT_NEAR(engine.waited, 0.1, 1e-9);
+    EXPECT_EQ(engine.turns, 4000u);
+}
+
 TEST(Judgement, AnIdThatIsUsedAgainIsAnotherEngine) {
     MadeRun run;
     run.engine(5, {5, 0});
@@ -548,6 +579,48 @@ TEST(Judgement, WhatWasNotSeenCannotBeClean) {
     EXPECT_EQ(run.judged().doubt, Doubt::Unseen);
 }
 
+// Three seconds late in a run are less than one in twenty of it.
+TEST(Judgement, AShortGapIsAllowedLikeAShortDisturbance) {
+    JudgeLimits limits;
+    limits.percentile = 95;
+    MadeRun run(limits);
+    run.engine(100, {5, 0});
+    Evidence gap = intervalFrom(run.now());
+    gap.to = gap.from + 3;
+    gap.engines.push_back(engineThat({5, 0}, gap.from));
+    gap.engines[0].to = gap.to;
+    EXPECT_EQ(run.add(gap).judged().outcome, Outcome::Clean);
+}
+
+TEST(Judgement, OfARunWithoutTroubleEveryPercentileCanBeBelieved) {
+    JudgeLimits limits;
+    limits.percentile = 100;
+    EXPECT_EQ(MadeRun(limits).engine(10, {5, 0}).judged().outcome, Outcome::Clean);
+}
+
+// For less than a second it is no doubt, however short the run; for more, the percentile decides, of the time in which
+// the engine was there.
+TEST(Judgement, AnEngineThatCannotBeReadForAMomentIsNoDoubt) {
+    const auto doubtWith = [](double before, double seconds, double unreadable) {
+        MadeRun run;
+        run.each(before, [](Evidence& evidence) { evidence.engines.push_back(engineThat({5, 0}, evidence.from, 1)); });
+        run.each(seconds, [&](Evidence& evidence) {
+            evidence.engines.push_back(engineThat({5, 0}, evidence.from, 1));
+            evidence.engines.push_back(engineThat({5, 0}, evidence.from, 2));
+            if (evidence.from >= before + 3 && evidence.from < before + 3 + unreadable) {
+                evidence.engines[1].readable = false;
+                evidence.engines[1].busiest = std::nullopt;
+            }
+        });
+        return run.judged().doubt;
+    };
+    EXPECT_EQ(doubtWith(0, 10, 0.75), Doubt::None);
+    EXPECT_EQ(doubtWith(0, 10, 1), Doubt::NotReadable);
+    EXPECT_EQ(doubtWith(0, 200, 1.5), Doubt::None);
+    EXPECT_EQ(doubtWith(0, 200, 2.5), Doubt::NotReadable);
+    EXPECT_EQ(doubtWith(100, 100, 2), Doubt::NotReadable) << "of the half in which it was there";
+}
+
 TEST(Judgement, AWatcherThatWakesLateCannotCallARunClean) {
     const auto withLate = [](std::uint64_t late) {
         return MadeRun()
@@ -664,6 +737,20 @@ TEST(Judgement, MissingEnginesSpoilTheRun) {
     EXPECT_NEAR(with(5).incidents.at(0).since, 10, 1e-9);
 }
 
+// As long as the percentile allows, of the time that is judged.
+TEST(Judgement, EnginesMayBeMissingForAMoment) {
+    JudgeLimits limits;
+    limits.engines = 1;
+    limits.skip = 50;
+    const auto incidentsWith = [&limits](double missing) {
+        MadeRun run(limits);
+        run.engine(100, {5, 0}).each(missing, [](Evidence&) {});
+        return run.engine(50 - missing, {5, 0}).judged().incidents.size();
+    };
+    EXPECT_EQ(incidentsWith(0.75), 0u);
+    EXPECT_EQ(incidentsWith(1.5), 1u);
+}
+
 // --- limits that were set -------------------------------------------------------------------------------------------
 
 TEST(Judgement, LimitsAddNothingUnlessTheyAreSet) {
@@ -695,6 +782,34 @@ TEST(Judgement, AnEnginesLimitIsOfOneProcessor) {
     EXPECT_EQ(judged.outcome, Outcome::Spoiled);
     EXPECT_EQ(judged.incidents.at(0).kind, Incident::Kind::EngineCpu);
     EXPECT_EQ(judged.incidents.at(0).pid, 100);
+}
+
+// The processors' limits are reached, the memory's is passed.
+TEST(Judgement, ExactlyAtALimitProcessorsAreOverItAndMemoryIsNot) {
+    JudgeLimits limits;
+    limits.machinePercent = 75;
+    MadeRun busy(limits);
+    busy.each(20, [](Evidence& evidence) {
+        evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+        evidence.machine.busy = 0.375;
+        evidence.machine.idle = 0.125;
+    });
+    EXPECT_EQ(busy.judged().incidents.size(), 1u);
+    limits = {};
+    limits.enginePercent = 60;
+    EXPECT_EQ(MadeRun(limits).engine(20, {60, 0}).judged().incidents.size(), 1u);
+    limits = {};
+    limits.memoryPercent = 50;
+    const auto withAvailable = [&limits](double share) {
+        MadeRun run(limits);
+        run.each(20, [share](Evidence& evidence) {
+            evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+            evidence.machine.memoryAvailableShare = share;
+        });
+        return run.judged().incidents.size();
+    };
+    EXPECT_EQ(withAvailable(0.5), 0u);
+    EXPECT_EQ(withAvailable(0.498), 1u);
 }
 
 TEST(Judgement, MemoryAndSwapHaveLimits) {

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -43,6 +44,24 @@ TEST(KeptFile, IsKeptOpenAndClosedInTheEnd) {
         EXPECT_EQ(OpenDescriptors::count(), before + 1);
     }
     EXPECT_EQ(OpenDescriptors::count(), before);
+}
+
+// A second time it would close what has got its descriptor meanwhile.
+TEST(KeptFile, IsClosedOnceWhereItWasMovedTo) {
+    const TempDir dir;
+    dir.writeFile("x", "one");
+    const std::size_t before = OpenDescriptors::count();
+    KeptFile file(dir / "x");
+    file.read();
+    { const KeptFile moved(std::move(file)); }
+    EXPECT_EQ(OpenDescriptors::count(), before);
+    const int other = dup(STDOUT_FILENO);
+    { const KeptFile moved(std::move(file)); }
+    EXPECT_NE(fcntl(other, F_GETFD), -1);
+    close(other);
+    KeptFile next(dir / "x");
+    next.read();
+    EXPECT_EQ(OpenDescriptors::count(), before + 1) << "it is kept, as no more are open than before";
 }
 
 TEST(KeptFile, TellsThatItsProcessHasEnded) {
@@ -86,6 +105,26 @@ TEST(KeptFile, ManyCanBeReadWithFewDescriptors) {
     EXPECT_EQ(status, 0);
 }
 
+// All but 256, which are for everything else.
+TEST(KeptFile, AsManyAreKeptAsLeaveDescriptorsForOthers) {
+    for (const auto& [allowed, kept] : std::vector<std::pair<rlim_t, std::size_t>>{{300, 44}, {257, 1}, {256, 0}}) {
+        const pid_t child = fork();
+        if (child == 0) {
+            const rlimit limit{allowed, allowed};
+            setrlimit(RLIMIT_NOFILE, &limit);
+            allowManyFiles();
+            const std::size_t before = OpenDescriptors::count();
+            std::vector<KeptFile> files;
+            for (int i = 0; i < 60; ++i) files.emplace_back("/proc/self/stat");
+            for (KeptFile& file : files) file.read();
+            _exit(static_cast<int>(OpenDescriptors::count() - before));
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(static_cast<std::size_t>(WEXITSTATUS(status)), kept) << allowed;
+    }
+}
+
 TEST(ReadFile, TakesPiecesTogetherAndStopsAtTheLimit) {
     const TempDir dir;
     const std::string large(300000, 'x');
@@ -112,7 +151,14 @@ TEST(ReadFile, DescriptorZeroIsOneLikeOthers) {
     const int before = dup(STDIN_FILENO);
     close(STDIN_FILENO);
     EXPECT_EQ(readFile(dir / "x"), "one");
-    EXPECT_EQ(KeptFile(dir / "x").read(), "one");
+    {
+        KeptFile file(dir / "x");
+        EXPECT_EQ(file.read(), "one");
+        const std::size_t open = OpenDescriptors::count();
+        EXPECT_EQ(file.read(), "one");
+        EXPECT_EQ(OpenDescriptors::count(), open);
+    }
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1) << "closed again";
     if (before < 0) return;
     dup2(before, STDIN_FILENO);
     close(before);

@@ -9,8 +9,10 @@ namespace {
 constexpr double kNanoseconds = 1e-9;
 
 // A counter that goes back is a thread's that has taken the place of another.
+std::uint64_t growth(std::uint64_t before, std::uint64_t now) { return std::max(before, now) - before; }
+
 double secondsBetween(std::uint64_t before, std::uint64_t now) {
-    return now > before ? static_cast<double>(now - before) * kNanoseconds : 0;
+    return static_cast<double>(growth(before, now)) * kNanoseconds;
 }
 
 bool isStopped(char state) { return state == 'T' || state == 't'; }
@@ -30,7 +32,7 @@ ThreadEvidence account(const ThreadInterval& interval) {
         interval;
     ThreadEvidence thread;
     thread.seconds = seconds;
-    thread.turns = now.turns > before.turns ? now.turns - before.turns : 0;
+    thread.turns = growth(before.turns, now.turns);
     double left = seconds;
     const auto take = [&left](double part) {
         const double taken = std::clamp(part, 0.0, left);
@@ -61,7 +63,7 @@ ThreadEvidence account(const ThreadInterval& interval) {
 double lateTurns(const kernel::SchedStat& before, const kernel::SchedStat& now, double tolerance) {
     constexpr double kFew = 3;
     const double waited = secondsBetween(before.waited, now.waited);
-    const double turns = now.turns > before.turns ? static_cast<double>(now.turns - before.turns) : 0;
+    const auto turns = static_cast<double>(growth(before.turns, now.turns));
     if (turns == 0 || waited <= tolerance) return 0;
     if (turns <= kFew) return std::min(turns, std::floor(waited / tolerance));
     return turns * std::exp(-tolerance * turns / waited);
