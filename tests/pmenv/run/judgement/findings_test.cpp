@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <csignal>
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,6 +10,7 @@
 #include "Runs.h"
 #include "judgement/findings.h"
 
+using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -379,6 +381,39 @@ TEST(Signals, WhatIsOverStandsBeforeWhatCouldNotBeReadAndWhatIsFine) {
     const auto signals = signalsOf(MadeRun().engine(10, {100, 0}).judged(), kLimits);
     EXPECT_STREQ(signals[0].name, "held back");
     for (std::size_t i = 1; i < signals.size(); ++i) EXPECT_LE(signals[i - 1].state, signals[i].state);
+}
+
+TEST(Signals, AreTheseInThisOrder) {
+    std::vector<std::string> names;
+    const Judged judged = MadeRun()
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+                                        EngineEvidence& engine = evidence.engines[0];
+                                        engine.group.throttled = 0;
+                                        engine.group.memoryShare = 0;
+                                        engine.group.memoryKills = 0;
+                                        engine.majorFaults = 0;
+                                        engine.descriptorShare = engine.portShare = 0;
+                                        MachineEvidence& machine = evidence.machine;
+                                        machine.busy = machine.idle = 0.25;
+                                        machine.stolen = 0;
+                                        machine.memoryAvailableShare = 0.5;
+                                        machine.swapUsedBytes = 0;
+                                        machine.droppedPackets = machine.segmentsSent = machine.segmentsSentAgain = 0;
+                                        machine.cpuPressure = machine.ioPressure = machine.memoryPressure = 0;
+                                    })
+                              .judged();
+    for (const Signal& signal : signalsOf(judged, kLimits)) {
+        EXPECT_EQ(signal.state, Signal::State::Ok) << signal.name;
+        names.emplace_back(signal.name);
+    }
+    EXPECT_THAT(
+        names, ElementsAre("held back", "by its own work", "by other programs", "by the other engines", "by a quota",
+                           "by the hypervisor", "by late waking", "blocked", "stopped", "ready to running", "throttled",
+                           "descriptors", "local ports", "pages from disk", "group's memory", "killed for memory",
+                           "processors", "available memory", "growth of swap", "packets dropped", "segments sent again",
+                           "pressure: processors", "pressure: disks", "pressure: memory", "pmenv woke late"));
 }
 
 TEST(Signals, WhatCouldNotBeReadIsNotZero) {

@@ -133,7 +133,9 @@ TEST(Judgement, AQuotaSpoilsTheTimeInWhichItIsUsedUp) {
     };
     EXPECT_NEAR(*judgedWith(2).share, 0.4, 1e-9);
     EXPECT_THAT(reasons(judgedWith(2)), ElementsAre(Reason::Quota));
-    EXPECT_EQ(judgedWith(50).share, 0);  // 2 ms at once
+    EXPECT_NEAR(*judgedWith(1).share, 0.4, 1e-9);
+    EXPECT_EQ(judgedWith(10).share, 0);  // 10 ms at once, which is the tolerance
+    EXPECT_EQ(judgedWith(0).share, 0) << "it was used up in no period";
 }
 
 // Bursts that use the quota up in each period in which there are any: what is due then waits for the next period.
@@ -151,6 +153,21 @@ TEST(Judgement, AQuotaThatIsUsedUpInEachPeriodSpoilsAllOfIt) {
     EXPECT_NEAR(*judgedWith(4).share, 0.4, 1e-9);
 }
 
+TEST(Judgement, AQuotaThatIsUsedUpInFourOfFivePeriodsSpoilsAllOfIt) {
+    const auto judgedWith = [](std::uint64_t times) {
+        return MadeRun()
+            .each(10,
+                  [times](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat({15, 0, 40}, evidence.from));
+                      evidence.engines[0].group.timesThrottled = times;
+                      evidence.engines[0].group.periods = 5;
+                  })
+            .judged();
+    };
+    EXPECT_NEAR(*judgedWith(4).share, 1, 1e-9);
+    EXPECT_NEAR(*judgedWith(3).share, 0.4, 1e-9);
+}
+
 TEST(Judgement, BlockedTimesCountWhereTheyAreLong) {
     const auto judgedWith = [](double atOnce) {
         return MadeRun()
@@ -162,7 +179,7 @@ TEST(Judgement, BlockedTimesCountWhereTheyAreLong) {
             .judged();
     };
     EXPECT_NEAR(*judgedWith(0.02).share, 0.3, 1e-9);
-    EXPECT_EQ(judgedWith(0.002).share, 0);
+    EXPECT_EQ(judgedWith(0.010).share, 0) << "no longer than the tolerance";
 }
 
 // A request can meet several pages.
@@ -177,8 +194,8 @@ TEST(Judgement, ShortBlockedTimesCountWherePagesAreReadFromADisk) {
                   })
             .judged();
     };
-    EXPECT_NEAR(*judgedWith(0.003).share, 0.3, 1e-9);
-    EXPECT_EQ(judgedWith(0.002).share, 0);
+    EXPECT_NEAR(*judgedWith(0.0026).share, 0.3, 1e-9);
+    EXPECT_EQ(judgedWith(0.0024).share, 0) << "four of them are within the tolerance";
 }
 
 TEST(Judgement, UsedUpDescriptorsAndPortsHoldBackAnIdleEngine) {
@@ -419,7 +436,7 @@ TEST(Judgement, TheBusiestThreadIsTheOneThatWasSoMostOften) {
     run.each(10, [](Evidence& evidence) {
         evidence.engines.push_back(engineThat({20, 1}, evidence.from));
         const bool first = evidence.from < 3;
-        evidence.engines[0].busiest->tid = first ? 101 : 102;
+        evidence.engines[0].busiest->tid = first ? 103 : 102;
         evidence.engines[0].busiest->name = first ? "starter" : "worker";
     });
     const Judged judged = run.judged();
@@ -579,6 +596,20 @@ TEST(Judgement, WhatWasNotSeenCannotBeClean) {
     EXPECT_EQ(run.judged().doubt, Doubt::Unseen);
 }
 
+TEST(Judgement, TwoSecondsAreSeenThrough) {
+    const auto doubtWith = [](double seconds) {
+        MadeRun run;
+        run.engine(10, {5, 0});
+        Evidence pause = intervalFrom(run.now());
+        pause.to = pause.from + seconds;
+        pause.engines.push_back(engineThat({5, 0}, pause.from));
+        pause.engines[0].to = pause.to;
+        return run.add(pause).judged().doubt;
+    };
+    EXPECT_EQ(doubtWith(2), Doubt::None);
+    EXPECT_EQ(doubtWith(2.25), Doubt::Unseen);
+}
+
 // Three seconds late in a run are less than one in twenty of it.
 TEST(Judgement, AShortGapIsAllowedLikeAShortDisturbance) {
     JudgeLimits limits;
@@ -700,7 +731,27 @@ TEST(Judgement, AnEngineThatEndsUnexplainedIsMissingThoughTheOthersHaveEndedSinc
         return run.each(5, [](Evidence&) {}).judged().outcome;
     };
     EXPECT_EQ(outcomeWith(50), Outcome::Spoiled);
-    EXPECT_EQ(outcomeWith(5), Outcome::Clean) << "engines end one by one";
+    EXPECT_EQ(outcomeWith(10.25), Outcome::Spoiled);
+    EXPECT_EQ(outcomeWith(10), Outcome::Clean) << "engines end one by one";
+}
+
+TEST(Judgement, AnEngineThatEndsUnexplainedAMomentBeforeTheOthersIsNotMissing) {
+    const auto outcomeWith = [](double secondsAlone) {
+        MadeRun run;
+        run.each(10, [](Evidence& evidence) {
+            for (const int pid : {1, 2}) evidence.engines.push_back(engineThat({5, 0}, evidence.from, pid));
+        });
+        run.each(0.25, [](Evidence& evidence) { evidence.ends.push_back(endOf(1, evidence.to, std::nullopt)); });
+        return run
+            .each(secondsAlone,
+                  [](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat({5, 0}, evidence.from, 2));
+                  })
+            .judged()
+            .outcome;
+    };
+    EXPECT_EQ(outcomeWith(2), Outcome::Clean);
+    EXPECT_EQ(outcomeWith(2.25), Outcome::Spoiled);
 }
 
 TEST(Judgement, AnEngineThatIsReplacedIsTold) {
