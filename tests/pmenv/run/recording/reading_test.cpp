@@ -1,6 +1,7 @@
 // Recordings that are cut, damaged, foreign or hostile.
 #include <gmock/gmock.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <zlib.h>
@@ -10,6 +11,7 @@
 #include "pmenv/run/recording/Recordings.h"
 #include "support/TempDir.h"
 
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -128,6 +130,11 @@ TEST(CompressedRecording, ThatIsDamagedIsRefused) {
     for (std::size_t i = bytes.size() / 2; i < bytes.size() / 2 + 50; ++i) bytes[i] = static_cast<char>(~bytes[i]);
     dir.writeFile("bad.gz", bytes);
     EXPECT_THAT(failureOf(dir / "bad.gz"), HasSubstr("/bad.gz:"));
+    compress(dir / "run.gz", headerText());
+    bytes = readFileText(dir / "run.gz");
+    bytes[bytes.size() - 8] = static_cast<char>(~bytes[bytes.size() - 8]);  // of the checksum
+    dir.writeFile("bad.gz", bytes);
+    EXPECT_THAT(failureOf(dir / "bad.gz"), EndsWith("/bad.gz:1:1: the compressed data are damaged; take another copy"));
 }
 
 // --- damaged in the middle ------------------------------------------------------------------------------------------
@@ -170,15 +177,20 @@ TEST(DamagedRecording, IsRefusedWithThePlace) {
         {"{\"to\":1000001,\"engines\":[],\"wakes\":[1]}", ":3:28: \"wakes\" needs three numbers"},
         {"{\"to\":1000001,\"engines\":[],\"others\":[[\"x\"]]}", ":3:28: \"others\" needs a name and two numbers each"},
         {"{\"to\":1000001,\"engines\":[],\"ends\":[{}]}", ":3:1: \"pid\" is missing"},
+        {"{\"to\":1000001,\"engines\":[],\"ends\":[{\"pid\":1,\"start\":2,\"name\":\"e\",\"time\":1,\"status\":null,"
+         "\"zombie\":1,\"descendant\":false}]}",
+         ": \"zombie\" is neither true nor false"},
         {"{\"to\":1000001,\"engines\":[],\"missing\":[1]}", ":3:28: \"missing\" is no text"},
         {"{\"mark\":7,\"time\":1}", ":3:2: \"mark\" is no text"},
         {"{\"mark\":\"x\"}", ":3:1: \"time\" is missing"},
         {"{\"outcome\":{\"verdict\":\"fine\"}}", ":3:13: \"verdict\" is none of clean, spoiled, cannot tell"},
+        {"{\"outcome\":{\"verdict\":\"clean\",\"believedPercentile\":100.5,\"cpuSeconds\":1}}",
+         "\"believedPercentile\" is out of its range"},
         {"{\"mark\":\"\xff\",\"time\":1}", ":3:10: Invalid encoding in string."},
     };
     for (const auto& row : rows) {
         dir.writeFile("bad", headerText() + first + row.line + "\n");
-        EXPECT_THAT(failureOf(dir / "bad"), HasSubstr("/bad" + std::string(row.error))) << row.line;
+        EXPECT_THAT(failureOf(dir / "bad"), AllOf(HasSubstr("/bad:3:"), HasSubstr(row.error))) << row.line;
     }
     dir.writeFile("good", headerText() + first);
     EXPECT_EQ(failureOf(dir / "good"), "");
@@ -203,8 +215,12 @@ TEST(DamagedRecording, WithoutAHeaderOfItsKindIsRefused) {
          "pmenv that wrote it (1.0.0) or a later one"},
         {with("[1,0]", "[1]"), ":1:29: \"version\" needs two numbers"},
         {with("[1,0]", "1"), ":1:29: \"version\" is no list"},
-        {with("\"percentile\":99.0", "\"percentile\":101"), "\"percentile\" is out of its range"},
+        {with("\"percentile\":99.0", "\"percentile\":100.5"), "\"percentile\" is out of its range"},
+        {with("\"percentile\":99.0", "\"percentile\":-0.5"), "\"percentile\" is out of its range"},
+        {with("\"percentile\":99.0", "\"percentile\":\"99\""), "\"percentile\" is out of its range"},
         {with("\"processors\":2", "\"processors\":0"), "\"processors\" needs whole numbers from 1 to"},
+        {with("\"start\":1795309824123456", "\"start\":4000000000000001"), "\"start\" needs whole numbers from 0 to"},
+        {with("\"memoryPercent\":null", "\"memoryPercent\":100.5"), "\"memoryPercent\" is out of its range"},
         {with("\"host\":\"gen1\",", ""), ":1:1: \"host\" is missing"},
     };
     for (const auto& row : rows) {
@@ -222,10 +238,112 @@ TEST(DamagedRecording, WithDeepNestingIsRefused) {
     EXPECT_EQ(failureOf(dir / "text"), "");
 }
 
+TEST(DamagedRecording, OnlyOpenBracketsOutsideOfTextsAreNested) {
+    const TempDir dir;
+    const std::string opening(40, '['), closing(40, ']');
+    std::string flat;
+    for (int i = 0; i < 40; ++i) flat += "[],{},";
+    const std::string accepted[] = {
+        R"({"time":1,"mark":"x","new":[)" + flat + "0]}", R"({"time":1,"mark":")" + opening + R"("})",
+        R"({"time":1,"mark":"\\\")" + opening + R"("})", R"({"time":1,"mark":"\\","new":")" + opening + R"("})"};
+    for (const std::string& line : accepted) {
+        dir.writeFile("run", headerText() + line + "\n");
+        EXPECT_EQ(failureOf(dir / "run"), "") << line;
+    }
+    const std::string begins[] = {R"({"mark":"x","new":)", R"({"mark":"xy","new":)",
+                                  R"({"mark":")" + closing + R"(","new":)", R"({"mark":"\\","new":)",
+                                  R"({"mark":"\\\"","new":)"};
+    for (const std::string& begin : begins) {
+        dir.writeFile("run", headerText() + begin + opening + "\n");
+        EXPECT_THAT(failureOf(dir / "run"),
+                    EndsWith("/run:2:" + std::to_string(begin.size() + 32) + ": this is nested too deeply"))
+            << begin;
+    }
+}
+
+TEST(DamagedRecording, WithAnEngineThatWasForgottenIsRefused) {
+    const TempDir dir;
+    dir.writeFile("run", headerText() + R"({"to":1,"engines":[[0,null,{"pid":1,"start":2,"name":"e"}],)"
+                                        R"([1,null,{"pid":3,"start":2,"name":"e"}]]})"
+                                        "\n"
+                                        R"({"to":2,"engines":[[1,null]]})"
+                                        "\n"
+                                        R"({"to":3,"engines":[[1,null]]})"
+                                        "\n"
+                                        R"({"to":4,"engines":[[0,null]]})"
+                                        "\n");
+    EXPECT_THAT(failureOf(dir / "run"), HasSubstr("/run:5:9: \"engines\": engine 0 has not been introduced"));
+}
+
+// What says nothing of the place, as a member whose name is written in another way, stands for the line.
+TEST(DamagedRecording, IsRefusedAtTheBeginningOfTheLineWhereThePlaceIsNotKnown) {
+    const TempDir dir;
+    for (const char* line : {R"({"to":1000001,"new":""})", R"({"t\u006f":-1,"engines":[]})"}) {
+        dir.writeFile("run", headerText() + line + "\n");
+        EXPECT_THAT(failureOf(dir / "run"), HasSubstr("/run:2:1: ")) << line;
+    }
+}
+
+TEST(CutRecording, TellsUpToWhichSecondItGoes) {
+    const TempDir dir;
+    record(dir / "none", {}, someHeader(), false);
+    EXPECT_THAT(readRecording(dir / "none").warnings, ElementsAre(HasSubstr(" breaks off at second 0;")));
+    record(dir / "run", smallRun(), someHeader(), false);
+    EXPECT_THAT(readRecording(dir / "run").warnings, ElementsAre(HasSubstr(" breaks off at second 3;")));
+}
+
 TEST(DamagedRecording, WithALineThatNeverEndsIsRefused) {
     const TempDir dir;
     dir.writeFile("long", headerText() + std::string(6'000'000, ' '));
     EXPECT_THAT(failureOf(dir / "long"), HasSubstr("/long:2:4194304: the line is longer than any of a recording"));
+}
+
+std::string markLineOf(std::size_t length) {
+    const std::string begin = R"({"time":1,"mark":")";
+    return begin + std::string(length - begin.size() - 3, 'x') + "\"}\n";
+}
+
+TEST(Recording, HasLinesOfUpToFourMebibytes) {
+    const TempDir dir;
+    dir.writeFile("run", headerText() + markLineOf(4'000'000) + markLineOf(100) + markLineOf(100'000));
+    EXPECT_EQ(readRecording(dir / "run").marks.size(), 3U);
+}
+
+// The file is read in pieces of this size.
+TEST(Recording, MayEndAnywhereInWhatIsReadAtOnce) {
+    const TempDir dir;
+    constexpr std::size_t kPiece = 256 * 1024;
+    for (const std::size_t size : {kPiece - 1, kPiece, kPiece + 1}) {
+        dir.writeFile("run", headerText() + markLineOf(size - headerText().size()));
+        EXPECT_EQ(readRecording(dir / "run").marks.size(), 1U) << size;
+    }
+}
+
+int freeDescriptor() {
+    const int descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    close(descriptor);
+    return descriptor;
+}
+
+TEST(Recording, IsClosedWhenItWasRead) {
+    const TempDir dir;
+    record(dir / "run", smallRun());
+    const int before = freeDescriptor();
+    readRecording(dir / "run");
+    EXPECT_EQ(freeDescriptor(), before);
+}
+
+[[noreturn]] void readWithoutInput(const std::string& path) {
+    close(STDIN_FILENO);
+    const std::string failure = failureOf(path);
+    std::fputs(failure.c_str(), stderr);
+    _exit(failure.empty() ? 0 : 1);
+}
+
+TEST(Recording, IsReadByAProgramWithoutStandardInput) {
+    const TempDir dir;
+    record(dir / "run", smallRun());
+    EXPECT_EXIT(readWithoutInput(dir / "run"), testing::ExitedWithCode(0), "^$");
 }
 
 // --- of later versions ----------------------------------------------------------------------------------------------

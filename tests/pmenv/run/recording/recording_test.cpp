@@ -1,6 +1,8 @@
 // What is written is read again, exactly; and a recording is judged as the run itself.
 #include <gmock/gmock.h>
 
+#include <unistd.h>
+
 #include <nlohmann/json.hpp>
 
 #include "pmenv/run/judgement/Runs.h"
@@ -36,9 +38,23 @@ TEST(RecordedTexts, OnlyWhatIsNoUtf8IsEscaped) {
         {"a\\b", "a\\\\b"},
         {"\xff", "\\xff"},
         {"\\xff", "\\\\xff"},
-        {"\xc3\xa4", "\xc3\xa4"},                      // two bytes
-        {"\xe2\x82\xac", "\xe2\x82\xac"},              // three
-        {"\xf0\x9f\x98\x80", "\xf0\x9f\x98\x80"},      // four
+        {"\xc3\xa4", "\xc3\xa4"},                  // two bytes
+        {"\xe2\x82\xac", "\xe2\x82\xac"},          // three
+        {"\xf0\x9f\x98\x80", "\xf0\x9f\x98\x80"},  // four
+        {"\xc2\x80\xdf\xbf", "\xc2\x80\xdf\xbf"},  // the first and the last of two
+        {"\xe0\xa0\x80\xef\xbf\xbf", "\xe0\xa0\x80\xef\xbf\xbf"},
+        {"\xed\x9f\xbf\xee\x80\x80", "\xed\x9f\xbf\xee\x80\x80"},
+        {"\xf0\x90\x80\x80\xf4\x8f\xbf\xbf", "\xf0\x90\x80\x80\xf4\x8f\xbf\xbf"},
+        {"\xe2\xb8\x80", "\xe2\xb8\x80"},
+        {"\xc3\xa4\xff", "\xc3\xa4\\xff"},
+        {"\xe2\x82\xac\xff", "\xe2\x82\xac\\xff"},
+        {"\xf0\x9f\x98\x80\xff", "\xf0\x9f\x98\x80\\xff"},
+        {"\xc3(", "\\xc3("},  // broken by another character
+        {"\xe2(\xac", "\\xe2(\\xac"},
+        {"\xe2\x82(", "\\xe2\\x82("},
+        {"\xf1(\x98\x80", "\\xf1(\\x98\\x80"},
+        {"\xf1\x90(\x80", "\\xf1\\x90(\\x80"},
+        {"\xf1\x90\x80(", "\\xf1\\x90\\x80("},
         {"\xc3", "\\xc3"},                             // cut off
         {"\xe2\x82", "\\xe2\\x82"},                    //
         {"\xc0\xaf", "\\xc0\\xaf"},                    // longer than needed
@@ -55,9 +71,16 @@ TEST(RecordedTexts, OnlyWhatIsNoUtf8IsEscaped) {
 }
 
 TEST(RecordedTexts, WhatIsNoEscapeStays) {
-    for (const std::string text : {"\\", "\\x", "\\xf", "\\xfg", "\\y", "a\\"}) {
+    for (const std::string text : {"\\", "\\x", "\\xf", "\\xfg", "\\xgf", "\\y", "\\y41", "a\\"}) {
         EXPECT_EQ(recording::fromUtf8(text), text);
     }
+    EXPECT_EQ(recording::fromUtf8("\\x0a\\xa0\\x00!"), std::string("\n\xa0\0!", 4));
+}
+
+TEST(RecordedTexts, WhatLiesBehindATextIsNoPartOfIt) {
+    EXPECT_EQ(recording::toUtf8(std::string_view("\xc3\xa4", 1)), "\\xc3");
+    EXPECT_EQ(recording::toUtf8(std::string_view("a\\", 1)), "a");
+    EXPECT_EQ(recording::fromUtf8(std::string_view("\\x41", 3)), "\\x4");
 }
 
 // --- rounding -------------------------------------------------------------------------------------------------------
@@ -75,6 +98,20 @@ TEST(AsRecorded, RoundsToWhatIsWritten) {
     EXPECT_EQ(rounded.engines[0].lateTurns, 2.0);
     EXPECT_EQ(rounded.engines[0].ran, 0.123457);
     EXPECT_FALSE(rounded.machine.busy);
+}
+
+TEST(AsRecorded, KeepsWhatNeedsNoRounding) {
+    Evidence evidence = intervalFrom(0.25);
+    evidence.wakes.longest = 0.125;
+    evidence.engines.push_back(engineThat({40, 20, 4, 8, 12, 16}, 0.25));
+    EngineEvidence& engine = evidence.engines[0];
+    engine.ran = 0.15;
+    engine.turns = 150;
+    engine.waited = 0.2;
+    engine.lateTurns = 0.5;
+    engine.busiest->seconds = 0.26;
+    engine.busiest->waitedBefore = 0.01;
+    EXPECT_EQ(Described::of(asRecorded(evidence)), Described::of(evidence));
 }
 
 TEST(AsRecorded, RoundsOnce) {
@@ -144,11 +181,103 @@ TEST(Recording, KeepsTheHeader) {
     EXPECT_THAT(read.command, ElementsAre("run.sh", "a b", "\n"));
 }
 
+// An engine that does nothing but in the second interval.
+TEST(Recording, LeavesOutWhatIsZeroOrAsBefore) {
+    const TempDir dir;
+    std::vector<Evidence> run(4);
+    for (std::size_t i = 0; i < run.size(); ++i) {
+        run[i].from = static_cast<double>(i);
+        run[i].to = run[i].from + 1;
+        run[i].machine.processors = 2;
+        EngineEvidence engine;
+        engine.key = {7, 9};
+        engine.name = "e";
+        engine.from = run[i].from;
+        engine.to = run[i].to;
+        engine.readable = true;
+        engine.busiest = ThreadEvidence();
+        engine.busiest->tid = 8;
+        engine.busiest->name = "t";
+        engine.busiest->seconds = 1;
+        run[i].engines = {engine};
+    }
+    run[1].wakes.wakes = 1;
+    EngineEvidence& busy = run[1].engines[0];
+    busy.busiest->seconds = 1.25;
+    busy.busiest->parts.running = 0.5;
+    busy.busiest->parts.waiting = 0.25;
+    busy.busiest->turns = 10;
+    busy.ran = 0.75;
+    busy.turns = 11;
+    busy.waited = 0.5;
+    busy.lateTurns = 1.5;
+    run[2].wakes.late = 1;
+    run[2].from = 2.5;
+    run[2].engines[0].to = 2.75;
+    run[3].wakes.longest = 0.001;
+    run[3].engines[0].busiest.reset();
+    record(dir / "run", run, someHeader(), false);
+    const std::string text = readFileText(dir / "run");
+    EXPECT_EQ(text.substr(text.find('\n') + 1),
+              R"({"to":1000000,"machine":{"processors":2},"engines":[[0,{"pid":7,"start":9,"name":"e","tid":8,)"
+              R"("thread":"t","readable":1}]]})"
+              "\n"
+              R"({"to":2000000,"wakes":[1,0,0],"engines":[[0,0,500000,10,250000,250000,250000,1,250000,1500]]})"
+              "\n"
+              R"({"to":3000000,"from":2500000,"wakes":[0,1,0],"engines":[[0,0,0,0,0,250000,)"
+              R"({"from":2000000,"to":2750000}]]})"
+              "\n"
+              R"({"to":4000000,"wakes":[0,0,1000],"engines":[[0,null]]})"
+              "\n");
+}
+
+TEST(Recording, KeepsZeros) {
+    const TempDir dir;
+    RecordingHeader header = someHeader();
+    header.memoryBytes = 0;
+    header.start = {};
+    header.clock = 0;
+    header.choice.pid = 0;
+    header.limits = {0, 0, 0, 0, 0.0, 0.0, 0, 0.0, 0.0};
+    EngineEnd end;
+    end.status = 0;
+    std::vector<Evidence> run(1);
+    run[0].to = 1;
+    run[0].machine.processors = 2;
+    run[0].ends = {end};
+    {
+        RecordingWriter writer(dir / "run", header);
+        writer.write(run[0]);
+        writer.write(RecordedOutcome{Outcome::Clean, 0.0, 0});
+    }
+    const ReadRecording read = readRecording(dir / "run");
+    EXPECT_EQ(read.header.memoryBytes, 0U);
+    EXPECT_EQ(read.header.start, header.start);
+    EXPECT_EQ(read.header.clock, 0);
+    EXPECT_EQ(read.header.choice.pid, 0);
+    const JudgeLimits& limits = read.header.limits;
+    EXPECT_EQ(limits.percentile + limits.tolerance + limits.skip + limits.sustain, 0);
+    EXPECT_EQ(limits.engines, 0U);
+    EXPECT_EQ(limits.machinePercent, 0);
+    EXPECT_EQ(limits.enginePercent, 0);
+    EXPECT_EQ(limits.memoryPercent, 0);
+    EXPECT_EQ(limits.swapMegabytes, 0);
+    EXPECT_EQ(describe(read.run), describe(run));
+    ASSERT_TRUE(read.outcome);
+    EXPECT_EQ(read.outcome->believed, 0);
+    EXPECT_EQ(read.outcome->cpuSeconds, 0);
+}
+
 TEST(Recording, TellsThisHost) {
-    const RecordingHeader header = headerOfThisHost({{"wrk"}, 1}, {"gc"}, {});
+    JudgeLimits limits;
+    limits.percentile = 95;
+    const RecordingHeader header = headerOfThisHost({{"wrk"}, 1}, {"gc"}, limits);
     EXPECT_FALSE(header.host.empty());
+    EXPECT_FALSE(header.pmenv.empty());
+    EXPECT_EQ(header.limits.percentile, 95);
     EXPECT_THAT(header.kernel, HasSubstr("Linux "));
-    EXPECT_GT(header.processors, 0);
+    EXPECT_EQ(header.processors, sysconf(_SC_NPROCESSORS_ONLN));
+    EXPECT_EQ(header.boot + "\n", readFileText("/proc/sys/kernel/random/boot_id"));
     EXPECT_GT(header.memoryBytes, 1'000'000U);
     EXPECT_GT(header.clock, 0);
     EXPECT_THAT(header.choice.names, ElementsAre("wrk"));

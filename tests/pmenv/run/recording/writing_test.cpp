@@ -7,6 +7,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include "failure.h"
 #include "kernel/files.h"
@@ -39,6 +40,38 @@ TEST(RecordingWriter, ThatCannotBeginSaysWhy) {
     EXPECT_THAT(failureOf([&] { RecordingWriter(dir.path(), someHeader()); }), EndsWith(": Is a directory"));
     EXPECT_THAT(failureOf([&] { RecordingWriter(dir / "none/run", someHeader()); }),
                 EndsWith("/none/run: No such file or directory"));
+}
+
+int nextDescriptor() {
+    const int descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    close(descriptor);
+    return descriptor;
+}
+
+TEST(RecordingWriter, LeavesNoFileOpenAndNoProgram) {
+    const TempDir dir;
+    const int before = nextDescriptor();
+    record(dir / "run", RandomRun(1).of(3));
+    failureOf([] { RecordingWriter("/dev/full", someHeader()); });
+    EXPECT_EQ(nextDescriptor(), before);
+    struct stat file {};
+    ASSERT_EQ(stat((dir / "run").c_str(), &file), 0);
+    EXPECT_EQ(file.st_mode & 0111U, 0U);
+}
+
+[[noreturn]] void recordWithoutInput(const std::string& path) {
+    close(STDIN_FILENO);
+    failureOf([] { RecordingWriter("/dev/full", someHeader()); });
+    const std::string failure = failureOf([&] { record(path, RandomRun(1).of(3)); });
+    std::fputs(failure.c_str(), stderr);
+    _exit(nextDescriptor() == STDIN_FILENO ? 0 : 1);
+}
+
+TEST(RecordingWriter, RecordsInAProgramWithoutStandardInput) {
+    const TempDir dir;
+    const std::string path = dir / "run";
+    EXPECT_EXIT(recordWithoutInput(path), testing::ExitedWithCode(0), "^$");
+    EXPECT_EQ(readRecording(path).run.size(), 3U);
 }
 
 // In a child, because the limit is the whole process's.
@@ -79,7 +112,10 @@ TEST(RecordingWriter, WhoseReaderHasGoneGoesOn) {
 
 TEST(RecordingWriter, LeavesSignalsAsTheyWere) {
     const TempDir dir;
-    sigset_t before, after;
+    sigset_t blocked, before, after;
+    sigemptyset(&blocked);
+    for (const int signal : {SIGPIPE, SIGXFSZ}) sigaddset(&blocked, signal);
+    sigprocmask(SIG_UNBLOCK, &blocked, nullptr);
     sigprocmask(SIG_SETMASK, nullptr, &before);
     RecordingWriter writer(dir / "run", someHeader());
     sigprocmask(SIG_SETMASK, nullptr, &after);
@@ -140,8 +176,8 @@ TEST(AppendedMark, ComesBetweenLinesThatAreWritten) {
 }
 
 // In a child, because the limit is the whole process's.
-[[noreturn]] void markWithinLimit(const std::string& path) {
-    const rlim_t size = readFileText(path).size() + 20;
+[[noreturn]] void markWithinLimit(const std::string& path, std::size_t room) {
+    const rlim_t size = readFileText(path).size() + room;
     const rlimit limit{size, size};
     setrlimit(RLIMIT_FSIZE, &limit);
     const std::string failure = failureOf([&] { appendMark(path, "a mark that does not fit"); });
@@ -156,9 +192,35 @@ TEST(AppendedMark, ThatDoesNotFitLeavesNothingBehind) {
     const std::string path = dir / "run";
     RecordingWriter writer(path, headerOfNow());
     writer.write(run[0]);
-    EXPECT_EXIT(markWithinLimit(path), testing::ExitedWithCode(0), "no mark was added to .*/run: File too large");
+    for (const std::size_t room : {0U, 1U, 20U}) {
+        EXPECT_EXIT(markWithinLimit(path, room), testing::ExitedWithCode(0),
+                    "no mark was added to .*/run: File too large");
+    }
     writer.write(run[1]);
     EXPECT_EQ(describe(readRecording(path).run), describe(run));
+}
+
+TEST(AppendedMark, LeavesNoFileOpen) {
+    const TempDir dir;
+    record(dir / "run", RandomRun(1).of(3), headerOfNow(), false);
+    const int before = nextDescriptor();
+    appendMark(dir / "run", "x");
+    EXPECT_EQ(nextDescriptor(), before);
+}
+
+[[noreturn]] void markWithoutInput(const std::string& path) {
+    close(STDIN_FILENO);
+    const std::string failure = failureOf([&] { appendMark(path, "x"); });
+    std::fputs(failure.c_str(), stderr);
+    _exit(nextDescriptor() == STDIN_FILENO ? 0 : 1);
+}
+
+TEST(AppendedMark, IsAddedByAProgramWithoutStandardInput) {
+    const TempDir dir;
+    record(dir / "run", RandomRun(1).of(3), headerOfNow(), false);
+    const std::string path = dir / "run";
+    EXPECT_EXIT(markWithoutInput(path), testing::ExitedWithCode(0), "^$");
+    EXPECT_EQ(readRecording(path).marks.size(), 1U);
 }
 
 TEST(AppendedMark, IsRefusedWhereNoWatchGoesOn) {
@@ -174,6 +236,12 @@ TEST(AppendedMark, IsRefusedWhereNoWatchGoesOn) {
     EXPECT_THAT(failure("over"), EndsWith("/over: its watch is over"));
     dir.writeFile("cut", readFileText(dir / "over").substr(0, 1000));
     EXPECT_THAT(failure("cut"), EndsWith("/cut: its last line is cut off, so that its watch is over"));
+    record(dir / "plain", RandomRun(1).of(3), headerOfNow(), false);
+    const std::string plain = readFileText(dir / "plain");
+    const gzFile compressed = gzopen((dir / "compressed").c_str(), "wb");
+    gzwrite(compressed, plain.data(), static_cast<unsigned>(plain.size()));
+    gzclose(compressed);
+    EXPECT_THAT(failure("compressed"), EndsWith("/compressed: it is compressed, so that its watch is over"));
     dir.writeFile("foreign", "a diary\n");
     EXPECT_THAT(failure("foreign"), HasSubstr("/foreign:1:1: "));
     dir.writeFile("empty");

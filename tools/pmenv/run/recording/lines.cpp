@@ -39,10 +39,10 @@ Lines::~Lines() { gzclose_r(file_); }
 
 std::optional<std::string_view> Lines::next() {
     for (;;) {
-        const void* const found = std::memchr(&buffer_[searched_], '\n', end_ - searched_);
+        const void* const found = std::memchr(buffer_.data() + searched_, '\n', end_ - searched_);
         if (found != nullptr) {
             const auto lineEnd = static_cast<std::size_t>(static_cast<const char*>(found) - buffer_.data());
-            const std::string_view line(&buffer_[begin_], lineEnd - begin_);
+            const std::string_view line(buffer_.data() + begin_, lineEnd - begin_);
             begin_ = searched_ = lineEnd + 1;
             ++number_;
             return line;
@@ -61,13 +61,13 @@ std::optional<std::string_view> Lines::next() {
 
 // Reads on behind what there is, which moves to the front. False at the end.
 bool Lines::fill() {
-    std::memmove(buffer_.data(), &buffer_[begin_], end_ - begin_);
+    std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
     end_ -= begin_;
     searched_ -= begin_;
     begin_ = 0;
     if (buffer_.size() - end_ < kAtOnce) buffer_.resize(end_ + kAtOnce);
     errno = 0;
-    const int count = gzread(file_, &buffer_[end_], kAtOnce);
+    const int count = gzread(file_, buffer_.data() + end_, kAtOnce);
     if (count > 0) {
         end_ += static_cast<std::size_t>(count);
         return true;
