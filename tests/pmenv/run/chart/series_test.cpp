@@ -62,6 +62,18 @@ TEST(Series, ColumnsAreJoinedOnlyWhenThereAreTooMany) {
     EXPECT_DOUBLE_EQ(series.width(), 0.5);
 }
 
+TEST(Series, AJoinedColumnHasTheLeastAndTheMostOfBoth) {
+    Series series;
+    series.add(0, 0.25, 7);
+    series.add(0.25, 0.5, 5);
+    series.add(0.5, 0.25 * static_cast<double>(Series::kMostColumns) + 0.25, 0.5);
+    EXPECT_DOUBLE_EQ(series.columns()[0].least, 5);
+    EXPECT_DOUBLE_EQ(series.columns()[0].most, 7);
+    EXPECT_DOUBLE_EQ(series.columns()[0].mean(), 6);
+    EXPECT_DOUBLE_EQ(series.columns()[1].least, 0.5);
+    EXPECT_DOUBLE_EQ(series.most(), 7);
+}
+
 TEST(Series, TenHoursKeepMeanLeastAndMost) {
     Series series;
     for (int i = 0; i < 10 * 3600 * 4; ++i) series.add(i * 0.25, (i + 1) * 0.25, i == 70000 ? 9 : i % 2);
@@ -92,6 +104,7 @@ TEST(Series, WhatIsNotKnownIsNotZero) {
     Series nothing;
     nothing.add(0, 4, std::nullopt);
     EXPECT_FALSE(nothing.anyKnown());
+    EXPECT_DOUBLE_EQ(nothing.most(), 0);
     EXPECT_DOUBLE_EQ(nothing.unknownSeconds(), 4);
 }
 

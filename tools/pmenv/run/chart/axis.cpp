@@ -48,7 +48,7 @@ std::string timeText(double at, double step) {
     if (step >= kDay) return shortNumber(at / kDay) + " d";
     if (step >= kHour) return shortNumber(at / kHour) + " h";
     const long seconds = std::lround(at);
-    if (at >= kHour && step >= 60) {
+    if (at >= kHour) {
         std::snprintf(text, sizeof text, "%ld:%02ld h", seconds / 3600, seconds / 60 % 60);
         return text;
     }

@@ -25,9 +25,9 @@ Character nextCharacter(std::string_view text) {
         if ((next & 0xC0) != 0x80) return {};
         code = code << 6 | (next & 0x3F);
     }
-    constexpr std::uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+    constexpr std::uint32_t kLeast[] = {0x80, 0x800, 0x10000};  // of two bytes, three and four
     const bool isSurrogate = code >= 0xD800 && code <= 0xDFFF;
-    if (code < kLeast[length] || code > 0x10FFFF || isSurrogate) return {};
+    if (code < kLeast[length - 2] || code > 0x10FFFF || isSurrogate) return {};
     return {length, code, true};
 }
 

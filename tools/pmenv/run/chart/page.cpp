@@ -196,7 +196,9 @@ std::string marksPart(const ChartRun& run, const Track& track) {
     for (const auto& [time, text] : flags) list += textElement("li", "⚑ " + elapsedText(time, false) + " " + text);
     const std::size_t hidden = run.marks.size() - flags.size();
     return (flags.empty() ? "" : markFlags(flags, track) + element("ul", "class=\"marks\"", list)) +
-           (hidden == 0 ? "" : element("p", "class=\"about\"", counted(hidden, "further mark") + " are not shown."));
+           (hidden == 0 ? ""
+                        : element("p", "class=\"about\"",
+                                  counted(hidden, "further mark") + (hidden == 1 ? " is" : " are") + " not shown."));
 }
 
 std::string chartsSection(const ChartRun& run, const PageTime& page, const std::string& id) {
