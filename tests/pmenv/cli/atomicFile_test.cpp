@@ -1,13 +1,18 @@
 // atomicFile: a file that is replaced keeps what its owner has chosen.
+#include <csignal>
 #include <filesystem>
 #include <iterator>
 #include <string>
 
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "atomicFile.h"
 #include "failure.h"
+#include "support/InChild.h"
 #include "support/TempDir.h"
 
 namespace {
@@ -43,8 +48,63 @@ TEST_F(ReplaceFile, KeepsTheMode) {
 TEST_F(ReplaceFile, ANewFileHasTheUsualMode) {
     const mode_t before = umask(027);
     replaceFile(directory_ / "a", "new");
+    EXPECT_EQ(027U, umask(0)) << "it is left as it was";
+    replaceFile(directory_ / "b", "new");
     umask(before);
     EXPECT_EQ(0640U, modeOf(directory_ / "a"));
+    EXPECT_EQ(0666U, modeOf(directory_ / "b"));
+}
+
+// A collector that reads all files of a directory, or all with some ending, skips it.
+TEST_F(ReplaceFile, TheTemporaryFileStandsBesideItAndIsHidden) {
+    const int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    ASSERT_GE(inotify_add_watch(watch, directory_.path().c_str(), IN_CREATE), 0);
+    replaceFile(directory_ / "name.prom", "new");
+    alignas(inotify_event) char events[4096];
+    const ssize_t length = read(watch, events, sizeof events);
+    close(watch);
+    ASSERT_GT(length, 0);
+    const std::string name = reinterpret_cast<const inotify_event*>(events)->name;
+    EXPECT_EQ(0U, name.find(".name.prom."));
+    EXPECT_NE(".prom", fs::path(name).extension());
+}
+
+TEST_F(ReplaceFile, LeavesNoDescriptorOpen) {
+    const auto next = [] {
+        const int descriptor = dup(STDERR_FILENO);
+        close(descriptor);
+        return descriptor;
+    };
+    const int before = next();
+    replaceFile(directory_ / "a", "new");
+    EXPECT_EQ(before, next());
+}
+
+TEST_F(ReplaceFile, WorksWithoutStandardInput) {
+    EXPECT_EQ("done", inChild([this] {
+                  close(STDIN_FILENO);
+                  replaceFile(directory_ / "a", "new");
+                  return std::string(dup(STDERR_FILENO) == STDIN_FILENO ? "done" : "the descriptor is still open");
+              }));
+    EXPECT_EQ("new", readFileText(directory_ / "a"));
+    EXPECT_EQ(1U, files());
+}
+
+TEST_F(ReplaceFile, WhatFitsOnlyInPartLeavesTheOldFile) {
+    const std::string path = directory_.writeFile("a", "old");
+    EXPECT_EQ("cannot write " + path + ": File too large", inChild([&] {
+                  std::signal(SIGXFSZ, SIG_IGN);
+                  const rlimit three{3, 3};
+                  setrlimit(RLIMIT_FSIZE, &three);
+                  try {
+                      replaceFile(path, "longer");
+                      return std::string("written");
+                  } catch (const Failure& failure) {
+                      return std::string(failure.what());
+                  }
+              }));
+    EXPECT_EQ("old", readFileText(path));
+    EXPECT_EQ(1U, files());
 }
 
 TEST_F(ReplaceFile, ALinkStaysALink) {

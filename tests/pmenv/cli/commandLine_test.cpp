@@ -165,6 +165,30 @@ TEST(CommandLineWithAProgram, DashesWithoutAProgramAreRefused) {
     }
 }
 
+// --- a program with one command -------------------------------------------------------------------------------------
+
+TEST(ProgramOfOneCommand, IsCalledByItsOwnName) {
+    const auto callOfCommand = [](const char* name) { return callOf({name, "watches", {}, {}, "", runNothing}); };
+    EXPECT_EQ(callOfCommand("pmenv-watch"), "pmenv-watch");
+    EXPECT_EQ(callOfCommand("watch"), "pmenv watch");
+    EXPECT_EQ(callOfCommand("pmenv"), "pmenv pmenv");
+    EXPECT_EQ(callOfCommand("xpmenv-watch"), "pmenv xpmenv-watch");
+}
+
+TEST(ProgramOfOneCommand, NeedsNoCommand) {
+    Grammar grammar = grammarWithPrograms();
+    EXPECT_EQ(programOf(grammar), nullptr);
+    grammar.commands.pop_back();
+    EXPECT_EQ(programOf(grammar), nullptr) << "pmenv watch is no program";
+    grammar.commands[0].name = "pmenv-watch";
+    EXPECT_EQ(programOf(grammar), &grammar.commands[0]);
+    const CommandLine line = CommandLine::parse(grammar, {"a", "--for", "5", "b"});
+    EXPECT_THAT(line.arguments(), ElementsAre("a", "b"));
+    EXPECT_EQ(line.text("for"), "5");
+    grammar.commands.push_back(grammar.commands[0]);
+    EXPECT_EQ(programOf(grammar), nullptr);
+}
+
 TEST(CommandLineWithAProgram, TheHelpShowsIt) {
     const Grammar grammar = grammarWithPrograms();
     const std::string help = commandHelp(grammar, grammar.commands[0]);

@@ -67,6 +67,7 @@ TEST_F(TextTest, Utf16LengthCountsCodeUnits) {
     EXPECT_EQ(utf16Length("𐀀𝄞"), 4U) << "each is a pair";
     EXPECT_EQ(utf16Length("\xff\xc3"), 2U) << "bytes that begin no character";
     EXPECT_EQ(utf16Length(std::string_view("a\0b", 3)), 3U);
+    EXPECT_EQ(utf16Length(std::string_view("a𐀀").substr(0, 4)), 4U) << "the last byte of the pair is not in the text";
 }
 
 }  // namespace

@@ -52,6 +52,16 @@ TEST_F(PmenvFind, NamesEveryPlaceInOrder) {
               "  11. #BIM: no such setting; did you mean 'BIN'?\n");
 }
 
+TEST_F(PmenvFind, SaysWhyANameIsTooLong) {
+    const auto placesOf = [this](const std::string& name) {
+        const std::string err = run({"find", name, "."}).err;
+        return err.substr(err.find('\n') + 1);
+    };
+    EXPECT_EQ(placesOf(std::string(255, 'n')), "  1. .: no such file there\n");
+    EXPECT_EQ(placesOf(std::string(256, 'n')), "  1. .: File name too long\n");
+    EXPECT_EQ(placesOf(std::string(4094, 'n')), "  1. .: the path is longer than 4095 characters\n");
+}
+
 TEST_F(PmenvFind, EndsAtAnEmptyVariable) {
     const ProgramResult outcome = run({"find", "pressmark.ini", "a", "", "."});
     EXPECT_EQ(outcome.status, 1);

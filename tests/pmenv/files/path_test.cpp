@@ -42,7 +42,7 @@ TEST_F(PmenvPath, AnswerAsTheLibraryDoes) {
 }
 
 TEST_F(PmenvPath, RefuseWhatTheLibraryCannot) {
-    const std::string longPath(4096, 'p');
+    const std::string longPath = "/first/" + std::string(4089, 'p');
     struct Row {
         Words words;
         std::string errors;
@@ -63,6 +63,7 @@ TEST_F(PmenvPath, RefuseWhatTheLibraryCannot) {
         EXPECT_EQ(outcome.out, "");
         EXPECT_EQ(outcome.err, row.errors);
     }
+    EXPECT_EQ(run({"path", "split", longPath.substr(1)}).status, 0) << "4095 characters";
 }
 
 TEST_F(PmenvPath, AbsSearchesABareNameInIncludePath) {

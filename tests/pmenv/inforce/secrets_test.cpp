@@ -1,6 +1,7 @@
 // Which values are secret, and which parts of a text are hidden.
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -71,6 +72,12 @@ TEST(Secrets, PasswordsOfUrlsAreHidden) {
 TEST(Secrets, LinesThatEndWithCarriageReturnsAreLookedAt) {
     const std::string text = "8080\rPASSWORD = geheim\rHOST = here\r token=x";
     EXPECT_EQ("8080\rPASSWORD =(hidden)\rHOST = here\r token=(hidden)", Secrets().partsIn(text).shown(text));
+    for (const char* const end : {"\r", "\n", "\r\n"}) {
+        const std::string lines =
+            std::string("8080") + end + " API_KEY \t=geheim" + end + "KEY =geheim" + end + "PASSES=3";
+        EXPECT_EQ(std::string("8080") + end + " API_KEY \t=(hidden)" + end + "KEY =(hidden)" + end + "PASSES=3",
+                  Secrets().partsIn(lines).shown(lines));
+    }
 }
 
 TEST(Secrets, BehindASecretNameALineIsHidden) {
@@ -80,7 +87,10 @@ TEST(Secrets, BehindASecretNameALineIsHidden) {
     EXPECT_EQ("; a comment", shown("; a comment"));
     EXPECT_EQ("; http://u:(hidden)@h", shown("; http://u:p@h"));
     EXPECT_EQ("; pmenv: allow duplicate-key - x", shown("; pmenv: allow duplicate-key - x"));
+    EXPECT_EQ("; pmenv: allow limit - http://u:(hidden)@h", shown("; pmenv: allow limit - http://u:geheim@h"));
     EXPECT_EQ("; PASSWORD(hidden)", shown("; PASSWORD = geheim ; pmenv: allow limit"));
+    EXPECT_EQ("; DB_PW(hidden)", shown("; DB_PW = geheim"));
+    EXPECT_EQ("; API_KEY(hidden)", shown("; API_KEY = geheim, TOKEN = geheim"));
 }
 
 // A text that is looked through once for each part of it would take hours.
@@ -153,6 +163,31 @@ TEST(HiddenParts, OfVeryManyAllBetweenIsHidden) {
     EXPECT_FALSE(parts.overlap(2999, 1));
 }
 
+TEST(HiddenParts, AreKeptApartUpToSixtyFour) {
+    HiddenParts parts;
+    std::string shown;
+    for (std::size_t i = 0; i < 64; ++i) {
+        parts.append(2 * i + 1, 2 * i + 2);
+        shown += ".(hidden)";
+    }
+    EXPECT_EQ(shown + ".", parts.shown(std::string(129, '.')));
+    parts.append(129, 130);
+    EXPECT_EQ(".(hidden).", parts.shown(std::string(131, '.')));
+}
+
+TEST(HiddenParts, AroundAPlaceIsThePartThatHidesIt) {
+    HiddenParts parts;
+    parts.append(2, 4);
+    parts.append(6, 7);
+    using Range = std::pair<std::size_t, std::size_t>;
+    EXPECT_EQ(Range(1, 1), parts.around(1));
+    EXPECT_EQ(Range(2, 4), parts.around(2));
+    EXPECT_EQ(Range(2, 4), parts.around(3));
+    EXPECT_EQ(Range(4, 4), parts.around(4));
+    EXPECT_EQ(Range(6, 7), parts.around(6));
+    EXPECT_EQ(Range(7, 7), parts.around(7));
+}
+
 TEST(HiddenParts, RemarkIsToldFromAValueOfThatText) {
     EXPECT_EQ("(hidden)", unmistakable("(hidden)", true));
     EXPECT_EQ("\"(hidden)\"", unmistakable("(hidden)", false));
@@ -201,6 +236,17 @@ TEST_F(SecretTraceTest, InASecretAllIsHiddenThatReferencesPutIn) {
     EXPECT_EQ("(hidden)", trace.ended("abcdz").shown("abcdz"));
 }
 
+TEST_F(SecretTraceTest, InASecretANameIsShownWhereItWasWrittenBehindWhatWasPutIn) {
+    SecretTrace trace(loaded_, HiddenParts(24));
+    find(trace, "a long secret #(B)#(C)z!", "#(D)");
+    trace.resolved("#(D)");
+    find(trace, "a long secret #(D)#(C)z!", "d");
+    EXPECT_TRUE(trace.hidesReference()) << "it was put in";
+    trace.resolved("d");
+    find(trace, "a long secret d#(C)z!", "c");
+    EXPECT_FALSE(trace.hidesReference());
+}
+
 TEST_F(SecretTraceTest, NameThatASecretFormsIsHidden) {
     SecretTrace trace(loaded_, HiddenParts());
     trace.found({"#(#(TOKEN))", 2, 8, "geheim"});
@@ -214,6 +260,50 @@ TEST_F(SecretTraceTest, NameThatIsNotDefinedMayBeAPartOfTheSecret) {
     SecretTrace trace(loaded_, HiddenParts(9));
     trace.found({"ge#(heim)", 2, 7, nullptr});
     EXPECT_TRUE(trace.hidesReference());
+}
+
+TEST_F(SecretTraceTest, InTheValueOfASecretSettingANameIsShownUnlessTheLoadMayHavePutItIn) {
+    for (const bool replaced : {false, true}) {
+        loaded_.store("B", {HiddenParts(4), replaced});
+        SecretTrace trace(loaded_, HiddenParts());
+        find(trace, "x#(B)", "#(D)");
+        find(trace, "#(D)", "d");
+        EXPECT_EQ(replaced, trace.hidesReference());
+    }
+}
+
+TEST_F(SecretTraceTest, SettingWithoutASecretReplacesOneWithASecret) {
+    loaded_.store("A", {HiddenParts(3), false});
+    ASSERT_NE(nullptr, loaded_.find("A"));
+    loaded_.store("A", {HiddenParts(), false});
+    EXPECT_EQ(nullptr, loaded_.find("A"));
+}
+
+TEST_F(SecretTraceTest, LoadTellsWhetherItHasPutSomethingIn) {
+    SecretLoad load(loaded_);
+    load.begun("TOKEN", "a#{B}");
+    load.found({"a#{B}", 1, 4, "b"});
+    load.resolved("b");
+    load.ended("ab");
+    load.begun("API_KEY", "ab");
+    load.ended("ab");
+    load.begun("LOST_KEY", "#{LOST_KEY}");
+    load.ended(nullptr);
+    ASSERT_NE(nullptr, loaded_.find("TOKEN"));
+    EXPECT_TRUE(loaded_.find("TOKEN")->replaced);
+    EXPECT_EQ("(hidden)", loaded_.find("TOKEN")->parts.shown("ab"));
+    ASSERT_NE(nullptr, loaded_.find("API_KEY"));
+    EXPECT_FALSE(loaded_.find("API_KEY")->replaced);
+    EXPECT_EQ(nullptr, loaded_.find("LOST_KEY"));
+}
+
+TEST_F(SecretTraceTest, UrlThatFormsInAReferenceHidesItsPassword) {
+    SecretTrace trace(loaded_, HiddenParts());
+    find(trace, "<#(U)>", "http://u:p#(AT)");
+    find(trace, "http://u:p#(AT)", "@h");
+    trace.resolved("@h");
+    trace.resolved("http://u:p@h");
+    EXPECT_EQ("http://u:(hidden)@h", trace.resolvedParts().shown("http://u:p@h"));
 }
 
 TEST_F(SecretTraceTest, UrlThatFormsHidesItsPassword) {

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "check/check.h"
+#include "check/findings.h"
 #include "support/ScopedEnv.h"
 #include "support/TempDir.h"
 #include "support/repeated.h"
@@ -70,6 +71,19 @@ TEST_F(Rules, EachFindsItsExampleAndNotWhatIsToBeWrittenInstead) {
     }
 }
 
+TEST_F(Rules, DescriptionsAreWrappedAtEightyColumns) {
+    const auto described = [](const std::string& description) {
+        const Rule rule{"name",     Rule::Severity::Warning, description.c_str(), "Repair it.", nullptr, nullptr,
+                        FileCheck()};
+        return ruleText(rule, Style(-1));
+    };
+    const std::string half(38, 'x'), shorter(37, 'y'), longest(90, 'z');
+    EXPECT_EQ("name (warning)\n    " + half + " " + shorter + "\n    z\n    Repair it.\n",
+              described(half + " " + shorter + " z"));
+    EXPECT_EQ("name (warning)\n    " + half + "\n    " + half + "\n    Repair it.\n", described(half + " " + half));
+    EXPECT_EQ("name (warning)\n    " + longest + "\n    Repair it.\n", described(longest));
+}
+
 TEST_F(Rules, HaveNamesOfTheirOwn) {
     std::set<std::string> names;
     for (const Rule& rule : allRules()) names.insert(rule.name);
@@ -94,8 +108,9 @@ TEST_F(Rules, TrailingComment) {
                 ElementsAre("1:8+10 this belongs to the value; a comment stands on a line of its own"));
     EXPECT_THAT(placesOf(rule, "A = 80\t# x\nB = 1 ;x\nC = ; x\nD = a (b) ; c\nE = \"a\" ; b\n"),
                 ElementsAre("1:8+3", "2:7+2", "3:5+3", "4:11+3", "5:9+3"));
-    for (const char* const value : {"a;b", "a#b", "a #fff", "a #(B)", "(a ; b)", "{a ; b}", "\"a ; b\"",
-                                    "\"a\" \"; b\" c", ";", "#", "a ;", "a #", ""}) {
+    for (const char* const value :
+         {"a;b", "a#b", "a #fff", "a #(B)", "(a ; b)", "{a ; b}", "\"a ; b\"", "\"a\" \"; b\" c", "\"a\" \"b ; c\" d",
+          "-x \"a # b\" -y", ";", "#", "a ;", "a #", ""}) {
         EXPECT_THAT(find(rule, std::string("A = ") + value + "\n"), IsEmpty()) << value;
     }
 }
@@ -137,6 +152,13 @@ TEST_F(Rules, NotAReferenceToAKeyOfASection) {
     EXPECT_THAT(placesOf("not-a-reference", "A = $(date -u)\n"), IsEmpty());
 }
 
+TEST_F(Rules, NotAReferenceToldOfBracesInAFurtherFile) {
+    EXPECT_THAT(find("not-a-reference", "A = #{B}\nC = #{}\n", true),
+                ElementsAre("1:5+4 '#{B}' stays as it stands, braces are expanded in pressmark.ini only; write '#(B)'",
+                            "2:5+3 '#{}' is no reference and stays as it stands; a reference is written #(NAME), "
+                            "without blanks"));
+}
+
 // --- names ----------------------------------------------------------------------------------------------------------
 
 TEST_F(Rules, UnreachableName) {
@@ -175,6 +197,9 @@ TEST_F(Rules, DuplicateKeyWhoseValueWasUsed) {
                     "more from here on"));
     EXPECT_THAT(find(rule, "A = 1\nA = #{A},2\n"), IsEmpty());
     EXPECT_THAT(placesOf(rule, "A = 1\nB = #{A}\nA = #{A},2\nA = 3\n"), ElementsAre("4:1+1"));
+    EXPECT_THAT(find(rule, "HOME = 1\nB = ${HOME}\nHOME = 2\n"),
+                ElementsAre("3:1+4 'HOME' is set again; its value from line 1 is lost"))
+        << "the variable is meant";
 }
 
 // --- comments that allow a finding ---------------------------------------------------------------------------------
@@ -188,6 +213,13 @@ TEST_F(Rules, AllowTakesOneFindingFromTheNextLine) {
     EXPECT_THAT(placesOf("needless-allow", both + twoOnALine), IsEmpty());
     EXPECT_THAT(placesOf("undefined-setting", both + "\n" + twoOnALine), ElementsAre("4:5+4", "4:9+4"));
     EXPECT_THAT(placesOf("undefined-setting", twoOnALine + both), ElementsAre("1:5+4", "1:9+4"));
+}
+
+// What is expanded when the file is loaded is found before what is expanded when a value is read.
+TEST_F(Rules, AllowTakesTheFirstFindingOfTheLine) {
+    EXPECT_THAT(placesOf("undefined-setting", "A = #(NONE1)#{NONE2}\n"), ElementsAre("1:5+8", "1:13+8"));
+    EXPECT_THAT(placesOf("undefined-setting", "; pmenv: allow undefined-setting\nA = #(NONE1)#{NONE2}\n"),
+                ElementsAre("2:13+8"));
 }
 
 TEST_F(Rules, AllowTakesOnlyTheFindingsOfItsRule) {

@@ -161,9 +161,8 @@ void checkValue(const Option& option, const std::optional<std::string>& value, c
 // --- arguments ------------------------------------------------------------------------------------------------------
 
 void checkArguments(const Command& command, const std::vector<std::string>& given) {
-    for (std::size_t i = given.size(); i < command.arguments.size(); ++i) {
-        if (command.arguments[i].optional) break;
-        failUsage("'" + std::string(command.name) + "' needs " + command.arguments[i].name, &command);
+    if (given.size() < command.arguments.size() && !command.arguments[given.size()].optional) {
+        failUsage("'" + std::string(command.name) + "' needs " + command.arguments[given.size()].name, &command);
     }
     const bool open = !command.arguments.empty() && command.arguments.back().repeated;
     if (given.size() > command.arguments.size() && !open) {

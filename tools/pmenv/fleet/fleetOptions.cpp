@@ -43,7 +43,7 @@ Moment momentOf(const CommandLine& line, const char* option, Moment now, const c
 }  // namespace
 
 FleetOptions fleetOptions(const CommandLine& line, Moment now) {
-    FleetOptions options;
+    FleetOptions options{};
     options.url = urlOf(line);
     if (!line.has("from")) refuse("the beginning of the run is needed: --from T");
     options.from = momentOf(line, "from", now, "");

@@ -44,7 +44,7 @@ std::optional<double> secondsIn(char unit) {
 std::optional<Moment> parseAgo(std::string_view text, Moment now) {
     const std::optional<double> unit = secondsIn(text.back());
     const std::optional<double> number = parseDecimal(text.substr(1, text.size() - 2));
-    if (!unit || !number || *number * *unit > kLastSecond) return std::nullopt;
+    if (!unit || !number) return std::nullopt;
     return now - asMilliseconds(*number * *unit);
 }
 

@@ -150,6 +150,22 @@ TEST_F(PmenvExplainLimits, DeepChainIsShownToTwentyLevels) {
     EXPECT_THAT(outcome.out, HasSubstr("\n└ value   end\n"));
 }
 
+TEST_F(PmenvExplainLimits, OneReferenceThatIsNotShownIsCounted) {
+    const ProgramResult deep = explain(chainOf(21) + "C21 = end\n", {"C0"});
+    EXPECT_EQ(countOf(deep.out, "├─ #("), 20U);
+    EXPECT_THAT(deep.out, HasSubstr("│ text    #(C21)\n"));
+    EXPECT_THAT(deep.out, HasSubstr("├─ … 1 more, not shown\n"));
+    EXPECT_THAT(explain(chainOf(20) + "C20 = end\n", {"C0"}).out, Not(HasSubstr("not shown")));
+    EXPECT_THAT(explain("B = " + repeated("#(A)", 21) + "\nA =\n", {"B"}).out, HasSubstr("\n├─ … 1 more, not shown\n"));
+}
+
+TEST_F(PmenvExplainLimits, LongNamesAreCut) {
+    const std::string name = repeated("N", 100);
+    const std::string settings = name + " = 1\n" + name + "M = 1\n";
+    EXPECT_THAT(explain(settings, {name}).out, HasSubstr("\n" + name + ": setting at 1:104\n"));
+    EXPECT_THAT(explain(settings, {name + "M"}).out, HasSubstr("\n" + name.substr(1) + "…: setting at 2:105\n"));
+}
+
 TEST_F(PmenvExplainLimits, TooDeepChainHasNoValue) {
     const ProgramResult outcome = explain(chainOf(600), {"C0"});
     EXPECT_EQ(outcome.status, 1);
@@ -164,6 +180,10 @@ TEST_F(PmenvExplainLimits, ManyReferencesAreShownToTwenty) {
     EXPECT_EQ(fits.status, 0);
     EXPECT_THAT(fits.out, HasSubstr("\n├─ … 65,500 more, not shown\n└ value   (empty)\n"));
     EXPECT_LT(fits.out.size(), 10'000U);
+    const json tree = json::parse(explain(settings, {"FITS", "--json"}).out).at("explanation");
+    EXPECT_EQ(tree.at("steps").size(), 20U);
+    EXPECT_EQ(tree.at("stepsLeftOut"), 65'500);
+    EXPECT_EQ(tree.at("steps").at(0).count("stepsLeftOut"), 0U) << "nothing is left out there";
 
     const ProgramResult over = explain(settings, {"OVER"});
     EXPECT_EQ(over.status, 1);
@@ -177,6 +197,38 @@ TEST_F(PmenvExplainLimits, LongCycleIsShownWithItsEnds) {
     EXPECT_THAT(outcome.out, HasSubstr("\n  C0 -> C1 -> C2 -> C3 -> C4 -> C5 -> C6 -> C7 -> C8 -> C9 -> C10 -> C11 -> "
                                        "… 286 more … -> C298 -> C299 -> C300 -> C0\n"));
     EXPECT_THAT(outcome.out, HasSubstr("\n  C11 at 12:7: #(C12)\n  …\n  C298 at 299:8: "));
+}
+
+TEST_F(PmenvExplainLimits, JsonOfALongCycleHasItsEnds) {
+    for (const std::size_t leftOut : {0U, 1U, 286U}) {
+        const int last = static_cast<int>(leftOut) + 14;
+        const std::string settings = chainOf(last) + "C" + std::to_string(last) + " = #(C0)\n";
+        const json failure = json::parse(explain(settings, {"C0", "--json"}).out).at("failure");
+        EXPECT_EQ(failure.at("reason"), "cycle");
+        ASSERT_EQ(failure.at("chain").size(), 16U);
+        EXPECT_EQ(failure.at("chain").at(11).at("name"), "C11");
+        EXPECT_EQ(failure.at("chain").at(12).at("name"), "C" + std::to_string(last - 2));
+        EXPECT_EQ(failure.at("chain").at(15).at("name"), "C0");
+        EXPECT_EQ(failure.value("chainLeftOut", 0U), leftOut);
+        EXPECT_EQ(failure.count("chainLeftOut"), leftOut > 0 ? 1U : 0U);
+    }
+}
+
+TEST_F(PmenvExplainLimits, JsonNamesTheLimit) {
+    const auto reasonOf = [this](const std::string& settings) {
+        return json::parse(explain(settings, {"C0", "--json"}).out).at("failure").at("reason").get<std::string>();
+    };
+    EXPECT_EQ(reasonOf(chainOf(600)), "levels");
+    EXPECT_EQ(reasonOf("C0 = #(L)#(L)\nL = " + repeated("x", 600'000) + "\n"), "text length");
+    EXPECT_EQ(reasonOf("C0 = " + repeated("x", 500'000) + repeated("#(N)", 1000) + "\nN =\n"), "searching");
+    EXPECT_EQ(reasonOf("C0 = " + repeated("x", 2048) + "\n"), "too long");
+}
+
+TEST_F(PmenvExplainLimits, JsonTellsOfOneReferenceThatIsLeftOutAndOfTheFirstLine) {
+    const std::string settings = "A = <#{A}>\nB = " + repeated("#(A)", 21) + "\n";
+    EXPECT_EQ(
+        json::parse(explain(settings, {"A", "--json"}).out).at("explanation").at("steps").at(0).at("definedBelow"), 1);
+    EXPECT_EQ(json::parse(explain(settings, {"B", "--json"}).out).at("explanation").at("stepsLeftOut"), 1);
 }
 
 // Each level has the one below twice: 65,536 references in sixteen settings, loaded and read.
@@ -214,6 +266,14 @@ TEST_F(PmenvExplainLimits, ManyEntriesOfAKeyAreNamedToTheTenth) {
               "pressmark.ini\n\nA: setting at 50000:5\n"
               "│ note    replaces the value of lines 1, 2, 3, 4, 5, 6, 7, 8, 9, 10 and 49,989 more\n"
               "└ value   1\n");
+    EXPECT_THAT(explain(repeated("A = 1\n", 20), {"A"}).out,
+                HasSubstr("replaces the value of lines 1, 2, 3, 4, 5, 6, 7, 8, 9, 10 and 9 more\n"));
+    for (const std::size_t more : {0U, 1U}) {
+        const json answer = json::parse(explain(repeated("A = 1\n", 11 + more), {"A", "--json"}).out);
+        EXPECT_EQ(answer.at("explanation").at("replaced"), json({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
+        EXPECT_EQ(answer.at("explanation").value("replacedMore", 0U), more);
+        EXPECT_EQ(answer.at("explanation").count("replacedMore"), more);
+    }
 }
 
 // --- further settings files -----------------------------------------------------------------------------------------
@@ -325,6 +385,7 @@ TEST(PmenvExplain, WrongUsageIsNamedAndExitsWithTwo) {
         {{"A", "B"}, "'explain' takes no further argument 'B'; see 'pmenv explain --help'"},
         {{"A", "--set", "A"}, "--set needs NAME=VALUE, with a '='; see 'pmenv explain --help'"},
         {{"A", "--set", "A=" + repeated("x", 256)}, "--set A" + refused},
+        {{"A", "--set", "B" + repeated("n", 255) + "=x"}, "--set B" + repeated("n", 59) + refused},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(testing::PrintToString(row.words));

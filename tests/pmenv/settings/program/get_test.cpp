@@ -66,6 +66,12 @@ TEST_F(PmenvGet, NamesALongValueAsOverTheLimit) {
                                        "limit is 2047; 'pmenv explain' shows why\n"));
 }
 
+TEST_F(PmenvGet, NamesALongValueWithACycleAsACycle) {
+    directory_.writeFile("pressmark.ini", "LOOP = " + std::string(2100, 'x') + "#(LOOP)\n");
+    EXPECT_THAT(runHere({"get", "LOOP"}).err,
+                StartsWith("pmenv: " + ini() + ":1: LOOP: cannot be expanded: its references lead back to themselves"));
+}
+
 TEST_F(PmenvGet, JsonHasNullForWhatIsAbsent) {
     const ProgramResult outcome = runHere({"get", "KR_VERSION", "NONE", "LOOP", "EMPTY", "--json"});
     EXPECT_EQ(outcome.status, 1);
@@ -181,6 +187,11 @@ TEST_F(PmenvGetFile, NamesAFileThatCannotBeRead) {
     const std::string longName(4096, 'n');
     EXPECT_THAT(runHere({"get", "--file", longName, "A"}, {{"SUB", "/bin"}}).err,
                 MatchesRegex("pmenv: the path has [0-9]+ characters, the limit is 4095: .*\\.\\.\\.\n"));
+
+    directory_.writeFile("pressmark.ini", "KR_BIN = bin\n");
+    EXPECT_EQ(runHere({"get", "--file", std::string(4092, 'n'), "A"}).err,
+              "pmenv: the path has 4096 characters, the limit is 4095: bin/" + std::string(56, 'n') + "...\n");
+    EXPECT_THAT(runHere({"get", "--file", std::string(4091, 'n'), "A"}).err, HasSubstr(": File name too long\n"));
 }
 
 TEST_F(PmenvGetFile, SaysWhenKrBinNamesNoDirectory) {

@@ -2,6 +2,7 @@
 #include <map>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -14,6 +15,7 @@
 #include "failure.h"
 #include "knownKeys/knownKeys.h"
 #include "pmenv/PmenvTest.h"
+#include "support/repeated.h"
 
 namespace {
 
@@ -57,7 +59,7 @@ protected:
 TEST_F(KnownKeysFile, DescribesASettingInEachSection) {
     const KnownKeys keys = read(
         "; a comment\n[A]\n[s.B]\ntype = integer\nleast = 1\nmost = 65535\nunit = seconds\nrequired = yes\n"
-        "help = how long; it takes\n[c d]\ntype=choice\nvalues = a, b c ,,d\nsecret = yes\nrequired = no\n");
+        "help = how long; it takes\n[c d]\ntype=choice\nvalues = a, b c ,,d,ee,\nsecret = yes\nrequired = no\n");
     EXPECT_THAT(keys.names(), ElementsAre("A", "s.B", "c d"));
     EXPECT_EQ(nullptr, keys.find("B"));
     const KnownKey& plain = *keys.find("A");
@@ -70,8 +72,8 @@ TEST_F(KnownKeysFile, DescribesASettingInEachSection) {
     const KnownKey& choice = *keys.find("c d");
     EXPECT_TRUE(choice.isSecret);
     EXPECT_FALSE(choice.isRequired);
-    EXPECT_THAT(choice.values, ElementsAre("a", "b c", "d"));
-    EXPECT_EQ("one of a, b c, d", choice.typeText());
+    EXPECT_THAT(choice.values, ElementsAre("a", "b c", "d", "ee"));
+    EXPECT_EQ("one of a, b c, d, ee", choice.typeText());
 }
 
 TEST_F(KnownKeysFile, TypeTextsTellTheRange) {
@@ -105,12 +107,28 @@ TEST_F(KnownKeysFile, TellsEachMistakeWithItsPlace) {
                             "12:8 '1e3' is no number", "13:2 'D' is a choice without values; write values = A, B"));
 }
 
+TEST_F(KnownKeysFile, TellsMistakesInTheOrderOfTheLines) {
+    EXPECT_THAT(mistakesIn("[A]\ncolour = red\nnonsense\n[A]\ntype = choice\n"),
+                ElementsAre("2:1 a setting has no property 'colour'", "3:1 missing '=', expected KEY = value",
+                            "4:2 'A' is described on line 1 already",
+                            "4:2 'A' is a choice without values; write values = A, B"));
+}
+
+TEST_F(KnownKeysFile, TheLeastValueMayBeTheMost) {
+    EXPECT_EQ("an integer from 5 to 5", read("[A]\ntype = integer\nleast = 5\nmost = 5\n").find("A")->typeText());
+}
+
 TEST_F(KnownKeysFile, TellsTheFirstFiftyMistakes) {
     std::string text = "[A]\n";
     for (int i = 0; i < 60; ++i) text += "x" + std::to_string(i) + " = 1\n";
     const Words mistakes = mistakesIn(text);
     ASSERT_EQ(50U, mistakes.size());
     EXPECT_THAT(mistakes.back(), testing::EndsWith("\nand 10 more"));
+    for (const auto& [count, end] : {std::pair(51, "\nand 1 more"), std::pair(50, "no property 'x49'")}) {
+        text = "[A]\n";
+        for (int i = 0; i < count; ++i) text += "x" + std::to_string(i) + " = 1\n";
+        EXPECT_THAT(mistakesIn(text).back(), testing::EndsWith(end));
+    }
 }
 
 TEST_F(KnownKeysFile, ThatCannotBeReadIsAFailure) {
@@ -136,8 +154,8 @@ TEST(KnownKeyValues, AreOfTheirType) {
     } rows[] = {
         {Type::Text, {"", "a", " "}, {}},
         {Type::Integer,
-         {"0", "-1", "+1", "007", "12345678901234567890"},
-         {"", "-", "1.0", "1s", " 1", "1 ", "0x10", "1e3", "--1", "+-1", "inf", "nan", "1,000", "a"}},
+         {"0", "-1", "+1", "9", "90", "007", "12345678901234567890"},
+         {"", "-", "1.0", "1s", "1/", "1:", " 1", "1 ", "0x10", "1e3", "--1", "+-1", "inf", "nan", "1,000", "a"}},
         {Type::Number, {"0", "-1.5", "+0.25", "10"}, {"", ".", ".5", "5.", "1.2.3", "1e3", "inf", "-nan", "1 s"}},
         {Type::Boolean, {"yes", "No", "TRUE", "false", "on", "Off", "1", "0"}, {"", "y", "2", "yes "}},
         {Type::Path, {"/a", "a", "C:\\x"}, {""}},
@@ -166,6 +184,13 @@ TEST(KnownKeyValues, LieInTheirRange) {
     EXPECT_NE("", rangeProblem(key, "10.01"));
     EXPECT_EQ("(hidden) is out of range: A is a number from -0.5 to 10", rangeProblem(key, "11", HiddenParts(2)));
     EXPECT_EQ("", rangeProblem(keyOf(KnownKey::Type::Text), "11"));
+    key.type = KnownKey::Type::Integer;
+    EXPECT_EQ("", rangeProblem(key, "10.5")) << "it is no integer in the first place";
+}
+
+TEST(KnownKeyValues, LongOnesAreShownToTheirEightiethCharacter) {
+    EXPECT_EQ("'" + repeated("x", 80) + "'", shownValue(repeated("x", 80), HiddenParts()));
+    EXPECT_EQ("'" + repeated("x", 80) + "...'", shownValue(repeated("x", 80) + "y", HiddenParts()));
 }
 
 // --- check ----------------------------------------------------------------------------------------------------------
@@ -238,7 +263,7 @@ TEST_F(PmenvKeys, TheSettingNamesThemBesideItsFile) {
     EXPECT_THAT(run({"check", "conf/a.ini", "--keys", "k.keys"}).out, HasSubstr("'ONLY' is no setting"))
         << "--keys counts";
     directory_.writeFile("conf/a.ini", "PMENV_KEYS = " + directory_ / "k.keys" + "\nNAME = 1\n");
-    EXPECT_EQ("", run({"check", "conf/a.ini"}).out);
+    EXPECT_EQ("0 errors, 0 warnings\n", run({"check", "conf/a.ini"}).err);
     directory_.writeFile("conf/a.ini", "PMENV_KEYS =\nX = 1\n");
     EXPECT_EQ("", run({"check", "conf/a.ini", "--strict"}).out) << "an empty name is none";
 }

@@ -101,7 +101,6 @@ Json failureJson(const ExplainedFailure& failure) {
     Json json{{"reason", reasonName(failure.reason)}, {"when", failure.atLoad ? "load" : "read"}};
     json["text"] = failureText(failure);
     if (failure.chain.empty()) return json;
-    json["chain"] = Json::array();
     for (const ExplainedFailure::Link& link : failure.chain) json["chain"].push_back(linkJson(link));
     if (failure.linksLeftOut > 0) json["chainLeftOut"] = failure.linksLeftOut;
     return json;
