@@ -293,6 +293,16 @@ TEST(Counters, ANameThatNobodyAskedForGoesWithItsLastEngine) {
     EXPECT_EQ(valueIn(run.text(), "pmenv_engines" + kOfName), 0);
 }
 
+TEST(Counters, ANameThatNobodyAskedForGoesWhileEnginesOfOtherNamesStay) {
+    for (const char* const name : {"Another", "other"}) {  // before and behind the name that was asked for
+        CountedRun run;
+        run.oddEngine([&](EngineEvidence& engine) { engine.name = name; });
+        const std::string text = run.engine(Counters::kEndedStays + 1, {40}).text();
+        EXPECT_EQ(valueIn(text, "pmenv_engines{name=\"" + std::string(name) + "\"}"), std::nullopt);
+        EXPECT_EQ(valueIn(text, "pmenv_engines" + kOfName), 1);
+    }
+}
+
 TEST(Counters, WhatStandsInForEnginesIsNone) {
     const std::string text = CountedRun().oddEngine([](EngineEvidence& engine) { engine.standIn = true; }).text();
     EXPECT_EQ(valueIn(text, "pmenv_engines" + kOfName), 0);
@@ -305,9 +315,9 @@ TEST(Counters, OfAnEngineThatHasEndedStayForAWhile) {
     CountedRun run;
     run.engine(10, {40}).idle(60);
     EXPECT_NEAR(valueIn(run.text(), "pmenv_engine_cpu_seconds_total" + kOf100).value_or(-1), 4, 1e-9);
-    run.idle(Counters::kEndedStays - 61);
-    EXPECT_NEAR(valueIn(run.text(), "pmenv_engine_cpu_seconds_total" + kOf100).value_or(-1), 4, 1e-9);
-    run.idle(2);
+    run.idle(Counters::kEndedStays - 60);
+    EXPECT_NEAR(valueIn(run.text(), "pmenv_engine_cpu_seconds_total" + kOf100).value_or(-1), 4, 1e-9) << "5 minutes";
+    run.idle(kInterval);
     EXPECT_EQ(valueIn(run.text(), "pmenv_engine_cpu_seconds_total" + kOf100), std::nullopt);
     EXPECT_NEAR(valueIn(run.text(), "pmenv_engines_cpu_seconds_total" + kOfName).value_or(-1), 4, 1e-9)
         << "the sum of the name never goes back";
@@ -326,6 +336,20 @@ TEST(Counters, OnlyTheLastEnginesThatHaveEndedStay) {
         for (int pid = 1; pid <= kMost + 10; ++pid) evidence.engines.push_back(engineThat({40}, evidence.from, pid));
     });
     EXPECT_EQ(seriesCount(run.text(), "pmenv_engine_cpu_seconds_total{"), Counters::kMostEnded + 10) << "these run";
+    run.idle(kInterval);
+    EXPECT_EQ(seriesCount(run.text(), "pmenv_engine_cpu_seconds_total{"), Counters::kMostEnded)
+        << "they ended together";
+}
+
+TEST(Counters, WhichEnginesEndedLastIsNoMatterOfTheirIds) {
+    constexpr int kMost = static_cast<int>(Counters::kMostEnded);
+    CountedRun run;
+    for (int pid = kMost + 10; pid >= 1; --pid) run.engine(kInterval, {40}, pid);
+    const std::string text = run.idle(kInterval).text();
+    EXPECT_EQ(seriesCount(text, "pmenv_engine_cpu_seconds_total{"), Counters::kMostEnded);
+    EXPECT_THAT(text, HasSubstr("pid=\"1\"}"));
+    EXPECT_THAT(text, HasSubstr("pid=\"" + std::to_string(kMost) + "\"}"));
+    EXPECT_THAT(text, Not(HasSubstr("pid=\"" + std::to_string(kMost + 1) + "\"}")));
 }
 
 TEST(Counters, StatesEndWithTheEngine) {
@@ -450,6 +474,23 @@ TEST(Counters, WhatIsNotKnownDoesNotAppear) {
         << "what was counted is still known";
 }
 
+TEST(Counters, TimeHeldBackIsKnownWhereItCouldBeReadOrTheDescriptorsWereUsedUp) {
+    const auto heldBack = [](bool readable, bool busiest, double descriptors) {
+        CountedRun run;
+        run.oddEngine([&](EngineEvidence& engine) {
+            engine.readable = readable;
+            engine.descriptorShare = descriptors;
+            if (!busiest) engine.busiest = std::nullopt;
+        });
+        return valueIn(run.text(), "pmenv_engine_held_back_seconds_total" + kOf100);
+    };
+    EXPECT_EQ(heldBack(true, true, 0.5), 0);
+    EXPECT_EQ(heldBack(true, false, 0.5), std::nullopt);
+    EXPECT_EQ(heldBack(false, true, 0.5), std::nullopt);
+    EXPECT_EQ(heldBack(false, false, 1), kInterval);
+    EXPECT_EQ(heldBack(true, true, 1), kInterval);
+}
+
 TEST(Counters, WhatIsInUseAndItsLimitAreToldAsNumbers) {
     CountedRun run;
     run.each(kInterval, [](Evidence& evidence) {
@@ -557,6 +598,13 @@ TEST(Counters, OfTheMachineOnlyWhenAsked) {
     EXPECT_EQ(seriesCount(text, "pmenv_machine"), expected.size());
     EXPECT_THAT(text, HasSubstr("\n# HELP pmenv_machine_swap_used_bytes Swap space in use.\n"
                                 "# TYPE pmenv_machine_swap_used_bytes gauge\npmenv_machine_swap_used_bytes 300\n"));
+}
+
+TEST(Counters, BeforeTheFirstIntervalTheMachineHasItsStatesOnly) {
+    const std::string text = CountedRun().text(kAll);
+    EXPECT_EQ(seriesCount(text, "pmenv_machine"), 6u);
+    EXPECT_THAT(text, Not(HasSubstr("\npmenv_machine_cpu_seconds_total{")));
+    EXPECT_EQ(seriesCount(text, "pmenv_watch"), 0u);
 }
 
 TEST(Counters, BeginWithWhoCounts) {

@@ -26,11 +26,13 @@ TEST(BusyPercent, IsTheBusyShareOfAllTime) {
     EXPECT_EQ(busyPercent(ticks(0, 0), ticks(0, 200)), 0.0);
     EXPECT_EQ(busyPercent(ticks(0, 0), ticks(200, 0)), 100.0);
     EXPECT_EQ(busyPercent(ticks(0, 0, 0), ticks(50, 50, 100)), 25.0) << "stolen time is nobody's here, but it passed";
+    EXPECT_EQ(busyPercent(ticks(0, 0, 300), ticks(50, 50, 400)), 25.0) << "since the sample before";
     EXPECT_EQ(busyPercent(ticks(0, 0, std::nullopt), ticks(50, 50, std::nullopt)), 50.0);
 }
 
 TEST(BusyPercent, IsUnknownWithoutTimeOrWhenACountGoesBack) {
     EXPECT_EQ(busyPercent(ticks(100, 1000), ticks(100, 1000)), std::nullopt);
+    EXPECT_EQ(busyPercent(ticks(100, 1000), ticks(100, 1001)), 0.0);
     EXPECT_EQ(busyPercent(ticks(100, 1000), ticks(99, 1100)), std::nullopt);
     EXPECT_EQ(busyPercent(ticks(100, 1000), ticks(200, 999)), std::nullopt);
     EXPECT_EQ(busyPercent(ticks(100, 1000, 5), ticks(200, 1100, 4)), std::nullopt);

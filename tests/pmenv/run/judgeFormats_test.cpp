@@ -1,14 +1,18 @@
 // judgeFormats: a judgement as people and as programs read it.
 #include <chrono>
+#include <csignal>
 #include <string>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pty.h>
+#include <unistd.h>
 
 #include "failure.h"
 #include "judgeFormats.h"
 #include "judgement/findings.h"
+#include "support/ScopedEnv.h"
 
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -123,6 +127,31 @@ TEST(JudgeText, SaysWhatWasWatched) {
                                               "no process named 'ab' was seen\n"));
 }
 
+TEST(JudgeText, SaysWhatWasSkipped) {
+    Judged skipped = spoiled();
+    skipped.from = 1;
+    EXPECT_THAT(textOf(skipped), HasSubstr("\nwatched 2 load engines for 12.5 s on loadhost, after the first 1 s\n"));
+    EXPECT_EQ(jsonOf(skipped).at("from"), 1);
+}
+
+TEST(JudgeText, SaysHowTheCommandFailed) {
+    const struct {
+        int status;
+        const char* text;
+        int exitCode;
+    } rows[] = {{0, " on loadhost\n\n", 0},
+                {1 << 8, " on loadhost\nthe command ended with exit code 1\n\n", 1},
+                {SIGHUP, " on loadhost\nthe command was ended by signal SIGHUP\n\n", 129},
+                {SIGKILL, " on loadhost\nthe command was ended by signal SIGKILL\n\n", 137}};
+    for (const auto& row : rows) {
+        JudgeContext about = context();
+        about.commandStatus = row.status;
+        EXPECT_THAT(textOf(spoiled(), about), HasSubstr(row.text));
+        EXPECT_EQ(judgeJson(spoiled(), {}, about).at("commandExitCode"), row.exitCode);
+    }
+    EXPECT_TRUE(jsonOf(spoiled()).at("commandExitCode").is_null());
+}
+
 TEST(JudgeText, TellsWhatSpoilsFromWhatDoesNot) {
     const std::vector<RunFinding> findings = findingsOf(spoiled(), {});
     ASSERT_EQ(findings.size(), 2u);
@@ -145,9 +174,27 @@ TEST(JudgeText, SignalsHaveTheirUnits) {
     Judged dropped = spoiled();
     dropped.machine.droppedPackets = 12;
     EXPECT_THAT(textOf(dropped), HasSubstr("       12       -  ok\n"));
+    EXPECT_EQ(signalText(0.95, Signal::Unit::Seconds), "950.0 ms");
 }
 
 TEST(JudgeText, IsWithoutColourOnAPipe) { EXPECT_THAT(textOf(spoiled()), Not(HasSubstr("\x1b"))); }
+
+TEST(JudgeText, IsInColourOnATerminal) {
+    const ScopedEnv colours("NO_COLOR", nullptr);
+    int controller = -1;
+    int terminal = -1;
+    ASSERT_EQ(openpty(&controller, &terminal, nullptr, nullptr, nullptr), 0);
+    const Style style(terminal);
+    close(terminal);
+    close(controller);
+    EXPECT_EQ(verdictText(Outcome::Clean, style), "\x1b[32mclean\x1b[0m");
+    EXPECT_EQ(verdictText(Outcome::Spoiled, style), "\x1b[31mspoiled\x1b[0m");
+    EXPECT_EQ(verdictText(Outcome::CannotTell, style), "\x1b[33mcannot tell\x1b[0m");
+    const std::string text = judgeText(spoiled(), {}, context(), style);
+    EXPECT_THAT(text, StartsWith("\x1b[31mspoiled\x1b[0m: "));
+    EXPECT_THAT(text, HasSubstr("\n\n\x1b[31m!\x1b[0m \x1b[1mfrom second 1, for 3.2 s: \x1b[0m"));
+    EXPECT_THAT(text, HasSubstr("\n\n- \x1b[1mfrom second 0, for 12.2 s: \x1b[0m"));
+}
 
 // --- JSON -----------------------------------------------------------------------------------------------------------
 
@@ -202,6 +249,8 @@ TEST(JudgeJson, WhatIsNotKnownOfAnEngineIsNull) {
     Judged asleep = spoiled();
     asleep.engines[0].turns = 0;
     EXPECT_TRUE(jsonOf(asleep).at("engines").at(0).at("wokenAfter").is_null());
+    asleep.engines[0].turns = 1;
+    EXPECT_EQ(jsonOf(asleep).at("engines").at(0).at("wokenAfter"), 0.5);
 }
 
 TEST(JudgeJson, HasTheFindings) {
@@ -256,6 +305,9 @@ TEST(JudgeJson, HasHowPunctualTheWatchWas) {
     Judged judged = spoiled();
     judged.samples = 2;
     EXPECT_EQ(jsonOf(judged).at("watcher").at("interval"), 12.5);
+    judged.wakes = {1, 1, 0.5};
+    EXPECT_EQ(jsonOf(judged).at("watcher").at("lateShare"), 1);
+    EXPECT_EQ(jsonOf(judged).at("watcher").at("longestLate"), 0.5);
     judged.samples = 1;
     judged.wakes = {};
     for (const char* const name : {"interval", "lateShare", "longestLate"}) {

@@ -75,6 +75,8 @@ TEST(Junit, NamesOfAnyBytesAreEscaped) {
     EXPECT_THAT(xml, HasSubstr("~\\x7f\\x80\\x81"));
     EXPECT_THAT(xml, HasSubstr("\\xfe\\xff\xEF\xBF\xBD \xEF\xBF\xBD \\xed\\xa0\\x80 \xC3\xA4"));
     EXPECT_THAT(xml, Not(HasSubstr("\xEF\xBF\xBE")));
+    EXPECT_THAT(junitXml({runOn("<<a>", clean())}), HasSubstr(" name=\"&lt;&lt;a&gt;\" "));
+    EXPECT_THAT(junitXml({runOn("&&", clean())}), HasSubstr(" name=\"&amp;&amp;\" "));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include "commandLine.h"
 #include "failure.h"
+#include "judgeLimits.h"
 #include "statsOptions.h"
 
 using testing::ElementsAre;
@@ -74,6 +75,8 @@ TEST(StatsOptions, FormatsAndWhatBelongsToThem) {
     EXPECT_FALSE(optionsOf({"--openmetrics", "--per-process"}).parts.machine);
     EXPECT_TRUE(optionsOf({"--openmetrics", "--machine"}).parts.machine);
     EXPECT_EQ(optionsOf({"--openmetrics", "--output", "a", "--count", "2"}).output, "a");
+    EXPECT_EQ(optionsOf({}).record, "");
+    EXPECT_EQ(optionsOf({"--record", "b"}).record, "b");
     EXPECT_FALSE(optionsOf({}).watch);
     EXPECT_TRUE(optionsOf({"--watch"}).watch);
 }
@@ -105,6 +108,61 @@ TEST(JudgeOptions, NumbersHaveTheirRanges) {
                             "pid 1 to 4.1943e+06 whole", "engines 1 to 1e+09 whole", "cpu-limit 0 to 1000",
                             "engine-limit 0 to 100000", "sustain 0 to 1e+09", "memory-limit 0 to 100",
                             "swap-limit 0 to 1e+09", "from 0 to 1e+09", "to 0 to 1e+09"));
+}
+
+CommandLine judgeLine(std::vector<std::string> words) {
+    words.insert(words.begin(), "judge");
+    const Grammar grammar{{{"json", Option::Kind::Flag, nullptr, ""}}, {judgeCommand()}};
+    return CommandLine::parse(grammar, words);
+}
+
+TEST(JudgeOptions, LimitsAreWhatIsAskedForAndElseWhatTheyWere) {
+    JudgeLimits before;
+    before.percentile = 50;
+    before.tolerance = 0.5;
+    before.skip = 1;
+    before.engines = 2;
+    before.machinePercent = 3;
+    before.enginePercent = 4;
+    before.sustain = 5;
+    before.memoryPercent = 6;
+    before.swapMegabytes = 7;
+    const JudgeLimits kept = judgeLimits(judgeLine({}), before);
+    EXPECT_EQ(kept.percentile, 50);
+    EXPECT_EQ(kept.tolerance, 0.5);
+    EXPECT_EQ(kept.skip, 1);
+    EXPECT_EQ(kept.engines, 2u);
+    EXPECT_EQ(kept.machinePercent, 3);
+    EXPECT_EQ(kept.enginePercent, 4);
+    EXPECT_EQ(kept.sustain, 5);
+    EXPECT_EQ(kept.memoryPercent, 6);
+    EXPECT_EQ(kept.swapMegabytes, 7);
+
+    const JudgeLimits asked = judgeLimits(
+        judgeLine({"--percentile", "95", "--tolerance", "20", "--skip", "11", "--engines", "12", "--cpu-limit", "13",
+                   "--engine-limit", "14", "--sustain", "0", "--memory-limit", "16", "--swap-limit", "17"}),
+        before);
+    EXPECT_EQ(asked.percentile, 95);
+    EXPECT_EQ(asked.tolerance, 0.02);
+    EXPECT_EQ(asked.skip, 11);
+    EXPECT_EQ(asked.engines, 12u);
+    EXPECT_EQ(asked.machinePercent, 13);
+    EXPECT_EQ(asked.enginePercent, 14);
+    EXPECT_EQ(asked.sustain, 0);
+    EXPECT_EQ(asked.memoryPercent, 16);
+    EXPECT_EQ(asked.swapMegabytes, 17);
+}
+
+TEST(JudgeOptions, HowLongToPassALimitNeedsALimit) {
+    EXPECT_EQ(judgeLimits(judgeLine({"--sustain", "5", "--cpu-limit", "80"})).sustain, 5);
+    EXPECT_EQ(judgeLimits(judgeLine({"--sustain", "5", "--engine-limit", "80"})).sustain, 5);
+    EXPECT_THROW(judgeLimits(judgeLine({"--sustain", "5", "--memory-limit", "80"})), Failure);
+}
+
+TEST(JudgeOptions, AFileNeedsAName) {
+    EXPECT_EQ(fileOption(judgeLine({}), "junit"), "");
+    EXPECT_EQ(fileOption(judgeLine({"--junit", "a"}), "junit"), "a");
+    EXPECT_THROW(fileOption(judgeLine({"--junit", ""}), "junit"), Failure);
 }
 
 }  // namespace

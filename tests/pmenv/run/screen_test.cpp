@@ -15,6 +15,7 @@ using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
 
@@ -106,6 +107,19 @@ TEST_F(ScreenTest, BarsAreNotWiderThanIsRead) {
     EXPECT_EQ(line.find(']') - line.find('['), 59u);
 }
 
+TEST_F(ScreenTest, WhatIsUsedUpFillsItsBar) {
+    Figures figures = figuresAt(0);
+    figures.cpuPercent = 100.0;
+    figures.availableBytes = 0;
+    figures.swapUsedBytes = figures.swapBytes;
+    figures.engines = {engine(7, 400.0)};
+    screen_.add(figures);
+    const auto shown = lines(200);
+    EXPECT_THAT(shown[1], StartsWith("4 CPUs [" + repeated("#", 58) + "]  100.0 %: # engines 100.0 %, | others 0.0 %"));
+    EXPECT_THAT(shown[2], StartsWith("Memory [" + repeated("|", 58) + "]  10.0 GiB of 10.0 GiB, 0 B available"));
+    EXPECT_THAT(shown[3], StartsWith("Swap   [" + repeated("|", 58) + "]  2.0 GiB of 2.0 GiB"));
+}
+
 TEST_F(ScreenTest, WordsAreFewerBeforeBarsGetShort) {
     showMany(1);
     EXPECT_EQ(lines(67)[1], "4 CPUs [|                 ]  5.0 %: # engines 0.1 %, | others 4.9 %");
@@ -167,7 +181,7 @@ TEST_F(ScreenTest, WhatIsUnknownIsNotNothing) {
 
 TEST_F(ScreenTest, PartsOfTheProcessorTimeWaitUntilAllAreKnown) {
     show({engine(7, 4.0), engine(8, std::nullopt)});
-    EXPECT_THAT(lines()[1], testing::EndsWith("]  5.0 %"));
+    EXPECT_THAT(lines()[1], AllOf(StartsWith("4 CPUs [||"), testing::EndsWith("]  5.0 %"), Not(HasSubstr("#"))));
 }
 
 TEST_F(ScreenTest, OneIsNotMany) {
@@ -218,6 +232,11 @@ TEST_F(ScreenTest, ShowsEnginesOnASmallTerminal) {
     EXPECT_EQ(lines(80, 10)[5], "  total     25.0 %  150.0 MiB           engines: 1-4 of 50");
 }
 
+TEST_F(ScreenTest, TheTotalIsTheSumOfTheEngines) {
+    show({engine(7, 1.5, 600), engine(8, 2.0, 400)});
+    EXPECT_EQ(lines()[6], "  total      3.5 %     1000 B           engines: 2");
+}
+
 TEST_F(ScreenTest, ForgetsEnginesThatHaveGone) {
     show({engine(7, 60.0), engine(8, 60.0)}, 2);
     show({engine(8, 60.0)});
@@ -239,6 +258,17 @@ TEST_F(ScreenTest, KeepsAsMuchOfThePastAsIsShown) {
     show({engine(7, 60.0)}, 1000);
     EXPECT_THAT(lines(200).back(), testing::EndsWith(" " + repeated("▇", 160)));
     EXPECT_THAT(lines(700).back(), testing::EndsWith(" " + repeated("▇", 512)));
+    EXPECT_THAT(lines(59).back(), testing::EndsWith(" " + repeated("▇", 29)));
+}
+
+TEST_F(ScreenTest, TellsHowMuchEnginesWereHeldBackWhereThereIsRoom) {
+    EngineFigures late = engine(7, 60.0);
+    late.heldBack = HeldBackFigures{12.5, std::nullopt, 7, "sender", 99};
+    show({late}, 100);
+    EXPECT_EQ(lines(60)[5], "    PID OF ONE CPU     MEMORY HELD BACK HISTORY");
+    EXPECT_EQ(lines(60).back(), "      7     60.0 %    3.0 MiB    12.5 % " + repeated("▇", 20));
+    EXPECT_EQ(lines(59)[5], "    PID OF ONE CPU     MEMORY HISTORY");
+    EXPECT_EQ(lines(59).back(), "      7     60.0 %    3.0 MiB " + repeated("▇", 29));
 }
 
 // --- order ----------------------------------------------------------------------------------------------------------
@@ -301,15 +331,20 @@ TEST_F(ScreenTest, AnEngineMovesWhenItsMeanHasClearlyChanged) {
 }
 
 TEST_F(ScreenTest, UnknownSamplesDoNotCount) {
-    show({engine(7, std::nullopt), engine(8, 15.0), engine(9, 5.0)}, 5);
+    show({engine(7, std::nullopt), engine(8, 22.0), engine(9, 18.0)}, 5);
     EXPECT_THAT(order(), ElementsAre(8, 9, 7));
-    show({engine(7, 20.0), engine(8, 15.0), engine(9, 5.0)});
-    EXPECT_THAT(order(), ElementsAre(7, 8, 9));
+    show({engine(7, 20.0), engine(8, 22.0), engine(9, 18.0)});
+    EXPECT_THAT(order(), ElementsAre(8, 7, 9)) << "its mean is 20";
 }
 
 TEST_F(ScreenTest, EqualEnginesStandInTheOrderOfTheirIds) {
-    show({engine(9, 5.0), engine(7, 5.0), engine(8, 5.0)});
-    EXPECT_THAT(order(), ElementsAre(7, 8, 9));
+    for (const std::optional<double> percent : {std::optional(5.0), std::optional<double>()}) {
+        show({engine(9, percent), engine(7, percent), engine(8, percent)});
+        EXPECT_THAT(order(), ElementsAre(7, 8, 9));
+        show({engine(7, percent), engine(8, percent), engine(9, percent)});
+        EXPECT_THAT(order(), ElementsAre(7, 8, 9));
+        show({});
+    }
 }
 
 // --- scrolling ------------------------------------------------------------------------------------------------------
@@ -320,6 +355,9 @@ TEST_F(ScreenTest, ScrollsLineByLine) {
     EXPECT_TRUE(screen_.scroll(Key::Down));
     EXPECT_THAT(order(10), ElementsAre(1002, 1003, 1004, 1005));
     EXPECT_THAT(lines(80, 10)[5], HasSubstr(" engines: 2-5 of 10"));
+    EXPECT_TRUE(screen_.scroll(Key::Down));
+    EXPECT_TRUE(screen_.scroll(Key::Up));
+    EXPECT_THAT(order(10), ElementsAre(1002, 1003, 1004, 1005));
     EXPECT_TRUE(screen_.scroll(Key::Up));
     EXPECT_FALSE(screen_.scroll(Key::Up)) << "at the top";
     EXPECT_THAT(order(10), ElementsAre(1001, 1002, 1003, 1004));
@@ -410,6 +448,13 @@ TEST_F(ScreenTest, WarningsLeaveRoomForEngines) {
     EXPECT_EQ(lines(30, 11, {"a", "b", "c"})[4], "! a");
     EXPECT_EQ(lines(30, 11, {"a", "b", "c"})[5], "! 2 more warnings");
     EXPECT_EQ(lines(30, 12, {"a", "b", "c"})[6], "! c");
+    const std::vector<std::string> seven{"a", "b", "c", "d", "e", "f", "g"};
+    EXPECT_EQ(lines(30, 16, seven)[9], "! 2 more warnings") << "a line stays blank";
+    EXPECT_EQ(lines(30, 17, seven)[10], "! g");
+    EXPECT_EQ(lines(30, 12, {warnings[0], "b"})[5], "  than a line");
+    EXPECT_EQ(lines(30, 12, {warnings[0], "b"})[6], "! b");
+    EXPECT_EQ(lines(30, 12, {warnings[0], "b", "c"})[4], shown[4]);
+    EXPECT_EQ(lines(30, 12, {warnings[0], "b", "c"})[6], "! c");
     EXPECT_EQ(lines(30, 10, {"only one that is much too long"})[4], "! only one that is much too l…");
 }
 

@@ -103,6 +103,17 @@ TEST(StatsFormats, TableNamesItsColumns) {
         "2001-09-09T01:46:40.123Z  5.0 %           4  10.0 GiB   10.0 GiB  8.0 GiB  2.0 GiB    1.0 MiB        0\n");
 }
 
+TEST(StatsFormats, TheBusiestEngineComesFirstAndOfEqualOnesTheOneWithTheLowerId) {
+    const std::vector<std::vector<EngineFigures>> rows{
+        {engine(9, 5.0), engine(7, std::nullopt), engine(6, 5.0), engine(5, std::nullopt), engine(8, 0.0)},
+        {engine(5, std::nullopt), engine(7, std::nullopt), engine(6, 5.0), engine(9, 5.0), engine(8, 0.0)}};
+    for (const std::vector<EngineFigures>& engines : rows) {
+        std::vector<int> ids;
+        for (const EngineFigures& each : byCpu(engines)) ids.push_back(each.processId);
+        EXPECT_EQ(ids, (std::vector<int>{6, 9, 8, 5, 7}));
+    }
+}
+
 TEST(StatsFormats, TableOfTheEnginesTellsWhatHeldThemBack) {
     const std::string text = statsTable(sample(), Style(-1), std::nullopt);
     EXPECT_EQ(text.substr(text.find("\n\n") + 2),

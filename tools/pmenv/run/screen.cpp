@@ -81,7 +81,7 @@ std::vector<std::string> barLines(const std::vector<BarLine>& lines, std::size_t
     const std::size_t label = widest(lines, &BarLine::label) + 1;
     const auto roomBeside = [&](std::string BarLine::*words) {
         const std::size_t taken = label + 2 + widest(lines, words);
-        return columns > taken ? columns - taken : 0;
+        return columns - std::min(columns, taken);
     };
     const auto words = roomBeside(&BarLine::words) < kComfortableBar ? &BarLine::fewWords : &BarLine::words;
     const std::size_t width = std::min(roomBeside(words), kWidestBar);

@@ -30,7 +30,6 @@ StatsOptions::Format formatOf(const CommandLine& line) {
 }
 
 void check(const CommandLine& line, const StatsOptions& options) {
-    allowOneOf(line, {"json", "csv", "openmetrics"});
     allowOneOf(line, {"watch", "json", "csv", "openmetrics"});
     allowOneOf(line, {"count", "duration"});
     demand(line, {"output", "per-process", "machine"}, line.has("openmetrics"), "--openmetrics");
@@ -59,7 +58,6 @@ StatsOptions readStatsOptions(const CommandLine& line) {
     options.record = line.text("record");
     options.count = static_cast<std::size_t>(line.number("count", options.watch || line.has("duration") ? 0 : 1));
     if (line.has("duration")) options.duration = line.number("duration", 0);
-    if (options.duration) options.count = 0;
     check(line, options);
     return options;
 }

@@ -185,6 +185,10 @@ TEST(JudgeCommand, InputAndOutputArePassedByteForByte) {
     EXPECT_EQ(result.status, 0) << result.out << result.err;
 }
 
+TEST(JudgeCommand, WhatTheCommandDoesNotReadIsLeftToTheNext) {
+    EXPECT_EQ(shell("printf 'a\nb\n' | { \"$0\" judge -- sleep 0.2 2>/dev/null; cat; }").out, "a\nb\n");
+}
+
 TEST(JudgeCommand, ArgumentsArePassedByteForByte) {
     std::string bytes;
     for (int byte = 1; byte < 256; ++byte) bytes += static_cast<char>(byte);
@@ -443,11 +447,16 @@ bool reaches(int pid, char state) {
 TEST(JudgeCommand, StopAndContinueReachBoth) {
     BackgroundRun run(judging({"/usr/bin/perl", "-e", kListener}), BackgroundRun::In::Group);
     const int listener = idBehind(run.waitFor("ready "), "ready ");
-    run.send(SIGTSTP);
-    EXPECT_EQ(run.wait(), 1000 + SIGTSTP);
-    EXPECT_EQ(stateOf(listener), 'T');
-    run.send(SIGCONT);
-    EXPECT_TRUE(reaches(listener, 'S'));
+    for (int i = 0; i < 2; ++i) {
+        run.send(SIGTSTP);
+        EXPECT_EQ(run.wait(), 1000 + SIGTSTP);
+        EXPECT_EQ(stateOf(listener), 'T');
+        run.send(SIGCONT);
+        EXPECT_TRUE(reaches(listener, 'S'));
+    }
+    kill(listener, SIGSTOP);
+    run.waitFor("the command has been stopped by SIGSTOP");  // which was not a request to stop both any more
+    kill(listener, SIGCONT);
     kill(listener, SIGUSR1);
     EXPECT_EQ(run.wait(), 7);
 }
@@ -523,6 +532,7 @@ protected:
         ASSERT_TRUE(shows("% ")) << shell_.output();
         type("echo co\"\"de=$?\n");
         EXPECT_TRUE(shows("code=9")) << shell_.output();
+        EXPECT_THAT(shell_.output(), Not(HasSubstr("has been stopped"))) << "the shell tells that";
     }
 
     void leave() {

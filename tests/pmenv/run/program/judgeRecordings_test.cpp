@@ -1,5 +1,6 @@
 // judge --record, judge FILE... and mark as their users run them.
 #include <cmath>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -99,6 +100,14 @@ TEST(PmenvJudgeRecording, CanBeNarrowed) {
     EXPECT_EQ(beginning.at("seconds"), 4);
     EXPECT_EQ(beginning.at("heldBackShare"), 0.25);
     EXPECT_TRUE(beginning.at("watcher").at("cpuSeconds").is_null());
+    EXPECT_EQ(judgedJson({dir / "run", "--to", "3.9"}).at("seconds"), 3.75) << "whole intervals";
+    for (const char* const option : {"--from", "--skip"}) {
+        const json later = judgedJson({dir / "run", option, "2"});
+        EXPECT_EQ(later.at("from"), 2);
+        EXPECT_EQ(later.at("seconds"), 8);
+        EXPECT_EQ(later.at("heldBackShare"), 0);
+        EXPECT_EQ(later.at("watcher").at("cpuSeconds"), 0.125);
+    }
 }
 
 TEST(PmenvJudgeRecording, ThatBreaksOffIsJudgedAndTold) {
@@ -218,6 +227,48 @@ TEST(PmenvJudgeRecordings, TheWorstComesFirstAndDecides) {
     EXPECT_EQ(judged.at("generators")[2], judgedJson({dir / "clean"}));
 }
 
+TEST(PmenvJudgeRecordings, TheTableHasALineForEach) {
+    const TempDir dir;
+    record(dir / "clean", runThat(kIdle), headerOf("gen1"));
+    record(dir / "short", {runThat(kIdle)[0]}, headerOf("gen2"));
+    record(dir / "none", {}, headerOf("gen3"));
+    record(dir / "spoiled", runThat(kStopped), headerOf("gen4"));
+    const ScopedCwd here(dir.path());
+    EXPECT_EQ(
+        runPmenv({"judge", "clean", "short", "none", "spoiled"}).out,
+        "spoiled: 1 of 4 load generators spoiled the run\n\n"
+        "VERDICT      HOST  ENGINES  WATCHED  RECORDING  REASON\n"
+        "spoiled      gen4        1     10 s  spoiled    percentiles up to p90 can be believed; p99 was asked for\n"
+        "cannot tell  gen2        1    0.2 s  short      the watch was too short: 0.2 s\n"
+        "cannot tell  gen3        0      0 s  none       the watch was too short: 0 s\n"
+        "clean        gen1        1     10 s  clean      no percentile is in doubt; p99 was asked for; descriptors "
+        "and local ports could not be read\n");
+    EXPECT_EQ(runPmenv({"judge", "short", "clean", "none"}).status, 4);
+}
+
+// Of those with the same verdict, the one that was held back more.
+TEST(PmenvJudgeRecordings, TheMoreAGeneratorWasHeldBackTheEarlierItComes) {
+    const TempDir dir;
+    record(dir / "less", runThat(kStopped), headerOf("gen1"));
+    std::vector<Evidence> half = runThat(kStopped);
+    half.resize(20);
+    record(dir / "more", half, headerOf("gen2"));
+    for (const Words& files : {Words{"less", "more"}, Words{"more", "less"}}) {
+        const json judged = judgedJson({dir / files[0], dir / files[1]});
+        EXPECT_EQ(judged.at("generators")[0].at("host"), "gen2");
+        EXPECT_EQ(judged.at("generators")[1].at("host"), "gen1");
+    }
+}
+
+TEST(PmenvJudgeRecordings, ReportsHaveACaseForEach) {
+    const TempDir dir;
+    record(dir / "clean", runThat(kIdle), headerOf("gen1"));
+    record(dir / "spoiled", runThat(kStopped), headerOf("gen2"));
+    EXPECT_EQ(runPmenv({"judge", dir / "clean", dir / "spoiled", "--junit", dir / "report"}).status, 3);
+    EXPECT_THAT(readFileText(dir / "report"), AllOf(HasSubstr("tests=\"2\" failures=\"1\" errors=\"0\""),
+                                                    HasSubstr("name=\"gen1\""), HasSubstr("name=\"gen2\"")));
+}
+
 // --- options --------------------------------------------------------------------------------------------------------
 
 TEST(PmenvJudgeRecording, WrongUsageIsRefused) {
@@ -233,6 +284,11 @@ TEST(PmenvJudgeRecording, WrongUsageIsRefused) {
         {{"judge", dir / "run", "--ignore-thread", "x"},
          "--ignore-thread is for a watch, and a recording is judged here"},
         {{"judge", dir / "run", "--record", "x"}, "--record is for a watch, and a recording is judged here"},
+        {{"judge", dir / "run", "--", "true"}, "a command is for a watch, and a recording is judged here"},
+        {{"judge", dir / "run", "--from", "1", "--skip", "1"},
+         "--from and --skip do not go together: both say where to begin"},
+        {{"judge", dir / "run", "--junit", ""}, "--junit needs the name of a file"},
+        {{"judge", "--from", "5"}, "--from needs a recording"},
         {{"judge", "--to", "5"}, "--to needs a recording"},
         {{"judge", "--record", ""}, "--record needs the name of a file"},
         {{"mark", "x"}, "a mark needs --record FILE"},
@@ -250,6 +306,29 @@ TEST(PmenvJudgeRecording, WrongUsageIsRefused) {
 
 // --- recording ------------------------------------------------------------------------------------------------------
 
+TEST(PmenvRecord, KeepsWhatWasWatchedAndHow) {
+    const TempDir dir;
+    const Words command{"/bin/sh", "-c", "exit 0"};
+    Words words{"judge", "--record", dir / "run", "--ignore-thread", "GC", "--skip", "3", "--"};
+    words.insert(words.end(), command.begin(), command.end());
+    EXPECT_EQ(runPmenv(words).status, 4);
+    const ReadRecording read = readRecording(dir / "run");
+    EXPECT_EQ(read.header.command, command);
+    EXPECT_EQ(read.header.ignored, Words{"GC"});
+    EXPECT_EQ(read.header.limits.skip, 3);
+    ASSERT_FALSE(read.run.empty());
+    EXPECT_EQ(read.run[0].from, 0);
+    EXPECT_TRUE(read.outcome);
+}
+
+TEST(PmenvRecord, DoesNotStartACommandThatCannotBeRecorded) {
+    const TempDir dir;
+    const ProgramResult result =
+        runPmenv({"judge", "--record", "/dev/full", "--", "/bin/sh", "-c", "echo >\"$0\"", dir / "started"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_FALSE(std::filesystem::exists(dir / "started"));
+}
+
 TEST(PmenvRecord, DoesNotWatchWithoutAPlaceForIt) {
     const ProgramResult result = runPmenv({"judge", "--duration", "600", "--record", "/dev/full"});
     EXPECT_EQ(result.status, 1);
@@ -260,10 +339,13 @@ TEST(PmenvRecord, GoesOnWhenTheDiskIsFull) {
     const LoadEngine idle("idle");
     const TempDir dir;
     const ProgramResult result =
-        runProgram({"/bin/sh", "-c", "ulimit -f 2; exec \"$0\" judge --duration 2 --record \"$1\" >/dev/null",
+        runProgram({"/bin/sh", "-c",
+                    "ulimit -f 2; printf 'a line\n' | "
+                    "{ \"$0\" judge --duration 2 --record \"$1\" >/dev/null; code=$?; cat; exit $code; }",
                     PMENV_BINARY, dir / "run"},
                    {{"NO_COLOR", "1"}});
     EXPECT_THAT(result.status, AnyOf(1, 3, 4));
+    EXPECT_EQ(result.out, "a line\n") << "a watch reads no input";
     EXPECT_THAT(result.err, HasSubstr("pmenv: warning: the recording " + (dir / "run") +
                                       " ends here: File too large; the watch goes on\n"));
     EXPECT_EQ(result.err.find("ends here"), result.err.rfind("ends here"));

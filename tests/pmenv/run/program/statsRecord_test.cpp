@@ -82,11 +82,13 @@ TEST(PmenvStatsRecord, ThatEndsEarlyLeavesTheFiguresAsTheyAre) {
     const LoadEngine idle("idle");
     const TempDir dir;
     // Through a pipe, because the output, too, would be a file that may not grow.
-    const ProgramResult result = runProgram({"/bin/bash", "-o", "pipefail", "-c", "ulimit -f 1; \"$@\" | wc -l", "bash",
-                                             PMENV_BINARY, "stats", "--json", "--count", "2", "--record", dir / "run"},
-                                            {{"NO_COLOR", "1"}});
+    const ProgramResult result =
+        runProgram({"/bin/bash", "-o", "pipefail", "-c",
+                    "ulimit -f 1; printf 'a line\n' | { \"$@\" | wc -l; code=$?; cat; exit $code; }", "bash",
+                    PMENV_BINARY, "stats", "--json", "--count", "2", "--record", dir / "run"},
+                   {{"NO_COLOR", "1"}});
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.out, "2\n");
+    EXPECT_EQ(result.out, "2\na line\n") << "nothing reads what is typed meanwhile";
     EXPECT_EQ(result.err,
               "pmenv: warning: the recording " + dir / "run" + " ends here: File too large; the watch goes on\n");
 }
