@@ -9,10 +9,10 @@ namespace {
 constexpr double kNanoseconds = 1e-9;
 
 // A counter that goes back is a thread's that has taken the place of another.
-std::uint64_t growth(std::uint64_t before, std::uint64_t now) { return std::max(before, now) - before; }
+std::uint64_t wentOn(std::uint64_t before, std::uint64_t now) { return std::max(before, now) - before; }
 
 double secondsBetween(std::uint64_t before, std::uint64_t now) {
-    return static_cast<double>(growth(before, now)) * kNanoseconds;
+    return static_cast<double>(wentOn(before, now)) * kNanoseconds;
 }
 
 bool isStopped(char state) { return state == 'T' || state == 't'; }
@@ -32,7 +32,7 @@ ThreadEvidence account(const ThreadInterval& interval) {
         interval;
     ThreadEvidence thread;
     thread.seconds = seconds;
-    thread.turns = growth(before.turns, now.turns);
+    thread.turns = wentOn(before.turns, now.turns);
     double left = seconds;
     const auto take = [&left](double part) {
         const double taken = std::clamp(part, 0.0, left);
@@ -63,7 +63,7 @@ ThreadEvidence account(const ThreadInterval& interval) {
 double lateTurns(const kernel::SchedStat& before, const kernel::SchedStat& now, double tolerance) {
     constexpr double kFew = 3;
     const double waited = secondsBetween(before.waited, now.waited);
-    const auto turns = static_cast<double>(growth(before.turns, now.turns));
+    const auto turns = static_cast<double>(wentOn(before.turns, now.turns));
     if (turns == 0 || waited <= tolerance) return 0;
     if (turns <= kFew) return std::min(turns, std::floor(waited / tolerance));
     return turns * std::exp(-tolerance * turns / waited);
