@@ -137,4 +137,26 @@ TEST_F(ReplaceFile, WhatCannotBeWrittenIsAFailureAndStays) {
     EXPECT_THROW(replaceFile(directory_ / "loop/a", "new"), Failure);
 }
 
+TEST_F(ReplaceFile, ACircleOfLinksStays) {
+    fs::create_symlink("loop", directory_ / "loop");
+    try {
+        replaceFile(directory_ / "loop", "new");
+        ADD_FAILURE() << "a link was replaced by a file";
+    } catch (const Failure& failure) {
+        EXPECT_EQ(failure.what(), "cannot write " + (directory_ / "loop") + ": Too many levels of symbolic links");
+    }
+    EXPECT_TRUE(fs::is_symlink(directory_ / "loop"));
+}
+
+// The system follows 40.
+TEST_F(ReplaceFile, AsManyLinksAreFollowedAsTheSystemDoes) {
+    const std::string file = directory_.writeFile("0", "old");
+    for (int i = 1; i <= 41; ++i) fs::create_symlink(std::to_string(i - 1), directory_ / std::to_string(i));
+    replaceFile(directory_ / "40", "new");
+    EXPECT_EQ("new", readFileText(file));
+    EXPECT_THROW(replaceFile(directory_ / "41", "newer"), Failure);
+    EXPECT_EQ("new", readFileText(file));
+    EXPECT_TRUE(fs::is_symlink(directory_ / "1"));
+}
+
 }  // namespace

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -66,17 +67,18 @@ mode_t modeFor(const std::string& path) {
     return 0666 & ~mask;
 }
 
-// The file behind links, which need not exist yet. In a circle of links the system says what is wrong with it.
-std::string behindLinks(const std::string& path) {
-    constexpr int kMostLinks = 40;
+// The file behind links, which need not exist yet. Empty, with the system's error, behind a circle of links or too many.
+std::optional<std::string> behindLinks(const std::string& path) {
+    constexpr int kMostLinks = 40;  // as the system follows them
     std::filesystem::path file = path;
-    for (int i = 0; i < kMostLinks; ++i) {
+    for (int links = 0; links <= kMostLinks; ++links) {
         std::error_code noLink;
         const std::filesystem::path target = std::filesystem::read_symlink(file, noLink);
-        if (noLink) break;
+        if (noLink) return file;
         file = file.parent_path() / target;
     }
-    return file;
+    errno = ELOOP;
+    return std::nullopt;
 }
 
 bool replace(const std::string& path, const std::string& content) {
@@ -87,7 +89,8 @@ bool replace(const std::string& path, const std::string& content) {
 }  // namespace
 
 void replaceFile(const std::string& path, const std::string& content) {
-    if (replace(behindLinks(path), content)) return;
+    const std::optional<std::string> file = behindLinks(path);
+    if (file && replace(*file, content)) return;
     const int error = errno;
     throw Failure("cannot write " + path + ": " + std::strerror(error));
 }
