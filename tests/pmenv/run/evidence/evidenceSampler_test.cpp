@@ -196,8 +196,21 @@ TEST_F(EvidenceSamplerTest, AScanMayBeHalfAnIntervalEarly) {
     EvidenceSampler sampler({}, {}, kTolerance);
     sampler.take();
     run(kPid);
-    EXPECT_THAT(pids(take(sampler, 0.87)), IsEmpty());
-    EXPECT_THAT(pids(take(sampler, 0.02)), ElementsAre(kPid));
+    EXPECT_THAT(pids(take(sampler, 0.75)), IsEmpty());
+    EXPECT_THAT(pids(take(sampler, 0.125)), ElementsAre(kPid));
+}
+
+TEST_F(EvidenceSamplerTest, TheToleranceDecidesWhichTurnsAreLate) {
+    for (const auto& [tolerance, late] : {std::pair(0.010, 1.0), std::pair(0.100, 0.0)}) {
+        run(kPid);
+        EvidenceSampler sampler({}, {}, tolerance);
+        sampler.take();
+        FakeKernel::Thread waits;
+        waits.turns = 2;
+        waits.waited = 0.015;
+        kernel.run(waits);
+        EXPECT_EQ(take(sampler).engines.at(0).lateTurns, late) << tolerance;
+    }
 }
 
 TEST_F(EvidenceSamplerTest, OtherProgramsAreToldWithEachInterval) {
@@ -211,6 +224,8 @@ TEST_F(EvidenceSamplerTest, OtherProgramsAreToldWithEachInterval) {
         EXPECT_EQ(evidence.others[0].name, "indexer");
         EXPECT_NEAR(evidence.others[0].seconds, 1.5, 1e-9);
     }
+    for (int i = 1; i < 5; ++i) run(kPid + i, 1, 0, 5000, 'S', "program" + std::to_string(i));
+    EXPECT_THAT(take(sampler, 1).others, SizeIs(3));
 }
 
 TEST_F(EvidenceSamplerTest, AnEndIsToldOnce) {

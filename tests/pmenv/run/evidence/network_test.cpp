@@ -81,6 +81,19 @@ TEST_F(NetworkTest, OnSuspicionThePortsOfOneDestinationAreCounted) {
     EXPECT_NEAR(next(network).value_or(0), 0.60, 1e-9);
 }
 
+TEST_F(NetworkTest, TellsWhatCountingTookSinceTheLastAnswers) {
+    kernel.cpu = 7;  // used before
+    kernel.write(kProcess + "/net/sockstat", sockstat(95, 0));
+    kernel.before = [this](const std::string& path) {
+        if (path == kProcess + "/net/tcp") kernel.cpu += 0.030;
+    };
+    Network network;
+    network.ports(kPid);
+    EXPECT_NEAR(network.countingSeconds(), 0.030, 1e-9);
+    network.refresh();
+    EXPECT_EQ(network.countingSeconds(), 0);
+}
+
 TEST_F(NetworkTest, SuspicionBeginsAtHalfOfThePorts) {
     kernel.write(kProcess + "/net/sockstat", sockstat(49, 0));
     kernel.write(kProcess + "/net/tcp", connections(20));

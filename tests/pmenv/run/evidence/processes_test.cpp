@@ -220,8 +220,11 @@ TEST_F(ProcessesTest, TellsWhatOthersUsedSinceTheFirstScan) {
 
     kernel.end(kPid + 1);
     run(kPid + 6, "as", 1, 3);
+    run(kPid + 7, "true");
     ASSERT_TRUE(processes.scan());
-    const std::vector<ProgramTime> after = processes.others(3);
+    kernel.end(kPid + 7);  // without any time
+    ASSERT_TRUE(processes.scan());
+    const std::vector<ProgramTime> after = processes.others(9);
     ASSERT_EQ(after.size(), 3u);
     EXPECT_EQ(after[0].name, "as") << "of those that used as much, in the order of their names";
     EXPECT_EQ(after[1].name, "cc1plus");

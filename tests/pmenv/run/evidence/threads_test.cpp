@@ -176,7 +176,19 @@ TEST_F(ThreadsTest, BlockedTimesOfAThreadThatSeldomRunsDoNotCount) {
     ASSERT_TRUE(threads.list());
     sample(threads);
     run(0, 0.01, 0, 1010);
+    ASSERT_TRUE(threads.list());
     EXPECT_EQ(sample(threads).busiest->parts.blocked, 0);
+}
+
+TEST_F(ThreadsTest, SeldomIsLessThanATenthOfTheTurns) {
+    for (const auto& [turns, blocked] : {std::pair(9u, 0.0), std::pair(10u, 0.25)}) {
+        run(0, 0, 0, 100);
+        run(1, 0, 0, turns, 'D', "log");
+        Threads threads(kPid, {});
+        ASSERT_TRUE(threads.list());
+        sample(threads);
+        EXPECT_NEAR(sample(threads).busiest->parts.blocked, blocked, 1e-6) << turns;
+    }
 }
 
 // A thread that opened all connections had run so often that those which then sent over them were never found blocked.
@@ -207,6 +219,9 @@ TEST_F(ThreadsTest, DelayAccountingIsUsedWhereItIsOn) {
     thread.blockedTicks = 12;
     kernel.run(thread);
     EXPECT_NEAR(sample(threads).busiest->parts.blocked, 0.12, 1e-6);
+    thread.turns = 25;
+    kernel.run(thread);
+    EXPECT_EQ(sample(threads).busiest->parts.blocked, 0) << "it was told before";
     thread.turns = 30;
     thread.blockedTicks = 20;
     kernel.run(thread);

@@ -31,6 +31,17 @@ std::string directory(const char* memberships, const char* mounts, const char* c
     return place ? place->directory : "none";
 }
 
+TEST(FindGroup, UnescapesNamesOfMounts) {
+    const auto mountedAt = [](const std::string& place) {
+        const std::string mounts = "30 23 0:26 / " + place + " rw - cgroup2 none rw\n";
+        return directory("0::/\n", mounts.c_str(), "cpu");
+    };
+    EXPECT_EQ(mountedAt("/mnt/end\\040"), "/mnt/end ");
+    EXPECT_EQ(mountedAt("/mnt/\\377x"), "/mnt/\xffx");
+    EXPECT_EQ(mountedAt("/mnt/\\400x"), "/mnt/\\400x") << "no byte has that number";
+    EXPECT_EQ(mountedAt("/mnt/\\04"), "/mnt/\\04") << "cut";
+}
+
 TEST(FindGroup, FindsTheDirectoryOfTheController) {
     const struct {
         const char* memberships;

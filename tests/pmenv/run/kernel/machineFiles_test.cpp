@@ -52,6 +52,9 @@ TEST(ParseMemInfo, WhatIsMissingOrStrangeIsUnknown) {
     }
     EXPECT_FALSE(parseMemInfo("SwapTotal: 10 kB\nSwapFree: 11 kB\n").swapUsed);
     EXPECT_FALSE(parseMemInfo("SwapTotal: 10 kB\n").swapUsed);
+    EXPECT_FALSE(parseMemInfo("SwapFree: 10 kB\n").swapUsed);
+    EXPECT_EQ(parseMemInfo("SwapTotal: 10 kB\nSwapFree: 10 kB\n").swapUsed, 0u);
+    EXPECT_EQ(parseMemInfo("MemAvailable: 18014398509481983 kB\n").available, 18446744073709550592ull);
 }
 
 TEST(ParsePressure, TakesTheTotalOfSome) {

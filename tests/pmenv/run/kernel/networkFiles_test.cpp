@@ -41,6 +41,7 @@ TEST(ParsePortRange, CountsBothEnds) {
     ASSERT_TRUE(range);
     EXPECT_EQ(range->count(), 28232u);
     EXPECT_EQ(parsePortRange("5 5\n")->count(), 1u);
+    EXPECT_EQ(parsePortRange("1 65535\n")->count(), 65535u);
     for (const char* const row : {"", "1", "9 5", "1 65536", "-1 5", "a b"}) EXPECT_FALSE(parsePortRange(row)) << row;
 }
 
@@ -58,6 +59,8 @@ TEST(ParseMostPorts, CountsTheDestinationThatHasMost) {
         return most ? std::optional(most->count) : std::nullopt;
     };
     EXPECT_EQ(countIn(lines, {32768, 60999}), 2u);
+    EXPECT_EQ(countIn(lines, {32768, 32768}), 1u) << "both ends belong to the range";
+    EXPECT_EQ(countIn(lines, {32769, 32769}), 1u);
     EXPECT_EQ(countIn("", {32768, 60999}), 0u);
     EXPECT_EQ(countIn("   0: 0100007F:80", {1, 65535}), 1u);  // cut
     EXPECT_EQ(countIn("   0: 0100007F\n:\n\n 5", {1, 65535}), 0u);
