@@ -61,7 +61,7 @@ class Source:
     # --- the changed text --------------------------------------------------------------------------------------------
 
     def text(self):
-        """The source with its switches. Constants with a name become variables where their values have switches."""
+        """The source with its switches. Constants with a name become variables where their values have some."""
         edits = list(self.edits)
         for place in self.constants:
             keyword = re.match(rb"(?:(?:static|inline)\s+)*(constexpr)\b", self.bytes[place:place + 80])
@@ -129,8 +129,9 @@ class Source:
             in_lambda = True
         elif kind == CursorKind.VAR_DECL and constant is None:
             declaration = self.bytes[begin(cursor):begin(cursor) + 80]
-            if re.match(rb"(?:(?:static|inline)\s+)*const(expr)?\b", declaration):
-                constant = begin(cursor)
+            is_constant = re.match(rb"(?:(?:static|inline)\s+)*const(expr)?\b", declaration)
+            if is_constant or cursor.semantic_parent.kind in (CursorKind.TRANSLATION_UNIT, CursorKind.NAMESPACE):
+                constant = begin(cursor)  # the compiler computes what it can; this is to be computed at the start
 
         if kind == CursorKind.COMPOUND_STMT:
             for child in children:
