@@ -195,6 +195,32 @@ TEST(Counters, EnginesThatEndAreCounted) {
     EXPECT_EQ(valueIn(run.text(), "pmenv_engines_killed_total" + kOfName), 1);
 }
 
+// Of two engines in one group the first is killed for memory: the group counts it, and both engines are in it.
+TEST(Counters, KillsForMemoryAreCountedToTheEndOfAnEngine) {
+    CountedRun run;
+    run.each(1, [](Evidence& evidence) {
+        for (const int pid : {100, 101}) {
+            evidence.engines.push_back(engineThat({5}, evidence.from, pid));
+            evidence.engines.back().group.memoryKills = 0;
+            evidence.engines.back().group.memoryShare = 0.5;
+        }
+    });
+    const auto kills = [&run](const std::string& labels) { return valueIn(run.text(), "pmenv_engine" + labels); };
+    const std::string of100 = "_group_memory_kills_total" + kOf100, ofAll = "s_group_memory_kills_total" + kOfName;
+    EXPECT_EQ(kills(of100), 0);
+    run.each(kInterval, [](Evidence& evidence) {
+        evidence.ends.push_back({{100, 4999}, kEngineName, evidence.to, SIGKILL, false, false, 7});  // long forgotten
+        evidence.ends.push_back({{100, 5000}, kEngineName, evidence.to, SIGKILL, false, false, 1});
+        evidence.engines.push_back(engineThat({5}, evidence.from, 101));
+        evidence.engines.back().group.memoryKills = 1;
+        evidence.engines.back().group.memoryShare = 0.5;
+    });
+    EXPECT_EQ(kills(of100), 1);
+    EXPECT_EQ(kills(ofAll), 1);
+    EXPECT_EQ(kills("s_group_memory_ratio" + kOfName), 0.5) << "of the other one, which goes on";
+    EXPECT_EQ(kills("_cpu_seconds_total" + kOf100), 0.05);
+}
+
 TEST(Counters, HowManyEnginesAreToRunIsThereWhenItWasSaid) {
     EXPECT_FALSE(valueIn(CountedRun().text(), "pmenv_engines_expected"));
     EXPECT_EQ(valueIn(CountedRun().text({true, false, 4}), "pmenv_engines_expected"), 4);

@@ -136,6 +136,13 @@ void Counters::addEngines(const Evidence& evidence, const Yardstick& yardstick) 
     for (auto& [labels, engine] : engines_) engine.runs = false;
     for (auto& [text, name] : names_) name.running = 0;
     std::map<std::string, Values> together;
+    for (const EngineEnd& end : evidence.ends) {
+        const auto known = engines_.find({end.name, end.key.pid});
+        if (known == engines_.end() || !(known->second.key == end.key)) continue;
+        const Values told = engineMetrics().valuesIn(lastEvidenceOf(end), yardstick);
+        countUp(engineMetrics(), told, &known->second.values);
+        putTogether(told, &together[end.name]);
+    }
     for (const EngineEvidence& engine : evidence.engines) {
         if (engine.standIn) continue;  // no load engine itself
         const Values told = engineMetrics().valuesIn(engine, yardstick);

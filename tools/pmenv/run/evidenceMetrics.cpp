@@ -161,5 +161,11 @@ constexpr EvidenceMetric<Evidence> kWatchMetrics[] = {
 }  // namespace
 
 MetricTable<EngineEvidence> engineMetrics() { return MetricTable<EngineEvidence>(kEngineMetrics); }
+EngineEvidence lastEvidenceOf(const EngineEnd& end) {
+    EngineEvidence last;
+    last.group.memoryKills = end.memoryKills;
+    return last;
+}
+
 MetricTable<Evidence> machineMetrics() { return MetricTable<Evidence>(kMachineMetrics); }
 MetricTable<Evidence> watchMetrics() { return MetricTable<Evidence>(kWatchMetrics); }

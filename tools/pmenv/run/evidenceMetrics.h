@@ -63,6 +63,9 @@ private:
 
 MetricTable<EngineEvidence> engineMetrics();
 
+/// What is still told of an engine that has ended.
+EngineEvidence lastEvidenceOf(const EngineEnd& end);
+
 /// Of the machine. Other exporters have these too.
 MetricTable<Evidence> machineMetrics();
 

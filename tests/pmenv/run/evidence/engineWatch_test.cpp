@@ -192,7 +192,7 @@ TEST_F(EngineWatchTest, EndsWithItsLastThread) {
     ASSERT_TRUE(sample(watch));
     kernel.end(kPid);
     EXPECT_FALSE(sample(watch, false));
-    const EngineEnd end = watch.end(7.5);
+    const EngineEnd end = watch.end(*groups, 7.5);
     EXPECT_EQ(end.key.pid, kPid);
     EXPECT_EQ(end.name, "PMLoadEngineMai");
     EXPECT_EQ(end.time, 7.5);
@@ -212,7 +212,7 @@ TEST_F(EngineWatchTest, AZombieTellsItsStatus) {
         ASSERT_TRUE(sample(watch));
         run(0.1, 'Z', 5000, row.written);
         EXPECT_FALSE(sample(watch));
-        const EngineEnd end = watch.end(1);
+        const EngineEnd end = watch.end(*groups, 1);
         EXPECT_TRUE(end.zombie);
         EXPECT_EQ(end.status, row.status) << row.written;
     }
@@ -240,10 +240,10 @@ TEST_F(EngineWatchTest, TheStatusIsKnownThoughTheParentHasAskedForIt) {
     {
         const EngineWatch watch({{child, 5000}, "PMLoadEngineMai", kByRule, 0}, {}, 0);
         EXPECT_EQ(openDescriptors(), before + 1);
-        EXPECT_FALSE(watch.end(1).status) << "it runs";
+        EXPECT_FALSE(watch.end(*groups, 1).status) << "it runs";
         kill(child, SIGKILL);
         waitpid(child, nullptr, 0);
-        EXPECT_EQ(watch.end(2).status, isKept ? std::optional(SIGKILL) : std::nullopt);
+        EXPECT_EQ(watch.end(*groups, 2).status, isKept ? std::optional(SIGKILL) : std::nullopt);
     }
     EXPECT_EQ(openDescriptors(), before);
 }
@@ -252,14 +252,57 @@ TEST_F(EngineWatchTest, TheStatusOfAnotherProcessIsNotIts) {
     EngineWatch watch(found(), {}, 0);
     kernel.end(kPid);
     run(0, 'Z', 6000, 9);
-    const EngineEnd end = watch.end(1);
+    const EngineEnd end = watch.end(*groups, 1);
     EXPECT_FALSE(end.zombie);
     EXPECT_FALSE(end.status);
 }
 
+// A group is often there for one engine only, which nobody asks again once it is killed.
+TEST_F(EngineWatchTest, KillsForMemoryAreToldWithTheEnd) {
+    const std::string events = kCgroup + "/load/memory.events";
+    const auto endAfter = [&](int killsBefore, int killsInTheLastInterval, int killsAfterwards, bool slow) {
+        run();
+        kernel.write(kProcess + "/cgroup", "0::/load\n");
+        kernel.write(events, "oom_kill 1\n");
+        EngineWatch watch(found(), {}, 0);
+        for (int i = 0; i < 3; ++i) sample(watch);
+        kernel.write(events, "oom_kill " + std::to_string(1 + killsBefore) + "\n");
+        EXPECT_EQ(sample(watch)->group.memoryKills, killsBefore);
+        kernel.end(kPid);
+        kernel.write(events, "oom_kill " + std::to_string(1 + killsBefore + killsInTheLastInterval) + "\n");
+        EXPECT_FALSE(sample(watch, slow));
+        const int all = killsBefore + killsInTheLastInterval + killsAfterwards;
+        kernel.write(events, "oom_kill " + std::to_string(1 + all) + "\n");
+        return watch.end(*groups, time).memoryKills;
+    };
+    EXPECT_EQ(endAfter(0, 0, 0, true), 0U);
+    EXPECT_EQ(endAfter(3, 0, 0, true), 0U) << "those are told already";
+    EXPECT_EQ(endAfter(3, 1, 0, true), 1U);
+    EXPECT_EQ(endAfter(3, 1, 0, false), 1U) << "in an interval in which memory is not read";
+    EXPECT_EQ(endAfter(3, 1, 1, true), 2U);
+    EXPECT_EQ(endAfter(0, 0, 2, false), 2U);
+}
+
+TEST_F(EngineWatchTest, KillsForMemoryOfAGroupThatIsGoneAreKnownFromThoseAboveOnly) {
+    const std::string slice = kCgroup + "/slice";
+    for (const int kills : {0, 1}) {
+        run();
+        kernel.write(kProcess + "/cgroup", "0::/slice/load\n");
+        kernel.write(slice + "/load/memory.events", "oom_kill 0\n");
+        kernel.write(slice + "/memory.events", "oom_kill 5\n");
+        EngineWatch watch(found(), {}, 0);
+        for (int i = 0; i < 3; ++i) sample(watch);
+        kernel.end(kPid);
+        kernel.remove(slice + "/load");
+        kernel.write(slice + "/memory.events", "oom_kill " + std::to_string(5 + kills) + "\n");
+        EXPECT_FALSE(sample(watch, false));
+        EXPECT_EQ(watch.end(*groups, time).memoryKills, kills == 0 ? std::nullopt : std::optional(1)) << kills;
+    }
+}
+
 TEST_F(EngineWatchTest, DescendantsAreToldApart) {
-    EXPECT_TRUE(EngineWatch(found(0, kAsDescendant), {}, 0).end(1).descendant);
-    EXPECT_FALSE(EngineWatch(found(0, kByPid), {}, 0).end(1).descendant);
+    EXPECT_TRUE(EngineWatch(found(0, kAsDescendant), {}, 0).end(*groups, 1).descendant);
+    EXPECT_FALSE(EngineWatch(found(0, kByPid), {}, 0).end(*groups, 1).descendant);
 }
 
 }  // namespace

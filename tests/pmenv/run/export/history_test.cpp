@@ -81,6 +81,25 @@ TEST(History, TellsWhatWasCountedUpToEachSecond) {
     EXPECT_THAT(text, EndsWith("\n# EOF\n"));
 }
 
+TEST(History, CountsKillsForMemoryToTheEndOfAnEngine) {
+    const auto kills = [](std::optional<std::uint64_t> atItsEnd) {
+        const std::string text = exported(1.5, [atItsEnd](Evidence& evidence) {
+            if (evidence.from < 1) {
+                evidence.engines.push_back(engineThat({40}, evidence.from));
+                evidence.engines[0].group.memoryKills = 0;
+            } else if (evidence.from == 1) {
+                evidence.ends.push_back({{100, 5000}, "PMLoadEngineMai", evidence.to, 9, false, false, atItsEnd});
+                evidence.ends.push_back({{200, 5000}, "PMLoadEngineMai", evidence.to, 9, false, false, 3});  // unknown
+            }
+        });
+        EXPECT_THAT(text, Not(HasSubstr("pid=\"200\"")));
+        return linesWith(text, "pmenv_engine_group_memory_kills_total{");
+    };
+    const std::string series = "pmenv_engine_group_memory_kills_total" + kEngine + "} ";
+    EXPECT_THAT(kills(1), EndsWith(series + "1 1700000001.500\n"));
+    EXPECT_THAT(kills(std::nullopt), EndsWith(series + "0 1700000001.250\n"));
+}
+
 TEST(History, CountsThePeriodsOfTheQuotaAndTheIntervals) {
     const std::string text = exported(2.5, [](Evidence& evidence) {
         Did did;

@@ -464,6 +464,31 @@ TEST(Signals, HeldBackTimeIsSharedOutAmongItsReasons) {
     EXPECT_EQ(signalOf(judged, "blocked").value, 0);
 }
 
+// SIGKILL is what the kernel kills with, and anybody else may.
+TEST(Signals, KillsForMemoryAreUnknownWhereAnEngineMayHaveBeenKilledSo) {
+    const auto kills = [](std::optional<std::uint64_t> before, std::optional<int> status,
+                          std::optional<std::uint64_t> atItsEnd) {
+        MadeRun run;
+        run.each(10, [before](Evidence& evidence) {
+            evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+            if (evidence.from == 5) evidence.engines[0].group.memoryKills = before;
+        });
+        run.each(kInterval, [&](Evidence& evidence) {
+            evidence.ends.push_back({{100, 5000}, "PMLoadEngineMai", evidence.to, status, false, false, atItsEnd});
+        });
+        return signalOf(run.judged(), "killed for memory").value;
+    };
+    EXPECT_EQ(kills(0, SIGKILL, std::nullopt), std::nullopt);
+    EXPECT_EQ(kills(0, std::nullopt, std::nullopt), std::nullopt);
+    EXPECT_EQ(kills(0, SIGKILL, 0), 0);
+    EXPECT_EQ(kills(0, SIGKILL, 1), 1);
+    EXPECT_EQ(kills(std::nullopt, SIGKILL, 1), 1);
+    EXPECT_EQ(kills(2, SIGKILL, std::nullopt), 2) << "these are known";
+    EXPECT_EQ(kills(2, SIGKILL, 1), 3);
+    EXPECT_EQ(kills(0, SIGTERM, std::nullopt), 0);
+    EXPECT_EQ(kills(0, 0x0900, std::nullopt), 0) << "an exit code is no signal";
+}
+
 // Twelve seconds of the machine, in the last ten of them an engine.
 TEST(Signals, AreSumsAndExtremesOfTheRun) {
     MadeRun run;
@@ -525,6 +550,20 @@ TEST(Signals, NothingIsZeroAndNoShareOfNothing) {
     EXPECT_EQ(signalOf(judgedWith(0.5, 25), "killed for memory").state, Signal::State::Ok);
     EXPECT_EQ(signalOf(judgedWith(0.5, 25), "pmenv woke late").state, Signal::State::Ok);
     EXPECT_EQ(signalOf(judgedWith(0.5, 0), "pmenv woke late").state, Signal::State::NotReadable);
+}
+
+TEST(Signals, WithoutATurnNobodyKnowsHowLongOneIsWaitedFor) {
+    const auto readyToRunning = [](std::uint64_t turns) {
+        MadeRun run;
+        run.each(10, [turns](Evidence& evidence) {
+            evidence.engines.push_back(engineThat({0, 0, 0, 0, 100}, evidence.from));
+            evidence.engines[0].turns = turns;
+            evidence.engines[0].waited = 0.25;
+        });
+        return signalOf(run.judged(), "ready to running").value;
+    };
+    EXPECT_EQ(readyToRunning(0), std::nullopt);
+    EXPECT_EQ(readyToRunning(1), 0.25);
 }
 
 TEST(Signals, WithoutAnEngineNoneIsFine) {

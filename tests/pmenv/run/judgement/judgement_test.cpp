@@ -931,6 +931,23 @@ TEST(Judgement, AKilledNeighbourInTheGroupIsToldOnly) {
     EXPECT_EQ(judged.outcome, Outcome::Clean);
 }
 
+TEST(Judgement, AnEngineThatWasKilledForMemoryIsToldWithTheGroup) {
+    MadeRun run;
+    run.engine(10, {5, 0});
+    run.each(0.25, [](Evidence& evidence) {
+        EngineEnd end = endOf(100, evidence.to, SIGKILL);
+        end.memoryKills = 1;
+        evidence.ends.push_back(end);
+    });
+    const Judged judged = run.judged();
+    EXPECT_EQ(judged.outcome, Outcome::Spoiled);
+    ASSERT_EQ(judged.incidents.size(), 2u);
+    EXPECT_EQ(judged.incidents[0].kind, Incident::Kind::Ended);
+    EXPECT_EQ(judged.incidents[1].kind, Incident::Kind::OutOfMemory);
+    EXPECT_EQ(judged.incidents[1].since, 10);
+    EXPECT_EQ(judged.engines.at(0).memoryKills, 1u);
+}
+
 // --- the time to skip -----------------------------------------------------------------------------------------------
 
 TEST(Judgement, WhatIsSkippedIsNotJudged) {

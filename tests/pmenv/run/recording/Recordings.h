@@ -94,6 +94,7 @@ private:
     void end(const EngineEnd& end) {
         add("end of", end.key.pid).add("start", end.key.startTicks).add("name", end.name).add("time", end.time);
         add("status", end.status).add("zombie", end.zombie).add("descendant", end.descendant);
+        add("kills", end.memoryKills);
     }
 
     std::string text_;
@@ -194,7 +195,8 @@ private:
                                      evidence.to,
                                      chance(0.5) ? std::optional(whole(300)) : std::nullopt,
                                      chance(0.5),
-                                     chance(0.5)});
+                                     chance(0.5),
+                                     countOrUnknown()});
         }
         if (chance(0.3)) others_ = {{name(), fraction(50), whole(9)}, {name(), fraction(5), whole(9)}};
         evidence.others = others_;

@@ -57,9 +57,10 @@ std::optional<int> statusOfZombie(const kernel::TaskStat& stat) {
 
 std::optional<Usage> readDescriptors(int pid) {
     const auto text = kernel::readFile("/proc/" + std::to_string(pid) + "/limits");
-    const auto limit = text ? kernel::parseDescriptorLimit(*text) : std::nullopt;
     const auto open = kernel::countDescriptors(pid);
-    if (!limit || !open || *limit == 0) return std::nullopt;
+    if (!text || !open) return std::nullopt;
+    const auto limit = kernel::parseDescriptorLimit(*text);
+    if (!limit || *limit == 0) return std::nullopt;
     return Usage{static_cast<double>(*open), static_cast<double>(*limit)};
 }
 
@@ -79,7 +80,8 @@ void EngineWatch::readSlowSignals(const FoundEngine& found, const Groups& groups
     if (faulting_) threads_.suspectBlocked();
     found_ = found;
     threads_.list();
-    places_ = groups.find(found.key.pid);
+    GroupPlaces places = groups.find(found.key.pid);
+    if (!places.cpu.empty() || !places.memory.empty()) places_ = std::move(places);  // it may have ended just now
     descriptors_ = readDescriptors(found.key.pid);
     ports_ = network.ports(found.key.pid);
 }
@@ -92,9 +94,11 @@ std::optional<EngineEvidence> EngineWatch::sample(IntervalContext context, Group
     evidence.from = last_;
     evidence.to = time;
     evidence.group = groups.of(places_);
+    untoldKills_ = evidence.group.memoryKills;
     context.throttledSeconds = evidence.group.throttled.value_or(0);
     if (!threads_.sample(context, &evidence) || threads_.isZombie()) return std::nullopt;
     last_ = time;
+    untoldKills_ = std::nullopt;
     evidence.majorFaults = std::exchange(majorFaults_, 0);
     evidence.faulting = faulting_;
     evidence.descriptors = descriptors_;
@@ -105,8 +109,15 @@ std::optional<EngineEvidence> EngineWatch::sample(IntervalContext context, Group
     return evidence;
 }
 
-EngineEnd EngineWatch::end(double time) const {
-    EngineEnd end{found_.key, found_.name, time, statusAfterwards(process_), false, found_.chosenBy == kAsDescendant};
+EngineEnd EngineWatch::end(const Groups& groups, double time) const {
+    EngineEnd end{found_.key,
+                  found_.name,
+                  time,
+                  statusAfterwards(process_),
+                  false,
+                  found_.chosenBy == kAsDescendant,
+                  groups.killsSince(places_)};
+    if (untoldKills_.value_or(0) > 0) end.memoryKills = end.memoryKills.value_or(0) + *untoldKills_;
     const auto stat = readStat(found_.key);
     if (!stat) return end;
     end.zombie = true;

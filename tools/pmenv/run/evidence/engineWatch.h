@@ -23,8 +23,8 @@ public:
     /// The interval since the last call. Empty when the engine has ended.
     std::optional<EngineEvidence> sample(IntervalContext context, Groups& groups, double time);
 
-    /// How it ended.
-    EngineEnd end(double time) const;
+    /// How it ended, once sample() has told nothing more.
+    EngineEnd end(const Groups& groups, double time) const;
 
     /// Looks at its threads between two samples.
     void look(double tolerance) { threads_.look(tolerance); }
@@ -40,4 +40,5 @@ private:
     PortUse ports_;
     std::uint64_t majorFaults_ = 0;  // since the last sample
     bool faulting_ = false;
+    std::optional<std::uint64_t> untoldKills_;  // in the interval in which it ended
 };

@@ -93,6 +93,8 @@ struct EngineEnd {
     std::optional<int> status;  ///< as wait() has it
     bool zombie = false;
     bool descendant = false;  ///< of a process that was chosen with its descendants; these come and go
+    /// Killed for memory in its control group since its last interval; empty also where the group is gone.
+    std::optional<std::uint64_t> memoryKills = std::nullopt;
 };
 
 struct MachineEvidence {

@@ -76,7 +76,7 @@ void EvidenceSampler::scan(Evidence& evidence) {
 void EvidenceSampler::forgetLost(Evidence& evidence) {
     for (auto entry = engines_.begin(); entry != engines_.end();) {
         const bool ended = processes_.idIsTaken(entry->first);
-        if (ended) evidence.ends.push_back(entry->second->end(evidence.to));
+        if (ended) evidence.ends.push_back(entry->second->end(groups_, evidence.to));
         entry = ended || processes_.isAnotherProgram(entry->first) ? engines_.erase(entry) : std::next(entry);
     }
 }
@@ -89,7 +89,7 @@ void EvidenceSampler::sampleEngines(Evidence& evidence, double time) {
             evidence.engines.push_back(std::move(*engine));
             ++entry;
         } else {
-            evidence.ends.push_back(entry->second->end(time));
+            evidence.ends.push_back(entry->second->end(groups_, time));
             entry = engines_.erase(entry);
         }
     }

@@ -54,6 +54,12 @@ std::optional<double> readQuota(const std::string& directory) {
     return static_cast<double>(*quota) / static_cast<double>(*period);
 }
 
+// Empty where a counter is not known or has gone back.
+std::optional<std::uint64_t> killsBetween(const std::optional<std::uint64_t>& before,
+                                          const std::optional<std::uint64_t>& now) {
+    return before && now && *now >= *before ? std::optional(*now - *before) : std::nullopt;
+}
+
 std::optional<std::uint64_t> readKills(const std::string& directory) {
     for (const char* const file : {"/memory.events", "/memory.oom_control"}) {
         const auto text = kernel::readFile(directory + file);
@@ -116,7 +122,7 @@ void Groups::sampleCpu(const std::string& directory, CpuGroup& group) {
 
 void Groups::sampleMemory(const std::string& directory, MemoryGroup& group) {
     const auto kills = readKills(directory);
-    if (kills && group.kills && *kills >= *group.kills) group.newKills = *kills - *group.kills;
+    group.newKills = killsBetween(group.kills, kills);
     group.kills = kills;
     group.usage = readMemory(directory);
 }
@@ -143,4 +149,17 @@ GroupEvidence Groups::of(const GroupPlaces& places) {
     }
     if (evidence.memory) evidence.memoryShare = evidence.memory->share();
     return evidence;
+}
+
+// The kills of a group that is gone are counted in the groups above it, but not by version 1.
+std::optional<std::uint64_t> Groups::killsSince(const GroupPlaces& places) const {
+    std::optional<std::uint64_t> most;
+    for (const std::string& directory : places.memory) {
+        const auto group = memory_.find(directory);
+        const auto before = group == memory_.end() ? std::nullopt : group->second.kills;
+        const auto newKills = killsBetween(before, readKills(directory));
+        const bool isItsOwn = directory == places.memory.front();
+        if (newKills && (isItsOwn || *newKills > 0)) most = std::max(most.value_or(0), *newKills);
+    }
+    return most;
 }

@@ -30,6 +30,9 @@ public:
 
     GroupEvidence of(const GroupPlaces& places);
 
+    /// Killed for memory since sample() looked at memory, as far as is known now: a group can end with its last process.
+    std::optional<std::uint64_t> killsSince(const GroupPlaces& places) const;
+
 private:
     struct CpuGroup {
         explicit CpuGroup(const std::string& directory) : file(directory + "/cpu.stat") {}

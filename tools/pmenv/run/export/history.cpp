@@ -88,6 +88,7 @@ void History::add(const Evidence& evidence) {
     const bool standInsOnly = std::all_of(evidence.engines.begin(), evidence.engines.end(),
                                           [](const EngineEvidence& engine) { return engine.standIn; });
     if (!engineSeen_ && !standInsOnly) forgetStandIns();
+    for (const EngineEnd& end : evidence.ends) addEnd(end, yardstick, time);
     for (const EngineEvidence& engine : evidence.engines) {
         if (!engineSeen_ || !engine.standIn) addEngine(engine, yardstick, time);
     }
@@ -103,11 +104,20 @@ void History::forgetStandIns() {
 
 // An engine whose name changes, as that of a program that starts another one in its place, begins another series.
 void History::addEngine(const EngineEvidence& engine, const Yardstick& yardstick, std::int64_t time) {
-    const std::string labels =
-        host_ + "," + label("name", engine.name) + "," + label("pid", std::to_string(engine.key.pid));
+    const std::string labels = labelsOf(engine.name, engine.key.pid);
     Engine& known = engines_.try_emplace(labels, Engine{engine.standIn, samplesOf(engineMetrics())}).first->second;
     known.standIn = engine.standIn;
     known.samples.add(time, engineMetrics().valuesIn(engine, yardstick));
+}
+
+void History::addEnd(const EngineEnd& end, const Yardstick& yardstick, std::int64_t time) {
+    const auto known = engines_.find(labelsOf(end.name, end.key.pid));
+    if (known == engines_.end() || !end.memoryKills) return;
+    known->second.samples.add(time, engineMetrics().valuesIn(lastEvidenceOf(end), yardstick));
+}
+
+std::string History::labelsOf(const std::string& name, int pid) const {
+    return host_ + "," + label("name", name) + "," + label("pid", std::to_string(pid));
 }
 
 void History::add(const Mark& mark) { marks_.emplace(label("text", mark.text), milliseconds(mark.time)); }

@@ -35,6 +35,8 @@ private:
     };
 
     void addEngine(const EngineEvidence& engine, const Yardstick& yardstick, std::int64_t time);
+    void addEnd(const EngineEnd& end, const Yardstick& yardstick, std::int64_t time);
+    std::string labelsOf(const std::string& name, int pid) const;
     void forgetStandIns();
     std::int64_t milliseconds(double seconds) const;
     void printMarks(std::ostream& out) const;

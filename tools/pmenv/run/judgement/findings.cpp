@@ -492,23 +492,30 @@ void addHeldBack(std::vector<Signal>& signals, const Judged& judged, const Judge
     add("stopped", Reason::Stopped, accounts);
 }
 
+// None where each engine that was killed is known to have been killed by something else.
+std::optional<double> memoryKills(const Judged& judged) {
+    const auto most = largest(judged, [](const JudgedEngine& engine) { return number(engine.memoryKills); });
+    const bool allSeen = std::none_of(judged.engines.begin(), judged.engines.end(),
+                                      [](const JudgedEngine& engine) { return engine.killsUnseen; });
+    return allSeen || most.value_or(0) > 0 ? most : std::nullopt;
+}
+
 void addEngineSignals(std::vector<Signal>& signals, const Judged& judged) {
     const auto wokenAfter = largest(judged, [](const JudgedEngine& engine) -> std::optional<double> {
-        if (!engine.readable) return std::nullopt;
-        return engine.turns > 0 ? engine.waited / static_cast<double>(engine.turns) : 0;
+        if (!engine.readable || engine.turns == 0) return std::nullopt;
+        return engine.waited / static_cast<double>(engine.turns);
     });
     const auto throttled = largest(
         judged, [](const JudgedEngine& engine) { return perSecond(engine.throttled, engine.to - engine.from); });
     const auto faults = largest(judged, [](const JudgedEngine& engine) { return number(engine.majorFaults); });
     const auto memory = largest(judged, [](const JudgedEngine& engine) { return engine.mostMemory; });
-    const auto kills = largest(judged, [](const JudgedEngine& engine) { return number(engine.memoryKills); });
     signals.push_back(told("ready to running", wokenAfter, Unit::Seconds));
     signals.push_back(told("throttled", throttled, Unit::Percent));
     signals.push_back(usedUp("descriptors", mostDescriptors(judged), kDescriptorsUsedUp));
     signals.push_back(usedUp("local ports", mostPorts(judged), kPortsUsedUp));
     signals.push_back(told("pages from disk", faults, Unit::Count));
     signals.push_back(told("group's memory", percent(memory), Unit::Percent));
-    signals.push_back(limited("killed for memory", kills, 0, Unit::Count));
+    signals.push_back(limited("killed for memory", memoryKills(judged), 0, Unit::Count));
 }
 
 void addMachineSignals(std::vector<Signal>& signals, const Judged& judged, const JudgeLimits& limits) {

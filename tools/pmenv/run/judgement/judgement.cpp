@@ -95,16 +95,11 @@ void Judgement::addInterval(const Evidence& evidence) {
         addEngine(engine);
         addHeldBack(engines_[engine.key], engine, yardstick, enginesRan, othersRan);
     }
-    for (const EngineEnd& end : evidence.ends) {
-        ends_.push_back(end);
-        const auto watched = engines_.find(end.key);
-        if (watched != engines_.end()) watched->second.engine.ended = true;
-    }
-    followLimits(evidence);
     for (const EngineEvidence& engine : evidence.engines) {
-        const auto kills = static_cast<double>(engine.group.memoryKills.value_or(0));
-        engines_[engine.key].memoryKills.add(kills, kills > 0, evidence.from, evidence.to);
+        addKills(engines_[engine.key], engine.group.memoryKills, evidence);
     }
+    for (const EngineEnd& end : evidence.ends) addEnd(end, evidence);
+    followLimits(evidence);
 }
 
 void Judgement::addMachine(const MachineEvidence& machine) {
@@ -138,7 +133,6 @@ void Judgement::addEngine(const EngineEvidence& evidence) {
     addTo(engine.majorFaults, evidence.majorFaults);
     addTo(engine.throttled, evidence.group.throttled);
     addTo(engine.timesThrottled, evidence.group.timesThrottled);
-    addTo(engine.memoryKills, evidence.group.memoryKills);
     keepLargest(engine.mostMemory, evidence.group.memoryShare);
     keepLargest(engine.mostDescriptors, evidence.descriptorShare);
     if (!evidence.portsAtMost || evidence.portShare.value_or(0) < kPortsInDoubt) {
@@ -159,6 +153,24 @@ void Judgement::addEngine(const EngineEvidence& evidence) {
     auto& [times, name] = watched.deciders[evidence.busiest->tid];
     ++times;
     name = evidence.busiest->name;
+}
+
+void Judgement::addKills(Watched& watched, const std::optional<std::uint64_t>& kills, const Evidence& evidence) {
+    addTo(watched.engine.memoryKills, kills);
+    const auto number = static_cast<double>(kills.value_or(0));
+    watched.memoryKills.add(number, number > 0, evidence.from, evidence.to);
+}
+
+// The kernel kills for memory with SIGKILL.
+void Judgement::addEnd(const EngineEnd& end, const Evidence& evidence) {
+    ends_.push_back(end);
+    const auto found = engines_.find(end.key);
+    if (found == engines_.end()) return;
+    Watched& watched = found->second;
+    watched.engine.ended = true;
+    addKills(watched, end.memoryKills, evidence);
+    const bool wasKilled = !end.status || (WIFSIGNALED(*end.status) && WTERMSIG(*end.status) == SIGKILL);
+    watched.engine.killsUnseen = wasKilled && !end.memoryKills;
 }
 
 void Judgement::addHeldBack(Watched& watched, const EngineEvidence& evidence, const Yardstick& yardstick,

@@ -69,6 +69,7 @@ struct JudgedEngine {
     std::optional<double> mostPorts;        ///< share
     std::optional<double> mostMemory;       ///< share of its control group's
     std::optional<std::uint64_t> memoryKills;
+    bool killsUnseen = false;  ///< it may have been killed for memory itself, which could not be read
 };
 
 /// Something to tell beside what held engines back.
@@ -165,6 +166,8 @@ private:
     void forgetStandIns();
     void addMachine(const MachineEvidence& machine);
     void addEngine(const EngineEvidence& evidence);
+    void addEnd(const EngineEnd& end, const Evidence& evidence);
+    static void addKills(Watched& watched, const std::optional<std::uint64_t>& kills, const Evidence& evidence);
     void addHeldBack(Watched& watched, const EngineEvidence& evidence, const Yardstick& yardstick, double enginesRan,
                      double othersRan);
     void followLimits(const Evidence& evidence);

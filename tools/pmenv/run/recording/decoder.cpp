@@ -147,6 +147,7 @@ void EvidenceDecoder::takeEnds(const Value& line) {
         if (status) end.status = static_cast<int>(*status);
         end.zombie = memberFlag(entry, "zombie");
         end.descendant = memberFlag(entry, "descendant");
+        if (find(entry, "kills") != nullptr) end.memoryKills = unsignedNumber(memberNumber(entry, "kills", 0, kMost));
         evidence_.ends.push_back(std::move(end));
     }
 }

@@ -123,10 +123,16 @@ std::string EvidenceEncoder::enginesOf(const Evidence& sample) {
 void EvidenceEncoder::addSeldom(const Evidence& sample, Members& members) {
     if (!sample.ends.empty()) {
         members.add("ends", listOf(sample.ends, [](const EngineEnd& end) {
-                        return "{\"pid\":" + std::to_string(end.key.pid) +
-                               ",\"start\":" + std::to_string(end.key.startTicks) + ",\"name\":" + jsonText(end.name) +
-                               ",\"time\":" + textOf(numberOf(end.time)) + ",\"status\":" + orNull(end.status).dump() +
-                               ",\"zombie\":" + textOf(end.zombie) + ",\"descendant\":" + textOf(end.descendant) + "}";
+                        Members of;
+                        of.add("pid", std::to_string(end.key.pid));
+                        of.add("start", std::to_string(end.key.startTicks));
+                        of.add("name", jsonText(end.name));
+                        of.add("time", textOf(numberOf(end.time)));
+                        of.add("status", orNull(end.status).dump());
+                        of.add("zombie", textOf(end.zombie));
+                        of.add("descendant", textOf(end.descendant));
+                        if (end.memoryKills) of.add("kills", textOf(numberOf(end.memoryKills)));
+                        return of.object();
                     }));
     }
     const std::string others = listOf(sample.others, [](const ProgramTime& program) {
