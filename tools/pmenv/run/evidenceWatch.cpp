@@ -8,9 +8,8 @@
 
 namespace {
 
-constexpr double kTurn = 0.010;  // seconds
-constexpr double kShortestLastInterval =
-    0.1;  // seconds; the kernel adds running time at its ticks, 10 ms apart or less
+constexpr double kTurn = 0.010;        // seconds
+constexpr double kLeastToJudge = 0.1;  // seconds; the kernel adds running time at its ticks, 10 ms apart or less
 
 }  // namespace
 
@@ -44,15 +43,16 @@ Events::Event EvidenceWatch::wait(Events& events, double seconds) {
 }
 
 void EvidenceWatch::finish() {
-    if (nextTake_ - kernel::clockSeconds() <= sampler_.interval() - kShortestLastInterval) take();
+    if (kernel::clockSeconds() - lastTake_ >= kLeastToJudge) take();
 }
 
 void EvidenceWatch::take() {
+    lastTake_ = kernel::clockSeconds();
     Evidence evidence = sampler_.take();
     evidence.wakes = wakes_;
     wakes_ = {};
     receive_(asRecorded(std::move(evidence)));
-    nextTake_ = std::max(nextTake_ + sampler_.interval(), kernel::clockSeconds());
+    nextTake_ = std::max(nextTake_ + sampler_.interval(), kernel::clockSeconds() + kLeastToJudge);
 }
 
 void EvidenceWatch::noteWake(double late) {

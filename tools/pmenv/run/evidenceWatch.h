@@ -33,5 +33,6 @@ private:
     EvidenceSampler sampler_;
     Receiver receive_;
     WakeEvidence wakes_;
+    double lastTake_ = 0;  // seconds on the clock of kernel::clockSeconds()
     double nextTake_;
 };
