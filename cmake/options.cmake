@@ -11,7 +11,7 @@ endif()
 option(KRENV_BUILD_FLEET "Build pmenv-fleet, which takes libcurl" ${krenv_fleet_default})
 option(KRENV_BUILD_TESTS "Build the tests" ${PROJECT_IS_TOP_LEVEL})
 set(KRENV_TESTS all CACHE STRING
-    "`all` tests; those that may have `races`; the `others`; or the `whole`, without the tests of pmenv's parts")
+    "`all` tests; those that may have `races`; the `others`; the `whole`, without those of pmenv's parts; or the `untimed`")
 option(KRENV_BUILD_BENCH "Build the comparison benchmarks" OFF)
 option(KRENV_BUILD_FUZZ "Build the fuzz targets; takes clang" OFF)
 option(KRENV_WERROR "Treat warnings as errors" OFF)

@@ -15,21 +15,26 @@ binaries() { find "$contents" -type f \( -path '*/bin/*' -o -name '*.so.*' \) | 
 # Prints RELATIONSHIP, package, version and architecture.
 material() { printf '%s\t%s\t%s\t%s\n' "$@"; }
 
-material_of_library() { # FILE-NAME
+material_of_library() { # FILE-NAME OWNERS
     local owner
     [[ -z $(find "$contents" -name "$1") ]] || return 0 # in the package itself
     case $1 in
         libkrenv.so.* | libkrfacilities.so.*) material DYNAMIC_LINK libkrenv1 "$version" "$architecture" && return ;;
     esac
-    owner=$(dpkg-query -S "*/$1" | sed -n "s/^\([^:, ]*\):$architecture: .*/\1/p" | head -n 1)
+    owner=$(sed -n "s|^\([^:, ]*\):$architecture: .*/$1\$|\1|p" <<<"$2" | head -n 1)
     [[ -n $owner ]] || fail "no package for $architecture has $1"
     material DYNAMIC_LINK "$owner" "$(dpkg-query -W -f '${Version}' "$owner:$architecture")" "$architecture"
 }
 
+needed() { binaries | xargs -r -d '\n' readelf -dW | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | sort -u; }
+
+# All packages' lists of files are looked through once, and not once for each library. Ours are in none.
 libraries() {
-    local binary library
-    binaries | while read -r binary; do readelf -dW "$binary" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p'; done | sort -u |
-        while read -r library; do material_of_library "$library"; done
+    local library owners names
+    mapfile -t names < <(needed)
+    ((${#names[@]} > 0)) || return 0
+    owners=$(dpkg-query -S "${names[@]/#/*/}" 2>/dev/null || true)
+    for library in "${names[@]}"; do material_of_library "$library" "$owners"; done
 }
 
 # The headers of the system that the compiler read for the objects in a directory of the build.

@@ -88,11 +88,12 @@ protected:
     }
 
     // zsh completes in its line editor only. As soon as that reads a line, the words are in it and are completed; what
-    // the completion adds goes to a file.
+    // the completion adds goes to a file. What zsh has of its own is looked up once for all tests.
     Words completeInZsh(const Words& words, const std::string& beginning) const {
         static const char* const kStart =
             "setopt no_beep no_always_last_prompt; PROMPT=; LISTMAX=100000\n"
-            "autoload -Uz compinit && compinit -u -D\n"
+            "autoload -Uz compinit && compinit -u -C -d " PMENV_COMPLETION
+            ".zcompdump\n"
             "autoload -Uz _pmenv && compdef _pmenv pmenv\n"
             "compadd() {\n"
             "    if ((${argv[(I)-[ADO]*]})); then builtin compadd \"$@\"; return; fi\n"
