@@ -109,4 +109,15 @@ TEST(Events, TheEndOfTheInputIsNoKey) {
     EXPECT_GE(secondsOf(events, 0.02, Events::Kind::Timeout), 0.02);
 }
 
+// Otherwise waiting would take a processor.
+TEST(Events, BehindTheEndOfTheInputNothingIsReadAnyMore) {
+    TypedInput input;
+    Events events({}, true);
+    input.end();
+    EXPECT_EQ(events.wait(0.02).kind, Events::Kind::Timeout);
+    const TypedInput another;
+    another.type('q');
+    EXPECT_EQ(events.wait(0.02).kind, Events::Kind::Timeout);
+}
+
 }  // namespace

@@ -6,9 +6,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <unistd.h>
 
 #include "liveTerminal.h"
+#include "support/InChild.h"
 #include "support/ScopedEnv.h"
 #include "terminal.h"
 
@@ -67,6 +69,25 @@ TEST(Terminal, WhatIsNoneHasNoSizeAndNoColour) {
     const ScopedEnv colours("NO_COLOR", nullptr);
     EXPECT_EQ(Style(nothing).red("x"), "x");
     close(nothing);
+}
+
+TEST(Terminal, OneThatDoesNotKnowItsSizeHasTheUsualOne) {
+    const auto sizeWith = [](unsigned short columns, unsigned short rows) {
+        return inChild([=] {
+            winsize told{};
+            told.ws_col = columns;
+            told.ws_row = rows;
+            int controller = -1, terminal = -1;
+            if (openpty(&controller, &terminal, nullptr, nullptr, &told) != 0) return std::string("no terminal");
+            dup2(terminal, STDOUT_FILENO);
+            const std::optional<TerminalSize> size = terminalSize();
+            return size ? std::to_string(size->columns) + "x" + std::to_string(size->rows) : "none";
+        });
+    };
+    EXPECT_EQ(sizeWith(100, 40), "100x40");
+    EXPECT_EQ(sizeWith(0, 40), "80x24");
+    EXPECT_EQ(sizeWith(100, 0), "80x24");
+    EXPECT_EQ(sizeWith(0, 0), "80x24");
 }
 
 }  // namespace

@@ -29,6 +29,7 @@ TEST(NearestNames, TwoLettersThatChangedPlacesAreOneMistake) {
     EXPECT_THAT(nearestNames("BAC", {"ABC"}), ElementsAre("ABC"));
     EXPECT_THAT(nearestNames("ACB", {"ABC"}), ElementsAre("ABC"));
     EXPECT_THAT(nearestNames("CBA", {"ABC"}), IsEmpty());
+    EXPECT_THAT(nearestNames("ABCDE", {std::string("xA\0BCDX", 7)}), IsEmpty()) << "nothing stands before the first";
 }
 
 TEST(NearestNames, KeysOfSectionsComeFirst) {
@@ -36,6 +37,7 @@ TEST(NearestNames, KeysOfSectionsComeFirst) {
     EXPECT_THAT(nearestNames("THREADS", known), ElementsAre("a.b.THREADS", "engine.THREADS", "THREADZ"));
     EXPECT_THAT(nearestNames("b.THREADS", {"a.b.THREADS"}), ElementsAre("a.b.THREADS"));
     EXPECT_THAT(nearestNames("x", {"s.x", "s.X"}), ElementsAre("s.x"));
+    EXPECT_THAT(nearestNames("x", {".x"}), ElementsAre(".x"));
 }
 
 // One mistake in two to four letters, two in five to seven, three in eight.

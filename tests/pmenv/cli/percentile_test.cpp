@@ -9,6 +9,8 @@ TEST(Percentile, AllowsTheRestOfTheTime) {
     EXPECT_FALSE(isTooMuch(0.01, 99));
     EXPECT_FALSE(isTooMuch(0.1 + 0.2 - 0.29, 99)) << "what adding up intervals rounds does not count";
     EXPECT_TRUE(isTooMuch(0.0101, 99));
+    EXPECT_FALSE(isTooMuch(1, 1e-9)) << "just what may be rounded";
+    EXPECT_TRUE(isTooMuch(1, 2e-9));
 }
 
 TEST(Percentile, IsBelievedUpToATenth) {
