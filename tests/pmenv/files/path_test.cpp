@@ -66,6 +66,18 @@ TEST_F(PmenvPath, RefuseWhatTheLibraryCannot) {
     EXPECT_EQ(run({"path", "split", longPath.substr(1)}).status, 0) << "4095 characters";
 }
 
+TEST_F(PmenvPath, ShortenTakesAWidthUpToTheLongestPath) {
+    for (const char* const width : {"", "0", "00001", "4096", "9999", "1 "}) {
+        const ProgramResult outcome = run({"path", "shorten", "/a/weekly.md", width});
+        EXPECT_EQ(outcome.status, 2) << width;
+        EXPECT_EQ(outcome.err, std::string("pmenv: WIDTH is a whole number from 1 to 4095, not '") + width + "'\n");
+    }
+    EXPECT_EQ(run({"path", "shorten", "/a/weekly.md", "1"}).status, 1) << "too little for the name";
+    EXPECT_EQ(run({"path", "shorten", "/a/weekly.md", "0001"}).status, 1);
+    EXPECT_EQ(run({"path", "shorten", "/a/weekly.md", "4095"}).out, "/a/weekly.md\n");
+    EXPECT_EQ(run({"path", "shorten", "/a/weekly.md", "13"}).out, "/a/weekly.md\n");
+}
+
 TEST_F(PmenvPath, AbsSearchesABareNameInIncludePath) {
     directory_.makeDirectory("include");
     directory_.writeFile("include/x.h");

@@ -123,6 +123,36 @@ TEST_F(PmenvWalk, SaysWhenDescriptorsRunOut) {
     EXPECT_THAT(seen, testing::IsSupersetOf({0, 1}));
 }
 
+// While only directories are entered, no file shows that they have run out.
+TEST_F(PmenvWalk, SaysWhenDescriptorsRunOutInAChainOfDirectories) {
+    std::string deepest = directory_.makeDirectory("chain");
+    for (int i = 0; i < 15; ++i) deepest += "/x";
+    std::filesystem::create_directories(deepest);
+    directory_.writeFile(deepest.substr(directory_.path().size() + 1) + "/last");
+    std::set<int> seen;
+    for (int limit = 10; limit <= 45; ++limit) {
+        SCOPED_TRACE(limit);
+        const ProgramResult outcome =
+            shell("ulimit -n " + std::to_string(limit) + "; exec \"$0\" walk chain --recurse");
+        EXPECT_EQ(outcome.status == 0, outcome.out.find("/last\n") != std::string::npos);
+        EXPECT_EQ(outcome.status == 0, outcome.err.empty());
+        seen.insert(outcome.status);
+    }
+    EXPECT_THAT(seen, testing::ElementsAre(0, 1));
+}
+
+TEST_F(PmenvWalk, SaysWhyItHasEndedAndNotWhatItWouldHaveMet) {
+    const std::string name(200, 'n');
+    for (int i = 0; i < 50; ++i) {
+        const std::string directory = "wide/" + std::to_string(i);
+        directory_.makeDirectory(directory);
+        for (int j = 0; j < 15; ++j) directory_.writeFile(directory + "/" + name + std::to_string(j));
+    }
+    const ProgramResult outcome = shell("ulimit -n 40; \"$0\" walk wide --recurse >/dev/full");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.err, "pmenv: cannot write the result to standard output: No space left on device\n");
+}
+
 TEST_F(PmenvWalk, RaisesTheSoftLimitOfDescriptors) {
     for (int i = 0; i < 30; ++i) directory_.writeFile(std::string("d/f") + std::to_string(i));
     std::string deep = "d";
