@@ -97,11 +97,35 @@ TEST_F(PmenvDiff, ValuesThatCannotBeReadAreAlike) {
                 HasSubstr("  A  (no value: its references lead back to themselves)\n  B  1\n"));
 }
 
+TEST_F(PmenvDiff, ValuesThatAreTooLongAreSaidToBe) {
+    const std::string longest = std::string(2047, 'x');
+    EXPECT_THAT(
+        differences("A = " + longest + "\n", "A = " + longest + "x\n"),
+        testing::StartsWith("A\n  A  " + longest + "\n  B  (no value: it has 2,048 characters, the limit is 2,047)\n"));
+    EXPECT_EQ(diff("A = " + longest + "x\n", "A = " + longest + "y\n").status, 0) << "programs get nothing from both";
+}
+
+TEST_F(PmenvDiff, LongReasonsAreCut) {
+    const std::string text(120, 'x');
+    EXPECT_THAT(differences("A = " + text + "\n", "A = " + text + "x\n"),
+                testing::EndsWith("    A  " + text + " at 1:5\n    B  " + text.substr(1) + "… at 1:5\n"));
+    const std::string whole(2047, 'x');
+    const json answer = json::parse(diff("A = " + whole + "\n", "A = " + whole + "x\n", {"--json"}).out);
+    const json& reason = answer["files"][0]["settings"][0]["because"][0];
+    EXPECT_EQ(reason.at("a"), (json{{"line", 1}, {"column", 5}, {"text", whole}}));
+    EXPECT_EQ(reason.at("b"), (json{{"line", 1}, {"column", 5}, {"text", whole}, {"textLength", 2048}}));
+}
+
 TEST_F(PmenvDiff, SettingThatWasLeftOutIsSaidToBe) {
     EXPECT_EQ(differences("A = ${PM_LOOP}\n", "A = 1\n", {}, {{"PM_LOOP", "${PM_LOOP}"}}),
               "A\n  only B  1  (line 1 is left out there, its references lead back to themselves)\n");
     EXPECT_EQ(diff("A = ${PM_LOOP}\n", "", {}, {{"PM_LOOP", "${PM_LOOP}"}}).status, 0)
         << "programs get nothing from both";
+    const json answer =
+        json::parse(diff("A = ${PM_LOOP}\nB = 1\n", "A = 1\n", {"--json"}, {{"PM_LOOP", "${PM_LOOP}"}}).out);
+    const json& settings = answer["files"][0]["settings"];
+    EXPECT_EQ(settings.at(0).count("leftOut"), 0U);
+    EXPECT_EQ(settings.at(1).at("leftOut"), "line 1 is left out there, its references lead back to themselves");
 }
 
 TEST_F(PmenvDiff, RawComparesTheStoredTexts) {
@@ -159,6 +183,12 @@ TEST_F(PmenvDiff, MissingSettingIsTheReason) {
                 HasSubstr("A\n  A  <1>\n  B  <>\n  because of #(X)\n    A  1 at 1:5\n    B  not defined\n"));
     EXPECT_THAT(differences("X = 1\nA = <#{X}>\n", "A = <#{X}>\nX = 1\n"),
                 HasSubstr("  because of #{X}\n    A  1 at 1:5\n    B  not defined before line 2\n"));
+    EXPECT_THAT(differences("A = 1\nA = <#{A}>\n", "A = <#{A}>\n"),
+                testing::EndsWith("  because of #{A}\n    A  1 at 1:5\n    B  not defined before line 1\n"));
+    const json answer = json::parse(diff("A = 1\nA = <#{A}>\n", "A = <#{A}>\n", {"--json"}).out);
+    const json& reason = answer["files"][0]["settings"][0]["because"][0];
+    EXPECT_EQ(reason.at("a"), (json{{"line", 1}, {"column", 5}, {"text", "1"}}));
+    EXPECT_EQ(reason.at("b"), (json{{"text", nullptr}, {"definedBelow", 1}}));
 }
 
 TEST_F(PmenvDiff, ReferenceInTheValueOfAVariableIsTheReason) {
@@ -166,6 +196,55 @@ TEST_F(PmenvDiff, ReferenceInTheValueOfAVariableIsTheReason) {
     directory_.writeFile("b.env", "PM_X=<$(PM_Y)>\n");
     EXPECT_EQ(differences("A = $(PM_X)\n", "A = $(PM_X)\n", {"--env-a", "a.env", "--env-b", "b.env"}),
               "A\n  A  <1>\n  B  <>\n  because of $(PM_Y) in $(PM_X)\n    A  1\n    B  not set\n");
+}
+
+TEST_F(PmenvDiff, ReferenceInTheValueOfALoadedVariableIsTheReason) {
+    directory_.writeFile("a.env", "PM_X=<${PM_Y}>\nPM_Y=1\n");
+    directory_.writeFile("b.env", "PM_X=<${PM_Y}>\n");
+    EXPECT_EQ(differences("A = ${PM_X}\n", "A = ${PM_X}\n", {"--env-a", "a.env", "--env-b", "b.env"}),
+              "A\n  A  <1>\n  B  <>\n  because of ${PM_Y} in ${PM_X}\n    A  1\n    B  not set\n");
+}
+
+TEST_F(PmenvDiff, OneReasonIsToldOnceWhicheverWayLeadsThere) {
+    const std::string ways = "B = #(X)\nC = #(X)\nALL = #(B)#(C)\n";
+    EXPECT_THAT(differences("X = 1\n" + ways, "X = 2\n" + ways),
+                testing::EndsWith("\nALL\n  A  11\n  B  22\n"
+                                  "  because of #(X) in #(B)\n    A  1 at 1:5\n    B  2 at 1:5\n"));
+}
+
+TEST_F(PmenvDiff, ReasonsThatAreNearlyAlikeAreToldEach) {
+    EXPECT_THAT(differences("X = 1\nALL = #(X)#{X}\n", "X = 2\nALL = #(X)#{X}\n"),
+                testing::EndsWith("\nALL\n  A  11\n  B  22\n"
+                                  "  because of #{X}\n    A  1 at 1:5\n    B  2 at 1:5\n"
+                                  "  because of #(X)\n    A  1 at 1:5\n    B  2 at 1:5\n"));
+    const std::string twice = "X = 1\nB = #{X}\nX = 2\nC = #{X}\nALL = #(B)#(C)\n";
+    const std::string once = "X = 3\nB = #{X}\n\nC = #{X}\nALL = #(B)#(C)\n";
+    EXPECT_THAT(differences(twice, once),
+                testing::EndsWith("\nALL\n  A  12\n  B  33\n"
+                                  "  because of #{X} in #(B)\n    A  1 at 1:5\n    B  3 at 1:5\n"
+                                  "  because of #{X} in #(C)\n    A  2 at 3:5\n    B  3 at 1:5\n"));
+    EXPECT_THAT(differences(once, twice),
+                testing::EndsWith("\nALL\n  A  33\n  B  12\n"
+                                  "  because of #{X} in #(B)\n    A  3 at 1:5\n    B  1 at 1:5\n"
+                                  "  because of #{X} in #(C)\n    A  3 at 1:5\n    B  2 at 3:5\n"));
+}
+
+// More levels than are kept of one setting's references.
+TEST_F(PmenvDiff, ReasonAtTheEndOfALongChainIsFound) {
+    std::string chain;
+    for (int i = 1; i < 30; ++i) chain += "S" + std::to_string(i) + " = #(S" + std::to_string(i - 1) + ")\n";
+    EXPECT_THAT(differences("S0 = a\n" + chain, "S0 = b\n" + chain),
+                HasSubstr("S29\n  A  a\n  B  b\n  because of #(S0) in #(S28), #(S27), #(S26), #(S25), #(S24), #(S23), "
+                          "#(S22), #(S21) and 20 more\n    A  a at 1:6\n    B  b at 1:6\n"));
+    EXPECT_THAT(differences("S0 = a\n" + chain, "S0 = b\n" + chain), HasSubstr(", #(S2) and 1 more\n"));
+    const json answer = json::parse(diff("S0 = a\n" + chain, "S0 = b\n" + chain, {"--json"}).out);
+    const json& settings = answer["files"][0]["settings"];
+    for (const std::size_t last : {9U, 10U, 11U}) {
+        const json& reason = settings.at(last).at("because").at(0);
+        EXPECT_EQ(reason.at("through").size(), 8U);
+        EXPECT_EQ(reason.value("throughLeftOut", 0U), last - 9);
+        EXPECT_EQ(reason.count("throughLeftOut"), last > 9 ? 1U : 0U);
+    }
 }
 
 TEST_F(PmenvDiff, TextAndReferenceMayBothBeReasons) {
@@ -182,6 +261,33 @@ TEST_F(PmenvDiff, ManyReasonsAreCounted) {
     }
     EXPECT_THAT(differences(a + all, b + all),
                 HasSubstr("  because of #(X4)\n    A  a at 5:6\n    B  b at 5:6\n  and of 4 more\n"));
+    all = "ALL = #(X0)#(X1)#(X2)#(X3)#(X4)";
+    EXPECT_THAT(differences(a + all, b + all), testing::EndsWith("    B  b at 5:6\n"));
+    EXPECT_THAT(differences(a + all + "#(X5)", b + all + "#(X5)"), testing::EndsWith("  and of 1 more\n"));
+    for (const std::size_t more : {0U, 1U}) {
+        const std::string text = all + (more > 0 ? "#(X5)" : "");
+        const json answer = json::parse(diff(a + text, b + text, {"--json"}).out);
+        const json& setting = answer["files"][0]["settings"].back();
+        EXPECT_EQ(setting.at("because").size(), 5U);
+        EXPECT_EQ(setting.value("becauseMore", 0U), more);
+        EXPECT_EQ(setting.count("becauseMore"), more);
+    }
+}
+
+// Each setting refers to the next. What the last one is can be followed through two hundred.
+TEST_F(PmenvDiff, ReasonsAreFollowedUpToALimit) {
+    const auto chainTo = [](int last, const std::string& value) {
+        std::string chain;
+        for (int i = 0; i < last; ++i) chain += "S" + std::to_string(i) + " = #(S" + std::to_string(i + 1) + ")\n";
+        return chain + "S" + std::to_string(last) + " = " + value + "\n";
+    };
+    const std::string way = "#(S1), #(S2), #(S3), #(S4), #(S5), #(S6), #(S7), #(S8) and ";
+    EXPECT_THAT(differences(chainTo(200, "a"), chainTo(200, "b")),
+                testing::StartsWith("S0\n  A  a\n  B  b\n  because of #(S200) in " + way +
+                                    "191 more\n    A  a at 201:8\n    B  b at 201:8\n\n"));
+    EXPECT_THAT(differences(chainTo(201, "a"), chainTo(201, "b")),
+                testing::StartsWith("S0\n  A  a\n  B  b\n  because of #(S201) in " + way +
+                                    "192 more, which 'pmenv explain' tells more about\n\n"));
 }
 
 TEST_F(PmenvDiff, ReasonBehindAReferenceThatIsNotKeptIsNotInvented) {
@@ -272,6 +378,20 @@ TEST_F(PmenvDiff, DirectoriesAreComparedByTheNamesOfTheirFiles) {
     EXPECT_EQ(refused.status, 4) << "whatever else differs";
     EXPECT_THAT(refused.out, HasSubstr("; 0 do not differ, 1 comparison not made\n"));
     EXPECT_EQ(refused.err, "pmenv: cannot load the settings: a/same.ini:1:1: missing '=', expected KEY = value\n");
+    EXPECT_EQ(json::parse(run({"diff", "a", "b", "--json"}).out)["files"][1],
+              (json{{"a", "a/same.ini"},
+                    {"b", "b/same.ini"},
+                    {"problem", "cannot load the settings: a/same.ini:1:1: missing '=', expected KEY = value"}}));
+}
+
+TEST_F(PmenvDiff, WhatWasFoundStandsBeforeWhatCannotBeReadInOneLog) {
+    for (const char* const directory : {"a", "b"}) directory_.makeDirectory(directory);
+    directory_.writeFile("a/1.ini", "A = 1\n");
+    directory_.writeFile("a/2.ini", "no setting\n");
+    directory_.writeFile("b/2.ini", "A = 1\n");
+    const ScopedCwd here(directory_.path());
+    EXPECT_THAT(runProgram({"/bin/bash", "-c", "\"$0\" diff a b 2>&1", PMENV_BINARY}).out,
+                testing::MatchesRegex("only A  a/1.ini\n\npmenv: .* a/2.ini:1:1: .*\n0 settings differ.*\n"));
 }
 
 TEST_F(PmenvDiff, FilesMayBePipes) {
@@ -298,8 +418,25 @@ TEST_F(PmenvDiff, WhatCannotBeToldHasACodeOfItsOwn) {
     EXPECT_THAT(diff("A = 1\n", "A = 1\n", {"--env-a", "none.env"}).err,
                 HasSubstr("none.env: No such file or directory"));
     EXPECT_EQ(diff("A = 1\n", "A = 1\n", {"--env-a", "."}).status, 4);
+    directory_.writeFile("a.env", std::string("A=1\n \t\nB=\0\n", 11));
+    EXPECT_EQ(diff("A = 1\n", "A = 1\n", {"--env-a", "a.env"}).err,
+              "pmenv: cannot read the variables: a.env:3: a NUL byte\n");
+    for (const char* const line : {"NAME\n", "=value\n", "A B=value\n"}) {
+        directory_.writeFile("a.env", line);
+        EXPECT_EQ(diff("A = 1\n", "A = 1\n", {"--env-a", "a.env"}).err,
+                  "pmenv: cannot read the variables: a.env:1: expected NAME=value\n");
+    }
     const ScopedCwd here(directory_.path());
     EXPECT_EQ(runProgram({"/bin/bash", "-c", "\"$0\" diff a.ini a.ini >/dev/full", PMENV_BINARY}).status, 4);
+}
+
+TEST_F(PmenvDiff, VariablesHaveALimitOfLength) {
+    const std::string largest = "#" + std::string((16U << 20) - 1, 'x');
+    directory_.writeFile("a.env", largest + "\nPM_X=\n");
+    EXPECT_EQ(diff("A = 1\n", "A = 1\n", {"--env-a", "a.env"}).err,
+              "pmenv: cannot read the variables: a.env:2: the file is larger than 16 MiB\n");
+    directory_.writeFile("a.env", largest + "\n\n");
+    EXPECT_EQ(diff("A = 1\n", "A = 1\n", {"--env-a", "a.env"}).status, 0);
 }
 
 TEST_F(PmenvDiff, WrongUsage) {
@@ -309,6 +446,9 @@ TEST_F(PmenvDiff, WrongUsage) {
              {"diff", "a.ini"}, {"diff", "a.ini", "d"}, {"diff", "-", "-"}, {"diff", "a.ini", "a.ini", "--ini", "."}}) {
         EXPECT_EQ(run(words).status, 2) << words.back();
     }
+    const std::string different = "pmenv: 'd' is a directory and 'a.ini' is none; see 'pmenv diff --help'\n";
+    EXPECT_EQ(run({"diff", "a.ini", "d"}).err, different);
+    EXPECT_EQ(run({"diff", "d", "a.ini"}).err, different);
 }
 
 // --- input that asks for too much -----------------------------------------------------------------------------------
