@@ -251,6 +251,17 @@ TEST_F(ExplanationTest, SuggestionsTakeLimitedTime) {
     EXPECT_THAT(explanation.root.steps[0].nearest, IsEmpty());
 }
 
+// Ten thousand names are looked at for one of a hundred letters, and for no more.
+TEST_F(ExplanationTest, SuggestionsAreMadeUpToALimitOfWork) {
+    const std::string stem = repeated("n", 99);
+    std::string settings = stem + " = 1\nA = #(" + stem + "x)\n";
+    for (int i = 2; i < 10'000; ++i) settings += "S" + std::to_string(i) + "=\n";
+    const Explanation explanation = explainSetting(load(settings), "A");
+    ASSERT_EQ(1U, explanation.root.steps.size());
+    EXPECT_THAT(explanation.root.steps[0].nearest, ElementsAre(stem));
+    EXPECT_THAT(explainSetting(load(settings + "S =\n"), "A").root.steps.at(0).nearest, IsEmpty());
+}
+
 // --- what is left out -----------------------------------------------------------------------------------------------
 
 struct Shown {
@@ -293,6 +304,28 @@ TEST_F(ExplanationTest, SettingsOfMoreThanTwentyReferencesAreCountedWhole) {
     const Shown shown = shownIn(explainSetting(load(text + "ALL = " + all + "\n"), "ALL").root);
     EXPECT_EQ(200U, shown.steps);
     EXPECT_EQ(20U + 20U * 25U, shown.steps + shown.leftOut);
+}
+
+// The twenty-first reference is not kept, nor are those in what it stands for.
+TEST_F(ExplanationTest, ReferencesBelowOneThatIsNotKeptAreCounted) {
+    const ObservedSettings& settings = load("N = 1\nM = #(N)\nA = " + repeated("#(M)", 21) + "\n");
+    const Explanation explanation = explainSetting(settings, "A");
+    EXPECT_EQ(20U, explanation.root.steps.size());
+    EXPECT_EQ(2U, explanation.root.stepsLeftOut);
+    EXPECT_EQ(40U, shownIn(explanation.root).steps);
+    EXPECT_EQ(repeated("1", 21), explanation.value);
+}
+
+// Of so many long texts no more are kept: that would take as much memory again and again.
+TEST_F(ExplanationTest, ReferencesToLongTextsAreKeptUpToALimitOfMemory) {
+    std::string text = "L = " + repeated("x", 2047) + "\n";
+    const std::string value = " = " + repeated("#{L} ", 20) + "\n";
+    for (int i = 0; i < 1700; ++i) text += "S" + std::to_string(i) + value;
+    const ObservedSettings& settings = load(text);
+    EXPECT_EQ(20U, explainSetting(settings, "S1500").root.steps.size());
+    const Explanation last = explainSetting(settings, "S1699");
+    EXPECT_THAT(last.root.steps, IsEmpty());
+    EXPECT_EQ(20U, last.root.stepsLeftOut);
 }
 
 TEST_F(ExplanationTest, SettingThatRefersToItselfIsNotDefinedYetOnItsOwnLine) {
@@ -359,6 +392,17 @@ TEST_F(ExplanationTest, AnUnsetVariableIsNoSetting) {
         EXPECT_THAT(step.leftOut.lines, IsEmpty());
     }
     EXPECT_EQ("", explanation.value);
+}
+
+// A variable's value has no line below which a setting could stand.
+TEST_F(ExplanationTest, AMissingSettingInAVariableIsDefinedNowhere) {
+    const ScopedEnv variable("EXPLAIN_1", "<#{LATER}>");
+    const Explanation explanation = explainSetting(load("A = ${EXPLAIN_1}\nLATER = 1\n"), "A");
+    ASSERT_EQ(1U, explanation.root.steps.size());
+    ASSERT_EQ(1U, explanation.root.steps[0].steps.size());
+    EXPECT_EQ(ExplainedValue::Source::Nowhere, explanation.root.steps[0].steps[0].source);
+    EXPECT_EQ(0, explanation.root.steps[0].steps[0].definedBelow);
+    EXPECT_EQ("<>", explanation.value);
 }
 
 TEST_F(ExplanationTest, FileThatIsRejectedIsAFailure) {

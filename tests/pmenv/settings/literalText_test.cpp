@@ -29,8 +29,8 @@ TEST(literalTexts, AreWhatStillStandsInTheExpandedForm) {
 }
 
 TEST(literalTexts, BareVariablesAreSpelledLikeOnes) {
-    const std::string value = "$HOME $A $AB1 $5 $$ $ab $1AB $";
-    EXPECT_THAT(literalsIn(value, value), ElementsAre("$HOME", "$AB1"));
+    const std::string value = "$HOME $A $AB $AB1 $5 $$ $ab $1AB $";
+    EXPECT_THAT(literalsIn(value, value), ElementsAre("$HOME", "$AB", "$AB1"));
 }
 
 TEST(literalTexts, AreNotTextsForAShell) {

@@ -1,6 +1,7 @@
-// OriginMap: where in a text something stood before parts of it were replaced.
+// OriginMap: where in a text something stood before parts of it were replaced. What was observed of that is counted.
 #include <optional>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -50,6 +51,15 @@ TEST(OriginMap, AgreesWithATextWhoseCharactersCarryTheirOrigin) {
             }
         }
     }
+}
+
+TEST(ObservedSteps, AreCountedAtAllLevels) {
+    const auto step = [](std::vector<ObservedStep> below) {
+        return ObservedStep{Excerpt("#(A)"), 0, false, "A", std::nullopt, std::nullopt, std::nullopt, std::move(below)};
+    };
+    EXPECT_EQ(0U, countSteps({}));
+    EXPECT_EQ(2U, countSteps({step({}), step({})}));
+    EXPECT_EQ(5U, countSteps({step({step({}), step({step({})})}), step({})}));
 }
 
 }  // namespace

@@ -215,6 +215,12 @@ TEST_F(Rules, AllowTakesOneFindingFromTheNextLine) {
     EXPECT_THAT(placesOf("undefined-setting", twoOnALine + both), ElementsAre("1:5+4", "1:9+4"));
 }
 
+TEST_F(Rules, EachAllowIsForTheLineBelowIt) {
+    const std::string allow = "; pmenv: allow undefined-setting\n";
+    EXPECT_THAT(placesOf("undefined-setting", allow + "A = #(X)\n" + allow + "B = #(Y)\n"), IsEmpty());
+    EXPECT_THAT(placesOf("undefined-setting", allow + "\n" + allow + "B = #(Y)#(Z)\n"), ElementsAre("4:9+4"));
+}
+
 // What is expanded when the file is loaded is found before what is expanded when a value is read.
 TEST_F(Rules, AllowTakesTheFirstFindingOfTheLine) {
     EXPECT_THAT(placesOf("undefined-setting", "A = #(NONE1)#{NONE2}\n"), ElementsAre("1:5+8", "1:13+8"));
@@ -254,6 +260,7 @@ TEST_F(Rules, NeedlessAllow) {
                 ElementsAre("1:10+20", "2:10+11"));
     EXPECT_THAT(placesOf(rule, "; pmenv is a tool\n; see pmenv: allow cycle\nA = ; pmenv: allow cycle\n[a]\n"),
                 IsEmpty());
+    EXPECT_THAT(placesOf(rule, "Xpmenv: allow cycle = 1\n"), IsEmpty()) << "no comment";
 }
 
 // Otherwise the comment would be needed on one host and needless on the next.
@@ -307,6 +314,32 @@ TEST_F(Rules, WhatOneSettingsReferenceLacksIsToldOnce) {
                 ElementsAre("3:5+15 the setting 'NONE_LIKE_IT' is not defined"));
     EXPECT_THAT(placesOf("undefined-setting", "C = #(NONE_LIKE_IT)\nB = #(C)\nA = #(B)#(C)\n"), ElementsAre("1:5+15"));
     EXPECT_THAT(placesOf("undefined-setting", "A = #(B)#(NONE)\nB = #(NONE)\n"), ElementsAre("1:9+7", "2:5+7"));
+}
+
+// B has got the reference when the file was loaded. What is wrong is told where it is written.
+TEST_F(Rules, WhatTheLoadHasPutInIsNotToldAgain) {
+    EXPECT_THAT(placesOf("undefined-setting", "C = #(NONE)\nB = #{C}\n"), ElementsAre("1:5+7"));
+    EXPECT_THAT(placesOf("undefined-setting", "C = #(NONE)\nB = #{C}\nA = #(B)\n"), ElementsAre("1:5+7"));
+}
+
+TEST_F(Rules, OfALongNameTheBeginningIsTold) {
+    const std::string longest(80, 'n');
+    EXPECT_THAT(find("undefined-setting", "A = #(" + longest + ")#(m" + longest + ")\n"),
+                ElementsAre("1:5+83 the setting '" + longest + "' is not defined",
+                            "1:88+84 the setting 'm" + longest.substr(1) + "...' is not defined"));
+}
+
+// Five hundred unknown names are compared with the thousand that there are.
+TEST_F(Rules, SuggestionsAreMadeUpToALimitOfWork) {
+    std::string text = "TARGET = 1\n";
+    for (int i = 1; i < 1000; ++i) {
+        text += "SETTING_NUMBER_" + std::to_string(i) + " = " + (i <= 501 ? "#(TARGETT)" : "") + "\n";
+    }
+    const std::vector<std::string> found = find("undefined-setting", text);
+    ASSERT_EQ(501U, found.size());
+    EXPECT_EQ(500, std::count_if(found.begin(), found.end(), [](const std::string& each) {
+                  return each.find("did you mean 'TARGET'?") != std::string::npos;
+              }));
 }
 
 TEST_F(Rules, LimitOfASettingThatOthersReferTo) {

@@ -98,6 +98,13 @@ TEST_F(PmenvCheck, JsonHasEachFindingWithItsSource) {
     EXPECT_EQ(json::array({{{"file", "a.ini"}, {"findings", {undefined, refused}}}}), json::parse(result.out));
 }
 
+// The excerpt would begin within the first character, which is shown whole instead.
+TEST_F(PmenvCheck, ExcerptThatReachesIntoTheFirstCharacterBeginsWithIt) {
+    const std::string line = "ä = " + std::string(56, 'x') + "#(B)";
+    EXPECT_THAT(runOn(line + "\n").out,
+                HasSubstr("\n    1 | " + line + "\n      | " + std::string(60, ' ') + "^~~~\n"));
+}
+
 TEST_F(PmenvCheck, StrictTakesWarningsForErrors) {
     EXPECT_EQ(0, runOn("A = 1\nA = 2\n").status);
     EXPECT_EQ(1, runOn("A = 1\nA = 2\n", {"--strict"}).status);
@@ -261,6 +268,25 @@ TEST_F(PmenvCheckInput, Pipe) {
     EXPECT_THAT(shell("\"$0\" check <(printf 'A = #(B)\\n')").out,
                 testing::MatchesRegex("/dev/fd/[0-9]+:1:5: error: the setting 'B' is not defined .*\n.*\n.*\n"));
     EXPECT_EQ(0, shell("mkfifo p; echo 'A = 1' >p & \"$0\" check p").status);
+}
+
+TEST_F(PmenvCheckInput, ThatCannotBeHeldIsNotCheckedInPart) {
+    directory_.writeFile("a.ini", repeated("; a comment of forty characters in a line\n", 50) + "A = #(B)\n");
+    const ProgramResult result = shell("trap '' XFSZ; ulimit -f 1; \"$0\" check a.ini");
+    EXPECT_EQ(1, result.status);
+    EXPECT_EQ("", result.out);
+    EXPECT_EQ(
+        "pmenv: cannot hold the settings in memory to check them\n"
+        "0 errors, 0 warnings, 1 file not read\n",
+        result.err);
+}
+
+TEST_F(PmenvCheckInput, FindingsStandBeforeTheirSummaryInOneLog) {
+    directory_.writeFile("a.ini", "no\n");
+    for (const std::string format : {"text", "github"}) {
+        const std::string log = shell("\"$0\" check a.ini --format " + format + " 2>&1").out;
+        EXPECT_LT(log.find("missing '='"), log.find("1 error, 0 warnings\n")) << log;
+    }
 }
 
 TEST_F(PmenvCheckInput, LongPipe) {

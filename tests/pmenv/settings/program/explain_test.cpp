@@ -354,6 +354,12 @@ TEST_F(PmenvExplainLimits, TerminalHasColourAndCutsAllButTheFinalText) {
     EXPECT_THAT(run.output(), StartsWith(ini + "\r\n\r\n\x1b[1mA\x1b[0m: setting at 1:5\r\n"));
     EXPECT_THAT(run.output(), HasSubstr("│  └ value   " + longText.substr(0, 46) + "…\r\n"));
     EXPECT_THAT(run.output(), HasSubstr("└ value   \x1b[32m" + longText + "\x1b[0m\r\n"));
+    constexpr unsigned short kNarrow[] = {33, 24, 10};
+    for (const unsigned short columns : kNarrow) {
+        TerminalRun narrow({PMENV_BINARY, "--ini", ini, "explain", "A"}, environmentOfTests(), columns, 20);
+        EXPECT_EQ(narrow.finish(), 0);
+        EXPECT_THAT(narrow.output(), HasSubstr("│  └ value   " + longText.substr(0, 19) + "…\r\n")) << columns;
+    }
 }
 
 TEST_F(PmenvExplainLimits, NamesCannotSteerTheTerminal) {
@@ -382,6 +388,8 @@ TEST(PmenvExplain, WrongUsageIsNamedAndExitsWithTwo) {
     const Row rows[] = {
         {{}, "'explain' needs NAME or --text; see 'pmenv explain --help'"},
         {{"A", "--text", "x"}, "NAME and --text do not go together; see 'pmenv explain --help'"},
+        {{"--text", "x", "--file", "f"}, "--text and --file do not go together; see 'pmenv explain --help'"},
+        {{"--text", "x", "--keys", "k"}, "--text and --keys do not go together; see 'pmenv explain --help'"},
         {{"A", "B"}, "'explain' takes no further argument 'B'; see 'pmenv explain --help'"},
         {{"A", "--set", "A"}, "--set needs NAME=VALUE, with a '='; see 'pmenv explain --help'"},
         {{"A", "--set", "A=" + repeated("x", 256)}, "--set A" + refused},
