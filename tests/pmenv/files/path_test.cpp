@@ -1,4 +1,5 @@
 // pmenv path: split, make, shorten, abs.
+#include <algorithm>
 #include <filesystem>
 #include <set>
 #include <string>
@@ -100,6 +101,7 @@ TEST_F(PmenvPath, ShortenNeverCutsACharacter) {
         ASSERT_EQ(outcome.status, 0) << width;
         const std::string shortened = outcome.out.substr(0, outcome.out.size() - 1);
         EXPECT_LE(shortened.size(), static_cast<std::size_t>(width));
+        EXPECT_GE(shortened.size() + 3, std::min(path.size(), static_cast<std::size_t>(width))) << "no more is cut";
         EXPECT_EQ(json::parse(run({"path", "shorten", path, std::to_string(width), "--json"}).out).at("path"),
                   shortened)
             << "no byte of it is replaced";

@@ -130,7 +130,7 @@ TEST_F(PmenvWalk, SaysWhenDescriptorsRunOutInAChainOfDirectories) {
     std::filesystem::create_directories(deepest);
     directory_.writeFile(deepest.substr(directory_.path().size() + 1) + "/last");
     std::set<int> seen;
-    for (int limit = 10; limit <= 45; ++limit) {
+    for (int limit = 5; limit <= 45; ++limit) {
         SCOPED_TRACE(limit);
         const ProgramResult outcome =
             shell("ulimit -n " + std::to_string(limit) + "; exec \"$0\" walk chain --recurse");
