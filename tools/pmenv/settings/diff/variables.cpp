@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr std::size_t kMostBytes = std::size_t{16} << 20;
-
 [[noreturn]] void fail(const std::string& place, const std::string& what) {
     throw Failure("cannot read the variables: " + place + ": " + what, kExitCannotTell);
 }
@@ -32,6 +30,7 @@ bool isSkipped(const std::string& line) { return line.find_first_not_of(" \t") =
 }  // namespace
 
 Variables readVariables(const std::string& file) {
+    constexpr std::size_t kMostBytes = std::size_t{16} << 20;
     errno = 0;
     std::ifstream stream(file, std::ios::binary);
     if (!stream) fail(file, std::strerror(errno));
