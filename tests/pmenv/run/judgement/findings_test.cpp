@@ -100,7 +100,7 @@ TEST(Findings, NameTheEngineThatWasHeldBackMost) {
     const auto findings = findingsOf(run.judged(), kLimits);
     ASSERT_EQ(findings.size(), 1u);
     expectFinding(findings[0], "stopped", true, 2, 500, 4);
-    EXPECT_THAT(findings[0].text, HasSubstr("and 1 other"));
+    EXPECT_THAT(findings[0].text, HasSubstr(") and 1 other: "));
 }
 
 TEST(Findings, WhatSpoilsStandsFirst) {
@@ -311,21 +311,29 @@ TEST(Findings, LimitsThatWereSetAreToldWithWhatPassedThem) {
 }
 
 TEST(Findings, TellThatPmenvItselfWokeLate) {
-    const auto findingsWith = [](std::uint64_t late) {
-        MadeRun run;
-        run.each(10, [late](Evidence& evidence) {
+    const auto findingsWith = [](std::uint64_t wakes, std::uint64_t late, const JudgeLimits& limits = {}) {
+        MadeRun run(limits);
+        run.each(10, [=](Evidence& evidence) {
             evidence.engines.push_back(engineThat({5, 0}, evidence.from));
-            evidence.wakes = {100, late, evidence.from == 5 ? 0.3 : 0.1};
+            evidence.wakes = {wakes, late, evidence.from == 5 ? 0.3 : 0.1};
         });
-        return findingsOf(run.judged(), kLimits);
+        return findingsOf(run.judged(), limits);
     };
-    EXPECT_THAT(findingsWith(1), IsEmpty());
-    const auto findings = findingsWith(4);
+    EXPECT_THAT(findingsWith(100, 1), IsEmpty());
+    EXPECT_EQ(findingsWith(200, 3).size(), 1u);
+    EXPECT_THAT(findingsWith(0, 0), IsEmpty()) << "it was never to wake";
+    const auto findings = findingsWith(100, 4);
     ASSERT_EQ(findings.size(), 1u);
     EXPECT_STREQ(findings[0].kind, "late");
     EXPECT_FALSE(findings[0].pid);
     EXPECT_EQ(findings[0].seconds, 10);
     EXPECT_EQ(findings[0].text, "pmenv itself woke more than 10.0 ms late in 4.0 % of the times, at most 0.3 s");
+
+    JudgeLimits limits;
+    limits.percentile = 75;
+    limits.tolerance = 0.1;
+    EXPECT_THAT(findingsWith(4, 1, limits), IsEmpty()) << "as often as the percentile allows";
+    EXPECT_THAT(findingsWith(4, 2, limits).at(0).text, HasSubstr("more than 100.0 ms late in 50.0 %"));
 }
 
 // Where the verdict is in doubt, a finding says why, since when and what to do.
@@ -339,6 +347,22 @@ TEST(Findings, TellWhyItCannotBeToldWhetherTheHypervisorHeldAnEngineBack) {
     EXPECT_THAT(findings[0].advice, HasSubstr("processors of its own"));
     EXPECT_EQ(reasonText(judged, kLimits),
               "the hypervisor may have held an engine back; for how long at a time cannot be seen");
+}
+
+TEST(Findings, NameTheEngineThatWasPerhapsHeldBackForLongest) {
+    const auto pidWith = [](double first, double second) {
+        MadeRun run;
+        run.each(10, [=](Evidence& evidence) {
+            const Did stolen{75, 0, 0, 0, 0, 25}, idle{5};
+            evidence.engines.push_back(engineThat(evidence.from < first ? stolen : idle, evidence.from, 1));
+            evidence.engines.push_back(engineThat(evidence.from < second ? stolen : idle, evidence.from, 2));
+        });
+        const auto findings = findingsOf(run.judged(), kLimits);
+        return findings.size() == 1 ? findings[0].pid : std::nullopt;
+    };
+    EXPECT_EQ(pidWith(0, 0.5), 2);
+    EXPECT_EQ(pidWith(0.5, 0.25), 1);
+    EXPECT_EQ(pidWith(0.5, 0.5), 1) << "the first of those that are alike";
 }
 
 Judged judgedWithPortsElsewhere(double share) {
@@ -566,6 +590,44 @@ TEST(Signals, WithoutATurnNobodyKnowsHowLongOneIsWaitedFor) {
     EXPECT_EQ(readyToRunning(1), 0.25);
 }
 
+// A share of little time is one as well.
+TEST(Signals, OfAMomentAreKnown) {
+    Evidence moment = intervalFrom(0);
+    moment.wakes = {1, 0, 0};
+    moment.machine.busy = 0.125;
+    moment.machine.idle = 0.375;
+    moment.machine.cpuPressure = 0.125;
+    moment.engines.push_back(engineThat({5, 0}, 0));
+    moment.engines[0].turns = 1;
+    moment.engines[0].waited = 0.5;
+    moment.engines[0].group.throttled = 0.0625;
+    const Judged judged = MadeRun().add(moment).judged();
+    const std::pair<const char*, double> rows[] = {
+        {"ready to running", 0.5},    {"throttled", 25},      {"processors", 25},
+        {"pressure: processors", 50}, {"pmenv woke late", 0},
+    };
+    for (const auto& [name, value] : rows) EXPECT_EQ(signalOf(judged, name).value, value) << name;
+}
+
+TEST(Signals, OfNoTimeAreNotKnown) {
+    Evidence begin = intervalFrom(1);
+    begin.to = 1;
+    begin.machine.cpuPressure = 0;
+    EXPECT_EQ(signalOf(MadeRun().add(begin).judged(), "pressure: processors").state, Signal::State::NotReadable);
+}
+
+TEST(Signals, SegmentsSentAgainAreAShareOfThoseThatAreKnown) {
+    const auto stateWith = [](std::optional<std::uint64_t> sent, std::optional<std::uint64_t> again) {
+        Evidence evidence = intervalFrom(0);
+        evidence.machine.segmentsSent = sent;
+        evidence.machine.segmentsSentAgain = again;
+        return signalOf(MadeRun().add(evidence).judged(), "segments sent again").state;
+    };
+    EXPECT_EQ(stateWith(100, 1), Signal::State::Ok);
+    EXPECT_EQ(stateWith(100, std::nullopt), Signal::State::NotReadable);
+    EXPECT_EQ(stateWith(std::nullopt, 1), Signal::State::NotReadable);
+}
+
 TEST(Signals, WithoutAnEngineNoneIsFine) {
     for (const Signal& signal : signalsOf(MadeRun().each(10, [](Evidence&) {}).judged(), kLimits)) {
         EXPECT_TRUE(signal.state == Signal::State::NotReadable || std::string(signal.name) == "pmenv woke late")
@@ -679,9 +741,9 @@ TEST(ReasonText, SaysWhyNothingCanBeTold) {
     EXPECT_EQ(reasonText(gap.engine(10, {5, 0}).add(unseen).judged(), kLimits),
               "pmenv itself got too little of the processors to watch");
     JudgeLimits skipping;
-    skipping.skip = 10;
-    EXPECT_EQ(reasonText(MadeRun(skipping).engine(11, {5, 0}).judged(), skipping),
-              "the watch was too short: 1 s behind the 10 s that --skip leaves out");
+    skipping.skip = 1;
+    EXPECT_EQ(reasonText(MadeRun(skipping).engine(2, {5, 0}).judged(), skipping),
+              "the watch was too short: 1 s behind the 1 s that --skip leaves out");
 }
 
 }  // namespace

@@ -49,13 +49,19 @@ TEST(HeldBackSums, IsUnknownWhereMoreIsInDoubt) {
 }
 
 TEST(HeldBackSums, IsKnownWhereLessIsInDoubt) {
-    EngineEvidence unread = engineThat({5, 0}, 1);
+    EngineEvidence ignored = engineThat({5, 0}, 1);
+    ignored.busiest = std::nullopt;
+    EngineEvidence unread = ignored;
     unread.readable = false;
-    unread.busiest = std::nullopt;
-    HeldBackSums sums(0.010);
-    for (int i = 0; i < 2; ++i) sums.add(interval(kInterval * i, engineThat({100, 0}, kInterval * i)));
-    sums.add(interval(1, unread));
-    EXPECT_NEAR(sums.take().begin()->second.heldBackPercent.value_or(-1), 200.0 / 3, 1e-9) << "at least";
+    for (const EngineEvidence& doubtful : {ignored, unread}) {
+        HeldBackSums sums(0.010);
+        for (int i = 0; i < 2; ++i) sums.add(interval(kInterval * i, engineThat({100, 0}, kInterval * i)));
+        sums.add(interval(1, doubtful));
+        EXPECT_NEAR(sums.take().begin()->second.heldBackPercent.value_or(-1), 200.0 / 3, 1e-9) << "at least";
+        sums.add(interval(2, engineThat({100, 0}, 2)));
+        sums.add(interval(3, doubtful));
+        EXPECT_EQ(sums.take().begin()->second.heldBackPercent, std::nullopt) << "as much again";
+    }
 }
 
 TEST(HeldBackSums, TheWorstThreadIsThatOfTheWorstInterval) {

@@ -117,12 +117,25 @@ TEST(Judgement, LateTurnsAreTheQuotasWhereItKeptTheThreadWaitingForLonger) {
     };
     EXPECT_THAT(reasons(judgedWith({10, 20, 40})), ElementsAre(Reason::Quota));
     EXPECT_THAT(reasons(judgedWith({10, 40, 20})), ElementsAre(Reason::WokenLate));
+    EXPECT_THAT(reasons(judgedWith({10, 30, 30})), ElementsAre(Reason::WokenLate)) << "not for longer";
     EXPECT_NEAR(*judgedWith({10, 20, 40}).share, 0.9, 1e-9);
+}
+
+// What its busiest thread did tells the reason only where that had no slack.
+TEST(Judgement, LateTurnsOfABusyEngineAreNotTheReasonOfItsBusiestThread) {
+    const Judged judged = MadeRun()
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({60, 10}, evidence.from));
+                                        evidence.engines[0].lateTurns = 23;
+                                    })
+                              .judged();
+    EXPECT_THAT(reasons(judged), ElementsAre(Reason::WokenLate));
 }
 
 // Throttled for 40 ms at once: what is due in that time is late, whatever slack there is.
 TEST(Judgement, AQuotaSpoilsTheTimeInWhichItIsUsedUp) {
-    const auto judgedWith = [](std::uint64_t times) {
+    const auto judgedWith = [](std::optional<std::uint64_t> times) {
         return MadeRun()
             .each(10,
                   [times](Evidence& evidence) {
@@ -136,6 +149,7 @@ TEST(Judgement, AQuotaSpoilsTheTimeInWhichItIsUsedUp) {
     EXPECT_NEAR(*judgedWith(1).share, 0.4, 1e-9);
     EXPECT_EQ(judgedWith(10).share, 0);  // 10 ms at once, which is the tolerance
     EXPECT_EQ(judgedWith(0).share, 0) << "it was used up in no period";
+    EXPECT_EQ(judgedWith(std::nullopt).share, 0) << "how long at once is not known";
 }
 
 // Bursts that use the quota up in each period in which there are any: what is due then waits for the next period.
@@ -151,6 +165,20 @@ TEST(Judgement, AQuotaThatIsUsedUpInEachPeriodSpoilsAllOfIt) {
     };
     EXPECT_NEAR(*judgedWith(2).share, 1, 1e-9);
     EXPECT_NEAR(*judgedWith(4).share, 0.4, 1e-9);
+}
+
+// Another process of the group used it up.
+TEST(Judgement, AQuotaThatDidNotKeepTheEngineWaitingSpoilsNothing) {
+    const Judged judged = MadeRun()
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({15, 0}, evidence.from));
+                                        evidence.engines[0].group.throttled = 0.1;
+                                        evidence.engines[0].group.timesThrottled = 2;
+                                        evidence.engines[0].group.periods = 2;
+                                    })
+                              .judged();
+    EXPECT_EQ(judged.share, 0);
 }
 
 TEST(Judgement, AQuotaThatIsUsedUpInFourOfFivePeriodsSpoilsAllOfIt) {
@@ -204,6 +232,57 @@ TEST(Judgement, UsedUpDescriptorsAndPortsHoldBackAnIdleEngine) {
     EXPECT_EQ(judgedWithUsage(0.9, 0.9).outcome, Outcome::Clean);
 }
 
+TEST(Judgement, AThreadThatLeavesOneInTwentyHasSlack) {
+    EngineEvidence engine = engineThat({}, 0);
+    engine.to = 20;
+    engine.busiest->seconds = 20;
+    const auto noSlackWith = [&engine](double ran) {
+        engine.busiest->parts.running = ran;
+        return heldBackIn(engine, {}).noSlack;
+    };
+    EXPECT_FALSE(noSlackWith(19));
+    EXPECT_TRUE(noSlackWith(19.125));
+    engine.busiest->seconds = 0;
+    EXPECT_FALSE(noSlackWith(0.1)) << "seen for the first time";
+}
+
+TEST(Judgement, AThreadThatRanForNineTenthsHasTooMuchWorkOfItsOwn) {
+    EXPECT_EQ(reasonOf({9, 1}, 1, 0), Reason::OwnWork);
+    EXPECT_EQ(reasonOf({8.75, 1.25}, 1, 0), Reason::Crowded);
+}
+
+// How long others had the processors could not be read.
+TEST(Judgement, OnlyWhatOthersAreKnownToHaveTakenIsTheirs) {
+    const Judged judged = MadeRun()
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({50, 50}, evidence.from));
+                                    })
+                              .judged();
+    EXPECT_THAT(reasons(judged), ElementsAre(Reason::Crowded));
+}
+
+TEST(Judgement, TheReasonOfAStretchIsTheOneThatTookLongest) {
+    const auto reasonsWith = [](double descriptors, double ports) {
+        return reasons(MadeRun()
+                           .each(descriptors,
+                                 [](Evidence& evidence) {
+                                     evidence.engines.push_back(engineThat({5}, evidence.from));
+                                     evidence.engines[0].descriptorShare = 1;
+                                 })
+                           .each(ports,
+                                 [](Evidence& evidence) {
+                                     evidence.engines.push_back(engineThat({5}, evidence.from));
+                                     evidence.engines[0].portShare = 1;
+                                 })
+                           .engine(1, {100})
+                           .judged());
+    };
+    EXPECT_THAT(reasonsWith(2, 3), ElementsAre(Reason::Ports));
+    EXPECT_THAT(reasonsWith(3, 2), ElementsAre(Reason::Descriptors));
+    EXPECT_THAT(reasonsWith(0.75, 0.5), ElementsAre(Reason::OwnWork));
+}
+
 // --- what may have held an engine back ------------------------------------------------------------------------------
 
 // A hypervisor that took this much from a thread, in turns so long that pmenv's own timer was late as well, or shorter.
@@ -251,13 +330,26 @@ TEST(Judgement, AThreadThatDidNotSleepHadNoSlackHoweverMuchWasStolen) {
     EXPECT_EQ(judgedWith(1).doubt, Doubt::Stolen);
 }
 
+TEST(Judgement, OfAThreadWithoutSlackTheHypervisorMayHaveTakenMost) {
+    const Judged judged = MadeRun()
+                              .each(10,
+                                    [](Evidence& evidence) {
+                                        evidence.engines.push_back(engineThat({20, 0, 0, 0, 0, 75}, evidence.from));
+                                        evidence.engines[0].busiest->sleeps = 0;
+                                    })
+                              .judged();
+    EXPECT_THAT(reasons(judged), ElementsAre(Reason::Stolen));
+    EXPECT_NEAR(judged.engines.at(0).parts.stolen, 7.5, 1e-9) << "of ten seconds";
+}
+
 // A thread that has little to do is late when it is due in such a turn, as pmenv's own timer is.
 TEST(Judgement, AHypervisorThatTakesLongTurnsMakesLightSleepersLate) {
-    const auto judgedWith = [](double stolen, std::uint64_t late) {
+    const auto judgedWith = [](double stolen, std::uint64_t late, int processors = 2) {
         return MadeRun()
             .each(10,
                   [=](Evidence& evidence) {
                       evidence.engines.push_back(engineThat({2, 0}, evidence.from));
+                      evidence.machine.processors = processors;
                       evidence.machine.stolen = stolen;
                       evidence.wakes.late = late;
                   })
@@ -266,6 +358,7 @@ TEST(Judgement, AHypervisorThatTakesLongTurnsMakesLightSleepersLate) {
     EXPECT_NEAR(*judgedWith(0.2, 5).share, 5.0 / 25, 1e-9) << "as often as pmenv woke late";
     EXPECT_NEAR(*judgedWith(0.02, 5).share, 0.01 / kInterval, 1e-9)
         << "not longer than each of two processors was taken";
+    EXPECT_NEAR(*judgedWith(0.02, 5, 1).share, 0.02 / kInterval, 1e-9);
     EXPECT_NEAR(*judgedWith(0.5, 99).share, 1, 1e-9);
     EXPECT_THAT(reasons(judgedWith(0.1, 5)), ElementsAre(Reason::Stolen));
     EXPECT_EQ(judgedWith(0, 5).share, 0) << "pmenv woke late for another reason";
@@ -351,7 +444,20 @@ TEST(Judgement, ADoubtIsOfTheRestOfAnInterval) {
                                     })
                               .judged();
     EXPECT_NEAR(*judged.share, 0.005, 1e-9);
+    EXPECT_NEAR(judged.engines.at(0).perhaps.at(Reason::Stolen).seconds, 9.95, 1e-9);
     EXPECT_NEAR(judged.engines.at(0).perhapsShare, 1, 1e-9);
+}
+
+// It counts as if it had run for a tenth of the watch, which is a second.
+TEST(Judgement, ADoubtOfAMomentCountsItsTenth) {
+    MadeRun run;
+    run.engine(9.5, {5, 0});
+    run.each(0.5, [](Evidence& evidence) {
+        evidence.engines.push_back(engineThat({5, 0}, evidence.from));
+        evidence.engines.push_back(engineThat({75, 0, 0, 0, 0, 25}, evidence.from, 200));
+    });
+    EXPECT_NEAR(run.judged().engines.at(1).perhapsShare, 0.5, 1e-9);
+    EXPECT_EQ(run.judged().doubt, Doubt::Stolen);
 }
 
 TEST(Judgement, PortsThatMayBeUsedUpAreADoubtAndThoseThatAreNotAreFine) {
@@ -390,6 +496,7 @@ TEST(Judgement, TheLongerOfTwoDoubtsIsTold) {
     };
     EXPECT_EQ(judgedWith(6).doubt, Doubt::Ports);
     EXPECT_EQ(judgedWith(4).doubt, Doubt::Stolen);
+    EXPECT_EQ(judgedWith(5).doubt, Doubt::Stolen) << "which is the first where both are as long";
 }
 
 // --- several engines ------------------------------------------------------------------------------------------------
@@ -448,6 +555,7 @@ TEST(Judgement, TheBusiestThreadIsTheOneThatWasSoMostOften) {
     EXPECT_NEAR(engine.slack, 7.9, 1e-9);
     EXPECT_NEAR(engine.waited, 0.1, 1e-9);
     EXPECT_EQ(engine.turns, 4000u);
+    EXPECT_EQ(MadeRun().engine(kInterval, {5, 0}).judged().engines.at(0).thread, "sender") << "in one interval";
 }
 
 TEST(Judgement, AnIdThatIsUsedAgainIsAnotherEngine) {
@@ -462,8 +570,8 @@ TEST(Judgement, AnIdThatIsUsedAgainIsAnotherEngine) {
 
 TEST(Judgement, StretchesThatLieNearAreOne) {
     MadeRun near, far;
-    for (int i = 0; i < 10; ++i) near.engine(0.25, {100, 0}).engine(0.75, {5, 0});
-    for (int i = 0; i < 10; ++i) far.engine(0.25, {100, 0}).engine(1.75, {5, 0});
+    for (int i = 0; i < 10; ++i) near.engine(0.25, {100, 0}).engine(1, {5, 0});
+    for (int i = 0; i < 10; ++i) far.engine(0.25, {100, 0}).engine(1.25, {5, 0});
     EXPECT_EQ(near.judged().engines[0].stretches.size(), 1u);
     EXPECT_NEAR(near.judged().engines[0].stretches[0].seconds, 2.5, 1e-9);
     EXPECT_EQ(far.judged().engines[0].stretches.size(), 10u);
@@ -521,18 +629,36 @@ TEST(Judgement, AnEngineThatCannotBeReadCannotBeClean) {
 }
 
 TEST(Judgement, WhatAnEngineLackedForCertainSpoilsAlsoWhereItCannotBeRead) {
-    const Judged judged = MadeRun()
+    for (const auto share : {&EngineEvidence::descriptorShare, &EngineEvidence::portShare}) {
+        const Judged judged = MadeRun()
+                                  .each(10,
+                                        [share](Evidence& evidence) {
+                                            evidence.engines.push_back(engineThat({}, evidence.from));
+                                            evidence.engines[0].readable = false;
+                                            evidence.engines[0].busiest = std::nullopt;
+                                            evidence.engines[0].*share = evidence.from < 5 ? 0.1 : 1.0;
+                                        })
+                                  .judged();
+        EXPECT_EQ(judged.outcome, Outcome::Spoiled);
+        EXPECT_NEAR(judged.share.value_or(-1), 0.5, 1e-9);
+        EXPECT_EQ(judged.believed, std::nullopt) << "it may have lacked more";
+    }
+}
+
+TEST(Judgement, NoPercentileCanBeBelievedWhereAnEngineIsMissingAndTheOtherCannotBeRead) {
+    JudgeLimits limits;
+    limits.engines = 2;
+    const Judged judged = MadeRun(limits)
                               .each(10,
                                     [](Evidence& evidence) {
                                         evidence.engines.push_back(engineThat({}, evidence.from));
                                         evidence.engines[0].readable = false;
                                         evidence.engines[0].busiest = std::nullopt;
-                                        evidence.engines[0].descriptorShare = evidence.from < 5 ? 0.1 : 1.0;
                                     })
                               .judged();
     EXPECT_EQ(judged.outcome, Outcome::Spoiled);
-    EXPECT_NEAR(judged.share.value_or(-1), 0.5, 1e-9);
-    EXPECT_EQ(judged.believed, std::nullopt) << "it may have lacked more";
+    EXPECT_FALSE(judged.share);
+    EXPECT_FALSE(judged.believed);
 }
 
 // It lacked descriptors for 8 % of the least time that counts, which p90 allows; what else it lacked is not known.
@@ -652,6 +778,24 @@ TEST(Judgement, AnEngineThatCannotBeReadForAMomentIsNoDoubt) {
     EXPECT_EQ(doubtWith(100, 100, 2), Doubt::NotReadable) << "of the half in which it was there";
 }
 
+TEST(Judgement, AnEngineMayBeUnreadableForAsLongAsThePercentileAllows) {
+    JudgeLimits limits;
+    limits.percentile = 75;
+    const auto doubtWith = [&limits](double unreadable) {
+        return MadeRun(limits)
+            .engine(8 - unreadable, {5, 0})
+            .each(unreadable,
+                  [](Evidence& evidence) {
+                      evidence.engines.push_back(engineThat({}, evidence.from));
+                      evidence.engines[0].busiest = std::nullopt;
+                  })
+            .judged()
+            .doubt;
+    };
+    EXPECT_EQ(doubtWith(2), Doubt::None);
+    EXPECT_EQ(doubtWith(2.25), Doubt::NotReadable);
+}
+
 TEST(Judgement, AWatcherThatWakesLateCannotCallARunClean) {
     const auto withLate = [](std::uint64_t late) {
         return MadeRun()
@@ -760,6 +904,23 @@ TEST(Judgement, AnEngineThatIsReplacedIsTold) {
     EXPECT_EQ(judged.outcome, Outcome::Spoiled);
 }
 
+// They were found in the same moment, and ran side by side.
+TEST(Judgement, AnEngineThatBeganWithTheOneThatEndedDoesNotReplaceIt) {
+    MadeRun run;
+    run.each(10, [](Evidence& evidence) { evidence.engines.push_back(engineThat({5, 0}, evidence.from, 1)); });
+    Evidence found = intervalFrom(run.now());
+    for (const int pid : {2, 3}) {
+        found.engines.push_back(engineThat({}, found.from, pid));
+        found.engines.back().from = found.engines.back().to;
+    }
+    run.add(found);
+    run.each(10, [](Evidence& evidence) {
+        evidence.engines.push_back(engineThat({5, 0}, evidence.from, 3));
+        if (evidence.from == 10.25) evidence.ends.push_back(endOf(2, 10.25, 0));
+    });
+    EXPECT_FALSE(run.judged().incidents.at(0).replaced);
+}
+
 TEST(Judgement, EndsOfDescendantsAreNotTold) {
     MadeRun run;
     run.engine(5, {5, 0});
@@ -825,6 +986,27 @@ TEST(Judgement, PassingALimitForLongEnoughInAllSpoilsTheRun) {
     EXPECT_NEAR(with(5).incidents.at(0).worst, 97.5, 1e-9);
 }
 
+TEST(Judgement, ALimitOfTheMachineCountsAlsoWhereItIsMoreIdleThanBusy) {
+    JudgeLimits limits;
+    limits.machinePercent = 24.75;
+    EXPECT_EQ(MadeRun(limits).engine(20, {50, 0}).judged().incidents.size(), 1u);
+    EXPECT_EQ(MadeRun(limits).engine(20, {49, 0}).judged().incidents.size(), 0u);
+}
+
+// Of an engine that was just found, the processor time of its life until then is known, and no time in which it was used.
+TEST(Judgement, AnEnginesLimitIsNotPassedInNoTime) {
+    JudgeLimits limits;
+    limits.enginePercent = 60;
+    MadeRun run(limits);
+    Evidence found = intervalFrom(0);
+    found.engines.push_back(engineThat({50, 0}, 0));
+    found.engines[0].to = 0;
+    run.add(found).engine(20, {75, 0});
+    ASSERT_EQ(run.judged().incidents.size(), 1u);
+    EXPECT_NEAR(run.judged().incidents[0].worst, 75, 1e-9);
+    EXPECT_EQ(run.judged().incidents[0].since, kInterval);
+}
+
 TEST(Judgement, AnEnginesLimitIsOfOneProcessor) {
     JudgeLimits limits;
     limits.enginePercent = 60;
@@ -876,7 +1058,7 @@ TEST(Judgement, MemoryAndSwapHaveLimits) {
                 evidence.machine.swapUsedBytes = used;
             };
         };
-        return run.each(5, fill(0.5, 1000)).each(1, fill(available, 1000 + swap)).each(5, fill(0.5, 1000)).judged();
+        return run.each(5, fill(0.5, 1000)).each(0.5, fill(available, 1000 + swap)).each(5, fill(0.5, 1000)).judged();
     };
     EXPECT_EQ(with(0.11, 1 << 20).outcome, Outcome::Clean);
     EXPECT_EQ(with(0.09, 0).incidents.at(0).kind, Incident::Kind::Memory);
@@ -969,6 +1151,12 @@ TEST(Judgement, AnIntervalThatOnlyBeginsInTheTimeToSkipIsJudged) {
     const Judged judged = MadeRun(limits).engine(5, {100, 0}).engine(10, {5, 0}).judged();
     EXPECT_EQ(judged.from, 4.75);
     EXPECT_EQ(judged.engines.at(0).heldBack, 0.25);
+}
+
+TEST(Judgement, PartOfASecondCanBeSkipped) {
+    JudgeLimits limits;
+    limits.skip = 0.5;
+    EXPECT_EQ(MadeRun(limits).engine(10, {5, 0}).judged().from, 0.5);
 }
 
 TEST(Judgement, FindingsKeepTheirTimesBehindWhatIsSkipped) {

@@ -129,6 +129,12 @@ TEST(JudgeCommand, AReportThatCannotBeWrittenIsAFailureOfItsOwn) {
     EXPECT_THAT(result.err, HasSubstr("\npmenv: cannot write /no/such/directory/verdict.xml: No such file"));
 }
 
+TEST(JudgeCommand, StandsInTheRecording) {
+    const TempDir dir;
+    judged({"/bin/true", "a b"}, {"--record", dir / "run"});
+    EXPECT_THAT(readFileText(dir / "run"), HasSubstr("\"command\":[\"/bin/true\",\"a b\"]"));
+}
+
 TEST(JudgeCommand, ARunThatEndsInTheTimeToSkipTellsNothing) {
     const ProgramResult result = judgedScript("exit 0", {"--skip", "10"});
     EXPECT_EQ(result.status, 4);

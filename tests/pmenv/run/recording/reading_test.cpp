@@ -307,6 +307,11 @@ TEST(Recording, HasLinesOfUpToFourMebibytes) {
     const TempDir dir;
     dir.writeFile("run", headerText() + markLineOf(4'000'000) + markLineOf(100) + markLineOf(100'000));
     EXPECT_EQ(readRecording(dir / "run").marks.size(), 3U);
+    std::string header = headerText();
+    header.insert(1, R"("new":")" + std::string(4 * 1024 * 1024 + 1 - 9 - header.size(), 'x') + "\",");
+    ASSERT_EQ(header.size(), 4 * 1024 * 1024 + 1U) << "with its end";
+    dir.writeFile("run", header);
+    EXPECT_EQ(failureOf(dir / "run"), "");
 }
 
 // The file is read in pieces of this size.

@@ -2,8 +2,12 @@
 #include <gmock/gmock.h>
 
 #include <csignal>
+#include <fstream>
+#include <future>
+#include <thread>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,6 +17,7 @@
 #include "kernel/files.h"
 #include "pmenv/run/judgement/Runs.h"
 #include "pmenv/run/recording/Recordings.h"
+#include "recording/line.h"
 #include "support/TempDir.h"
 
 using testing::EndsWith;
@@ -133,6 +138,39 @@ TEST(RecordingWriter, WritesWholeLinesAtOnce) {
     }
 }
 
+void ignoreSignal(int) {}
+
+// Reads all of a pipe, after what fills it was interrupted by signals several times.
+std::string readAfterInterruptions(int pipe, pthread_t writer) {
+    for (int i = 0; i < 20; ++i) {
+        pthread_kill(writer, SIGUSR1);
+        usleep(2000);
+    }
+    std::string all(1 << 20, '\0');
+    std::size_t length = 0;
+    for (ssize_t count; (count = read(pipe, &all[length], all.size() - length)) > 0;) {
+        length += static_cast<std::size_t>(count);
+    }
+    return all.substr(0, length);
+}
+
+// A pipe takes a part of it, until there is a reader; a signal ends the wait for one.
+TEST(AppendedLine, GoesOnWhereASignalInterruptedIt) {
+    struct sigaction action {};
+    struct sigaction before {};
+    action.sa_handler = ignoreSignal;
+    sigaction(SIGUSR1, &action, &before);
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    auto received = std::async(std::launch::async, readAfterInterruptions, ends[0], pthread_self());
+    const std::string line(200'000, 'x');
+    EXPECT_EQ(recording::appendLine(ends[1], line), 0);
+    close(ends[1]);
+    EXPECT_TRUE(received.get() == line + "\n");
+    close(ends[0]);
+    sigaction(SIGUSR1, &before, nullptr);
+}
+
 // --- marks ----------------------------------------------------------------------------------------------------------
 
 RecordingHeader headerOfNow() { return headerOfThisHost({}, {}, {}); }
@@ -206,6 +244,22 @@ TEST(AppendedMark, LeavesNoFileOpen) {
     const int before = nextDescriptor();
     appendMark(dir / "run", "x");
     EXPECT_EQ(nextDescriptor(), before);
+}
+
+// The watch is just writing it.
+TEST(AppendedMark, WaitsForTheEndOfALineThatIsSeenInPart) {
+    const TempDir dir;
+    record(dir / "run", RandomRun(1).of(3), headerOfNow(), false);
+    const std::string whole = readFileText(dir / "run");
+    dir.writeFile("run", whole.substr(0, whole.size() - 10));
+    std::thread watch([&] {
+        usleep(100'000);
+        std::ofstream(dir / "run", std::ios::app) << whole.substr(whole.size() - 10);
+    });
+    EXPECT_EQ(failureOf([&] { appendMark(dir / "run", "x"); }), "");
+    watch.join();
+    EXPECT_EQ(readFileText(dir / "run").substr(0, whole.size()), whole);
+    EXPECT_EQ(readRecording(dir / "run").marks.size(), 1U);
 }
 
 [[noreturn]] void markWithoutInput(const std::string& path) {

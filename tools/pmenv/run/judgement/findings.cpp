@@ -417,7 +417,7 @@ std::optional<double> largestOfAll(const Judged& judged, double limit, Figure fi
     const auto found = largest(judged, figure);
     const bool everywhere = std::all_of(judged.engines.begin(), judged.engines.end(),
                                         [&](const JudgedEngine& engine) { return figure(engine).has_value(); });
-    return everywhere || found.value_or(0) >= limit ? found : std::nullopt;
+    return everywhere || found >= limit ? found : std::nullopt;
 }
 
 std::optional<double> mostDescriptors(const Judged& judged) {

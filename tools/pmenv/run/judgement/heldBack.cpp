@@ -92,7 +92,7 @@ HeldBack heldBackIn(const EngineEvidence& engine, const Yardstick& yardstick) {
 
 double inDoubtIn(const EngineEvidence& engine, const Yardstick& yardstick) {
     const HeldBack held = heldBackIn(engine, yardstick);
-    const bool isRead = held.seconds > 0 || (engine.readable && engine.busiest);
+    const bool isRead = engine.readable && engine.busiest;
     const bool isSeenThrough = engine.to - engine.from <= kLongestSeenThrough;
     return isRead && isSeenThrough && !held.perhaps ? 0 : engine.to - engine.from - held.seconds;
 }

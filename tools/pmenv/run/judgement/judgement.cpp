@@ -135,7 +135,7 @@ void Judgement::addEngine(const EngineEvidence& evidence) {
     addTo(engine.timesThrottled, evidence.group.timesThrottled);
     keepLargest(engine.mostMemory, evidence.group.memoryShare);
     keepLargest(engine.mostDescriptors, evidence.descriptorShare);
-    if (!evidence.portsAtMost || evidence.portShare.value_or(0) < kPortsInDoubt) {
+    if (!evidence.portsAtMost || evidence.portShare < kPortsInDoubt) {
         keepLargest(engine.mostPorts, evidence.portShare);
     }
     if (evidence.group.quota) {
@@ -183,7 +183,7 @@ void Judgement::addHeldBack(Watched& watched, const EngineEvidence& evidence, co
         uncertain.seconds += evidence.to - evidence.from - held.seconds;
     }
     if (held.seconds == 0) return;
-    if (!watched.open) watched.open = OpenStretch{evidence.from, 0, 0, {}, 0, 0, {}};
+    if (!watched.open) watched.open = OpenStretch{evidence.from, {}, {}, {}, {}, {}, {}};
     OpenStretch& open = *watched.open;
     open.to = evidence.to;
     open.seconds += held.seconds;

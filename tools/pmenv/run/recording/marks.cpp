@@ -46,8 +46,7 @@ std::string readEnd(int descriptor) {
 bool isWhole(const std::string& end) { return !end.empty() && end.back() == '\n'; }
 
 bool tellsOutcome(const std::string& end) {
-    const std::size_t before = end.size() < 2 ? std::string::npos : end.rfind('\n', end.size() - 2);
-    const std::size_t begin = before == std::string::npos ? 0 : before + 1;
+    const std::size_t begin = end.rfind('\n', end.size() - 2) + 1;  // 0 where the end has no other line
     return end.compare(begin, sizeof kOutcomeBegin - 1, kOutcomeBegin) == 0;
 }
 
