@@ -126,6 +126,8 @@ class Scratch:
         """Changes that do not compile get no switch, nor do constants whose values the compiler needs."""
         first = MOST_CHANGES * self.sources.index(source)
         arguments = [word for word in self.commands[str(source)][1:] if word.startswith(("-I", "-D", "-std", "-isystem"))]
+        # A header beside the source is found there. From the copy it would be another file, and be read a second time.
+        arguments = [re.sub(rf"^-I{self.top}/(?!build/)", f"-I{PROJECT}/", word) for word in arguments]
         left_out = set()
         while True:
             switched = Source(PROJECT / source, arguments, first, left_out)

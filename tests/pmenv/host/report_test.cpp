@@ -96,6 +96,10 @@ TEST_F(PmenvReport, ReadsTheFileThatTheOtherCommandsRead) {
     directory_.writeFile("pressmark.ini", "KR_VERSION = 12\n");
     EXPECT_EQ(linesOf(run({"report", "--ini", "pressmark.ini"}).out).size(), 11u) << "in the working directory";
     EXPECT_EQ(linesOf(run({"report", "--ini", ini()}).out).size(), 11u);
+    directory_.makeDirectory("a");
+    directory_.writeFile("a/pressmark.ini", "KR_VERSION = 13\n");
+    const ProgramResult below = run({"report", "--json", "--ini", "a/pressmark.ini"});
+    EXPECT_EQ(json::parse(below.out).at("version"), "13");
     const ProgramResult found = run({"report", "--json"}, {{"HOME", directory_.path()}});
     EXPECT_EQ(json::parse(found.out).at("version"), "12") << "of the file that is found";
 }
@@ -118,6 +122,16 @@ TEST_F(PmenvReport, NeedsASettingsFile) {
     const ProgramResult named = run({"report", "--ini", directory_ / "other.ini"});
     EXPECT_EQ(named.status, 2);
     EXPECT_EQ(named.err, "pmenv: report reads a file named pressmark.ini, not other.ini\n");
+}
+
+// What stands for it begins like the secret.
+TEST_F(PmenvReport, HidesASecretOfTheReleaseOnEachLine) {
+    directory_.writeFile("p.keys", "[PIN]\nsecret = yes\n");
+    directory_.writeFile("pressmark.ini", "PMENV_KEYS = p.keys\nPIN = (hid\nKR_VERSION = 12\nKR_BUILD = #(PIN)\n");
+    const auto lines = linesOf(report().out);
+    ASSERT_EQ(lines.size(), 11u);
+    EXPECT_EQ(lines[7], "Pressmark Release 12.(hidden)");
+    EXPECT_EQ(lines[9], "KR_VERSION\t12\tKR_BUILD\t(hidden)\t");
 }
 
 TEST_F(PmenvReport, PmLogDoesNotHideIt) {
