@@ -326,6 +326,7 @@ TEST(Findings, TellThatPmenvItselfWokeLate) {
     ASSERT_EQ(findings.size(), 1u);
     EXPECT_STREQ(findings[0].kind, "late");
     EXPECT_FALSE(findings[0].pid);
+    EXPECT_FALSE(findings[0].spoils);
     EXPECT_EQ(findings[0].seconds, 10);
     EXPECT_EQ(findings[0].text, "pmenv itself woke more than 10.0 ms late in 4.0 % of the times, at most 0.3 s");
 
@@ -334,6 +335,13 @@ TEST(Findings, TellThatPmenvItselfWokeLate) {
     limits.tolerance = 0.1;
     EXPECT_THAT(findingsWith(4, 1, limits), IsEmpty()) << "as often as the percentile allows";
     EXPECT_THAT(findingsWith(4, 2, limits).at(0).text, HasSubstr("more than 100.0 ms late in 50.0 %"));
+}
+
+TEST(Findings, TellWhoseAccountsCouldNotBeRead) {
+    const RunFinding finding = findingWith({5, 0}, [](Evidence& evidence) {
+        if (evidence.from >= 4) evidence.engines[0].busiest = std::nullopt;
+    });
+    expectFinding(finding, "notReadable", false, 100, 4, 6);
 }
 
 // Where the verdict is in doubt, a finding says why, since when and what to do.
@@ -669,6 +677,9 @@ TEST(Signals, DescriptorsAndPortsAreUsedUpFromTheirLimitOn) {
     EXPECT_EQ(signalOf(judgedWithUsage(0.5, 0.98), "local ports").state, Signal::State::Over);
     EXPECT_EQ(signalOf(judgedWithUsage(0.5, 0.97), "local ports").state, Signal::State::Ok);
     EXPECT_EQ(judgedWithUsage(0.99, 0.5).outcome, Outcome::Spoiled);
+    EXPECT_EQ(judgedWithUsage(0.5, 0.98).outcome, Outcome::Spoiled);
+    EXPECT_NEAR(*signalOf(judgedWithUsage(0.5, 0.5), "descriptors").limit, 99, 1e-9);
+    EXPECT_NEAR(*signalOf(judgedWithUsage(0.5, 0.5), "held back").limit, 1, 1e-9);
 }
 
 // --- the verdict ----------------------------------------------------------------------------------------------------

@@ -249,6 +249,24 @@ TEST(Judgement, AThreadThatLeavesOneInTwentyHasSlack) {
 TEST(Judgement, AThreadThatRanForNineTenthsHasTooMuchWorkOfItsOwn) {
     EXPECT_EQ(reasonOf({9, 1}, 1, 0), Reason::OwnWork);
     EXPECT_EQ(reasonOf({8.75, 1.25}, 1, 0), Reason::Crowded);
+    EXPECT_EQ(reasonOf({8.75, 1.25}, 1, 1), Reason::OtherPrograms) << "that took as much";
+}
+
+TEST(Judgement, WhatIsKnownOfAnIntervalCounts) {
+    EngineEvidence engine = engineThat({10, 0, 0, 0, 20, 10}, 0);
+    EXPECT_NEAR(heldBackIn(engine, {0.010, 0.025}).seconds, 0.075, 1e-9) << "stopped and stolen";
+    engine = engineThat({5, 0}, 0);
+    engine.portsAtMost = true;
+    EXPECT_FALSE(heldBackIn(engine, {}).perhaps) << "no port is known to be in use";
+    engine.turns = 1;
+    engine.lateTurns = 1;
+    EXPECT_EQ(heldBackIn(engine, {}).seconds, kInterval);
+    engine.turns = 0;
+    EXPECT_EQ(heldBackIn(engine, {}).seconds, 0);
+    engine.to = 2;
+    EXPECT_EQ(inDoubtIn(engine, {}), 0);
+    engine.to = 2.25;
+    EXPECT_EQ(inDoubtIn(engine, {}), 2.25) << "too long to tell";
 }
 
 // How long others had the processors could not be read.
