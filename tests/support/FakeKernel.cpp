@@ -137,6 +137,13 @@ ssize_t __wrap_readlink(const char* path, char* target, size_t size) {
     return onFake([=](const char* answered) { return __real_readlink(answered, target, size); }, path);
 }
 
+long __real_sysconf(int name);
+long __wrap_sysconf(int name) {
+    FakeKernel* const fake = FakeKernel::current();
+    return fake != nullptr && name == _SC_NPROCESSORS_ONLN && fake->processors ? *fake->processors
+                                                                               : __real_sysconf(name);
+}
+
 }  // extern "C"
 
 double realClock() __asm__("__real__ZN6kernel12clockSecondsEv");

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -52,6 +53,8 @@ public:
     double now = 1000;     ///< what the clock says
     double cpu = 0;        ///< processor time that the program has used ...
     double cpuOfRead = 0;  ///< ... and each file that is opened and each read adds
+
+    std::optional<long> processors;  ///< how many sysconf() tells; those of this machine where that is empty
 
     /// Runs before each file or directory is opened, and before each read through a descriptor that is kept ("read").
     std::function<void(const std::string& path)> before;

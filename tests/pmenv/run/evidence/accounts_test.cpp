@@ -64,6 +64,18 @@ TEST(Account, AReadyThreadThatDidNothingWaits) {
     EXPECT_EQ(account(waits).parts.sum(), 0);
 }
 
+// It was on its processor all the time, or its wait was counted before its turn was.
+TEST(Account, AThreadThatDidSomethingWithoutATurnWasNeitherReadyNorBlockedAllTheTime) {
+    for (const auto& [ran, waited] : {std::pair(0.05, 0.0), std::pair(0.0, 0.05)}) {
+        ThreadInterval goesOn = interval(ran, waited, 0);
+        goesOn.wasReady = true;
+        goesOn.state = 'R';
+        EXPECT_NEAR(account(goesOn).parts.waiting, waited, 1e-9);
+        goesOn.state = 'D';
+        EXPECT_EQ(account(goesOn).parts.blocked, 0);
+    }
+}
+
 TEST(Account, ThrottledTimeIsTakenOutOfWaiting) {
     ThreadInterval throttled = interval(0.05, 0.15);
     throttled.throttledSeconds = 0.12;
@@ -103,6 +115,7 @@ TEST(Account, AFewLooksAreNoShare) {
     ThreadInterval still = interval(0, 0, 0);
     still.state = 'D';
     EXPECT_NEAR(account(still).parts.blocked, 0.25, 1e-9);
+    EXPECT_NEAR(account(still).blockedAtOnce, 0.25, 1e-9);
 }
 
 TEST(Account, DelayAccountingIsBelievedWhereItTellsMore) {
@@ -163,6 +176,7 @@ TEST(LateTurns, OfAFewTurnsAreThoseThatTheirWaitsAreEnoughFor) {
     EXPECT_EQ(late(3, 25), 2);
     EXPECT_EQ(late(2, 90), 2);
     EXPECT_EQ(late(3, 9), 0);
+    EXPECT_NEAR(late(4, 40), 4 * std::exp(-1), 1e-9) << "four are many";
 }
 
 TEST(LateTurns, OfManyTurnsFollowTheMeanWait) {

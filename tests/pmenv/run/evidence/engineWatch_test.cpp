@@ -161,6 +161,23 @@ TEST_F(EngineWatchTest, WhatStandsInForAnEngineIsToldApart) {
     EXPECT_TRUE(standIn.sample({}, *groups, 1)->standIn);
 }
 
+// Whether they are blocked is looked at between two samples, which would cost too much all the time.
+TEST_F(EngineWatchTest, ThreadsThatPagesCameFromADiskForMayHaveBeenBlocked) {
+    EngineWatch watch(found(), {}, 0);
+    sample(watch);
+    double ran = 0;
+    const auto blockedWith = [&](std::uint64_t majorFaults) {
+        run(ran += 0.01);
+        sample(watch, true, majorFaults);
+        run(ran += 0.01, 'D');
+        for (int look = 0; look < 4; ++look) watch.look(0.010);
+        run(ran += 0.01);
+        return sample(watch, false)->busiest->parts.blocked;
+    };
+    EXPECT_EQ(blockedWith(0), 0);
+    EXPECT_NEAR(blockedWith(30), 0.2, 1e-6) << "four of five looks";
+}
+
 // The kept descriptors read on; what would have to be opened anew cannot be.
 TEST_F(EngineWatchTest, AccountsThatAreHiddenAreNotReadable) {
     kernel.hide(kProcess);
@@ -205,7 +222,7 @@ TEST_F(EngineWatchTest, AZombieTellsItsStatus) {
     const struct {
         int written;
         std::optional<int> status;
-    } rows[] = {{9, 9}, {0x0100, 0x0100}, {0, std::nullopt}, {0x10000, std::nullopt}};
+    } rows[] = {{9, 9}, {0x0100, 0x0100}, {0xFFFF, 0xFFFF}, {0, std::nullopt}, {0x10000, std::nullopt}};
     for (const auto& row : rows) {
         run();
         EngineWatch watch(found(), {}, 0);
@@ -246,6 +263,20 @@ TEST_F(EngineWatchTest, TheStatusIsKnownThoughTheParentHasAskedForIt) {
         EXPECT_EQ(watch.end(*groups, 2).status, isKept ? std::optional(SIGKILL) : std::nullopt);
     }
     EXPECT_EQ(openDescriptors(), before);
+}
+
+// Where standard input is closed, the process is opened as descriptor 0.
+TEST_F(EngineWatchTest, DescriptorZeroIsClosedLikeOthers) {
+    const int before = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    {
+        const EngineWatch watch({{getpid(), 5000}, "PMLoadEngineMai", kByRule, 0}, {}, 0);
+        EXPECT_NE(fcntl(STDIN_FILENO, F_GETFD), -1);
+    }
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+    if (before < 0) return;
+    dup2(before, STDIN_FILENO);
+    close(before);
 }
 
 TEST_F(EngineWatchTest, TheStatusOfAnotherProcessIsNotIts) {

@@ -7,9 +7,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+
 #include "evidence/evidenceSampler.h"
 #include "judgement/judgement.h"
 #include "support/FakeKernel.h"
+#include "support/InChild.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -170,7 +173,7 @@ TEST_F(EvidenceSamplerTest, NamesThatWereNeverSeenAreTold) {
     run(kPid, 0, 0, 5000, 'S', "wrk");
     EvidenceSampler sampler({{"wrk", "hey"}, {}}, {}, kTolerance);
     EXPECT_THAT(sampler.missingNames(), ElementsAre("wrk", "hey"));
-    sampler.take();
+    EXPECT_THAT(sampler.take().missingNames, ElementsAre("hey"));
     EXPECT_THAT(sampler.missingNames(), ElementsAre("hey"));
     kernel.end(kPid);
     take(sampler, 1);
@@ -472,16 +475,49 @@ TEST_F(EvidenceSamplerTest, IntervalsLooksAndScansFollowTheirCost) {
     EXPECT_GE(readsOfLook(), 30);
 }
 
-// A scan that takes 6 ms is due once in two seconds.
+// A scan that takes 6 ms is due once in two seconds, and each one once in ten.
 TEST_F(EvidenceSamplerTest, ScansThatTakeLongAreRare) {
-    kernel.before = [this](const std::string& path) {
-        if (path == "/proc") kernel.cpu += 0.006;
+    for (const auto& [cost, seconds] : {std::pair(0.006, 2.0), std::pair(0.100, 10.0)}) {
+        kernel.cpu = 7;  // used before the watch
+        kernel.before = [this, cost = cost](const std::string& path) {
+            if (path == "/proc") kernel.cpu += cost;
+        };
+        EvidenceSampler sampler({}, {}, kTolerance);
+        sampler.take();
+        run(kPid);
+        EXPECT_THAT(pids(take(sampler, seconds - 0.2)), IsEmpty());
+        EXPECT_THAT(pids(take(sampler, 0.1)), ElementsAre(kPid));
+        kernel.end(kPid);
+    }
+}
+
+// Of 300 threads each third one in each interval, and the first one always.
+TEST_F(EvidenceSamplerTest, OfManyThreadsTheStatesAreReadInTurns) {
+    constexpr int kThreads = 300;
+    const auto runAll = [this](double ran) {
+        run(kPid, ran);
+        for (int i = 1; i < kThreads; ++i) runThread(kPid, kPid + i, ran);
     };
+    runAll(0);
     EvidenceSampler sampler({}, {}, kTolerance);
     sampler.take();
-    run(kPid);
-    EXPECT_THAT(pids(take(sampler, 1.8)), IsEmpty());
-    EXPECT_THAT(pids(take(sampler, 0.2)), ElementsAre(kPid));
+    runAll(0.01);
+    int reads = 0;
+    kernel.before = [&reads](const std::string& path) { reads += path == "read" ? 1 : 0; };
+    take(sampler);
+    EXPECT_GE(reads, kThreads + kThreads / 3);
+    EXPECT_LE(reads, kThreads + kThreads / 3 + 10) << "the machine and the groups are read as well";
+}
+
+TEST(EvidenceSampler, MayOpenAsManyFilesAsItsProcessMay) {
+    EXPECT_EQ(inChild([] {
+                  rlimit limit{300, 400};
+                  setrlimit(RLIMIT_NOFILE, &limit);
+                  const EvidenceSampler sampler({}, {}, kTolerance);
+                  getrlimit(RLIMIT_NOFILE, &limit);
+                  return std::to_string(limit.rlim_cur);
+              }),
+              "400");
 }
 
 // A count takes 15 to 30 ms, and has a pause of its own. It was counted as a cost of the scans, which then came once in seven

@@ -192,19 +192,36 @@ TEST_F(GroupsTest, WithoutAQuotaNothingIsThrottled) {
     EXPECT_FALSE(evidence.quota);
 }
 
-TEST_F(GroupsTest, AQuotaOfNoPeriodIsNotKnown) {
+// The quota is read after it was used up, and may be gone then.
+TEST_F(GroupsTest, AQuotaWithoutBothItsNumbersIsNotKnown) {
+    mountVersion1();
+    member("1:cpu:/load\n");
+    const std::pair<const char*, const char*> rows[] = {
+        {"20000\n", "0\n"}, {"-1\n", "100000\n"}, {"20000\n", ""}, {"", ""}};
+    for (const auto& [quota, period] : rows) {
+        kernel.write(kCpu + "/load/cpu.stat", cpuStat1(0, 0, 0));
+        kernel.write(kCpu + "/load/cpu.cfs_quota_us", quota);
+        kernel.write(kCpu + "/load/cpu.cfs_period_us", period);
+        Groups groups;
+        begun(groups);
+        kernel.write(kCpu + "/load/cpu.stat", cpuStat1(160, 2, 3));
+        const GroupEvidence evidence = sample(groups);
+        ASSERT_TRUE(evidence.throttled);
+        EXPECT_GT(*evidence.throttled, 0);
+        EXPECT_FALSE(evidence.quota) << quota << period;
+    }
+}
+
+TEST_F(GroupsTest, TheQuotaIsReadForTheLeastThatItKeptFromRunning) {
     mountVersion1();
     member("1:cpu:/load\n");
     kernel.write(kCpu + "/load/cpu.stat", cpuStat1(0, 0, 0));
     kernel.write(kCpu + "/load/cpu.cfs_quota_us", "20000\n");
-    kernel.write(kCpu + "/load/cpu.cfs_period_us", "0\n");
+    kernel.write(kCpu + "/load/cpu.cfs_period_us", "100000\n");
     Groups groups;
     begun(groups);
-    kernel.write(kCpu + "/load/cpu.stat", cpuStat1(160, 2, 3));
-    const GroupEvidence evidence = sample(groups);
-    ASSERT_TRUE(evidence.throttled);
-    EXPECT_GT(*evidence.throttled, 0);
-    EXPECT_FALSE(evidence.quota);
+    kernel.write(kCpu + "/load/cpu.stat", "nr_periods 1\nnr_throttled 1\nthrottled_time 1\n");
+    EXPECT_EQ(sample(groups).quota, 0.2);
 }
 
 // A group is throttled with the one above it; the engine's own is told.
@@ -366,7 +383,7 @@ TEST_F(GroupsTest, MemoryWithoutALimitIsUsedUpNowhere) {
     mountVersion2();
     member("0::/load\n");
     kernel.write(kUnified + "/load/memory.current", "123456789\n");
-    for (const char* const none : {"max", "9223372036854771712"}) {
+    for (const char* const none : {"max", "9223372036854771712", "4611686018427387904"}) {
         kernel.write(kUnified + "/load/memory.max", none);
         Groups groups;
         const GroupEvidence evidence = begun(groups);
@@ -393,6 +410,19 @@ TEST_F(GroupsTest, MemoryIsThatOfTheGroupNearestToItsLimit) {
     EXPECT_EQ(evidence.memory->used, 1000);
     EXPECT_EQ(evidence.memory->limit, 2000);
     EXPECT_EQ(evidence.memoryShare, 0.5);
+}
+
+TEST_F(GroupsTest, OfGroupsThatAreAsNearToTheirLimitsTheInnerOneIsTold) {
+    mountVersion2();
+    member("0::/a/b\n");
+    kernel.write(kUnified + "/a/b/memory.current", "500");
+    kernel.write(kUnified + "/a/b/memory.max", "1000");
+    kernel.write(kUnified + "/a/memory.current", "1000");
+    kernel.write(kUnified + "/a/memory.max", "2000");
+    Groups groups;
+    const GroupEvidence evidence = begun(groups);
+    ASSERT_TRUE(evidence.memory);
+    EXPECT_EQ(evidence.memory->limit, 1000);
 }
 
 TEST_F(GroupsTest, MemoryIsReadWhenItIsAskedFor) {

@@ -28,10 +28,16 @@ TEST_F(MachineTest, ProcessorTimeIsKnownFromTheSecondIntervalOn) {
     EXPECT_FALSE(machine.sample(false).busy);
     ticks("130 5 5 140 20 5 5 12 0 0");
     const MachineEvidence evidence = machine.sample(false);
-    EXPECT_EQ(evidence.processors, sysconf(_SC_NPROCESSORS_ONLN));
     EXPECT_EQ(evidence.busy, seconds(50));
     EXPECT_EQ(evidence.idle, seconds(60));
     EXPECT_EQ(evidence.stolen, seconds(7));
+}
+
+TEST_F(MachineTest, ThereIsAtLeastOneProcessor) {
+    for (const auto& [told, processors] : {std::pair(64, 64), std::pair(1, 1), std::pair(-1, 1)}) {
+        kernel.processors = told;
+        EXPECT_EQ(Machine().sample(false).processors, processors);
+    }
 }
 
 TEST_F(MachineTest, StolenTimeIsNotKnownWhereTheKernelDoesNotCountIt) {
@@ -42,6 +48,10 @@ TEST_F(MachineTest, StolenTimeIsNotKnownWhereTheKernelDoesNotCountIt) {
     const MachineEvidence evidence = machine.sample(false);
     EXPECT_EQ(evidence.busy, seconds(10));
     EXPECT_FALSE(evidence.stolen);
+    ticks("120 0 0 120 0 0 0 9");
+    EXPECT_FALSE(machine.sample(false).stolen) << "there is nothing to compare with";
+    ticks("130 0 0 130 0 0 0");
+    EXPECT_FALSE(machine.sample(false).stolen);
 }
 
 // Time waited for disks goes back now and then; and a counter of 32 bits begins again at zero.
@@ -130,6 +140,8 @@ TEST_F(MachineTest, PressureIsToldAsSeconds) {
     EXPECT_NEAR(evidence.cpuPressure.value_or(0), 0.5, 1e-9);
     EXPECT_NEAR(evidence.ioPressure.value_or(0), 0.1, 1e-9);
     EXPECT_FALSE(evidence.memoryPressure) << "it went back";
+    write("memory", 1002000);
+    EXPECT_NEAR(machine.sample(true).memoryPressure.value_or(0), 1, 1e-9);
     EXPECT_FALSE(machine.sample(false).cpuPressure);
 }
 

@@ -151,6 +151,20 @@ TEST_F(NetworkTest, OneAnswerASecondServesAllEngines) {
     EXPECT_EQ(next(network), 0.20);
 }
 
+// For a hundred times as long as it took.
+TEST_F(NetworkTest, ACountThatTookLongIsFollowedByAPause) {
+    kernel.write(kProcess + "/net/sockstat", sockstat(95, 0));
+    int counts = 0;
+    slowDownCounts(kProcess, 1.0 / 32, &counts);
+    Network network;
+    const double begin = kernel.now;
+    for (const auto& [times, countsThen] : {std::pair(0, 1), std::pair(99, 1), std::pair(100, 2)}) {
+        kernel.now = begin + times / 32.0;
+        next(network);
+        EXPECT_EQ(counts, countsThen) << times;
+    }
+}
+
 // A count took so long that in a run of five seconds nothing but the first one told how many ports were in use.
 TEST_F(NetworkTest, BetweenCountsThatTakeLongTheSocketsTellHowManyThereAreNow) {
     kernel.write(kProcess + "/net/sockstat", sockstat(40, 40));
@@ -250,7 +264,15 @@ TEST_F(NetworkElsewhereTest, FewPortsAreNeverAllThereAre) {
     EXPECT_NEAR(with(50, connections(25)).share.value_or(0), 25.0 / 32, 1e-9);
     EXPECT_EQ(with(66, connections(33)).share, 1);
     EXPECT_EQ(with(30, connections(0)).share, 0);
+    EXPECT_EQ(with(16, connections(0)).share, 0) << "counted from half of 32 on";
     EXPECT_EQ(with(0, connections(0)).share, 0);
+}
+
+TEST_F(NetworkElsewhereTest, EachNumberMayBeAPortOfItsRange) {
+    for (const char* const port : {"0001", "FFFF"}) {
+        const std::string line = std::string("  0: 0100007F:") + port + " 0100007F:1F90 01 0:0\n";
+        EXPECT_NEAR(with(100, connections(0) + line).share.value_or(0), 1.0 / 32, 1e-9) << port;
+    }
 }
 
 TEST_F(NetworkElsewhereTest, WhatCannotBeCountedIsNotKnown) {
@@ -314,6 +336,27 @@ TEST_F(NetworkElsewhereTest, WhereThereAreEverMoreSocketsTheyAreCountedMoreOften
     EXPECT_EQ(nextAfter(0.2, 200), 1);
     EXPECT_EQ(nextAfter(0.2, 200), 0);
     EXPECT_EQ(counts, 3);
+}
+
+// After ten times as long as a count took; a tenth more is not yet that.
+TEST_F(NetworkElsewhereTest, InGrowthThePauseIsATenthOfTheOther) {
+    with(20, connections(0));
+    int counts = 0;
+    slowDownCounts(kElsewhere, 1.0 / 32, &counts);
+    Network network;
+    const double begin = kernel.now;
+    const auto countsAfter = [&](int times, int sockets) {
+        kernel.now = begin + times / 32.0;
+        kernel.write(kElsewhere + "/net/sockstat", sockstat(sockets, 0));
+        next(network, kPid + 1);
+        return counts;
+    };
+    EXPECT_EQ(countsAfter(0, 20), 1);
+    EXPECT_EQ(countsAfter(9, 23), 1);
+    EXPECT_EQ(countsAfter(20, 22), 1);
+    EXPECT_EQ(countsAfter(20, 23), 2);
+    EXPECT_EQ(countsAfter(29, 30), 2);
+    EXPECT_EQ(countsAfter(30, 30), 3);
 }
 
 // --- on this machine ------------------------------------------------------------------------------------------------

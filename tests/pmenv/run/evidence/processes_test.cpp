@@ -109,6 +109,36 @@ TEST_F(ProcessesTest, TellsThatAnIdIsUsedAgain) {
     EXPECT_FALSE(processes.isAnotherProgram({kPid, 5000}));
 }
 
+TEST_F(ProcessesTest, AProgramIsToldFromItsFirstTickOn) {
+    Processes processes({}, 1);
+    ASSERT_TRUE(processes.scan());
+    run(kPid, "true", 1, 0.01);
+    ASSERT_TRUE(processes.scan());
+    EXPECT_EQ(processes.others(1).size(), 1u);
+}
+
+// A process that runs another program has another name, as a rule.
+TEST_F(ProcessesTest, ExecutablesAreReadWhereNamesAreAskedForAndAProcessHasANewOne) {
+    const std::string executable = kProcess + "/exe";
+    int asked = 0;
+    kernel.before = [&](const std::string& path) { asked += path == executable ? 1 : 0; };
+    run(kPid, "sh");
+    kernel.link(executable, "/usr/bin/dash");
+    Processes unnamed({}, 1);
+    ASSERT_TRUE(unnamed.scan());
+    EXPECT_EQ(asked, 0);
+
+    Processes processes({{"load-runner"}, {}}, 1);
+    EXPECT_THAT(scanned(processes), IsEmpty());
+    EXPECT_THAT(scanned(processes), IsEmpty());
+    EXPECT_EQ(asked, 1);
+    kernel.remove(executable);
+    kernel.link(executable, "/opt/load-runner");
+    run(kPid, "python3");
+    EXPECT_THAT(scanned(processes), ElementsAre(kPid));
+    EXPECT_EQ(asked, 2);
+}
+
 // Ticks, too, are counted in 32 bits by some kernels.
 TEST_F(ProcessesTest, TimeThatGoesBackIsNotUsedTwice) {
     run(kPid, "cc1plus", 1, 100);
@@ -239,7 +269,10 @@ TEST_F(ProcessesTest, OfManyProgramsThatHaveEndedThoseAreKnownThatUsedMost) {
     ASSERT_TRUE(processes.scan());
     for (int i = 0; i < kPrograms; ++i) run(kPid + i, "program" + std::to_string(i), 1, i < 3 ? 100 - i : 1 + i % 50);
     ASSERT_TRUE(processes.scan());
-    for (int i = 0; i < kPrograms; ++i) kernel.end(kPid + i);
+    for (int i = 0; i < 1500; ++i) kernel.end(kPid + i);
+    ASSERT_TRUE(processes.scan());
+    EXPECT_EQ(processes.others(kPrograms).size(), 2100u) << "not that many have ended yet";
+    for (int i = 1500; i < kPrograms; ++i) kernel.end(kPid + i);
     ASSERT_TRUE(processes.scan());
     const std::vector<ProgramTime> others = processes.others(kPrograms);
     EXPECT_LE(others.size(), 1000u);

@@ -153,9 +153,9 @@ TEST_F(ThreadsTest, LooksReadTheStatesOfTenThreadsThatWereBlockedLately) {
         return reads - kThreads;  // the turns of each are read as well
     };
     EXPECT_EQ(statesRead(), 10);
-    kernel.now += 4.9;
+    kernel.now += 4.75;
     EXPECT_EQ(statesRead(), 10);
-    kernel.now += 5.1;
+    kernel.now += 5;
     EXPECT_EQ(statesRead(), 0) << "they were not blocked lately";
     kernel.before = nullptr;
 }
@@ -181,13 +181,28 @@ TEST_F(ThreadsTest, BlockedTimesOfAThreadThatSeldomRunsDoNotCount) {
 }
 
 TEST_F(ThreadsTest, SeldomIsLessThanATenthOfTheTurns) {
-    for (const auto& [turns, blocked] : {std::pair(9u, 0.0), std::pair(10u, 0.25)}) {
-        run(0, 0, 0, 100);
-        run(1, 0, 0, turns, 'D', "log");
+    for (const auto& [turns, blocked] : {std::pair(100u, 0.25), std::pair(101u, 0.0)}) {
+        run(0, 0, 0, turns);
+        run(1, 0, 0, 10, 'D', "log");
         Threads threads(kPid, {});
         ASSERT_TRUE(threads.list());
         sample(threads);
         EXPECT_NEAR(sample(threads).busiest->parts.blocked, blocked, 1e-6) << turns;
+    }
+}
+
+// Whichever of them is looked at first; but a thread that does not count makes no other seldom.
+TEST_F(ThreadsTest, TheFirstThreadIsSeldomBesideALaterOneThatCounts) {
+    for (const auto& [name, blocked] : {std::pair("sender", 0.0), std::pair("GC Thread#0", 0.25)}) {
+        run(0, 0, 0, 10, 'D');
+        run(1, 0, 0, 1000, 'S', name);
+        Threads threads(kPid, {});
+        ASSERT_TRUE(threads.list());
+        sample(threads);
+        run(2, 0, 0, 1);
+        ASSERT_TRUE(threads.list());
+        EXPECT_NEAR(sample(threads).busiest->parts.blocked, blocked, 1e-6) << name;
+        endThread(2);
     }
 }
 
@@ -210,18 +225,23 @@ TEST_F(ThreadsTest, WhoHasEndedDoesNotMakeTheOthersSeldom) {
 TEST_F(ThreadsTest, DelayAccountingIsUsedWhereItIsOn) {
     FakeKernel::Thread thread;
     thread.turns = 10;
+    thread.blockedTicks = 100;
     kernel.run(thread);
     Threads threads(kPid, {});
     ASSERT_TRUE(threads.list());
     context.delayAccounting = true;
     sample(threads);
     thread.turns = 20;
-    thread.blockedTicks = 12;
+    thread.blockedTicks = 112;
     kernel.run(thread);
     EXPECT_NEAR(sample(threads).busiest->parts.blocked, 0.12, 1e-6);
     thread.turns = 25;
     kernel.run(thread);
     EXPECT_EQ(sample(threads).busiest->parts.blocked, 0) << "it was told before";
+    thread.turns = 27;
+    thread.blockedTicks = 8;
+    kernel.run(thread);
+    EXPECT_EQ(sample(threads).busiest->parts.blocked, 0) << "gone back";
     thread.turns = 30;
     thread.blockedTicks = 20;
     kernel.run(thread);
@@ -256,6 +276,14 @@ TEST_F(ThreadsTest, CountersThatGoBackAreNoTimes) {
     EXPECT_EQ(evidence.turns, 0u);
 }
 
+TEST_F(ThreadsTest, OfAnIntervalWithoutLengthTheFirstThreadIsTold) {
+    for (int i = 0; i < 3; ++i) run(i, 0, 0, 1);
+    Threads threads(kPid, {});
+    ASSERT_TRUE(threads.list());
+    sample(threads);
+    EXPECT_EQ(sample(threads, 0).busiest->tid, kPid);
+}
+
 // --- what cannot be read --------------------------------------------------------------------------------------------
 
 TEST_F(ThreadsTest, WithoutAccountsTheEngineIsNotReadable) {
@@ -284,6 +312,16 @@ TEST_F(ThreadsTest, StrangeOrHiddenFilesAreNotReadable) {
     ASSERT_TRUE(threads.list());
     EXPECT_FALSE(sample(threads).readable);
     EXPECT_TRUE(runs);
+}
+
+TEST_F(ThreadsTest, AThreadWhoseStateIsHiddenIsWatched) {
+    run(0, 0, 0, 1);
+    kernel.hide("/proc/" + std::to_string(kPid) + "/task/" + std::to_string(kPid) + "/stat");
+    Threads threads(kPid, {});
+    ASSERT_TRUE(threads.list());
+    sample(threads);
+    run(0, 0.1, 0, 2);
+    EXPECT_NEAR(sample(threads).ran, 0.1, 1e-6);
 }
 
 // --- what comes and goes --------------------------------------------------------------------------------------------
@@ -335,6 +373,18 @@ TEST_F(ThreadsTest, TheFirstThreadMayEndBeforeTheOthers) {
     EXPECT_NEAR(sample(threads).busiest->parts.running, 0.1, 1e-6);
     EXPECT_TRUE(runs);
     EXPECT_FALSE(threads.isZombie());
+}
+
+TEST_F(ThreadsTest, AThreadThatEndsBeforeItsStateIsReadIsNoMore) {
+    run(0, 0, 0, 1);
+    run(1, 0, 0, 1);
+    Threads threads(kPid, {});
+    ASSERT_TRUE(threads.list());
+    sample(threads);
+    run(1, 0.1, 0, 2);
+    kernel.remove("/proc/" + std::to_string(kPid) + "/task/" + std::to_string(kPid + 1) + "/stat");
+    sample(threads);
+    EXPECT_EQ(threads.size(), 1u);
 }
 
 // At each file that is opened and each read, a thread, or the whole process, ends.
@@ -406,6 +456,19 @@ TEST_F(ThreadsTest, AThreadThatIsSeenAsItWakesHasNotWaited) {
     const EngineEvidence evidence = sample(threads);
     EXPECT_NEAR(evidence.waited, 0, 1e-6);
     EXPECT_NEAR(evidence.busiest->parts.sum(), 0, 1e-6);
+}
+
+TEST_F(ThreadsTest, WhatAThreadIsThatHasRunIsNotKnownBeforeItIsLookedAt) {
+    run(0, 0, 0, 1);
+    run(1, 0, 0, 1, 'D');
+    Threads threads(kPid, {});
+    ASSERT_TRUE(threads.list());
+    sample(threads);
+    EXPECT_NEAR(sample(threads).busiest->parts.blocked, 0.25, 1e-6);
+    context.lookEvery = 1000;
+    run(1, 0.01, 0, 2);
+    sample(threads);
+    EXPECT_EQ(sample(threads).busiest->parts.blocked, 0);
 }
 
 // From then on it is looked at in each interval, however many others there are.
@@ -489,6 +552,20 @@ TEST_F(ThreadsTest, StatesAreReadInTurns) {
     }
     // In each interval nine accounts, of which each is two reads (a piece and its end), and the states of two threads.
     EXPECT_LE(reads, 4 * (9 + 2 + 1));
+}
+
+// Their new names, which do not count, are found two by two.
+TEST_F(ThreadsTest, EachThreadHasItsTurn) {
+    run(0, 0, 0, 1);
+    for (int i = 1; i < 9; ++i) run(i, 0, 0, 1);
+    Threads threads(kPid, {});
+    ASSERT_TRUE(threads.list());
+    sample(threads);
+    context.lookEvery = 4;
+    for (std::uint64_t interval = 1; interval <= 4; ++interval) {
+        for (int i = 1; i < 9; ++i) run(i, 0, 0, 1 + interval, 'S', "GC Thread#0");
+        EXPECT_EQ(sample(threads).turns, 8 - 2 * interval);
+    }
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -85,6 +86,14 @@ TEST(KeptFile, TellsThatItsProcessHasEnded) {
     EXPECT_TRUE(hasEnded(errno));
 }
 
+TEST(KeptFile, ReadsWhatIsLongUpTo64KiB) {
+    const TempDir dir;
+    for (const auto& [length, read] : {std::pair(10000u, 10000u), std::pair(70000u, 65536u)}) {
+        dir.writeFile("x", std::string(length, 'x'));
+        EXPECT_EQ(KeptFile(dir / "x").read()->size(), read);
+    }
+}
+
 // With few descriptors left the files are opened anew each time.
 TEST(KeptFile, ManyCanBeReadWithFewDescriptors) {
     const pid_t child = fork();
@@ -117,6 +126,8 @@ TEST(KeptFile, AsManyAreKeptAsLeaveDescriptorsForOthers) {
         if (child == 0) {
             setrlimit(RLIMIT_NOFILE, &row.limit);
             allowManyFiles();
+            rlimit now;
+            if (getrlimit(RLIMIT_NOFILE, &now) != 0 || now.rlim_cur != row.limit.rlim_max) _exit(255);
             const std::size_t before = OpenDescriptors::count();
             for (int i = 0; i < 200; ++i) KeptFile("/proc/self/stat").read();  // and closes it again
             std::vector<KeptFile> files;
@@ -136,7 +147,21 @@ TEST(ReadFile, TakesPiecesTogetherAndStopsAtTheLimit) {
     dir.writeFile("x", large);
     EXPECT_EQ(readFile(dir / "x", 1 << 20), large);
     EXPECT_EQ(readFile(dir / "x", 100000)->size(), 100000u);
+    EXPECT_EQ(readFile(dir / "x", 4097)->size(), 4097u);
     EXPECT_EQ(readFile(dir / "x", 0), "");
+}
+
+// The kernel gives many lines in pieces that are shorter than what is asked for, and each ends with a line.
+TEST(ReadFile, APieceIsNotTheEnd) {
+    constexpr std::size_t kPages = 400;
+    const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    void* const area = mmap(nullptr, kPages * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(area, MAP_FAILED);
+    for (std::size_t i = 0; i < kPages; i += 2) mprotect(static_cast<char*>(area) + i * page, page, PROT_READ);
+    const auto text = readFile("/proc/self/maps");
+    ASSERT_TRUE(text);
+    EXPECT_GE(std::count(text->begin(), text->end(), '\n'), static_cast<std::ptrdiff_t>(kPages));
+    munmap(area, kPages * page);
 }
 
 TEST(ReadFile, WhatCannotBeReadIsEmptyAndLeavesNothingOpen) {
@@ -159,6 +184,7 @@ TEST(ReadFile, DescriptorZeroIsOneLikeOthers) {
     {
         KeptFile file(dir / "x");
         EXPECT_EQ(file.read(), "one");
+        EXPECT_NE(fcntl(STDIN_FILENO, F_GETFD), -1) << "it is kept";
         const std::size_t open = OpenDescriptors::count();
         EXPECT_EQ(file.read(), "one");
         EXPECT_EQ(OpenDescriptors::count(), open);

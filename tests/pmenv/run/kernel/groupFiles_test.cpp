@@ -40,6 +40,7 @@ TEST(FindGroup, UnescapesNamesOfMounts) {
     EXPECT_EQ(mountedAt("/mnt/\\377x"), "/mnt/\xffx");
     EXPECT_EQ(mountedAt("/mnt/\\400x"), "/mnt/\\400x") << "no byte has that number";
     EXPECT_EQ(mountedAt("/mnt/\\04"), "/mnt/\\04") << "cut";
+    EXPECT_EQ(mountedAt("/mnt/a123"), "/mnt/a123");
 }
 
 TEST(FindGroup, FindsTheDirectoryOfTheController) {

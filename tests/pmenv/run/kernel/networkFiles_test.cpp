@@ -85,7 +85,8 @@ TEST(ParseMostPorts, TellsTheLowestAndTheHighestOfThem) {
 TEST(ParseMostPorts, SocketsThatListenHaveNoDestination) {
     EXPECT_EQ(parseMostPortsOfOneDestination("  sl  local_address rem_address\n"
                                              "   0: 00000000:8000 00000000:0000\n"
-                                             "   1: 00000000:8001 00000000:0000\n",
+                                             "   1: 00000000:8001 00000000:0000\n"
+                                             "   2: 00000000:8002 :0000\n",
                                              {1, 65535})
                   ->count,
               0u);

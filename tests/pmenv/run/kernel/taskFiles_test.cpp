@@ -57,6 +57,13 @@ TEST(ParseTaskStat, LaterFieldsAreUnknownOnOlderKernels) {
     EXPECT_EQ(now->exitStatus, 9u);
 }
 
+TEST(ParseTaskStat, AnIdMayBeAsLargeAsAnInt) {
+    const auto stat = parseTaskStat("2147483647 (sh) S" + kFields);
+    ASSERT_TRUE(stat);
+    EXPECT_EQ(stat->id, 2147483647);
+    EXPECT_FALSE(parseTaskStat("2147483648 (sh) S" + kFields));
+}
+
 TEST(ParseTaskStat, RefusesWhatIsCutOrNoSuchFile) {
     const std::string whole = "77 (sh) S" + kFields;
     for (std::size_t length = 0; length + 4 <= whole.size(); ++length) {

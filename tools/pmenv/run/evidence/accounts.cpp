@@ -55,8 +55,7 @@ ThreadEvidence account(const ThreadInterval& interval) {
     if (isStopped(state)) parts.stopped = take(left);
     parts.blocked = take(std::max(blockedSeconds.value_or(0), seconds * blockedShare(interval, didNothing)));
     parts.stolen = take(ran * stolenPerBusy);
-    if (parts.blocked > 0)
-        thread.blockedAtOnce = parts.blocked / static_cast<double>(std::max<std::uint64_t>(thread.turns, 1));
+    thread.blockedAtOnce = parts.blocked / static_cast<double>(std::max<std::uint64_t>(thread.turns, 1));
     return thread;
 }
 

@@ -35,7 +35,7 @@ int openProcess(int pid) {
 std::optional<int> statusAfterwards(int process) {
     ProcessInfo info{};
     info.mask = kExitStatus;
-    if (process < 0 || ioctl(process, _IOWR(0xFF, 11, ProcessInfo), &info) != 0) return std::nullopt;
+    if (ioctl(process, _IOWR(0xFF, 11, ProcessInfo), &info) != 0) return std::nullopt;
     if ((info.mask & kExitStatus) == 0) return std::nullopt;
     return info.exitStatus;
 }

@@ -38,7 +38,6 @@ std::optional<GroupMount> parseMount(std::string_view line) {
     mount.controllers = takeWord(&line);
     mount.version2 = type == "cgroup2";
     if (!mount.version2 && type != "cgroup") return std::nullopt;
-    if (mount.root.empty() || mount.directory.empty()) return std::nullopt;
     return mount;
 }
 

@@ -11,26 +11,20 @@ namespace {
 
 constexpr std::size_t kFirst = 3;  // of the fields behind the name, as proc(5) numbers them
 constexpr std::size_t kLast = 52;
-constexpr std::size_t kNeeded = 22;
 
-// The fields behind the name; a few hold negative numbers, so they stay words until somebody asks.
+// The fields behind the name, empty where there are no more; a few hold negative numbers, so they stay words until somebody
+// asks.
 class Fields {
 public:
     explicit Fields(std::string_view text) {
-        while (count_ < words_.size()) {
-            const std::string_view word = takeWord(&text);
-            if (word.empty()) break;
-            words_[count_++] = word;
-        }
+        for (std::string_view& word : words_) word = takeWord(&text);
     }
 
-    bool complete() const { return kFirst + count_ > kNeeded; }
     std::string_view word(std::size_t field) const { return words_[field - kFirst]; }
     std::optional<std::uint64_t> number(std::size_t field) const { return kernel::number(word(field)); }
 
 private:
     std::array<std::string_view, kLast - kFirst + 1> words_;
-    std::size_t count_ = 0;
 };
 
 std::optional<int> id(std::optional<std::uint64_t> value) {
@@ -48,7 +42,7 @@ std::optional<TaskStat> parseTaskStat(std::string_view text) {
     const std::size_t close = text.rfind(')');
     if (open == std::string_view::npos || close == std::string_view::npos || close < open + 2) return std::nullopt;
     const Fields fields(withoutLineEnd(text.substr(close + 1)));
-    if (!fields.complete() || fields.word(3).size() != 1) return std::nullopt;
+    if (fields.word(3).size() != 1) return std::nullopt;
 
     const auto ownId = id(number(text.substr(0, open)));
     const auto parent = id(fields.number(4));
