@@ -151,11 +151,12 @@ class Scratch:
         demand(run("ninja", "-C", "build", *sorted(programs), cwd=self.top), "the scratch copy cannot be built")
 
     def optimised_code(self, source, number):
-        """The code when a change, or none (-1), is made for good."""
+        """The code when a change, or none (-1), is made for good; None if it does not compile."""
         with tempfile.NamedTemporaryFile(suffix=".o") as compiled:
-            demand(self.compile(source, "-O2", f"-DSWITCHES_FIXED={number}", "-c", "-o", compiled.name),
-                   f"{source} cannot be optimised")
-            return pathlib.Path(compiled.name).read_bytes()
+            result = self.compile(source, "-O2", f"-DSWITCHES_FIXED={number}", "-c", "-o", compiled.name)
+            if number == -1:
+                demand(result, f"{source} cannot be optimised")
+            return pathlib.Path(compiled.name).read_bytes() if result.returncode == 0 else None
 
 
 # --- running tests ---------------------------------------------------------------------------------------------------
@@ -305,7 +306,7 @@ def try_source(source, scratch, workers, reach, options, accepted):
     for change in (change for change, survived in zip(chosen, outcomes) if survived):
         if (str(source), change["code"], change["kind"]) in accepted:
             result["accepted"] += 1
-        elif scratch.optimised_code(source, change["number"]) != unchanged:
+        elif scratch.optimised_code(source, change["number"]) not in (unchanged, None):
             result["survived"].append({**change, "reached": change["number"] in reach.tests})
     return result
 
