@@ -87,7 +87,9 @@ TEST(Axis, HasUpToTwelveStepsOfTheSmallestRoundTimeThatFits) {
         EXPECT_EQ(ticks[0].at, 0);
         EXPECT_EQ(ticks[1].at, rows[i].step);
         EXPECT_EQ(ticks[1].label, rows[i].text);
-        if (coarser != nullptr) EXPECT_EQ(timeTicks(12.1 * rows[i].step)[1].label, coarser);
+        if (coarser != nullptr) {
+            EXPECT_EQ(timeTicks(12.1 * rows[i].step)[1].label, coarser);
+        }
     }
     EXPECT_EQ(timeTicks(12).size(), 13u);
     EXPECT_EQ(timeTicks(60).size(), 13u);
