@@ -21,6 +21,7 @@ NUMBERS = {TypeKind.BOOL, TypeKind.CHAR_U, TypeKind.UCHAR, TypeKind.USHORT, Type
 STATEMENTS = {CursorKind.CALL_EXPR, CursorKind.BINARY_OPERATOR, CursorKind.COMPOUND_ASSIGNMENT_OPERATOR,
               CursorKind.UNARY_OPERATOR, CursorKind.UNEXPOSED_EXPR}
 FUNCTIONS = {CursorKind.FUNCTION_DECL, CursorKind.CXX_METHOD, CursorKind.CONSTRUCTOR, CursorKind.FUNCTION_TEMPLATE}
+EMPTY = {b"0", b"0.0", b"false", b"nullptr", b"std::nullopt", b'""', b"std::string()"}  # answers
 LOOPS = {CursorKind.FOR_STMT, CursorKind.WHILE_STMT, CursorKind.CXX_FOR_RANGE_STMT}
 
 
@@ -263,7 +264,7 @@ class Source:
     def answer(self, cursor, value):
         start, stop = begin(cursor), end(value)
         if (self.in_macro(start, stop - 1) or self.bytes.startswith(b"{", begin(value)) or
-                not self.bytes.startswith(b";", stop)):
+                not self.bytes.startswith(b";", stop) or self.bytes[begin(value):stop] in EMPTY):
             return
         number = self.change(start, "answer empty")
         if number is not None:

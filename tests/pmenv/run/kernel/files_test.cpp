@@ -1,6 +1,7 @@
 // The reader of the kernel's files: kept and opened anew, what has gone, and what there is too much of.
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <ctime>
 #include <string>
 #include <utility>
@@ -195,6 +196,43 @@ TEST(ReadFile, DescriptorZeroIsOneLikeOthers) {
     close(before);
 }
 
+// What is read again after an error counts once among those that are kept.
+TEST(KeptFile, ThatCannotBeReadAnyMoreIsKeptNoMore) {
+    const pid_t child = fork();
+    if (child == 0) {
+        const rlimit limit{266, 266};
+        setrlimit(RLIMIT_NOFILE, &limit);
+        allowManyFiles();
+        for (int i = 0; i < 100; ++i) {
+            const TempDir dir;
+            KeptFile folder(dir.path());  // reading it fails
+            if (folder.read() || folder.read()) _exit(255);
+        }
+        const std::size_t before = OpenDescriptors::count();
+        std::vector<KeptFile> files;
+        for (int i = 0; i < 100; ++i) files.emplace_back("/proc/self/stat");
+        for (KeptFile& file : files) file.read();
+        _exit(static_cast<int>(OpenDescriptors::count() - before));
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(WEXITSTATUS(status), 10);
+}
+
+TEST(ClockSeconds, GoOn) {
+    const double before = clockSeconds();
+    EXPECT_GT(before, 0);
+    usleep(20'000);
+    EXPECT_GE(clockSeconds() - before, 0.020);
+    EXPECT_LT(clockSeconds() - before, 60);
+}
+
+TEST(SecondsOfTicks, AreThoseOfTheHost) {
+    EXPECT_EQ(secondsOfTicks(0), 0);
+    EXPECT_EQ(secondsOfTicks(static_cast<std::uint64_t>(sysconf(_SC_CLK_TCK))), 1);
+    EXPECT_EQ(secondsOfTicks(5 * static_cast<std::uint64_t>(sysconf(_SC_CLK_TCK))), 5);
+}
+
 TEST(OwnCpuSeconds, GrowWithWork) {
     const double before = ownCpuSeconds();
     const std::clock_t begin = std::clock();
@@ -211,7 +249,10 @@ TEST(ListNumbers, TakesWholeNumbersOnly) {
     ASSERT_TRUE(numbers);
     std::sort(numbers->begin(), numbers->end());
     EXPECT_EQ(*numbers, (std::vector<int>{7, 12}));
+    const std::size_t before = OpenDescriptors::count();
     EXPECT_FALSE(listNumbers(dir / "none"));
+    listNumbers(dir.path());
+    EXPECT_EQ(OpenDescriptors::count(), before);
 }
 
 TEST(CountDescriptors, CountsThisProcesss) {
@@ -222,6 +263,7 @@ TEST(CountDescriptors, CountsThisProcesss) {
     EXPECT_EQ(countDescriptors(getpid()), *before + 2);
     close(ends[0]);
     close(ends[1]);
+    EXPECT_FALSE(countDescriptors(0)) << "there is no such process";
 }
 
 TEST(LinkTarget, IsEmptyForWhatIsNoLink) {
