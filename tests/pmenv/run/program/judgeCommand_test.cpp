@@ -22,6 +22,7 @@
 
 using json = nlohmann::json;
 using testing::AnyOf;
+using testing::ContainsRegex;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsSupersetOf;
@@ -95,13 +96,16 @@ protected:
     const std::string engine_ = directory_ / "an-own-burner";
 };
 
+// What the run is worth depends on what else this machine does meanwhile: pmenv may be woken late, too.
+const char kWhatIsSpoiled[] = "(percentiles up to p|which percentiles can be believed cannot be told)";
+
 TEST_F(JudgeNamedCommand, ASpoiledRunFailsThoughTheCommandSucceeds) {
     const std::string junit = directory_ / "verdict.xml";
     const ProgramResult result = burning({"--junit", junit}, "exit 0");
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(result.out, "");
-    EXPECT_THAT(result.err, StartsWith("spoiled: percentiles up to p"));
-    EXPECT_THAT(readFileText(junit), HasSubstr("<failure message=\"percentiles up to p"));
+    EXPECT_THAT(result.err, ContainsRegex("^spoiled: " + std::string(kWhatIsSpoiled)));
+    EXPECT_THAT(readFileText(junit), ContainsRegex("<failure message=\"" + std::string(kWhatIsSpoiled)));
 }
 
 TEST_F(JudgeNamedCommand, TheCommandsFailureGoesBeforeTheVerdict) {
