@@ -18,10 +18,11 @@
 #include "support/Allocations.h"
 #include "support/FakeProc.h"
 #include "support/OpenDescriptors.h"
+#include "support/Sanitized.h"
 
 namespace {
 
-constexpr int kCollections = 4000;
+constexpr int kCollections = kSanitized ? 1000 : 4000;
 constexpr int kPids = 40;
 
 std::size_t heapBytes() { return mallinfo2().uordblks; }

@@ -8,6 +8,7 @@
 #include "pmenv/run/judgement/Runs.h"
 #include "pmenv/run/recording/Recordings.h"
 #include "recording/texts.h"
+#include "support/Sanitized.h"
 #include "support/TempDir.h"
 
 using testing::ElementsAre;
@@ -132,7 +133,8 @@ TEST(AsRecorded, KeepsWhatIsTooLargeWithinBounds) {
 
 TEST(Recording, KeepsTheEvidenceAndTheVerdict) {
     const TempDir dir;
-    for (unsigned seed = 1; seed <= 40; ++seed) {
+    constexpr unsigned kRuns = kSanitized ? 10 : 40;
+    for (unsigned seed = 1; seed <= kRuns; ++seed) {
         const std::vector<Evidence> run = RandomRun(seed).of(60);
         record(dir / "run", run);
         const ReadRecording read = readRecording(dir / "run");

@@ -14,6 +14,7 @@
 
 #include "check/rule.h"
 #include "pmenv/PmenvTest.h"
+#include "support/Sanitized.h"
 #include "support/ScopedEnv.h"
 #include "support/Subprocess.h"
 #include "support/TempDir.h"
@@ -398,14 +399,15 @@ TEST_F(PmenvCheckFurther, SaysWhatCannotBeRead) {
 
 // The limit of work is far below what expanding each setting by itself would take.
 TEST_F(PmenvCheck, ExpandsEachSettingOfAChainOnce) {
+    constexpr int kSettings = kSanitized ? 4'000 : 20'000;
     std::string text;
-    for (int i = 0; i < 20'000; ++i) {
+    for (int i = 0; i < kSettings; ++i) {
         const std::string name = std::to_string(i);
         text += "K" + name + " = " + (i % 400 == 399 ? "end" : "#(K" + std::to_string(i + 1) + ")") + "\n";
     }
     EXPECT_EQ("0 errors, 0 warnings\n", runOn(text).err);
     std::string reversed;
-    for (int i = 20'000; i-- > 0;) {
+    for (int i = kSettings; i-- > 0;) {
         const std::string name = std::to_string(i);
         reversed += "K" + name + " = " + (i % 400 == 399 ? "end" : "#(K" + std::to_string(i + 1) + ")") + "\n";
     }
@@ -427,21 +429,22 @@ TEST_F(PmenvCheck, StopsAtAValueThatIsTooLong) {
 }
 
 TEST_F(PmenvCheck, EndsOnFilesThatAreMadeToKeepItBusy) {
+    constexpr int kTimes = kSanitized ? 50 : 1000;
     std::string doubling = "B0 =\n";
     for (int i = 1; i <= 30; ++i) {
         const std::string half = "#(B" + std::to_string(i - 1) + ")";
         doubling += "B" + std::to_string(i) + " = " + half + half + "\n";
     }
     std::string loading = "A = #{A}\n";
-    for (int i = 0; i < 1000; ++i) loading += "A" + std::to_string(i) + " = ${PM_BOMB}\n";
+    for (int i = 0; i < kTimes; ++i) loading += "A" + std::to_string(i) + " = ${PM_BOMB}\n";
     const ScopedEnv bomb("PM_BOMB", "##${X}${PM_BOMB} ");
-    const ProgramResult result = runOn(doubling);
+    const ProgramResult result = runOn(doubling + repeated("X = #(B30)\n", kTimes));
     EXPECT_EQ(result.status, 1);
     EXPECT_THAT(result.out, HasSubstr("[too-much-work]"));
     for (const std::string& text :
-         {doubling + repeated("X = #(B30)\n", 1000), "P = (P)(P)##\n" + repeated("X = ##(P)\n", 1000), loading,
-          "X = 0123456789abcde\nV = " + repeated("#(X)", 60'000) + "\n",
-          "V = " + repeated("${", 500'000) + "\nW = " + repeated("$(", 500'000) + "\n"}) {
+         {"P = (P)(P)##\n" + repeated("X = ##(P)\n", kTimes), loading,
+          "X = 0123456789abcde\nV = " + repeated("#(X)", 60 * kTimes) + "\n",
+          "V = " + repeated("${", 500 * kTimes) + "\nW = " + repeated("$(", 500 * kTimes) + "\n"}) {
         EXPECT_THAT(runOn(text).status, testing::AnyOf(0, 1)) << text.substr(0, 60);
     }
 }
