@@ -97,6 +97,7 @@ class Scratch:
                     path.unlink()
         for source in self.sources:
             if not (self.top / source).exists():
+                (self.top / source).parent.mkdir(parents=True, exist_ok=True)
                 shutil.copy(PROJECT / source, self.top / source)
 
     def configure(self):
