@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "events.h"
+#include "support/OpenDescriptors.h"
 
 namespace {
 
@@ -77,6 +78,12 @@ TEST(Events, OtherSignalsAreLeftAlone) {
         EXPECT_FALSE(isBlocked(SIGUSR2));
     }
     EXPECT_FALSE(isBlocked(SIGUSR1));
+}
+
+TEST(Events, NoDescriptorStaysOpen) {
+    const OpenDescriptors descriptors;
+    { const Events events({SIGUSR1}, false); }
+    EXPECT_EQ(descriptors.addedTargets(), std::vector<std::string>{});
 }
 
 TEST(Events, KeysAreReportedOneByOne) {

@@ -1,4 +1,5 @@
 // liveTerminal: what is sent to redraw a terminal. Its tests with a real terminal are those of `stats --watch`.
+#include <csignal>
 #include <iostream>
 #include <optional>
 #include <sstream>
@@ -62,6 +63,26 @@ TEST(LiveTerminal, ClearsEachLineAndWhatIsBelow) {
     EXPECT_EQ(sent.taken(), "\x1b[H\x1b[Kone\r\n\x1b[Ktwo\r\n\x1b[J");
     terminal.draw({"one", "two"}, 2);
     EXPECT_EQ(sent.taken(), "\x1b[H\x1b[Kone\r\n\x1b[Ktwo") << "another line would scroll the first one away";
+}
+
+// Lets the calling process go on when it has been stopped, until it ends.
+void goOnWhenStopped() {
+    const pid_t stopped = getpid();
+    if (fork() != 0) return;
+    while (getppid() == stopped && kill(stopped, SIGCONT) == 0) usleep(1000);
+    _exit(0);
+}
+
+TEST(LiveTerminal, IsTheUsersWhileTheProgramIsStopped) {
+    const std::string inBetween = inChild([] {
+        Sent sent;
+        LiveTerminal terminal;
+        sent.taken();
+        goOnWhenStopped();
+        terminal.suspend();
+        return sent.taken();
+    });
+    EXPECT_EQ(inBetween, "\x1b[?25h\x1b[?1049l\x1b[?1049h\x1b[?25l");
 }
 
 TEST(Terminal, WhatIsNoneHasNoSizeAndNoColour) {

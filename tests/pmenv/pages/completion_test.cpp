@@ -44,6 +44,17 @@ Words linesOf(const std::string& text) {
     return lines;
 }
 
+// The file of a shell's completion, filled in as the build does it.
+std::string completionFor(const std::string& shell) {
+    static const TempDir directory;
+    const std::string name = "pmenv." + shell;
+    if (std::filesystem::exists(directory / name)) return directory / name;
+    const ProgramResult filled =
+        runProgram({"/bin/sh", "-c", "exec \"$0\" <\"$1\"", PMENV_PAGES, PMENV_TEMPLATES "/" + name + ".in"}, {});
+    EXPECT_EQ(filled.status, 0) << filled.err;
+    return directory.writeFile(name, filled.out);
+}
+
 class PmenvCompletion : public Pmenv, public testing::WithParamInterface<const char*> {
 protected:
     // What is offered behind `words` for the beginning of a word.
@@ -65,7 +76,7 @@ protected:
     }
 
     Words completeInBash(const Words& words, const std::string& beginning) const {
-        std::string script = setUp_ + "source " PMENV_COMPLETION ".bash; COMP_WORDS=(" PMENV_BINARY;
+        std::string script = setUp_ + "source " + completionFor("bash") + "; COMP_WORDS=(" PMENV_BINARY;
         for (const std::string& word : words) script += " " + quoted(word);
         script += " " + quoted(beginning) +
                   "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); COMP_LINE=\"${COMP_WORDS[*]}\"; COMP_POINT=${#COMP_LINE}; "
@@ -78,7 +89,7 @@ protected:
 
     Words completeInFish(const Words& words, const std::string& beginning) const {
         const std::string script =
-            setUp_ + "source " PMENV_COMPLETION ".fish; complete -C \"" + commandLine(words, beginning) + "\"";
+            setUp_ + "source " + completionFor("fish") + "; complete -C \"" + commandLine(words, beginning) + "\"";
         const ScopedCwd here(directory_.path());
         const ProgramResult outcome = runProgram({"/usr/bin/fish", "--no-config", "-c", script}, environment());
         EXPECT_EQ(outcome.err, "");
@@ -92,8 +103,8 @@ protected:
     Words completeInZsh(const Words& words, const std::string& beginning) const {
         static const char* const kStart =
             "setopt no_beep no_always_last_prompt; PROMPT=; LISTMAX=100000\n"
-            "autoload -Uz compinit && compinit -u -C -d " PMENV_COMPLETION
-            ".zcompdump\n"
+            "autoload -Uz compinit && compinit -u -C -d " ZSH_KNOWS
+            "\n"
             "autoload -Uz _pmenv && compdef _pmenv pmenv\n"
             "compadd() {\n"
             "    if ((${argv[(I)-[ADO]*]})); then builtin compadd \"$@\"; return; fi\n"
@@ -105,7 +116,7 @@ protected:
             "zle-line-init() { BUFFER=$TYPED; CURSOR=${#BUFFER}; zle complete-word; exit 0 }\n"
             "zle -N zle-line-init\n";
         const TempDir start;
-        std::filesystem::copy_file(PMENV_COMPLETION ".zsh", start / "_pmenv");
+        std::filesystem::copy_file(completionFor("zsh"), start / "_pmenv");
         start.writeFile(".zshrc", "fpath=($ZDOTDIR $fpath)\n" + std::string(kStart) + setUp_);
         const std::string offered = start.writeFile("offered");
         const std::string typed = commandLine(words, beginning);

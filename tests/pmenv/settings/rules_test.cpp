@@ -250,7 +250,7 @@ TEST_F(Rules, NeedlessAllow) {
                     "comment"));
     EXPECT_THAT(find(rule, "; pmenv: allow duplicate-keys\nA = 1\n"),
                 ElementsAre("1:10+20 there is no rule 'duplicate-keys'; did you mean 'duplicate-key'?"));
-    EXPECT_THAT(find(rule, ";pmenv: alow cycle\n# pmenv: allow\n; pmenv:"),
+    EXPECT_THAT(find(rule, ";pmenv: alow cycle\n# pmenv: allow \t\n; pmenv:"),
                 ElementsAre("1:9+10 write ; pmenv: allow RULE", "2:10+5 write ; pmenv: allow RULE",
                             "3:9+1 write ; pmenv: allow RULE"));
     const std::string twice = "; pmenv: allow cycle\n; pmenv: allow cycle\n";

@@ -617,6 +617,12 @@ TEST(Signals, OfAMomentAreKnown) {
     for (const auto& [name, value] : rows) EXPECT_EQ(signalOf(judged, name).value, value) << name;
 }
 
+TEST(Signals, AReasonsShareIsOfAllTime) {
+    const Judged judged = MadeRun().engine(0.25, {0, 0, 0, 0, 100}).engine(9.75, {5, 0}).judged();
+    EXPECT_DOUBLE_EQ(signalOf(judged, "stopped").value.value_or(-1), 2.5);
+    EXPECT_DOUBLE_EQ(signalOf(judged, "blocked").value.value_or(-1), 0);
+}
+
 TEST(Signals, OfNoTimeAreNotKnown) {
     Evidence begin = intervalFrom(1);
     begin.to = 1;

@@ -106,6 +106,17 @@ TEST_F(PmenvCheck, ExcerptThatReachesIntoTheFirstCharacterBeginsWithIt) {
                 HasSubstr("\n    1 | " + line + "\n      | " + std::string(60, ' ') + "^~~~\n"));
 }
 
+TEST_F(PmenvCheck, ExcerptWithoutTheFirstCharacterSaysSo) {
+    const std::string line = "A = " + std::string(57, 'x') + "#(B)";
+    EXPECT_THAT(runOn(line + "\n").out,
+                HasSubstr("\n    1 | …" + line.substr(1) + "\n      | " + std::string(61, ' ') + "^~~~\n"));
+}
+
+TEST_F(PmenvCheck, ExcerptOfBytesThatBeginNoCharacterIsTheWholeLine) {
+    EXPECT_THAT(runOn(std::string(100, '\x80') + " = #(B)\n").out,
+                HasSubstr("\n    1 | " + repeated("\\x80", 100) + " = #(B)\n"));
+}
+
 TEST_F(PmenvCheck, StrictTakesWarningsForErrors) {
     EXPECT_EQ(0, runOn("A = 1\nA = 2\n").status);
     EXPECT_EQ(1, runOn("A = 1\nA = 2\n", {"--strict"}).status);

@@ -20,6 +20,7 @@
 namespace {
 
 using nlohmann::json;
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -379,6 +380,13 @@ TEST_F(PmenvKeys, DraftGuessesTypesFromAllFiles) {
     EXPECT_EQ(expected, types);
     EXPECT_THAT(keys.names(), ElementsAre("I", "N", "B", "P", "D", "V", "E", "L", "C", "MORE", "s.K", "s.PMENV_KEYS"));
     EXPECT_EQ("pmenv: --write-keys needs a FILE; see 'pmenv check --help'\n", run({"check", "--write-keys"}).err);
+}
+
+TEST_F(PmenvKeys, DraftGuessesNoNumberFromAVariable) {
+    directory_.writeFile("a.ini", "A = ${DRAFTED_NUMBER}\nB = $(DRAFTED_NUMBER)\nC = 1\n");
+    EXPECT_THAT(
+        run({"check", "--write-keys", "a.ini"}, {{"DRAFTED_NUMBER", "1"}}).out,
+        AllOf(HasSubstr("[A]\ntype = text\n"), HasSubstr("[B]\ntype = text\n"), HasSubstr("[C]\ntype = integer\n")));
 }
 
 // Whatever the files say, what is drafted from them can be read and has nothing to say against them.
