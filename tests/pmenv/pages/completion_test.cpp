@@ -213,6 +213,7 @@ TEST_P(PmenvCompletion, OffersFilesAndPathVariables) {
     };
     EXPECT_THAT(withoutSlash(complete({"--ini"}, "oth")), ElementsAre("other"));
     EXPECT_THAT(complete({"check"}, "press"), ElementsAre("pressmark.ini"));
+    EXPECT_THAT(complete({"diff", "pressmark.ini"}, "press"), ElementsAre("pressmark.ini"));
     EXPECT_THAT(withoutSlash(complete({"walk"}, "oth")), ElementsAre("other"));
     EXPECT_THAT(complete({"walk"}, "press"), IsEmpty()) << "only directories can be walked";
     EXPECT_THAT(complete({"walk", "--skip"}, "oth"), IsEmpty());

@@ -229,6 +229,16 @@ TEST_F(PmenvDiff, ReasonsThatAreNearlyAlikeAreToldEach) {
                                   "  because of #{X} in #(C)\n    A  3 at 1:5\n    B  2 at 3:5\n"));
 }
 
+TEST_F(PmenvDiff, TheSameTextElsewhereIsAReasonOfItsOwn) {
+    const auto twice = [](const std::string& x) {
+        return "X = " + x + "\nB = #{X}\nX = " + x + "\nC = #{X}\nALL = #(B)#(C)\n";
+    };
+    EXPECT_THAT(differences(twice("1"), twice("2")),
+                testing::EndsWith("\nALL\n  A  11\n  B  22\n"
+                                  "  because of #{X} in #(B)\n    A  1 at 1:5\n    B  2 at 1:5\n"
+                                  "  because of #{X} in #(C)\n    A  1 at 3:5\n    B  2 at 3:5\n"));
+}
+
 // More levels than are kept of one setting's references.
 TEST_F(PmenvDiff, ReasonAtTheEndOfALongChainIsFound) {
     std::string chain;
