@@ -35,7 +35,7 @@ public:
 
     // What has been sent since the last time.
     std::string taken() {
-        const std::string text = text_.str();
+        std::string text = text_.str();
         text_.str("");
         return text;
     }

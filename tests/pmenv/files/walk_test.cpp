@@ -142,11 +142,11 @@ TEST_F(PmenvWalk, SaysWhenDescriptorsRunOutInAChainOfDirectories) {
 }
 
 TEST_F(PmenvWalk, SaysWhyItHasEndedAndNotWhatItWouldHaveMet) {
-    const std::string name(200, 'n');
     for (int i = 0; i < 50; ++i) {
         const std::string directory = "wide/" + std::to_string(i);
+        const std::string name = directory + "/" + std::string(200, 'n');
         directory_.makeDirectory(directory);
-        for (int j = 0; j < 15; ++j) directory_.writeFile(directory + "/" + name + std::to_string(j));
+        for (int j = 0; j < 15; ++j) directory_.writeFile(name + std::to_string(j));
     }
     const ProgramResult outcome = shell("ulimit -n 40; \"$0\" walk wide --recurse >/dev/full");
     EXPECT_EQ(outcome.status, 1);

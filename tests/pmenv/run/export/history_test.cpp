@@ -57,11 +57,11 @@ const std::string kEngine = R"({host="gen1",name="PMLoadEngineMai",pid="100")";
 
 // The samples of the engine's processor time: each value and the seconds of its time.
 std::string ranUpTo(const std::vector<std::pair<std::string, std::string>>& samples) {
-    std::string lines;
+    std::ostringstream lines;
     for (const auto& [value, seconds] : samples) {
-        lines += "pmenv_engine_cpu_seconds_total" + kEngine + "} " + value + " 170000000" + seconds + "\n";
+        lines << "pmenv_engine_cpu_seconds_total" << kEngine << "} " << value << " 170000000" << seconds << '\n';
     }
-    return lines;
+    return lines.str();
 }
 
 TEST(History, TellsWhatWasCountedUpToEachSecond) {

@@ -54,12 +54,14 @@ TEST(KeptFile, IsClosedOnceWhereItWasMovedTo) {
     const TempDir dir;
     dir.writeFile("x", "one");
     const std::size_t before = OpenDescriptors::count();
-    KeptFile file(dir / "x");
-    file.read();
-    { const KeptFile moved(std::move(file)); }
-    EXPECT_EQ(OpenDescriptors::count(), before);
-    const int other = dup(STDOUT_FILENO);
-    { const KeptFile moved(std::move(file)); }
+    int other = -1;
+    {
+        KeptFile file(dir / "x");
+        file.read();
+        { const KeptFile moved(std::move(file)); }
+        EXPECT_EQ(OpenDescriptors::count(), before);
+        other = dup(STDOUT_FILENO);
+    }
     EXPECT_NE(fcntl(other, F_GETFD), -1);
     close(other);
     KeptFile next(dir / "x");
@@ -95,6 +97,13 @@ TEST(KeptFile, ReadsWhatIsLongUpTo64KiB) {
     }
 }
 
+std::vector<KeptFile> newFiles(std::size_t count) {
+    std::vector<KeptFile> files;
+    files.reserve(count);
+    while (files.size() < count) files.emplace_back("/proc/self/stat");
+    return files;
+}
+
 // With few descriptors left the files are opened anew each time.
 TEST(KeptFile, ManyCanBeReadWithFewDescriptors) {
     const pid_t child = fork();
@@ -102,8 +111,7 @@ TEST(KeptFile, ManyCanBeReadWithFewDescriptors) {
         const rlimit few{100, 100};
         setrlimit(RLIMIT_NOFILE, &few);
         allowManyFiles();
-        std::vector<KeptFile> files;
-        for (int i = 0; i < 1000; ++i) files.emplace_back("/proc/self/stat");
+        std::vector<KeptFile> files = newFiles(1000);
         for (int round = 0; round < 2; ++round) {
             for (KeptFile& file : files) {
                 if (!file.read()) _exit(1);
@@ -131,8 +139,7 @@ TEST(KeptFile, AsManyAreKeptAsLeaveDescriptorsForOthers) {
             if (getrlimit(RLIMIT_NOFILE, &now) != 0 || now.rlim_cur != row.limit.rlim_max) _exit(255);
             const std::size_t before = OpenDescriptors::count();
             for (int i = 0; i < 200; ++i) KeptFile("/proc/self/stat").read();  // and closes it again
-            std::vector<KeptFile> files;
-            for (int i = 0; i < 200; ++i) files.emplace_back("/proc/self/stat");
+            std::vector<KeptFile> files = newFiles(200);
             for (KeptFile& file : files) file.read();
             _exit(static_cast<int>(OpenDescriptors::count() - before));
         }
@@ -209,8 +216,7 @@ TEST(KeptFile, ThatCannotBeReadAnyMoreIsKeptNoMore) {
             if (folder.read() || folder.read()) _exit(255);
         }
         const std::size_t before = OpenDescriptors::count();
-        std::vector<KeptFile> files;
-        for (int i = 0; i < 100; ++i) files.emplace_back("/proc/self/stat");
+        std::vector<KeptFile> files = newFiles(100);
         for (KeptFile& file : files) file.read();
         _exit(static_cast<int>(OpenDescriptors::count() - before));
     }
