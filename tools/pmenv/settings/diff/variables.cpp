@@ -49,7 +49,7 @@ Variables readVariables(const std::string& file) {
 }
 
 ScopedVariables::ScopedVariables(const Variables& variables) : before_(environ) {
-    for (const auto& [name, value] : variables) texts_.push_back(name + "=" + value);
+    for (const auto& [name, value] : variables) texts_.emplace_back(name).append("=").append(value);
     for (std::string& text : texts_) pointers_.push_back(text.data());
     pointers_.push_back(nullptr);
     environ = pointers_.data();
