@@ -30,9 +30,14 @@ project(small LANGUAGES CXX)
 file(GLOB sources src/*.cpp)
 add_library(small OBJECT ${sources})
 enable_testing()
+if(PROJECT_BINARY_DIR MATCHES next)
+  # It ends after the test of the preset before.
+  add_custom_command(OUTPUT long COMMAND sh -c "echo begun >>../next; sleep 2; touch long" VERBATIM)
+  add_custom_target(takes_long ALL DEPENDS long)
+endif()
 if(PROJECT_BINARY_DIR MATCHES first)
   # While it runs, the next preset is built.
-  add_test(NAME next COMMAND sh -c "until test -e ../next-64/CMakeFiles/small.dir/src/good.cpp.o; do sleep 0.1; done")
+  add_test(NAME next COMMAND sh -c "until test -e ../next; do sleep 0.1; done")
   set_tests_properties(next PROPERTIES TIMEOUT 60)
 else()
   add_test(NAME passes COMMAND true)
@@ -80,6 +85,7 @@ expect 1 $'\nFAILED   release-64: fails\n4 passed, 1 failed' lint release-64
 ! grep -q $'\r' "$work/output" || fail "progress is shown where there is no terminal"
 
 expect 1 $'\nFAILED   next-64: fails\n2 passed, 1 failed' first-64 next-64
+[[ $(<build/next) == begun ]] || fail "what was being built ahead is built again"
 
 shown=$(TERM=xterm script -qec "./dev test release-64" /dev/null </dev/null || true)
 [[ $shown == *"release-64: 1 of 2 tests done"*"release-64: 2 of 2 tests done"* ]] || fail "no progress on a terminal: $shown"
