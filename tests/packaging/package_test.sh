@@ -41,6 +41,16 @@ if [[ $(cached KRENV_BUILD_TOOLS) == ON ]]; then
     install_component tool bin/pmenv share/man/man1/pmenv.1 share/bash-completion/completions/pmenv \
         share/zsh/vendor-completions/_pmenv share/fish/vendor_completions.d/pmenv.fish \
         share/doc/pmenv/examples/pressmark.ini share/doc/pmenv/examples/pressmark.keys
+    # Their tests fill the templates in anew.
+    while read -r template page; do
+        "$build/tools/pmenv/pmenv_pages" <"$examples/../tools/pmenv/pages/$template" |
+            cmp - "$work/first/share/$page" || fail "$page is not $template filled in"
+    done <<'END'
+pmenv.1.in man/man1/pmenv.1
+pmenv.bash.in bash-completion/completions/pmenv
+pmenv.zsh.in zsh/vendor-completions/_pmenv
+pmenv.fish.in fish/vendor_completions.d/pmenv.fish
+END
     install_component exporter bin/pmenv-exporter share/man/man1/pmenv-exporter.1 \
         lib/systemd/system/pmenv-exporter.service lib/systemd/system/pmenv-exporter.socket
 fi
