@@ -46,7 +46,7 @@ std::string readEnd(int descriptor) {
 bool isWhole(const std::string& end) { return !end.empty() && end.back() == '\n'; }
 
 bool tellsOutcome(const std::string& end) {
-    const std::size_t begin = end.size() < 2 ? 0 : end.rfind('\n', end.size() - 2) + 1;  // 0 where there is none
+    const std::size_t begin = end.rfind('\n', end.size() - 2) + 1;  // 0 where the end has no other line
     return end.compare(begin, sizeof kOutcomeBegin - 1, kOutcomeBegin) == 0;
 }
 
