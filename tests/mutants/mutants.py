@@ -150,7 +150,7 @@ class Scratch:
 
     def build(self, programs):
         demand(run("ninja", "-C", "build", *sorted(programs), cwd=self.top), "the scratch copy cannot be built")
-        (self.top / "build").chmod(0o1777)  # tests keep there what they have found out about zsh
+        (self.top / "build").chmod(0o1777)  # the tests of completions keep there what zsh has of its own
 
     def optimised_code(self, source, number):
         """The code when a change, or none (-1), is made for good; None if it does not compile."""
