@@ -153,6 +153,7 @@ TEST(DamagedRecording, IsRefusedWithThePlace) {
         {"7", ":3:1: this is no JSON object"},
         {"{\"to\":NaN,\"engines\":[]}", ":3:7: Invalid value."},
         {"{\"to\":1e999,\"engines\":[]}", ":3:7: Number too big to be stored in double."},
+        {"{\"to\":1e-999,\"engines\":[]}", ":3:7: this number is too large or too small"},
         {"{\"to\":1000001}", ":3:1: \"engines\" is missing"},
         {"{\"to\":999999,\"engines\":[]}", ":3:2: \"to\" needs whole numbers from 1000000 to 1000000000000000"},
         {"{\"to\":1000000000000001,\"engines\":[]}", ":3:2: \"to\" needs whole numbers from 1000000 to "},
@@ -226,6 +227,37 @@ TEST(DamagedRecording, WithoutAHeaderOfItsKindIsRefused) {
     for (const auto& row : rows) {
         dir.writeFile("bad", row.text);
         EXPECT_THAT(failureOf(dir / "bad"), HasSubstr(row.error)) << row.text;
+    }
+}
+
+// However it is written, a number is the nearest one that a double holds.
+TEST(Recording, ReadsNumbersExactly) {
+    const TempDir dir;
+    const std::string header = headerText();
+    const std::string before = "\"percentile\":", written = before + "99.0";
+    const std::size_t at = header.find(written);
+    ASSERT_NE(at, std::string::npos);
+    const struct {
+        const char* text;
+        double number;
+    } rows[] = {
+        {"0", 0},
+        {"-0", 0},
+        {"0e-99", 0},
+        {"0.0e99", 0},
+        {"0.00000000000000000000000000000000000000", 0},
+        {"0.0000000000e-2147483639", 0},
+        {"0.1", 0.1},
+        {"99.999999999999986", 99.999999999999986},
+        {"5e-324", 5e-324},
+        {"2.2250738585072011e-308", 2.2250738585072011e-308},
+        {"0.00000000000000000000000000000000000000000000000099e50", 99},
+        {"9900000000000000000000e-20", 99},
+    };
+    for (const auto& row : rows) {
+        std::string changed = header;
+        dir.writeFile("run", changed.replace(at, written.size(), before + row.text));
+        EXPECT_EQ(RecordingReader(dir / "run").header().limits.percentile, row.number) << row.text;
     }
 }
 

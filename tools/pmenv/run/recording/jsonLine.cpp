@@ -1,6 +1,10 @@
 #include "recording/jsonLine.h"
 
+#include <charconv>
+
+#include <rapidjson/encodedstream.h>
 #include <rapidjson/error/en.h>
+#include <rapidjson/memorystream.h>
 
 #include "recording/texts.h"
 
@@ -35,18 +39,51 @@ void refuseDeepNesting(std::string_view line) {
     }
 }
 
+template <typename Number>
+bool isAll(std::string_view text, Number& number) {
+    const char* const end = text.data() + text.size();
+    const std::from_chars_result read = std::from_chars(text.data(), end, number);
+    return read.ec == std::errc() && read.ptr == end;
+}
+
+// Converts the numbers itself: RapidJSON makes any number of a zero with many digits, by what is undefined behaviour.
+class Document : public rapidjson::Document {
+public:
+    using rapidjson::Document::Document;
+
+    rapidjson::ParseResult parse(std::string_view line) {
+        constexpr unsigned kStrict = rapidjson::kParseNumbersAsStringsFlag | rapidjson::kParseValidateEncodingFlag;
+        rapidjson::MemoryStream bytes(line.data(), line.size());
+        rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> text(bytes);
+        rapidjson::Reader reader;
+        const auto values = [&](rapidjson::Document&) { return !reader.Parse<kStrict>(text, *this).IsError(); };
+        Populate(values);
+        return {reader.GetParseErrorCode(), reader.GetErrorOffset()};
+    }
+
+    // The parser hands over each number as it is written.
+    bool RawNumber(const char* text, rapidjson::SizeType length, bool /*copy*/) {
+        std::int64_t whole = 0;
+        if (isAll({text, length}, whole)) return Int64(whole);
+        double number = 0;
+        return isAll({text, length}, number) && Double(number);
+    }
+};
+
+std::string errorText(rapidjson::ParseErrorCode code) {
+    if (code == rapidjson::kParseErrorTermination) return "this number is too large or too small";
+    return rapidjson::GetParseError_En(code);
+}
+
 }  // namespace
 
 const Value& JsonLine::parse(std::string_view line) {
-    constexpr unsigned kStrict = rapidjson::kParseFullPrecisionFlag | rapidjson::kParseValidateEncodingFlag;
     refuseDeepNesting(line);
     value_.SetNull();
     memory_.Clear();
-    rapidjson::Document document(&memory_);
-    document.Parse<kStrict>(line.data(), line.size());
-    if (document.HasParseError()) {
-        throw BadLine{rapidjson::GetParseError_En(document.GetParseError()), "", document.GetErrorOffset() + 1};
-    }
+    Document document(&memory_);
+    const rapidjson::ParseResult result = document.parse(line);
+    if (result.IsError()) throw BadLine{errorText(result.Code()), "", result.Offset() + 1};
     if (!document.IsObject()) throw BadLine{"this is no JSON object", "", 1};
     value_.Swap(document);
     return value_;
