@@ -4,24 +4,21 @@
 #
 #   docs_test.sh PAGE BUILD-DIRECTORY
 #   docs_test.sh --self BUILD-DIRECTORY    checks that it notices every mistake on
-# tests/packaging/docs_reader/wrong-page.txt
+#                                          tests/packaging/docs_reader/wrong-page.txt
 #
 # The language of a block decides how it is tested:
 #
 #   console   The text after `$ ` is run in a shell and must succeed; it must print the lines below it, if there are
-# any.
-#             A line `...` stands for any number of lines. A comment `exit code N` requires that exit code; one
-#             that names several, as `exit code 0, 3 or 4`, any of them. Long measurements are shortened. A screen (--watch) is compared by its words.
+#             any. A line `...` stands for any number of lines. A comment `exit code N` requires that exit code; one
+#             that names several, as `exit code 0, 3 or 4`, any of them. Long measurements are shortened. A screen
+#             (--watch) is compared by its words.
 #   sh        The block is run as a script. Commands that build or change the machine (see checked_only) are not run;
-# the
-#             test only checks that the sub-command, preset, target or test that they name exists.
+#             the test only checks that the sub-command, preset, target or test that they name exists.
 #   cpp       A program with `main` is compiled, linked and run, and serves as main.cpp for the blocks below it.
-# Anything
-#             else is compiled and linked as the body of a function that has a container object `env`.
+#             Anything else is compiled and linked as the body of a function that has a container object `env`.
 #   cmake     A project is built from it, with main.cpp as the target `host`.
 #   ini       The block must be a settings file that can be loaded. It is stored in the reader's directory under the
-# name
-#             in its first comment (`; engine.ini`), or as pressmark.ini.
+#             name in its first comment (`; engine.ini`), or as pressmark.ini.
 #   json      The block must be an object or a list that can be read.
 #   text      Drawings and forms, which cannot be run.
 #

@@ -111,7 +111,7 @@ start() {
         { cat "$work/log" >&2; fail "the figures cannot be taken in"; }
     cp "$rules/pmenv.rules.yml" "$work"
     configuration >"$work/prometheus.yml"
-    timeout 60 prometheus --config.file="$work/prometheus.yml" --storage.tsdb.path="$work/data" \
+    timeout 200 prometheus --config.file="$work/prometheus.yml" --storage.tsdb.path="$work/data" \
         --web.listen-address=127.0.0.1:0 >"$work/server.log" 2>&1 &
     server=$!
     wait_until grep -q "Server is ready to receive web requests" "$work/server.log" || fail "there is no server"
@@ -120,7 +120,7 @@ start() {
 
 wait_until() { # COMMAND...
     local tries
-    for ((tries = 0; tries < 100; ++tries)); do
+    for ((tries = 0; tries < 600; ++tries)); do
         ! "$@" || return 0
         kill -0 "$server" 2>/dev/null || break
         sleep 0.1

@@ -34,8 +34,12 @@ int exitCodeFor(const std::string& address) {
 TEST(ListenerTest, ListensAtTheAddress) {
     const Listener listener("127.0.0.1:0");
     EXPECT_THAT(listener.address(), MatchesRegex("127\\.0\\.0\\.1:[1-9][0-9]*"));
-    const Listener six("[::1]:0");
-    EXPECT_THAT(six.address(), MatchesRegex("\\[::1\\]:[1-9][0-9]*"));
+}
+
+TEST(ListenerTest, ListensAtAnAddressOfVersionSix) {
+    if (access("/proc/net/if_inet6", F_OK) != 0) GTEST_SKIP() << "this machine has no IPv6";
+    const Listener listener("[::1]:0");
+    EXPECT_THAT(listener.address(), MatchesRegex("\\[::1\\]:[1-9][0-9]*"));
 }
 
 TEST(ListenerTest, WhatIsNoAddressIsWrongUsage) {

@@ -195,7 +195,8 @@ protected:
     }
 
     void SetUp() override {
-        if (server_ == nullptr) GTEST_SKIP() << "there is no Prometheus on this machine";
+        ASSERT_TRUE(PrometheusServer::isInstalled());
+        ASSERT_NE(server_, nullptr);
     }
 
     static ProgramResult run(Words words) {

@@ -42,9 +42,7 @@ public:
     PrometheusServer(const PrometheusServer&) = delete;
     PrometheusServer& operator=(const PrometheusServer&) = delete;
 
-    static bool isInstalled() {
-        return access("/usr/bin/prometheus", X_OK) == 0 && access("/usr/bin/promtool", X_OK) == 0;
-    }
+    static bool isInstalled() { return ::isInstalled("/usr/bin/prometheus") && ::isInstalled("/usr/bin/promtool"); }
 
     /// Adds the samples of a file to the data in a directory.
     static void takeIn(const std::string& openMetrics, const std::string& data) {

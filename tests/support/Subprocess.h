@@ -20,6 +20,9 @@ struct ProgramResult {
     std::string err;
 };
 
+/// Whether a program is there. `./dev setup` installs those that tests need: without them a test has to fail.
+inline bool isInstalled(const char* program) { return access(program, X_OK) == 0; }
+
 /// Runs `arguments` (the first is the program's path) with this process's environment changed by `environment`, where a
 /// null value means that the variable is not set.
 inline ProgramResult runProgram(const std::vector<std::string>& arguments,

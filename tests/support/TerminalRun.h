@@ -49,10 +49,10 @@ public:
         ioctl(terminal_, TIOCSWINSZ, &size);
     }
 
-    /// Waits until `wanted` appears in the output after position `from`. False when the program ends, or 20 seconds
-    /// pass, without it.
+    /// Waits until `wanted` appears in the output after position `from`. False when the program ends, or a minute
+    /// passes, without it.
     bool waitFor(const std::string& wanted, std::size_t from = 0) {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
         while (output_.find(wanted, from) == std::string::npos) {
             if (!readSome() || std::chrono::steady_clock::now() > end) break;
         }

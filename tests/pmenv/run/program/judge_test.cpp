@@ -63,7 +63,7 @@ TEST(PmenvJudge, AnIdleEngineIsNotHeldBack) {
     const json engine = engineOf(judged, idle.pid());
     EXPECT_TRUE(engine.at("readable"));
     EXPECT_THAT(reasonsOf(engine), Each("stolen")) << "what a hypervisor takes makes idle engines late as well";
-    EXPECT_NEAR(engine.at("parts").at("slack"), judged.at("seconds").get<double>(), 0.3);
+    EXPECT_GT(engine.at("parts").at("slack"), 0.8 * judged.at("seconds").get<double>());
 }
 
 TEST(PmenvJudge, AThreadThatNeverPausesIsHeldBack) {
@@ -87,15 +87,18 @@ TEST(PmenvJudge, AThreadThatSendsNoLoadCanBeLeftOut) {
 
 TEST(PmenvJudge, AStoppedEngineIsHeldBack) {
     const LoadEngine idle("idle");
-    std::thread stopper([&idle] {
+    std::chrono::duration<double> stopped{};
+    std::thread stopper([&] {
         pauseFor(1);
+        const auto begin = std::chrono::steady_clock::now();
         kill(idle.pid(), SIGSTOP);
         pauseFor(1);
         kill(idle.pid(), SIGCONT);
+        stopped = std::chrono::steady_clock::now() - begin;
     });
     const json engine = engineOf(watchedJson({"--duration", "4"}), idle.pid());
     stopper.join();
-    EXPECT_NEAR(engine.at("heldBackSeconds"), 1, 0.6);
+    EXPECT_NEAR(engine.at("heldBackSeconds"), stopped.count(), 0.6);
     EXPECT_THAT(reasonsOf(engine), Contains("stopped"));
 }
 
