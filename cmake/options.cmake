@@ -36,13 +36,14 @@ target_compile_definitions(krenv_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BI
 target_compile_options(krenv_options INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow $<$<BOOL:${KRENV_WERROR}>:-Werror> -fstack-protector-strong)
 target_link_options(krenv_options INTERFACE -Wl,-z,relro,-z,now -Wl,--as-needed)
+# The standard library checks how it is used, in every build but those that are shipped and measured.
+target_compile_definitions(krenv_options INTERFACE $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)
 # GCC spends a tenth of its time tidying up memory that joined sources soon fill again. Not to do so takes 250 MB.
 if(KRENV_JOINED_SOURCES AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   target_compile_options(krenv_options INTERFACE "SHELL:--param ggc-min-heapsize=524288")
 endif()
 
 if(KRENV_SANITIZE)
-  target_compile_definitions(krenv_options INTERFACE _GLIBCXX_ASSERTIONS)
   target_compile_options(krenv_options INTERFACE -fsanitize=${KRENV_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   # Tests take away the descriptors that looking at an object's type needs, and replace functions of the C library by ones
   # that throw, as clang thinks they cannot.
