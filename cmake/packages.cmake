@@ -51,7 +51,7 @@ set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "libkrenv1 (>= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_TOOL_PACKAGE_SUGGESTS pmenv-fleet)
 set(CPACK_COMPONENT_TOOL_DESCRIPTION "settings, paths and figures of a Pressmark host
-Shows on the command line what the environment support library tells the\nprograms of a Pressmark host: settings and where they come from, where files\nare found, and what the machine and its load engines use, also live.")
+Shows on the command line what the environment support library provides\nto the programs of a Pressmark host: settings and where they come from,\nwhere files are found, and what the machine and its load engines use, also\nlive.")
 
 set(CPACK_DEBIAN_EXPORTER_PACKAGE_NAME pmenv-exporter)
 set(CPACK_DEBIAN_EXPORTER_PACKAGE_SECTION net)

@@ -3,7 +3,7 @@
 #include "program.h"
 
 // One line for each command, in the order of the help. The command itself, with its arguments, options and examples, is
-// defined in a file of that name in its room.
+// defined in its room.
 #define PMENV_COMMANDS   \
     COMMAND(get)         \
     COMMAND(list)        \

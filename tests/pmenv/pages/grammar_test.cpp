@@ -1,5 +1,7 @@
 // All commands: what their help shows can be typed, and their numbers have bounds.
 #include <algorithm>
+#include <chrono>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -165,6 +167,51 @@ TEST_F(PmenvExamples, OfSettingsAndFilesDoWhatTheySay) {
         }
     }
     EXPECT_GE(compared, 4U);
+}
+
+// The same example, over in a second and with its files in the directory of the test.
+std::string shortened(std::string line) {
+    const std::pair<const char*, const char*> changes[] = {
+        {"--duration [0-9]+(.*)", "$1 -- sleep 0.3"},
+        {"--skip [0-9]+", "--skip 0.1"},
+        {"--interval [0-9]+", "--interval 1"},
+        {"--count [0-9]+", "--count 1"},
+        {"--watch", "--watch --count 1"},
+        {"wrk -d .*", "sleep 0.5"},
+        {"--pid 1234", "--pid $$$$ --duration 2"},
+        {"/var/lib/node_exporter/", "./"},
+    };
+    for (const auto& [example, quick] : changes) line = std::regex_replace(line, std::regex(example), quick);
+    return line;
+}
+
+TEST_F(PmenvExamples, OfWatchesAndRecordingsWork) {
+    const std::set<std::string> tried{"stats", "judge", "chart", "export", "report"};
+    std::string responses = "timeStamp,elapsed,label,responseCode,success\n";
+    const auto now = [] {
+        return std::chrono::duration_cast<std::chrono::milliseconds>(
+                   std::chrono::system_clock::now().time_since_epoch())
+            .count();
+    };
+    const auto begin = now();
+    for (const char* const file : {"run", "east", "west", "gen2"}) {
+        EXPECT_NE(runLine("pmenv judge --record " + std::string(file) + ".pmrec -- sleep 0.3").status, 2);
+    }
+    for (auto time = begin; time < now(); time += 10) responses += std::to_string(time) + ",12,home,200,true\n";
+    directory_.writeFile("run.jtl", responses);
+    std::size_t examples = 0;
+    for (const Command& command : pmenvGrammar().commands) {
+        if (tried.count(wordsOf(command)[0]) == 0) continue;
+        for (const Example& example : examplesOf(command)) {
+            SCOPED_TRACE(shortened(example.line));
+            ++examples;
+            const ProgramResult outcome = runLine(shortened(example.line));
+            const bool judges = wordsOf(command)[0] == "judge";
+            EXPECT_TRUE(outcome.status == 0 || (judges && (outcome.status == 3 || outcome.status == 4)))
+                << outcome.status << outcome.out << outcome.err;
+        }
+    }
+    EXPECT_GT(examples, 15U);
 }
 
 }  // namespace

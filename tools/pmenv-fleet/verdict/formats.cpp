@@ -31,10 +31,6 @@ std::string firstOf(const FleetRun& run, std::size_t count) {
     return text + " and " + std::to_string(count - kNamed) + (count == kNamed + 1 ? " other" : " others");
 }
 
-std::string generatorsText(std::size_t count) {
-    return std::to_string(count) + (count == 1 ? " load generator" : " load generators");
-}
-
 // Every one of them can be believed up to here.
 std::string leastBelieved(const FleetRun& run) {
     double least = 100;
@@ -43,7 +39,7 @@ std::string leastBelieved(const FleetRun& run) {
 }
 
 std::string reasonText(const FleetRun& run) {
-    const std::string all = generatorsText(run.generators.size());
+    const std::string all = countText(run.generators.size(), "load generator");
     const Outcome outcome = outcomeOf(run);
     const std::size_t count = countOf(run, outcome);
     const std::string some = std::to_string(count) + " of " + all;

@@ -74,8 +74,9 @@ std::string overviewHelp(const Grammar& grammar, const std::string& group) {
            section("Options of all commands", optionRows(grammar.globalOptions)) +
            examples(group.empty() ? kOverviewExamples : groupExamples.c_str()) +
            "\n'pmenv COMMAND --help' tells more about a command, 'man pmenv' about all.\n"
-           "Exit codes: 0 done; 1 the thing asked for is absent or wrong; 2 wrong usage;\n3 judge, fleet: the "
-           "run was spoiled by its load generator; 4 that cannot be told.\n";
+           "Exit codes: 0 done; 1 the thing asked for is absent or wrong, diff: something differs;\n"
+           "2 wrong usage; 3 judge, fleet: the run was spoiled by its load generator;\n"
+           "4 judge, fleet, diff: no verdict or comparison was possible.\n";
 }
 
 std::string commandHelp(const Grammar& grammar, const Command& command) {

@@ -4,15 +4,15 @@
 #include <cmath>
 #include <cstdio>
 
-namespace {
+std::string countText(std::uint64_t count, const std::string& what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
 
-std::string fixed(double number, int decimals) {
+std::string fixedText(double number, int decimals) {
     char text[64];
     std::snprintf(text, sizeof text, "%.*f", decimals, number);
     return text;
 }
-
-}  // namespace
 
 std::string bytesText(std::optional<std::uint64_t> bytes) {
     constexpr std::array<const char*, 7> units{"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
@@ -25,12 +25,12 @@ std::string bytesText(std::optional<std::uint64_t> bytes) {
         number /= 1024;
         ++unit;
     }
-    return fixed(number, 1) + " " + units[unit];
+    return fixedText(number, 1) + " " + units[unit];
 }
 
-std::string percentText(std::optional<double> percent) { return percent ? fixed(*percent, 1) + " %" : "-"; }
+std::string percentText(std::optional<double> percent) { return percent ? fixedText(*percent, 1) + " %" : "-"; }
 
 std::string secondsText(double seconds) {
     const bool whole = std::fabs(seconds - std::round(seconds)) < 0.05;
-    return fixed(seconds, whole ? 0 : 1) + " s";
+    return fixedText(seconds, whole ? 0 : 1) + " s";
 }

@@ -16,12 +16,10 @@
 #include <vector>
 
 #include "MachineStats.h"
+#include "evidence/engineName.h"
 #include "judgement/heldBackSums.h"
 #include "kernel/machineFiles.h"
 #include "kernel/taskFiles.h"
-
-/// What the kernel keeps of the load engines' command name.
-constexpr char kEngineName[] = "PMLoadEngineMai";
 
 struct EngineFigures {
     int processId;

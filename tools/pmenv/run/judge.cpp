@@ -13,8 +13,8 @@
 #include "command/childProcess.h"
 #include "commandLine.h"
 #include "events.h"
+#include "evidence/engineName.h"
 #include "failure.h"
-#include "figures.h"
 #include "judgeFormats.h"
 #include "judgeLimits.h"
 #include "judgeRecordings.h"
@@ -108,8 +108,7 @@ public:
         const std::string time = options_.duration
                                      ? secondsText(std::max(0.0, std::round(*options_.duration - seconds))) + " left"
                                      : secondsText(std::round(seconds));
-        std::cerr << "\r\033[K" + time + ", " + std::to_string(engines) + (engines == 1 ? " engine" : " engines")
-                  << std::flush;
+        std::cerr << "\r\033[K" + time + ", " + countText(engines, "engine") << std::flush;
     }
 
 private:

@@ -35,8 +35,7 @@ std::string headline(const Judged& judged, const JudgeLimits& limits, const Styl
 }
 
 std::string watchedText(const Judged& judged, const JudgeContext& context) {
-    const std::size_t count = judged.engines.size();
-    std::string text = "watched " + std::to_string(count) + (count == 1 ? " load engine" : " load engines") + " for " +
+    std::string text = "watched " + countText(judged.engines.size(), "load engine") + " for " +
                        secondsText(judged.seconds) + " on " + printable(context.host) +
                        (judged.from > 0 ? ", after the first " + secondsText(judged.from) : "") + "\n";
     if (context.commandStatus.value_or(0) != 0) text += "the command" + endText(*context.commandStatus) + "\n";

@@ -50,9 +50,9 @@ Command chartCommand() {
           false, true, Offer::Files}},
         {{"results", Option::Kind::File, "FILE",
           "also draw the response times in FILE (CSV); may be given several times"}},
-        "pmenv chart run.jsonl > run.html                        opens in a browser without a network\n"
-        "pmenv chart east.jsonl west.jsonl > run.html            several load generators on one time axis\n"
-        "pmenv chart run.jsonl --results run.jtl > run.html      with the response times that a load tool measured",
+        "pmenv chart run.pmrec > run.html                        opens in a browser without a network\n"
+        "pmenv chart east.pmrec west.pmrec > run.html            several load generators on one time axis\n"
+        "pmenv chart run.pmrec --results run.jtl > run.html      with the response times that a load tool measured",
         runChart,
         "The page needs no script and fetches nothing. It opens with the verdict that 'pmenv judge' gives on the "
         "recording, and draws what the machine and its load engines did over time, with the time shaded in which an "

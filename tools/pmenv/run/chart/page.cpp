@@ -13,15 +13,12 @@
 #include "isoTime.h"
 #include "judgeFormats.h"
 #include "judgement/findings.h"
+#include "units.h"
 
 namespace {
 
 double secondsSince1970(std::chrono::system_clock::time_point time) {
     return std::chrono::duration<double>(time.time_since_epoch()).count();
-}
-
-std::string counted(std::uint64_t count, const char* what) {
-    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
 }
 
 std::string section(const std::string& title, const std::string& content) {
@@ -109,7 +106,7 @@ std::string verdictBox(const char* heading, const std::string& title, Outcome ou
 std::string watchedText(const ChartRun& run) {
     const std::string skipped =
         run.judgedFrom > 0 ? " The first " + durationText(run.judgedFrom) + " are left out of the verdict." : "";
-    return "Watched " + counted(run.judged.engines.size(), "load engine") + " for " + durationText(run.seconds) +
+    return "Watched " + countText(run.judged.engines.size(), "load engine") + " for " + durationText(run.seconds) +
            " on " + run.host + ", from " + clockText(run.start) + "." + skipped;
 }
 
@@ -198,7 +195,7 @@ std::string marksPart(const ChartRun& run, const Track& track) {
     return (flags.empty() ? "" : markFlags(flags, track) + element("ul", "class=\"marks\"", list)) +
            (hidden == 0 ? ""
                         : element("p", "class=\"about\"",
-                                  counted(hidden, "further mark") + (hidden == 1 ? " is" : " are") + " not shown."));
+                                  countText(hidden, "further mark") + (hidden == 1 ? " is" : " are") + " not shown."));
 }
 
 std::string chartsSection(const ChartRun& run, const PageTime& page, const std::string& id) {
@@ -220,7 +217,7 @@ std::string chartsSection(const ChartRun& run, const PageTime& page, const std::
 // --- response times -------------------------------------------------------------------------------------------------
 
 std::string resultsNotes(const Results& results) {
-    std::string text = counted(results.used(), "response");
+    std::string text = countText(results.used(), "response");
     if (results.failed() > 0) text += ", " + std::to_string(results.failed()) + " of them failed";
     return text + ". Each step shows " + durationText(results.width()) + ".";
 }
@@ -343,7 +340,7 @@ std::string severalVerdicts(const std::vector<ChartRun>& runs, const PageTime& p
     const Track whole{page.seconds, 0, 0, page.seconds, {}, {}};
     return verdictBox(
                "h1", capitalised(outcomeText(outcome)), outcome,
-               std::to_string(alike) + " of " + counted(runs.size(), "load generator") + ": " + outcomeText(outcome),
+               std::to_string(alike) + " of " + countText(runs.size(), "load generator") + ": " + outcomeText(outcome),
                "Watched for " + durationText(page.seconds) + " in all.") +
            section("Load generators", element("ol", "class=\"findings\"", items) + timeScale(whole));
 }

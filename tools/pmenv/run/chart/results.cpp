@@ -6,6 +6,7 @@
 
 #include "chart/csv.h"
 #include "failure.h"
+#include "units.h"
 
 namespace {
 
@@ -139,8 +140,6 @@ constexpr const char* kKnownHeaders =
     throw Failure(name + ":" + std::to_string(line) + ": " + what);
 }
 
-std::string rowsText(std::uint64_t count) { return std::to_string(count) + (count == 1 ? " row" : " rows"); }
-
 // The rows of a file that could not be used.
 struct BadRows {
     std::uint64_t count = 0;
@@ -260,7 +259,7 @@ void Results::read(std::istream& input, const std::string& name) {
     const std::uint64_t outside = outside_ - outsideBefore;
     if (used_ == usedBefore && outside > 0) {
         refuse(name, 2,
-               "none of its " + rowsText(outside) +
+               "none of its " + countText(outside, "row") +
                    " lies in the time of the recordings; are these of the same run, and were the clocks right?");
     }
     if (used_ == usedBefore && bad.count > 0) {
@@ -274,8 +273,9 @@ void Results::read(std::istream& input, const std::string& name) {
                               : "there is no row below the header; draw the results of a run that has some");
     }
     if (bad.count > 0) {
-        remarks_.push_back(name + ":" + std::to_string(bad.line) + ": " + rowsText(bad.count) +
+        remarks_.push_back(name + ":" + std::to_string(bad.line) + ": " + countText(bad.count, "row") +
                            " could not be used; this is the first: " + bad.why);
     }
-    if (outside > 0) remarks_.push_back(name + ": " + rowsText(outside) + " outside the time of the recordings");
+    if (outside > 0)
+        remarks_.push_back(name + ": " + countText(outside, "row") + " outside the time of the recordings");
 }

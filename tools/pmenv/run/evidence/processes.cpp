@@ -5,7 +5,7 @@
 #include <iterator>
 #include <set>
 
-#include "figures.h"
+#include "evidence/engineName.h"
 #include "kernel/files.h"
 
 namespace {

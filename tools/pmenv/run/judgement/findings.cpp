@@ -24,13 +24,7 @@ namespace {
 
 // --- words ----------------------------------------------------------------------------------------------------------
 
-std::string fixed(double number, int decimals) {
-    char text[64];
-    std::snprintf(text, sizeof text, "%.*f", decimals, number);
-    return text;
-}
-
-std::string millisecondsText(double seconds) { return fixed(1000 * seconds, 1) + " ms"; }
+std::string millisecondsText(double seconds) { return fixedText(1000 * seconds, 1) + " ms"; }
 std::string shareText(double share) { return percentText(100 * share); }
 
 std::string engineText(int pid, const std::string& name) {
@@ -87,19 +81,19 @@ std::string othersText(const Judged& judged) {
     for (const ProgramTime& program : judged.machine.others) {
         if (program.seconds < 0.01 * judged.seconds) break;
         text += (text.empty() ? "" : ", ") + printable(program.name) + " " +
-                fixed(program.seconds / std::max(judged.seconds, 1e-3), 1);
+                fixedText(program.seconds / std::max(judged.seconds, 1e-3), 1);
     }
     return text;
 }
 
 std::string processorsUsedText(const Judged& judged) {
     const double seconds = std::max(judged.seconds, 1e-3);
-    std::string text = "the engines used " + fixed(judged.machine.enginesRan / seconds, 1) + " of " +
+    std::string text = "the engines used " + fixedText(judged.machine.enginesRan / seconds, 1) + " of " +
                        std::to_string(judged.machine.processors) +
                        (judged.machine.processors == 1 ? " processor" : " processors");
     if (!judged.machine.busy) return text;
     const double others = std::max(0.0, *judged.machine.busy - judged.machine.enginesRan) / seconds;
-    text += ", others " + fixed(others, 1);
+    text += ", others " + fixedText(others, 1);
     const std::string programs = othersText(judged);
     return programs.empty() ? text : text + " (" + programs + ")";
 }
@@ -113,7 +107,7 @@ std::string quotaText(const JudgedEngine& engine) {
     std::string text = engine.throttledGroup.empty()
                            ? "its control group's quota"
                            : "the quota of its control group " + printable(engine.throttledGroup);
-    if (engine.quota) text += " (" + fixed(*engine.quota, 2) + " processors)";
+    if (engine.quota) text += " (" + fixedText(*engine.quota, 2) + " processors)";
     text += " was used up";
     return engine.timesThrottled ? text + " " + std::to_string(*engine.timesThrottled) + " times" : text;
 }
@@ -207,8 +201,9 @@ Words wordsOf(const Incident& incident, const JudgeLimits& limits) {
         case Incident::Kind::Ended:
             return wordsOfEnd(incident);
         case Incident::Kind::Missing:
-            return {fixed(incident.worst, 0) + " of " + std::to_string(*limits.engines) + " load engines were missing",
-                    "look why they did not run, and repeat the run"};
+            return {
+                fixedText(incident.worst, 0) + " of " + std::to_string(*limits.engines) + " load engines were missing",
+                "look why they did not run, and repeat the run"};
         case Incident::Kind::OutOfMemory:
             return {"the kernel killed a process of the control group of " + engineText(incident.pid, incident.name) +
                         ", which had no memory left",

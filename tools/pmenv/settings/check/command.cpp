@@ -14,6 +14,7 @@
 #include "knownKeys/chosenKeys.h"
 #include "knownKeys/knownSecrets.h"
 #include "settingsFile.h"
+#include "units.h"
 
 namespace {
 
@@ -124,14 +125,10 @@ void Run::take(const CheckedFile& checked) {
     writer_.add(checked);
 }
 
-std::string numbered(std::size_t number, const char* what) {
-    return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
-}
-
 std::string summaryOf(const Counts& counts) {
-    std::string text = numbered(counts.errors, "error") + ", " + numbered(counts.warnings, "warning");
+    std::string text = countText(counts.errors, "error") + ", " + countText(counts.warnings, "warning");
     if (counts.allowed > 0) text += ", " + std::to_string(counts.allowed) + " allowed";
-    return counts.unreadable == 0 ? text : text + ", " + numbered(counts.unreadable, "file") + " not read";
+    return counts.unreadable == 0 ? text : text + ", " + countText(counts.unreadable, "file") + " not read";
 }
 
 void checkUsage(const CommandLine& line) {

@@ -14,6 +14,7 @@
 #include "diff/variables.h"
 #include "failure.h"
 #include "knownKeys/knownSecrets.h"
+#include "units.h"
 
 namespace {
 
@@ -159,18 +160,14 @@ void Run::show(const Comparison& comparison) {
     }
 }
 
-std::string numbered(std::size_t number, const char* what) {
-    return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
-}
-
 std::string Run::summary() const {
     const std::string unreadable =
-        counts_.unreadable == 0 ? "" : ", " + numbered(counts_.unreadable, "comparison") + " not made";
-    if (!counts_.any() && counts_.unreadable == 0) return "no difference in " + numbered(counts_.same, "setting");
-    std::string text = numbered(counts_.different, "setting") + (counts_.different == 1 ? " differs, " : " differ, ") +
+        counts_.unreadable == 0 ? "" : ", " + countText(counts_.unreadable, "comparison") + " not made";
+    if (!counts_.any() && counts_.unreadable == 0) return "no difference in " + countText(counts_.same, "setting");
+    std::string text = countText(counts_.different, "setting") + (counts_.different == 1 ? " differs, " : " differ, ") +
                        std::to_string(counts_.onlyA) + " only in A, " + std::to_string(counts_.onlyB) + " only in B";
     const std::size_t files = counts_.filesOnlyA + counts_.filesOnlyB;
-    if (files > 0) text += ", " + numbered(files, "file") + " only in one";
+    if (files > 0) text += ", " + countText(files, "file") + " only in one";
     return text + "; " + std::to_string(counts_.same) + " do not differ" + unreadable;
 }
 
@@ -234,11 +231,11 @@ Command diffCommand() {
         "out differently, down to the line or the variable that makes the difference. A place like 35:16 is a line and "
         "a column. Up to five reasons are shown for a setting.\n\n"
         "Of directories, files of the same name are compared; a file that only one has is a difference.\n\n"
-        "The exit code is 0 when nothing differs, 1 when something does, and 4 when that cannot be told, because a "
-        "file "
-        "cannot be read. Files of --env-a and --env-b have a NAME=value on each line, which counts as it stands; blank "
+        "The exit code is 0 when nothing differs, 1 when something does, and 4 when no comparison was "
+        "possible, because a file cannot be read. Files of --env-a and --env-b have a NAME=value on each line, which "
+        "counts as it stands; blank "
         "lines and lines that begin with # are skipped.\n\n"
-        "What is secret is shown as (hidden), as 'list' does; that it differs is told. --show-secrets shows all.\n\n"
+        "What is secret is shown as (hidden), as 'list' does; that it differs is shown. --show-secrets shows all.\n\n"
         "With --json the answer is an object with equal, and files, a list with an object for each pair: a and b (the "
         "files, null where there is none), same (how many settings do not differ), settings (those that do), or "
         "problem "
