@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "KrfExport.h"
 #include "Logging.h"
@@ -68,6 +69,19 @@ TEST(Descriptors, ASettingsFileIsOpenedWithoutConsequences) {
     const ScopedTable table;
     ASSERT_NE(0, KRSLoad(path.c_str(), table.handle(), nullptr));
     EXPECT_EQ(O_RDONLY | kHarmless, openingOf(path).flags & ~O_LARGEFILE);
+}
+
+// A program without standard input gets the descriptor 0 for the next file that is opened.
+TEST(Descriptors, ASettingsFileIsReadAndClosedWithTheDescriptorOfStandardInput) {
+    const TempDir dir;
+    const std::string path = dir.writeFile("a.ini", "A=1\n");
+    EXPECT_EQ("loaded 1, closed", inChild([&] {
+                  close(STDIN_FILENO);
+                  const ScopedTable table;
+                  const int loaded = KRSLoad(path.c_str(), table.handle(), nullptr);
+                  const bool closed = fcntl(STDIN_FILENO, F_GETFD) == -1;
+                  return "loaded " + std::to_string(loaded) + (closed ? ", closed" : ", open");
+              }));
 }
 
 TEST(Descriptors, ALogFileIsOpenedWithoutConsequencesAndMayBeReadByTheUsersGroup) {

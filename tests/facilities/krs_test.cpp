@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -12,8 +13,10 @@
 #include <vector>
 
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include "support/InChild.h"
 #include "support/LogCapture.h"
 #include "support/TempDir.h"
 
@@ -160,6 +163,24 @@ TEST(KRSCreateTable, NeverGivesAHandleTwice) {
         KRSDestroyTable(table);
     }
 }
+
+#ifndef KRENV_SANITIZED  // sanitizers end a program that runs out of memory
+TEST(KRSCreateTable, IsZeroWhereMemoryRunsOutAndALoadSaysSo) {
+    const TempDir dir;
+    const std::string path = dir.writeFile("a.ini", "A=1\n");
+    EXPECT_EQ("no table; load 0: out of memory", inChild([&] {
+                  auto reserve = std::make_unique<char[]>(100'000);
+                  int table = KRSCreateTable(), more = table;
+                  const rlimit asItIs{0, 0};
+                  setrlimit(RLIMIT_AS, &asItIs);
+                  for (int i = 0; i < 10'000'000 && more != 0; ++i) more = KRSCreateTable();
+                  const int loaded = KRSLoad(path.c_str(), table, nullptr);
+                  reserve.reset();
+                  return (more == 0 ? "no table; load " : "a table; load ") + std::to_string(loaded) + ": " +
+                         KRSLoadError();
+              }));
+}
+#endif
 
 TEST(KRSCreateTable, ManyTablesStayApart) {
     const TempDir dir;

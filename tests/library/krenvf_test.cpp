@@ -309,6 +309,15 @@ TEST(KREEnvDefined, TellsDefinedAndContaining) {
     }
 }
 
+// No value is that long, so nothing needs to be copied. (The address sanitizer sees whether it is.)
+TEST(KREEnvDefined, ATextAsLongAsTheBufferOrLongerIsNotContained) {
+    const Settings settings("A = x\n");
+    KREnvContainerClass env;
+    for (const std::size_t length : {2047U, 2048U, 2049U, 100000U}) {
+        EXPECT_FALSE(env.KREEnvDefined("A", std::string(length, 'x').c_str(), false)) << length;
+    }
+}
+
 TEST(KREEnvDefined, DoesNotConsultTheRunTimeTable) {
     const Settings settings("A = file\n");
     KREnvContainerClass env;

@@ -230,6 +230,17 @@ TEST_F(KREInitTest, AFileThatVanishesBetweenFindingAndLoadingIsRejected) {
     EXPECT_EQ(path + ": cannot open the file: No such file or directory", std::string(KRSLoadError()));
 }
 
+TEST_F(KREInitTest, OfAFileThatIsRefusedNoTableStays) {
+    const std::string good = given.writeFile("good.ini", "A = 1\n"), bad = given.writeFile("bad.ini", "A = 1\n[\n");
+    ASSERT_EQ(1, KRELoadIniFile(good.c_str()));
+    const int before = IniTable;
+    EXPECT_EQ(0, KRELoadIniFile(bad.c_str()));
+    EXPECT_NE(before, IniTable);
+    EXPECT_EQ(nullptr, env.KREGetEnv("A"));
+    EXPECT_EQ(0, KRSLoad(good.c_str(), IniTable, nullptr)) << "the table is released";
+    EXPECT_STREQ("1", KRSGetValue(before, "A")) << "the earlier one stays";
+}
+
 TEST_F(KREInitTest, AnEmptyFileIsLoaded) {
     given.writeFile("pressmark.ini", "");
     EXPECT_EQ(1, KREInit(given.path().c_str()));

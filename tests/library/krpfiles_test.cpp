@@ -210,6 +210,23 @@ TEST_F(KRPMakePath, ReplacePathExtAndName) {
     EXPECT_STREQ("n.newn.newx.old", fresh.KRPReplacePathName("n.old", "x"));
 }
 
+TEST_F(KRPMakePath, TheOthersLeaveThePartsOfTheirPath) {
+    char *folder = nullptr, *name = nullptr, *ext = nullptr;
+    env.KRPSplitPath("", &folder, &name, &ext);
+    const auto parts = [&] { return std::string(folder) + "|" + name + "|" + ext; };
+    env.KRPConcatDirAndName("x", "a/b.c");
+    EXPECT_EQ("a|b|c", parts());
+    env.KRPReplacePathExt("d/e.f", "x");
+    EXPECT_EQ("d|e|f", parts());
+    env.KRPReplacePathName("g/h.i", "x");
+    EXPECT_EQ("g|h|i", parts());
+    char out[20];
+    EXPECT_STREQ("jjjj...\\k.l", env.KRPAdjustPathLen("jjjjjjjjjjjj/k.l", out, 11));
+    EXPECT_EQ("jjjjjjjjjjjj|k|l", parts());
+    EXPECT_STREQ("m/n.o", env.KRPAdjustPathLen("m/n.o", out, 11));
+    EXPECT_EQ("jjjjjjjjjjjj|k|l", parts()) << "a path that fits is not split";
+}
+
 TEST_F(KRPMakePath, TheOthersRefuseNullArguments) {
     const char* const kept = env.KRPMakePath("kept", "", "");
     LogCapture log;
@@ -771,6 +788,8 @@ TEST_F(FileTests, KRPIsOpenFileADirectory) {
 
 TEST_F(FileTests, FilelengthKeepsTheOffset) {
     const int fd = open(dir.writeFile("file", "0123456789").c_str(), O_RDONLY);
+    EXPECT_EQ(10, filelength(fd));
+    EXPECT_EQ(0, lseek(fd, 0, SEEK_CUR));
     ASSERT_EQ(4, lseek(fd, 4, SEEK_SET));
     EXPECT_EQ(10, filelength(fd));
     EXPECT_EQ(4, lseek(fd, 0, SEEK_CUR));
