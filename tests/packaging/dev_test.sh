@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # ./dev refuses an unknown command and lists the commands; help prints the same list and is no error. In a small project of
-# its own, `./dev test` counts tests and shows how far it is, and its stage `lint` notices what it is there for.
+# its own, `./dev test` counts tests and shows how far it is, and its stage `lint` notices what it is there for. `./dev setup`
+# installs packages although their lists cannot be refreshed at once.
 set -euo pipefail
 dev=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)/dev
 fail() { printf 'dev_test.sh: %s\n' "$*" >&2; exit 1; }
@@ -72,6 +73,9 @@ printf '#!/bin/sh\necho good\n' >good.sh
 echo build/ >.gitignore
 git init -q . && git add . && git -c user.name=dev -c user.email=dev@example.net commit -qm small
 
+# The sources may belong to another user, as in a container.
+export GIT_TEST_ASSUME_DIFFERENT_OWNER=1
+
 # Checks the exit code and the last lines of `./dev test STAGE...`.
 expect() { # STATUS LINES STAGE...
     local status=0 expected=$1 lines=$2
@@ -107,3 +111,31 @@ mkdir "$work/bin"
 ln -s /usr/bin/* "$work/bin"
 rm "$work/bin/clang-format"
 PATH=$work/bin expect 1 $'FAILED   lint: formatting\n3 passed, 1 failed' lint
+
+# --- Package lists that another program is refreshing -----------------------------------------------------------------
+
+# A machine without the packages, on which the lists can be refreshed at the third attempt.
+mkdir "$work/fresh"
+cat >"$work/fresh/dpkg-query" <<'END'
+#!/bin/sh
+test -e "$FRESH/installed" || exit 1
+for name in "$@"; do printf 'installed %s:amd64\ninstalled %s:i386\n' "$name" "$name"; done
+END
+cat >"$work/fresh/dpkg" <<'END'
+#!/bin/sh
+case $1 in --print-architecture) echo amd64 ;; *) echo i386 ;; esac
+END
+cat >"$work/fresh/apt-get" <<'END'
+#!/bin/sh
+echo "$1" >>"$FRESH/asked"
+if [ "$1" = install ]; then touch "$FRESH/installed"; else test "$(grep -c update "$FRESH/asked")" -ge 3; fi
+END
+printf '#!/bin/sh\n' >"$work/fresh/sleep"
+cat >"$work/fresh/sudo" <<'END'
+#!/bin/sh
+[ "$1" != -n ] || shift
+exec "$@"
+END
+chmod +x "$work"/fresh/*
+FRESH=$work/fresh PATH=$work/fresh:$PATH ./dev setup >"$work/output" 2>&1 || { cat "$work/output"; fail "./dev setup fails"; }
+[[ $(tr '\n' ' ' <"$work/fresh/asked") == "update update update install " ]] || fail "apt was asked for $(<"$work/fresh/asked")"
