@@ -256,6 +256,13 @@ TEST(SettingsOddFile, UnreadableFile) {
               }));
 }
 
+TEST(SettingsOddFile, AsLargeAsTheLimitIsRead) {
+    const TempDir dir;
+    const std::string path = dir.writeFile("large.ini", "");
+    std::filesystem::resize_file(path, 256ULL << 20);
+    EXPECT_EQ(":1:1: NUL byte; a settings file is plain text", errorOfRefused(path)) << "of the hole";
+}
+
 TEST(SettingsOddFile, LargerThanTheLimit) {
     const TempDir dir;
     const std::string path = dir.writeFile("large.ini", "");

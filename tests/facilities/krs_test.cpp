@@ -173,7 +173,7 @@ TEST(KRSCreateTable, IsZeroWhereMemoryRunsOutAndALoadSaysSo) {
                   int table = KRSCreateTable(), more = table;
                   const rlimit asItIs{0, 0};
                   setrlimit(RLIMIT_AS, &asItIs);
-                  for (int i = 0; i < 10'000'000 && more != 0; ++i) more = KRSCreateTable();
+                  for (int i = 0; i < 1'000'000 && more != 0; ++i) more = KRSCreateTable();
                   const int loaded = KRSLoad(path.c_str(), table, nullptr);
                   reserve.reset();
                   return (more == 0 ? "no table; load " : "a table; load ") + std::to_string(loaded) + ": " +
