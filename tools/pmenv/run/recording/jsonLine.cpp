@@ -46,7 +46,7 @@ bool isAll(std::string_view text, Number& number) {
     return read.ec == std::errc() && read.ptr == end;
 }
 
-// Converts the numbers itself: RapidJSON makes any number of a zero with many digits, by what is undefined behaviour.
+// Converts numbers itself: in RapidJSON that of a zero with many digits is undefined behaviour and gives any number.
 class Document : public rapidjson::Document {
 public:
     using rapidjson::Document::Document;
